@@ -1,0 +1,10 @@
+// The configuration: read once, while the module loads, from "quillbrook.conf" or "res-speech-quillbrook.conf" in the
+// host's configuration directory. docs/configuration.md tells each key.
+#ifndef QUILLBROOK_ENGINE_CONFIG_H
+#define QUILLBROOK_ENGINE_CONFIG_H
+
+// Fills the engine table and the module's settings. 0, or -1 (after a message) when the module must not load: no
+// usable file, or a log file that cannot be opened.
+int quillbrook_engine_config_load();
+
+#endif

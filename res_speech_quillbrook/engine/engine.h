@@ -1,0 +1,85 @@
+// The engines of the module: one record of settings and one plugin each, in a fixed table.
+//
+// Entry 0 holds the section `general` of the configuration and serves the host engine "quillbrook"; entries 1 to 99
+// hold the profiles, in the order of the configuration's list, and serve "quillbrook:NAME". An empty name ends every
+// walk over the profiles. The table is written while the module loads and unloads, and only read in between, so it has
+// no lock: sessions keep a pointer to their entry for their whole life.
+#ifndef QUILLBROOK_ENGINE_ENGINE_H
+#define QUILLBROOK_ENGINE_ENGINE_H
+
+#include "../host.h"
+#include "../support/log.h"
+#include "quillbrook.h"
+
+// Texts are heap copies owned by the table, or null. Flags are 0 or 1. Times are milliseconds.
+struct quillbrook_engine_t {
+  char name[100];     // the profile's name; in entry 0 a label that may be empty
+  char *plugin_name;  // file name or path of the plugin
+  void *plugin_handle;
+  quillbrook_function_init *plugin_init;
+  quillbrook_function_loop *plugin_loop;
+  quillbrook_function_stop *plugin_stop;
+  int log_level;   // stored only
+  FILE *log_file;  // for plugins, entry 0 only
+  char *ws_url;
+  char *ws_model;
+  char *ws_language;
+  char *ws_voice;
+  char *ws_context;  // profiles only
+  char *ws_configuration;
+  char *ws_phrases;
+  char *ws_format;  // format and file extension of the stream
+  char *ws_key;     // not used
+  char *ws_extra;   // profiles only
+  int ws_buffer_size;
+  int dsp;  // flag: measure silence in the audio
+  int threshold;
+  int endpointing;  // flag: the pieces of a text are sentences
+  int returnjson;
+  int returnnlsml;
+  int logtag;
+  int keepfiles;
+  int continuous;  // flag: one plugin context for all results of a session
+  int waitclose;   // flag: the end of a recognition waits for the plugin's session end
+  int closetimeout;
+  float speedvsaccuracy;
+  int minspeechtimeout;
+  int normalize_phrases;  // 0 no, 1 phrases, 2 phrases and grammars
+  int maxspeechtimeout;
+  int timeouts;  // flag: the complete and incomplete timeouts run
+  int completetimeout;
+  int incompletetimeout;
+  int speechtimeout;
+  int extendedtimeout;
+  int earlyspeechtimeout;
+  int providertimeout;
+  char *loggingtag;
+};
+
+constexpr int QUILLBROOK_ENGINES = 100;
+// Bytes for the name of a host engine, its zero included; it bounds a profile's name.
+constexpr int QUILLBROOK_ENGINE_NAME_SIZE = 100;
+constexpr int QUILLBROOK_PROFILE_NAME_MAX =
+    QUILLBROOK_ENGINE_NAME_SIZE - 1 - static_cast<int>(sizeof("quillbrook:") - 1);
+
+extern quillbrook_engine_t quillbrook_engine[QUILLBROOK_ENGINES];
+
+// Settings of the whole module, from the section `general`. `debug` and `verbose` stand in support/log.h.
+extern int twin;                   // a second plugin record for each recognition
+extern int threshold;              // the default of the key `threshold`
+extern char *profiles;             // working copy of the profile list while the configuration loads
+extern int quillbrook_webenabled;  // the metrics URI is wanted
+extern int quillbrook_webregged;   // the metrics URI is linked
+
+// The name by which the host knows the engine of an entry; `index` 0 is the default engine.
+void quillbrook_engine_host_name(int index, char *name, size_t size);
+
+// Calls `visit(engine, index)` for the entries from 1 up to the first empty name.
+template <typename Visit>
+void quillbrook_for_each_profile(Visit &&visit) {
+  for (int index = 1; index < QUILLBROOK_ENGINES && quillbrook_engine[index].name[0]; ++index) {
+    visit(quillbrook_engine[index], index);
+  }
+}
+
+#endif

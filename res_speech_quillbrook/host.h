@@ -1,0 +1,123 @@
+// The PBX as this module sees it: the only file that includes its headers and knows that it comes in several versions
+// (13, 16 and 22 are compiled; 16 is what runs).
+//
+// Include it first in every file: it takes in the system's and the language's headers before the PBX's, because those
+// turn names such as pthread_mutex_lock, free and localtime_r into errors.
+#ifndef QUILLBROOK_HOST_H
+#define QUILLBROOK_HOST_H
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/types.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cinttypes>
+#include <climits>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <exception>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+// Leaves malloc, free and strdup alone: here free and ast_free are the same.
+#define ASTMM_LIBC ASTMM_IGNORE
+
+extern "C" {
+#include "asterisk.h"
+#include "asterisk/module.h"
+#include "asterisk/lock.h"
+#include "asterisk/linkedlists.h"
+#include "asterisk/channel.h"
+#include "asterisk/format.h"
+#include "asterisk/format_cap.h"
+#include "asterisk/format_cache.h"
+#include "asterisk/speech.h"
+// A parameter in file.h of 16 has the name of a C++ keyword.
+#define template template_
+#include "asterisk/file.h"
+#include "asterisk/mod_format.h"
+#undef template
+#include "asterisk/dsp.h"
+#include "asterisk/frame.h"
+#include "asterisk/cli.h"
+#include "asterisk/http.h"
+#include "asterisk/config.h"
+#include "asterisk/utils.h"
+#include "asterisk/strings.h"
+#include "asterisk/term.h"
+#include "asterisk/paths.h"
+#include "asterisk/ast_version.h"
+#include "asterisk/build.h"
+#include "asterisk/buildinfo.h"
+#include "asterisk/pbx.h"
+#include "asterisk/logger.h"
+#include "asterisk/options.h"
+#include "asterisk/astobj2.h"
+#include "asterisk/time.h"
+}
+
+// The module's handle in the host, for references. In C++ it exists only behind the module record, so it is defined
+// in the file of that record.
+struct ast_module *host_module_self();
+
+// Whether the host's verbosity, or its debug level for this module, is at least `level`.
+inline bool host_verbosity_at_least(int level) {
+  return VERBOSITY_ATLEAST(level);
+}
+inline bool host_debug_at_least(int level) {
+  return DEBUG_ATLEAST(level);
+}
+
+// Memory from the host's allocators, which log a failure and give null. It goes back with ast_free.
+template <typename T>
+T *host_calloc() {
+  return static_cast<T *>(ast_calloc(1, sizeof(T)));
+}
+inline char *host_alloc_text(size_t size) {
+  return static_cast<char *>(ast_malloc(size));
+}
+inline char *host_realloc_text(char *text, size_t size) {
+  return static_cast<char *>(ast_realloc(text, size));
+}
+
+// Releases the reference of a channel that ast_channel_callback gave.
+inline void host_channel_release(struct ast_channel *channel) {
+  ao2_ref(channel, -1);
+}
+
+// Formats of our own, holding one: signed linear at 8 kHz. Null when the host has no memory. Given back with
+// host_format_cap_release.
+inline struct ast_format_cap *host_format_cap_slin() {
+  struct ast_format_cap *formats = ast_format_cap_alloc(AST_FORMAT_CAP_FLAG_DEFAULT);
+  if (formats) {
+    ast_format_cap_append(formats, ast_format_slin, 0);
+  }
+  return formats;
+}
+inline void host_format_cap_release(struct ast_format_cap *formats) {
+  ao2_cleanup(formats);
+}
+
+#endif

@@ -1,0 +1,13 @@
+// The one door through which plugins report (quillbrook.h tells the messages). All decisions of a recognition are made
+// inside this call, on the stack of the plugin's thread: there is no timer thread.
+#ifndef QUILLBROOK_RESULT_CALLBACK_H
+#define QUILLBROOK_RESULT_CALLBACK_H
+
+#include "quillbrook.h"
+
+// 0: the message was taken. -1: it was refused, and changed nothing but `plugin_closed`. Any thread; calls for one
+// session pass one after the other. Also called by quillbrook_recog_get, with a score of -2, to force a finish.
+// A null `context` is refused.
+int quillbrook_callback(quillbrook_context *context, const char *text, int score);
+
+#endif

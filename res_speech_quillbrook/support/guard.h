@@ -1,0 +1,19 @@
+// The guard around every function that the host or a plugin calls: neither is prepared for a C++ exception.
+#ifndef QUILLBROOK_SUPPORT_GUARD_H
+#define QUILLBROOK_SUPPORT_GUARD_H
+
+#include "../host.h"
+
+// Runs `body` and gives its result; an exception is logged at ERROR with the name of the entry, and `failed` is the
+// result. The forced unwind of a thread that ends through pthread_exit passes.
+template <typename Result, typename Body>
+Result guarded(const char *entry, Result failed, Body &&body) {
+  try {
+    return body();
+  } catch (const std::exception &error) {
+    ast_log(LOG_ERROR, "%s: %s\n", entry, error.what());
+  }
+  return failed;
+}
+
+#endif
