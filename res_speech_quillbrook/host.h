@@ -76,6 +76,7 @@ extern "C" {
 #include "asterisk/options.h"
 #include "asterisk/astobj2.h"
 #include "asterisk/time.h"
+#include "asterisk/localtime.h"
 }
 
 // The module's handle in the host, for references. In C++ it exists only behind the module record, so it is defined

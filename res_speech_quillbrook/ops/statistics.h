@@ -39,6 +39,9 @@ extern const char *const quillbrook_dates_name[QUILLBROOK_DATES];
 // Initialises the lock, zeroes counters and dates and sets the date of the start. First step of the load.
 void quillbrook_statistics_init();
 
+// Destroys the lock. Last step of the unload: nothing here may be called after it until the next init.
+void quillbrook_statistics_destroy();
+
 void quillbrook_statistics_session_start();
 void quillbrook_statistics_session_stop();
 

@@ -1,0 +1,96 @@
+#include "cli_commands.h"
+
+#include "../support/guard.h"
+#include "cli_plugins.h"
+#include "cli_statistics.h"
+#include "cli_version.h"
+#include "statistics.h"
+
+ast_cli_entry cli_quillbrook[QUILLBROOK_CLI_COMMANDS] = {
+    AST_CLI_DEFINE(handle_cli_quillbrook_version, "Show QuillBrook version"),
+    AST_CLI_DEFINE(handle_cli_quillbrook_plugins, "Show QuillBrook loaded plugins"),
+    AST_CLI_DEFINE(handle_cli_quillbrook_statistics, "Show QuillBrook statistics"),
+    AST_CLI_DEFINE(handle_cli_quillbrook_dates, "Show QuillBrook dates"),
+    AST_CLI_DEFINE(handle_cli_quillbrook_reset_statistics, "Reset QuillBrook statistics"),
+};
+
+namespace {
+
+constexpr int words_of_a_command = 3;
+
+// What all commands share. `report` prints to a descriptor.
+char *run_command(ast_cli_entry *entry, int command, ast_cli_args *args, const char *words, const char *usage,
+                  void (*report)(int fd)) {
+  switch (command) {
+    case CLI_INIT:
+      // The host copies the words when it registers the entry, and writes to the copy only.
+      entry->command = const_cast<char *>(words);
+      entry->usage = usage;
+      return nullptr;
+    case CLI_GENERATE:
+      return nullptr;
+    default:
+      break;
+  }
+  if (args->argc != words_of_a_command) {
+    return CLI_SHOWUSAGE;
+  }
+  return guarded(words, CLI_FAILURE, [&] {
+    report(args->fd);
+    return CLI_SUCCESS;
+  });
+}
+
+void reset_statistics(int fd) {
+  quillbrook_statistics_reset();
+  ast_cli(fd, "QuillBrook statistics reset\n");
+}
+
+}  // namespace
+
+char *handle_cli_quillbrook_version(ast_cli_entry *entry, int command, ast_cli_args *args) {
+  return run_command(entry, command, args, "quillbrook show version",
+                     "Usage: quillbrook show version\n"
+                     "       Display QuillBrook module version and build information.\n",
+                     quillbrook_cli_show_version);
+}
+
+char *handle_cli_quillbrook_plugins(ast_cli_entry *entry, int command, ast_cli_args *args) {
+  return run_command(entry, command, args, "quillbrook show plugins",
+                     "Usage: quillbrook show plugins\n"
+                     "       Display loaded QuillBrook plugins and their active configuration.\n",
+                     quillbrook_cli_show_plugins);
+}
+
+char *handle_cli_quillbrook_statistics(ast_cli_entry *entry, int command, ast_cli_args *args) {
+  return run_command(entry, command, args, "quillbrook show statistics",
+                     "Usage: quillbrook show statistics\n"
+                     "       Display QuillBrook session and transcription statistics.\n",
+                     quillbrook_cli_show_statistics);
+}
+
+char *handle_cli_quillbrook_dates(ast_cli_entry *entry, int command, ast_cli_args *args) {
+  return run_command(entry, command, args, "quillbrook show dates",
+                     "Usage: quillbrook show dates\n"
+                     "       Display QuillBrook activity dates.\n",
+                     quillbrook_cli_show_dates);
+}
+
+char *handle_cli_quillbrook_reset_statistics(ast_cli_entry *entry, int command, ast_cli_args *args) {
+  return run_command(entry, command, args, "quillbrook reset statistics",
+                     "Usage: quillbrook reset statistics\n"
+                     "       Reset QuillBrook counters while preserving the active session count.\n",
+                     reset_statistics);
+}
+
+int quillbrook_cli_register() {
+  if (ast_cli_register_multiple(cli_quillbrook, QUILLBROOK_CLI_COMMANDS) == 0) {
+    return 0;
+  }
+  quillbrook_cli_unregister();
+  return -1;
+}
+
+void quillbrook_cli_unregister() {
+  ast_cli_unregister_multiple(cli_quillbrook, QUILLBROOK_CLI_COMMANDS);
+}

@@ -1,0 +1,72 @@
+#include "cli_version.h"
+
+#include "../support/bounded_text.h"
+
+namespace {
+
+// The quotes and blanks belong to the text.
+constexpr char version[] = R"("1" "." "0")";
+constexpr char build[] = "Unknown";
+constexpr char revision[] = "$Revision: 1.73 $";
+constexpr char source_date[] = __TIMESTAMP__;
+
+constexpr size_t os_release_line_size = 512;
+
+}  // namespace
+
+void quillbrook_read_os_release(FILE *file, char *buf, size_t size) {
+  constexpr std::string_view key = "PRETTY_NAME=";
+  char line[os_release_line_size];
+  while (fgets(line, sizeof(line), file)) {
+    std::string_view value = line;
+    if (value.substr(0, key.size()) != key) {
+      continue;
+    }
+    value.remove_prefix(key.size());
+    while (!value.empty() && (value.back() == '\r' || value.back() == '\n')) {
+      value.remove_suffix(1);
+    }
+    if (value.size() > 1 && value.front() == '"' && value.back() == '"') {
+      value.remove_prefix(1);
+      value.remove_suffix(1);
+    }
+    copy_text(buf, size, std::string(value).c_str());
+    return;
+  }
+}
+
+void quillbrook_get_os_release(char *buf, size_t size) {
+  copy_text(buf, size, "Unknown");
+  if (FILE *file = fopen("/etc/os-release", "re")) {
+    quillbrook_read_os_release(file, buf, size);
+    fclose(file);
+  }
+}
+
+void quillbrook_cli_show_version(int fd) {
+  utsname system;
+  const bool system_known = uname(&system) == 0;
+  char os_release[os_release_line_size];
+  quillbrook_get_os_release(os_release, sizeof(os_release));
+  char uuid[100] = "?";
+  ast_pbx_uuid_get(uuid, sizeof(uuid));
+
+  ast_cli(fd, "Version       : %s\n", version);
+  ast_cli(fd, " Build        : %s\n", build);
+  ast_cli(fd, " CVS Revision : %s\n", revision);
+  ast_cli(fd, " Source file  : %s\n", source_date);
+  ast_cli(fd, " Compilation  : %s\n", __DATE__);
+  ast_cli(fd, "              : %s\n", __TIME__);
+  ast_cli(fd, "Build with\n");
+  ast_cli(fd, " Gcc          : V%d.%d\n", __GNUC__, __GNUC_MINOR__);
+  ast_cli(fd, " Arch         : %u bits\n", static_cast<unsigned int>(sizeof(void *) * CHAR_BIT));
+  ast_cli(fd, " Target       : %s\n", system_known ? system.machine : "Unknown");
+  ast_cli(fd, "              : by %s@%s\n", ast_build_user, ast_build_hostname);
+  ast_cli(fd, "              : on %s/%s %s\n", ast_build_machine, ast_build_os, ast_build_date);
+  ast_cli(fd, " Options sum  : %s\n", AST_BUILDOPT_SUM);
+  ast_cli(fd, "Running on\n");
+  ast_cli(fd, " Linux        : %s\n", os_release);
+  ast_cli(fd, " Asterisk     : V%s\n", ast_get_version());
+  ast_cli(fd, " UUID         : %s\n", uuid);
+  ast_cli(fd, " System name  : %s\n", ast_config_AST_SYSTEM_NAME);
+}
