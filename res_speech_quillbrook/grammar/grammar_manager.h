@@ -13,6 +13,16 @@
 
 class Grammar;
 
+// A grammar file that cannot be opened or read; `error` is the system's errno.
+class GrammarFileError : public std::runtime_error {
+public:
+  GrammarFileError(const std::string &filename, int error);
+  int error() const { return error_; }
+
+private:
+  int error_;
+};
+
 class GrammarManager {
 public:
   GrammarManager();
@@ -24,8 +34,9 @@ public:
   // the input of `match` too.
   void setNormalizeMode(int mode);
 
-  // Reads a grammar file and adds it, switched on, under `name`. Throws std::runtime_error when the file cannot be
-  // opened or read, or does not parse; the set is then unchanged.
+  // Reads a grammar file and adds it, switched on, under `name`. Throws GrammarFileError when the file is no readable
+  // regular file, and std::runtime_error, which tells line and column, when it does not parse; the set is then
+  // unchanged.
   void load(const std::string &name, const std::string &filename);
 
   // Takes over the grammars of another set, behind its own, each switched on, as if loaded here.

@@ -1,0 +1,135 @@
+#include "../session/entries.h"
+#include "../session/session.h"
+#include "../support/guard.h"
+#include "grammar_files.h"
+#include "property.h"
+
+namespace {
+
+// Runs a command on the session of `speech`. The host hangs up the caller on any result but 0, so a failure shows in
+// the log alone.
+template <typename Command>
+int run_command(const char *entry, struct ast_speech *speech, Command &&command) {
+  return guarded(entry, 0, [&] {
+    if (quillbrook_speech_t *session = quillbrook_session_of(speech)) {
+      command(*session);
+    }
+    return 0;
+  });
+}
+
+// Names are kept cut to the size of their field, and looked up in that form.
+bool is_name(const char (&kept)[QUILLBROOK_GRAMMAR_NAME_SIZE], const char *name) {
+  char cut[QUILLBROOK_GRAMMAR_NAME_SIZE];
+  copy_text(cut, name);
+  return strcmp(kept, cut) == 0;
+}
+
+void set_grammar_id(quillbrook_speech_t &session, const char *name) {
+  const MutexLock hold(session.grammar_lock);
+  copy_text(session.grammar_id, name);
+}
+
+// A path is a scheme, a colon and the rest, or a file alone. Two schemes mean something; the others are dropped.
+void load(quillbrook_speech_t &session, const char *name, const char *path) {
+  session_notice(&session, "load grammar %s = %s\n", name, path);
+  if (const char *colon = strchr(path, ':')) {
+    const char *rest = colon + 1;
+    if (quillbrook_begins_with(path, "builtin")) {
+      debug_log("builtin set :%s to %s.\n", path, name);
+      quillbrook_set_builtin(session, path);
+    } else if (quillbrook_begins_with(path, "property")) {
+      const char *equals = strchr(rest, '=');
+      const char *value = equals ? equals + 1 : name;
+      debug_log("Properties set :%s to %s.\n", rest, value);
+      if (quillbrook_set_property(session, rest, value)) {
+        return;
+      }
+      path = rest;
+      name = value;
+    } else {
+      path = rest;
+    }
+  }
+  quillbrook_load_files(session, name, path);
+}
+
+void unload(quillbrook_speech_t &session, const char *name) {
+  quillbrook_release_text(session.phrases);
+  {
+    const MutexLock hold(session.grammar_lock);
+    if (session.grammars.size()) {
+      session_notice(&session, "unload JSGF grammar %s\n", name);
+      session.grammars.unload(name);
+    }
+  }
+  if (is_name(session.config_name, name)) {
+    session_notice(&session, "free config grammar %s\n", name);
+    quillbrook_replace_config(session, nullptr);
+    session.config_name[0] = '\0';
+  }
+  if (is_name(session.context_name, name)) {
+    session_notice(&session, "clear context grammar %s\n", name);
+    session.context_text[0] = '\0';
+    session.context_name[0] = '\0';
+  }
+  session_notice(&session, "unload grammar %s\n", name);
+  if (is_name(session.grammar_id, name)) {
+    set_grammar_id(session, "");
+  }
+}
+
+void activate(quillbrook_speech_t &session, const char *name) {
+  session_notice(&session, "grammar %s\n", session.grammar_id);
+  session_notice(&session, "activate grammar %s\n", name);
+  {
+    const MutexLock hold(session.grammar_lock);
+    if (session.grammars.activate(name)) {
+      session_notice(&session, "JSGF grammar %s is active (%d active / %d loaded)\n", name,
+                     static_cast<int>(session.grammars.activeCount()), static_cast<int>(session.grammars.size()));
+    }
+  }
+  if (!session.grammar_id[0]) {
+    set_grammar_id(session, name);
+  }
+}
+
+void deactivate(quillbrook_speech_t &session, const char *name) {
+  session_notice(&session, "grammar %s\n", session.grammar_id);
+  session_notice(&session, "deactivate grammar %s\n", name);
+  {
+    const MutexLock hold(session.grammar_lock);
+    if (session.grammars.deactivate(name)) {
+      session_notice(&session, "JSGF grammar %s is not active (%d active / %d loaded)\n", name,
+                     static_cast<int>(session.grammars.activeCount()), static_cast<int>(session.grammars.size()));
+    }
+  }
+  if (session.engine->continuous) {
+    session_notice(&session, "mode continuous, not deactivate grammar with grammar_id=%s\n", session.grammar_id);
+  } else if (is_name(session.grammar_id, name)) {
+    session_notice(&session, "deactivate grammar clear the grammar_id=%s\n", session.grammar_id);
+    set_grammar_id(session, "");
+  }
+}
+
+}  // namespace
+
+int quillbrook_recog_load_grammar(struct ast_speech *speech, const char *grammar_name, const char *grammar_path) {
+  return run_command("quillbrook_recog_load_grammar", speech,
+                     [&](quillbrook_speech_t &session) { load(session, grammar_name, grammar_path); });
+}
+
+int quillbrook_recog_unload_grammar(struct ast_speech *speech, const char *grammar_name) {
+  return run_command("quillbrook_recog_unload_grammar", speech,
+                     [&](quillbrook_speech_t &session) { unload(session, grammar_name); });
+}
+
+int quillbrook_recog_activate_grammar(struct ast_speech *speech, const char *grammar_name) {
+  return run_command("quillbrook_recog_activate_grammar", speech,
+                     [&](quillbrook_speech_t &session) { activate(session, grammar_name); });
+}
+
+int quillbrook_recog_deactivate_grammar(struct ast_speech *speech, const char *grammar_name) {
+  return run_command("quillbrook_recog_deactivate_grammar", speech,
+                     [&](quillbrook_speech_t &session) { deactivate(session, grammar_name); });
+}

@@ -1,0 +1,129 @@
+#include "grammar_files.h"
+
+#include "../support/text_file.h"
+
+namespace {
+
+struct file_closer {
+  void operator()(FILE *file) const { fclose(file); }
+};
+using open_file = std::unique_ptr<FILE, file_closer>;
+
+bool ends_with(std::string_view text, std::string_view end) {
+  return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+// Called right after the failure, while errno tells of it.
+void warn_unreadable(const quillbrook_speech_t &session, const char *name, const char *path) {
+  ast_log(LOG_WARNING, "(%s) Cannot read grammar %s = %s: %s\n", session.name, name, path, strerror(errno));
+}
+
+// The rest of a file with a zero byte behind it, or null when there is no memory.
+char *read_blob(FILE *file) {
+  char *data = nullptr;
+  size_t data_size = 0;
+  for (size_t data_capacity = 512;; data_capacity *= 2) {
+    char *larger = host_realloc_text(data, data_capacity);
+    if (!larger) {
+      ast_log(LOG_ERROR, "Memory allocation error!\n");
+      ast_free(data);
+      return nullptr;
+    }
+    data = larger;
+    data_size += fread(data + data_size, 1, data_capacity - data_size, file);
+    if (data_size < data_capacity) {
+      data[data_size] = '\0';
+      return data;
+    }
+  }
+}
+
+void load_configuration(quillbrook_speech_t &session, const char *name, const char *path) {
+  debug_log("config detect :%s.\n", path);
+  const open_file file(open_regular_file(path));
+  if (!file) {
+    warn_unreadable(session, name, path);
+  }
+  quillbrook_replace_config(session, file ? read_blob(file.get()) : nullptr);
+  copy_text(session.config_name, name);
+}
+
+void load_context(quillbrook_speech_t &session, const char *name, const char *path) {
+  debug_log("context detect :%s.\n", path);
+  const open_file file(open_regular_file(path));
+  if (file) {
+    // One byte more than fits, so that a longer text is cut behind a whole character.
+    char text[QUILLBROOK_TEXT_SIZE + 1];
+    text[fread(text, 1, QUILLBROOK_TEXT_SIZE, file.get())] = '\0';
+    copy_text(session.context_text, text);
+  } else {
+    warn_unreadable(session, name, path);
+  }
+  copy_text(session.context_name, name);
+}
+
+// The reason of a failed load as the operator needs it.
+std::string reason_of(const std::exception &failure) {
+  std::string reason = failure.what();
+  if (const auto *file_error = dynamic_cast<const GrammarFileError *>(&failure)) {
+    reason += ": ";
+    reason += strerror(file_error->error());
+  }
+  return reason;
+}
+
+void load_jsgf(quillbrook_speech_t &session, const char *name, const char *path) {
+  session_notice(&session, "load JSGF grammar %s = %s\n", name, path);
+  // Parsing a large grammar takes a while, and a match that needs the lock may be waiting.
+  GrammarManager loaded;
+  loaded.setNormalizeMode(session.engine->normalize_phrases);
+  try {
+    loaded.load(name, path);
+  } catch (const std::exception &failure) {
+    ast_log(LOG_ERROR, "(%s) Cannot load JSGF grammar %s = %s: %s\n", session.name, name, path,
+            reason_of(failure).c_str());
+    return;
+  }
+  const MutexLock hold(session.grammar_lock);
+  session.grammars.setNormalizeMode(session.engine->normalize_phrases);
+  session.grammars.adopt(std::move(loaded));
+}
+
+void load_phrases(quillbrook_speech_t &session, const char *name, const char *path) {
+  session_notice(&session, "load TEXT grammar %s = %s\n", name, path);
+  quillbrook_release_text(session.phrases);
+  session.phrases = load_file_to_string(path);
+  if (!session.phrases) {
+    warn_unreadable(session, name, path);
+  }
+}
+
+}  // namespace
+
+void quillbrook_load_files(quillbrook_speech_t &session, const char *name, const char *path) {
+  if (strstr(path, "/configuration_")) {
+    load_configuration(session, name, path);
+  }
+  if (strstr(path, "/context_")) {
+    load_context(session, name, path);
+  }
+  if (ends_with(path, ".jsgf")) {
+    load_jsgf(session, name, path);
+  }
+  if (ends_with(path, ".txt")) {
+    load_phrases(session, name, path);
+  }
+}
+
+void quillbrook_replace_config(quillbrook_speech_t &session, char *text) {
+  char *former = session.config_pointer;
+  session.config_pointer = text;
+  if (!former) {
+    return;
+  }
+  if (session.context1) {
+    session.retired_configs.push_back(former);
+  } else {
+    ast_free(former);
+  }
+}

@@ -1,0 +1,20 @@
+// The files that the dialplan loads for a session. What a file is for is told by its path, and one file may serve
+// twice:
+//
+//   .../configuration_...   settings for the plugin, as they stand
+//   .../context_...         a text for the provider, up to 2,047 bytes
+//   ....jsgf                a grammar
+//   ....txt                 phrases to expect, used while no grammar has words
+#ifndef QUILLBROOK_GRAMMAR_GRAMMAR_FILES_H
+#define QUILLBROOK_GRAMMAR_GRAMMAR_FILES_H
+
+#include "../session/session.h"
+
+// Loads `path` under `name` for all that it is for; nothing happens when it is for nothing. Failures are logged.
+void quillbrook_load_files(quillbrook_speech_t &session, const char *name, const char *path);
+
+// Makes `text`, a heap string or null, the session's configuration. The former one is released, or kept for as long as
+// the running recognition may look at it.
+void quillbrook_replace_config(quillbrook_speech_t &session, char *text);
+
+#endif

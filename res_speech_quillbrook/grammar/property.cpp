@@ -1,0 +1,128 @@
+#include "property.h"
+
+namespace {
+
+// A value as it was given, and what has been made of it.
+struct property_value {
+  const char *text;
+  char number[1000];  // the text without its unit
+  int timeout;        // milliseconds, or -1
+};
+
+// Single precision decides how "0.29s" is rounded, and truncation follows.
+int milliseconds(double number, float factor) {
+  const float product = static_cast<float>(number) * factor;
+  constexpr float TOO_LARGE = 2147483648.0F;
+  return product < TOO_LARGE ? static_cast<int>(product) : INT_MAX;
+}
+
+property_value read_value(const char *text) {
+  property_value value{text, "", -1};
+  copy_text(value.number, text);
+  char *unit = strchr(value.number, 's');
+  if (value.number[0] < '0' || value.number[0] > '9' || !unit) {
+    return value;
+  }
+  float factor = 1000.0F;
+  if (unit[-1] == 'm') {
+    --unit;
+    factor = 1.0F;
+  }
+  *unit = '\0';
+  value.timeout = milliseconds(atof(value.number), factor);
+  return value;
+}
+
+void store_speed(quillbrook_speech_t &session, const property_value &value) {
+  session.speedvsaccuracy = static_cast<float>(atof(value.number));
+}
+
+// A running recognition reads some of the timeouts.
+template <int quillbrook_speech_t::*Field>
+void store_timeout(quillbrook_speech_t &session, const property_value &value) {
+  shared_store(session.*Field, value.timeout);
+}
+
+void store_tag(quillbrook_speech_t &session, const property_value &value) {
+  copy_text(session.loggingtag, value.text);
+}
+
+// A model that begins with a question mark is a template, which the dialplan completes.
+bool model_is_open(const quillbrook_speech_t &session) {
+  return session.model[0] == '?';
+}
+
+void store_language(quillbrook_speech_t &session, const property_value &value) {
+  if (model_is_open(session)) {
+    copy_text(session.model, value.text);
+  }
+  debug_log("Model set :%s\n", session.model);
+}
+
+void store_voice(quillbrook_speech_t &session, const property_value &value) {
+  if (model_is_open(session)) {
+    copy_text(session.voice, value.text);
+  }
+  debug_log("Use voice :%s\n", session.voice);
+}
+
+struct property {
+  const char *name;
+  void (*store)(quillbrook_speech_t &session, const property_value &value);
+};
+
+constexpr property PROPERTIES[] = {
+    {"Speed-vs-Accuracy", store_speed},
+    {"Max-Speech-Timeout", store_timeout<&quillbrook_speech_t::maxspeechtimeout>},
+    {"Recognition-Timeout", store_timeout<&quillbrook_speech_t::maxspeechtimeout>},
+    {"Min-Speech-Timeout", store_timeout<&quillbrook_speech_t::minspeechtimeout>},
+    {"Speech-Complete-Timeout", store_timeout<&quillbrook_speech_t::completetimeout>},
+    {"Speech-Incomplete-Timeout", store_timeout<&quillbrook_speech_t::incompletetimeout>},
+    {"Speech-Timeout", store_timeout<&quillbrook_speech_t::speechtimeout>},
+    {"Extended-Timeout", store_timeout<&quillbrook_speech_t::extendedtimeout>},
+    {"Early-Timeout", store_timeout<&quillbrook_speech_t::earlyspeechtimeout>},
+    {"Logging-Tag", store_tag},
+    {"Speech-Language", store_language},
+    {"Speech-Voice", store_voice},
+};
+
+struct builtin_form {
+  const char *prefix;
+  bool whole_path;  // the value is the path itself, not what is behind the prefix
+  char (quillbrook_speech_t::*field)[QUILLBROOK_TEXT_SIZE];
+  const char *log_line;
+};
+
+constexpr builtin_form BUILTIN_FORMS[] = {
+    {"builtin:grammar/model=", false, &quillbrook_speech_t::model, "Model set :%s\n"},
+    {"builtin:grammar/configuration=", false, &quillbrook_speech_t::configuration, "Configuration set :%s\n"},
+    {"builtin:grammar/text=", false, &quillbrook_speech_t::model, "Model set :%s\n"},
+    {"builtin:grammar/transcribe?lang=", false, &quillbrook_speech_t::model, "Model set :  %s\n"},
+    {"builtin:speec", true, &quillbrook_speech_t::model, "Model set : %s\n"},
+};
+
+}  // namespace
+
+bool quillbrook_begins_with(const char *text, const char *prefix) {
+  return strncmp(text, prefix, strlen(prefix)) == 0;
+}
+
+bool quillbrook_set_property(quillbrook_speech_t &session, const char *text, const char *value) {
+  for (const property &row : PROPERTIES) {
+    if (quillbrook_begins_with(text, row.name)) {
+      debug_log("Property set :%s.\n", value);
+      row.store(session, read_value(value));
+      return true;
+    }
+  }
+  return false;
+}
+
+void quillbrook_set_builtin(quillbrook_speech_t &session, const char *path) {
+  for (const builtin_form &form : BUILTIN_FORMS) {
+    if (quillbrook_begins_with(path, form.prefix)) {
+      copy_text(session.*form.field, form.whole_path ? path : path + strlen(form.prefix));
+      debug_log(form.log_line, session.*form.field);
+    }
+  }
+}
