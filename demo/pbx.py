@@ -6,9 +6,8 @@ Asterisk is read but its modules and its sounds.
 
     with PrivatePbx(build, quillbrook_conf="[general]\\n") as pbx:
         pbx.load_module("res_speech_quillbrook.so")
-        call = pbx.call(["SpeechCreate(quillbrook)", ...])
-        call.wait()
-        print(call.lines)
+        call = pbx.call(["SpeechCreate(quillbrook)", report("error=${ERROR}")])
+        print(call.wait())
 """
 
 import contextlib
@@ -59,21 +58,21 @@ class LogLine:
 
 
 class Call:
-    """A call that was placed. Its dialplan reports by `Verbose(1,R ${CONTEXT}: text)`."""
+    """A call that was placed. Its two dialplans report by `report("text")`."""
 
     def __init__(self, pbx, number):
         self.pbx = pbx
         self.context = f"call-{number}"
-        self._mark = f"R {self.context}: "
+        self.talker = f"talk-{number}"
 
-    @property
-    def reports(self):
-        """The log lines that the call's dialplan wrote, without their mark."""
-        return [line for line in self.pbx.log() if line.text.startswith(self._mark)]
+    def reports(self, context=None):
+        """What the dialplan of the listening leg reported, or of the given leg: (seconds since the epoch, text)."""
+        mark = f"R {context or self.context}: "
+        return [(line.time, line.text[len(mark):]) for line in self.pbx.log() if line.text.startswith(mark)]
 
     @property
     def lines(self):
-        return [line.text[len(self._mark):] for line in self.reports]
+        return [text for _, text in self.reports()]
 
     @property
     def ended(self):
@@ -110,7 +109,7 @@ class PrivatePbx:
         self._environment = dict(environment or {})
         self._keep = keep
         self._process = None
-        self._calls = []
+        self._calls = 0
         self._dialplan = {}
         self._log_bytes = 0
         self._log_rest = b""
@@ -243,13 +242,12 @@ class PrivatePbx:
 
         The listening leg ends with its steps, and the talking one with it.
         """
-        call = Call(self, len(self._calls) + 1)
-        self._calls.append(call)
-        talker = list(talker if talker is not None else SILENT_TALKER)
-        self._dialplan[call.context] = {
-            "s": list(steps), "h": [*at_hangup, "Verbose(1,R ${CONTEXT}: end)"], "talk": ["Answer()", *talker]}
+        self._calls += 1
+        call = Call(self, self._calls)
+        self._dialplan[call.context] = {"s": list(steps), "h": [*at_hangup, report("end")]}
+        self._dialplan[call.talker] = {"s": ["Answer()", *(SILENT_TALKER if talker is None else talker)]}
         self._write_dialplan()
-        self.cli(f"channel originate Local/talk@{call.context} extension s@{call.context}")
+        self.cli(f"channel originate Local/s@{call.talker} extension s@{call.context}")
         return call
 
     def _write_dialplan(self):
@@ -263,10 +261,10 @@ class PrivatePbx:
         self.cli("dialplan reload")
 
     def channel_of(self, context):
-        """The channel whose dialplan runs in the context's extension s."""
+        """The channel whose dialplan runs in the context."""
         for line in self.cli("core show channels concise").splitlines():
             fields = line.split("!")
-            if len(fields) > 2 and fields[1] == context and fields[2] != "talk":
+            if len(fields) > 1 and fields[1] == context:
                 return fields[0]
         raise PbxError(f"no channel runs {context}")
 
@@ -314,6 +312,11 @@ def asterisk():
     if not path:
         raise PbxError("asterisk is not installed: run setup/packages.sh")
     return path
+
+
+def report(text):
+    """A dialplan step that writes the text where `Call.reports` finds it."""
+    return f"Verbose(1,R ${{CONTEXT}}: {text})"
 
 
 def escape_dialplan(step):

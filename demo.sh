@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Recognises recorded human speech on real calls: installs what is missing, builds, and places calls on a private PBX.
+#
+# Usage: ./demo.sh              words out of short lists, from the PBX's own recorded prompts
+#        ./demo.sh FILE.wav     a recording of your own
+#
+# Works on Debian 12, as root where packages are missing. The build is kept in build/, so a second run takes seconds.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+build=$here/build
+
+fail() {
+  printf 'demo: %s\n' "$1" >&2
+  exit 1
+}
+
+for argument in "$@"; do
+  case $argument in
+    -h | --help)
+      sed -n '2,7s/^# \{0,1\}//p' "$0"
+      exit 0
+      ;;
+  esac
+done
+
+echo "demo: looking for the packages it needs"
+"$here/setup/packages.sh" demo
+
+echo "demo: building (a minute or two the first time, in build/)"
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+{ cmake -S "$here" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release && cmake --build "$build"; } >"$log" 2>&1 || {
+  tail -n 40 "$log" >&2
+  fail "the build failed, see above. A build/ folder from elsewhere is a common cause: remove it and run this again."
+}
+rm -f "$log"
+
+exec python3 "$here/demo/demo.py" --build "$build" "$@"
