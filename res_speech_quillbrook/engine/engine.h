@@ -57,10 +57,13 @@ struct quillbrook_engine_t {
 };
 
 constexpr int QUILLBROOK_ENGINES = 100;
+// The default engine's name in the host; a profile's is "quillbrook:NAME".
+inline constexpr char QUILLBROOK_ENGINE_NAME[] = "quillbrook";
 // Bytes for the name of a host engine, its zero included; it bounds a profile's name.
 constexpr int QUILLBROOK_ENGINE_NAME_SIZE = 100;
 constexpr int QUILLBROOK_PROFILE_NAME_MAX =
-    QUILLBROOK_ENGINE_NAME_SIZE - 1 - static_cast<int>(sizeof("quillbrook:") - 1);
+    QUILLBROOK_ENGINE_NAME_SIZE - 1 - static_cast<int>(sizeof(QUILLBROOK_ENGINE_NAME));
+constexpr int QUILLBROOK_DEFAULT_THRESHOLD = 150;
 
 extern quillbrook_engine_t quillbrook_engine[QUILLBROOK_ENGINES];
 
@@ -71,8 +74,15 @@ extern char *profiles;             // working copy of the profile list while the
 extern int quillbrook_webenabled;  // the metrics URI is wanted
 extern int quillbrook_webregged;   // the metrics URI is linked
 
-// The name by which the host knows the engine of an entry; `index` 0 is the default engine.
-void quillbrook_engine_host_name(int index, char *name, size_t size);
+// Zeroes the table and gives the module's settings their initial values. Done at each load and not only by the
+// loader of shared objects: the library may have stayed in memory since an earlier load.
+void quillbrook_engine_table_init();
+
+// Releases the texts of an entry and clears them.
+void quillbrook_engine_release_texts(quillbrook_engine_t &engine);
+
+// The name by which the host knows the engine of an entry of the table.
+void quillbrook_engine_host_name(const quillbrook_engine_t &engine, char *name, size_t size);
 
 // Calls `visit(engine, index)` for the entries from 1 up to the first empty name.
 template <typename Visit>

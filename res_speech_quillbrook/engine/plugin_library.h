@@ -1,0 +1,23 @@
+// The shared object behind an engine: where it is looked for, and the functions found in it.
+#ifndef QUILLBROOK_ENGINE_PLUGIN_LIBRARY_H
+#define QUILLBROOK_ENGINE_PLUGIN_LIBRARY_H
+
+#include "engine.h"
+
+// Where plugins are installed.
+inline constexpr char QUILLBROOK_PLUGIN_DIRECTORY[] = "/usr/lib/quillbrook";
+// Bytes for the path of a plugin, its zero included.
+constexpr size_t QUILLBROOK_PLUGIN_PATH_SIZE = 2000;
+
+// The path of the plugin `plugin_name`: none given is the dummy plugin; a name that begins with "/" or "." stands as it
+// is; any other is looked for in the plugin directory. False when the path does not fit.
+bool quillbrook_plugin_filename(char *path, size_t size, const char *plugin_name);
+
+// Opens the entry's plugin and looks up its three functions. False after an ERROR line that names what is missing; the
+// handle is then closed and the entry has none.
+bool quillbrook_plugin_open(quillbrook_engine_t &engine);
+
+// Closes the entry's plugin, if it has one, and clears its functions. 0, or the result of dlclose.
+int quillbrook_plugin_close(quillbrook_engine_t &engine);
+
+#endif
