@@ -115,8 +115,9 @@ struct quillbrook_speech_t {
   // Not told to plugins or the host.
   Mutex result_lock;
   Mutex grammar_lock;
-  int stream_phase;    // quillbrook_stream_phase; shared between the two streaming threads of twin mode
-  int digits_pending;  // digits were reported since the last start. Dialplan thread only
+  int stream_phase;         // quillbrook_stream_phase; shared between the two streaming threads of twin mode
+  int digits_pending;       // digits were reported since the last start. Dialplan thread only
+  int incomplete_reported;  // the incomplete error of the present silence is out. Written under result_lock
   std::vector<char *> retired_configs;  // former config_pointers that the running recognition still points at
 };
 

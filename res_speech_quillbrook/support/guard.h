@@ -2,6 +2,8 @@
 #ifndef QUILLBROOK_SUPPORT_GUARD_H
 #define QUILLBROOK_SUPPORT_GUARD_H
 
+#include <cxxabi.h>
+
 #include "../host.h"
 
 // Runs `body` and gives its result; an exception is logged at ERROR with the name of the entry, and `failed` is the
@@ -10,8 +12,12 @@ template <typename Result, typename Body>
 Result guarded(const char *entry, Result failed, Body &&body) {
   try {
     return body();
+  } catch (const abi::__forced_unwind &) {
+    throw;
   } catch (const std::exception &error) {
     ast_log(LOG_ERROR, "%s: %s\n", entry, error.what());
+  } catch (...) {
+    ast_log(LOG_ERROR, "%s: unknown exception\n", entry);
   }
   return failed;
 }

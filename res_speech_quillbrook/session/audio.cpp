@@ -1,0 +1,69 @@
+#include "../support/guard.h"
+#include "entries.h"
+#include "session.h"
+
+namespace {
+
+// One frame of the host, in a buffer on the stack: the host's offset, and 200 ms of signed linear audio at 8 kHz.
+constexpr int FRAME_WORDS = 1632;
+constexpr int FRAME_BYTES_MAX = FRAME_WORDS * 2 - AST_FRIENDLY_OFFSET;
+
+void measure_silence(quillbrook_speech_t *session, struct ast_frame *frame) {
+  if (!session->dsp) {
+    return;
+  }
+  int silence = 0;
+  if (session->engine->dsp) {
+    silence = session->silence;
+    ast_dsp_silence(session->dsp, frame, &silence);
+  }
+  shared_store(session->silence, silence);
+}
+
+void append_to_stream(quillbrook_speech_t *session, struct ast_frame *frame) {
+  HostMutexLock held(session->lock);
+  if (frame->samples < 1) {
+    return;
+  }
+  if (!session->file) {
+    session_notice(session, "Write with file closed!\n");
+    return;
+  }
+  ast_writestream(session->file, frame);
+  fflush(session->file->f);  // the plugin reads the file while it grows
+}
+
+void write_piece(quillbrook_speech_t *session, const char *data, int length) {
+  int16_t buffer[FRAME_WORDS];
+  char *audio = reinterpret_cast<char *>(buffer) + AST_FRIENDLY_OFFSET;
+  memcpy(audio, data, static_cast<size_t>(length));
+
+  struct ast_frame frame = {};
+  frame.frametype = AST_FRAME_VOICE;
+  frame.subclass.format = ast_format_slin;
+  frame.datalen = length;
+  frame.samples = length / 2;
+  frame.offset = AST_FRIENDLY_OFFSET;
+  frame.src = "QuillBrook";
+  frame.data.ptr = audio;
+
+  measure_silence(session, &frame);
+  append_to_stream(session, &frame);
+}
+
+}  // namespace
+
+int quillbrook_recog_write(struct ast_speech *speech, void *data, int len) {
+  return guarded("quillbrook_recog_write", 0, [=] {
+    quillbrook_speech_t *session = quillbrook_session_of(speech);
+    const char *audio = static_cast<const char *>(data);
+    // Telephones may send packets of half a second: such a frame goes in pieces.
+    for (int left = len; left > 0;) {
+      const int piece = std::min(left, FRAME_BYTES_MAX);
+      write_piece(session, audio, piece);
+      audio += piece;
+      left -= piece;
+    }
+    return 0;
+  });
+}

@@ -1,0 +1,166 @@
+#include "../ops/statistics.h"
+#include "../support/cli.h"
+#include "../support/guard.h"
+#include "entries.h"
+#include "session.h"
+
+namespace {
+
+// Bytes that a companion command may print into a session's field, and the tag's longest form in the name.
+constexpr size_t TAG_SIZE = 150;
+constexpr char NAME_PREFIX[] = "QBK-";
+constexpr size_t NAME_PREFIX_LENGTH = sizeof(NAME_PREFIX) - 1;
+
+// The table entry that serves the host's engine of that name; null when no profile has it.
+quillbrook_engine_t *find_engine(const char *engine_name, const char *&profile) {
+  profile = engine_name;
+  const char *colon = strchr(engine_name, ':');
+  if (!colon) {
+    return &quillbrook_engine[0];
+  }
+  profile = colon + 1;
+  for (int index = 1; index < QUILLBROOK_ENGINES && quillbrook_engine[index].name[0]; ++index) {
+    debug_notice("Search profile %s = %s\n", engine_name, quillbrook_engine[index].name);
+    if (strcmp(quillbrook_engine[index].name, profile) == 0) {
+      return &quillbrook_engine[index];
+    }
+  }
+  return nullptr;
+}
+
+void log_engine(const quillbrook_engine_t &engine, const char *profile, const char *provider) {
+  if (!debug) {
+    return;
+  }
+  const int index = static_cast<int>(&engine - quillbrook_engine);
+  ast_log(LOG_DEBUG, "Speech profile %s (provider %s, index %d)\n", profile, provider, index);
+  ast_log(LOG_DEBUG, "- profile %s\n", engine.name);
+  ast_log(LOG_DEBUG, "- plugin %s\n", shown(engine.plugin_name));
+  ast_log(LOG_DEBUG, "- url %s\n", shown(engine.ws_url));
+  ast_log(LOG_DEBUG, "- model %s\n", shown(engine.ws_model));
+  ast_log(LOG_DEBUG, "- language %s\n", shown(engine.ws_language));
+  ast_log(LOG_DEBUG, "- voice %s\n", shown(engine.ws_voice));
+  ast_log(LOG_DEBUG, "- configuration %s\n", shown(engine.ws_configuration));
+  ast_log(LOG_DEBUG, "- context %s\n", shown(engine.ws_context));
+  ast_log(LOG_DEBUG, "- phrases %s\n", shown(engine.ws_phrases));
+  ast_log(LOG_DEBUG, "- extra %s\n", shown(engine.ws_extra));
+}
+
+void log_defaults(const quillbrook_speech_t *session) {
+  const quillbrook_engine_t &engine = *session->engine;
+  session_notice(session, "Create speech resource default url %s\n", shown(engine.ws_url));
+  session_notice(session, "Create speech resource default model %s\n", shown(engine.ws_model));
+  session_notice(session, "Create speech resource default language %s\n", shown(engine.ws_language));
+  session_notice(session, "Create speech resource default voice %s\n", shown(engine.ws_voice));
+  session_notice(session, "Create speech resource default configuration %s\n", shown(engine.ws_configuration));
+  session_notice(session, "Create speech resource default context %s\n", shown(engine.ws_context));
+  session_notice(session, "Create speech resource default phrases %s\n", shown(engine.ws_phrases));
+  session_notice(session, "Create speech resource default extra %s\n", shown(engine.ws_extra));
+}
+
+// Asks the companion application for a value of the call that runs on this thread. A value holds no control character;
+// what does is an error text of the host's ("No such command ..."), which the 13 series reports as a success. The
+// result then stays empty.
+template <size_t CommandSize>
+void ask_companion(const char (&command)[CommandSize], char *result, int max) {
+  char writable[CommandSize];
+  memcpy(writable, command, CommandSize);
+  cli(writable, result, max);
+  for (const char *c = result; *c; ++c) {
+    if (static_cast<unsigned char>(*c) < 0x20 || *c == 0x7F) {
+      result[0] = '\0';
+      return;
+    }
+  }
+}
+
+void take_engine_settings(quillbrook_speech_t *session) {
+  const quillbrook_engine_t &engine = *session->engine;
+  copy_text(session->model, engine.ws_model);
+  copy_text(session->language, engine.ws_language);
+  copy_text(session->voice, engine.ws_voice);
+  copy_text(session->configuration, engine.ws_configuration);
+  copy_text(session->context, engine.ws_context);
+  copy_text(session->extra, engine.ws_extra);
+  session->phrases = engine.ws_phrases ? ast_strdup(engine.ws_phrases) : nullptr;
+  session->timeouts = engine.timeouts;
+  session->speedvsaccuracy = engine.speedvsaccuracy;
+  session->minspeechtimeout = engine.minspeechtimeout;
+  session->maxspeechtimeout = engine.maxspeechtimeout;
+  session->completetimeout = engine.completetimeout;
+  session->incompletetimeout = engine.incompletetimeout;
+  session->speechtimeout = engine.speechtimeout;
+  session->extendedtimeout = engine.extendedtimeout;
+  session->earlyspeechtimeout = engine.earlyspeechtimeout;
+  session->providertimeout = engine.providertimeout;
+}
+
+// The tag of the call makes the name of the session, when the engine asks for it and there is one.
+void name_session(quillbrook_speech_t *session) {
+  char tag[TAG_SIZE] = "";
+  if (session->engine->logtag) {
+    ask_companion("tandrel show session threadid tag", tag, TAG_SIZE - 1);
+    session_notice(session, "Use logtag with value: %s\n", tag);
+  }
+  if (tag[0]) {
+    memcpy(session->name, NAME_PREFIX, NAME_PREFIX_LENGTH);
+    copy_text(session->name + NAME_PREFIX_LENGTH, sizeof(session->name) - NAME_PREFIX_LENGTH, tag);
+  } else {
+    snprintf(session->name, sizeof(session->name), "%s%p", NAME_PREFIX, static_cast<void *>(session));
+  }
+}
+
+void choose_loggingtag(quillbrook_speech_t *session) {
+  const char *source = session->engine->loggingtag;
+  if (!source) {
+    return;
+  }
+  if (strcmp(source, "uniqueid") == 0) {
+    copy_text(session->loggingtag, session->uniqueid);
+  } else if (strcmp(source, "remote") == 0) {
+    copy_text(session->loggingtag, session->mark);
+  } else if (strcmp(source, "param") == 0) {
+    ask_companion("tandrel show session threadid param", session->loggingtag, sizeof(session->loggingtag) - 1);
+  } else {
+    copy_text(session->loggingtag, source);
+  }
+}
+
+int create(struct ast_speech *speech) {
+  const char *engine_name = speech->engine->name;
+  notice("(?) Create speech resource : %s\n", engine_name);
+  const char *profile;
+  quillbrook_engine_t *engine = find_engine(engine_name, profile);
+  if (!engine) {
+    ast_log(LOG_ERROR, "No profile %s behind the engine %s\n", profile, engine_name);
+    return -1;
+  }
+  log_engine(*engine, profile, engine_name);
+
+  void *memory = ast_calloc(1, sizeof(quillbrook_speech_t));
+  if (!memory) {
+    ast_log(LOG_ERROR, "Cannot allocate speech context!\n");
+    return -1;
+  }
+  auto *session = new (memory) quillbrook_speech_t();
+  quillbrook_statistics_session_start();
+  ast_mutex_init(&session->lock);
+  session->engine = engine;
+  take_engine_settings(session);
+  ask_companion("tandrel show session threadid uniqueid", session->uniqueid, sizeof(session->uniqueid) - 1);
+  ask_companion("tandrel show session threadid remote", session->mark, sizeof(session->mark) - 1);
+  name_session(session);
+  choose_loggingtag(session);
+  str_fifo_init(&session->last_results);
+  // Kept until destroy, so that the host refuses to unload the module under a live call.
+  ast_module_ref(host_module_self());
+  shared_store(speech->data, static_cast<void *>(session));
+  log_defaults(session);
+  return 0;
+}
+
+}  // namespace
+
+int quillbrook_recog_create(struct ast_speech *speech, struct ast_format *) {
+  return guarded("quillbrook_recog_create", -1, [=] { return create(speech); });
+}

@@ -1,0 +1,73 @@
+#include "../ops/statistics.h"
+#include "../result/result_file.h"
+#include "../support/guard.h"
+#include "entries.h"
+#include "recognition.h"
+
+namespace {
+
+void end_recognition(quillbrook_speech_t *session) {
+  session_notice(session, "Stop the process\n");
+  quillbrook_stop_plugin(session);
+  if (shared_load(session->context1->hangup) != QUILLBROOK_HANGUP_STOPPED) {
+    ast_log(LOG_ERROR, "Cannot stop the plugin, time!\n");
+  }
+  quillbrook_join_threads(session);
+  quillbrook_release_contexts(session);
+}
+
+void remove_result_files(quillbrook_speech_t *session) {
+  const quillbrook_engine_t &engine = *session->engine;
+  if (engine.keepfiles) {
+    return;
+  }
+  if (!engine.returnjson && !engine.returnnlsml) {
+    notice("Not result file set, pass text result.\n");
+    return;
+  }
+  const char *extension = engine.returnjson ? "json" : "xml";
+  char path[QUILLBROOK_RESULT_PATH_SIZE];
+  quillbrook_result_path(path, session->name, extension);
+  notice("Remove result file %s.\n", path);
+  unlink(path);
+  for (int number = 1; number <= session->counter_result; ++number) {
+    quillbrook_result_path(path, session->name, number, extension);
+    unlink(path);
+  }
+}
+
+void release_session(quillbrook_speech_t *session) {
+  str_fifo_destroy(&session->last_results);
+  for (char **text : {&session->text, &session->text_interim, &session->json, &session->interpretation,
+                      &session->phrases, &session->config_pointer}) {
+    quillbrook_release_text(*text);
+  }
+  for (char *retired : session->retired_configs) {
+    ast_free(retired);
+  }
+  ast_mutex_destroy(&session->lock);
+  session->~quillbrook_speech_t();
+  ast_free(session);
+}
+
+}  // namespace
+
+int quillbrook_recog_destroy(struct ast_speech *speech) {
+  return guarded("quillbrook_recog_destroy", 0, [=] {
+    quillbrook_speech_t *session = quillbrook_session_of(speech);
+    session_notice(session, "Destroy speech resource\n");
+    // From here on the callback finds no session and refuses, so nothing reaches what is taken apart below.
+    shared_store(speech->data, static_cast<void *>(nullptr));
+    quillbrook_statistics_session_stop();
+    // The stream stops growing before the plugin is told to stop.
+    quillbrook_close_stream(session);
+    if (session->context1) {
+      end_recognition(session);
+    }
+    remove_result_files(session);
+    quillbrook_release_dsp(session);
+    release_session(session);
+    ast_module_unref(host_module_self());
+    return 0;
+  });
+}

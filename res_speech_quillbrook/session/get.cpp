@@ -1,0 +1,135 @@
+#include "../result/callback.h"
+#include "../support/guard.h"
+#include "entries.h"
+#include "recognition.h"
+#include "state.h"
+
+namespace {
+
+// How long a hung up call waits for the plugin's final report: milliseconds in all, and microseconds between two looks.
+constexpr int REPORT_LIMIT = 2000;
+constexpr useconds_t REPORT_POLL = 10000;
+
+int quillbrook_match_uniqueid(void *obj, void *, void *data, int) {
+  const char *uniqueid = ast_channel_uniqueid(static_cast<struct ast_channel *>(obj));
+  return strcmp(uniqueid, static_cast<const char *>(data)) == 0 ? CMP_MATCH | CMP_STOP : 0;
+}
+
+// 1 when a channel of that unique id exists and its call has been hung up, else 0.
+int quillbrook_channel_hungup(const char *uniqueid) {
+  if (!uniqueid || !uniqueid[0]) {
+    return 0;
+  }
+  struct ast_channel *channel =
+      ast_channel_callback(quillbrook_match_uniqueid, nullptr, const_cast<char *>(uniqueid), 0);
+  if (!channel) {
+    return 0;
+  }
+  const int hungup = ast_check_hangup(channel) ? 1 : 0;
+  host_channel_release(channel);
+  return hungup;
+}
+
+int queued(quillbrook_speech_t *session) {
+  return static_cast<int>(str_fifo_count(&session->last_results));
+}
+
+bool stream_is_open(quillbrook_speech_t *session) {
+  HostMutexLock held(session->lock);
+  return session->file != nullptr;
+}
+
+bool must_wait_for_report(quillbrook_speech_t *session) {
+  const quillbrook_engine_t &engine = *session->engine;
+  return engine.continuous && engine.waitclose && queued(session) == 0 && session->context1 &&
+         !shared_load(session->plugin_closed) && quillbrook_channel_hungup(session->uniqueid);
+}
+
+void wait_for_report(quillbrook_speech_t *session) {
+  session_notice(session, "Hangup: stop the plugin and wait for its final report.\n");
+  quillbrook_stop_plugin(session);
+  for (int waited = 0; !shared_load(session->plugin_closed) && waited < REPORT_LIMIT; waited += REPORT_POLL / 1000) {
+    usleep(REPORT_POLL);
+  }
+  session_notice(session, "Final report %s (last_results=%d).\n",
+                 shared_load(session->plugin_closed) ? "received" : "not received", queued(session));
+}
+
+// A single-shot recognition ends with its first result.
+void end_recognition(quillbrook_speech_t *session) {
+  session_notice(session, "Stop the thread, close and remove file.\n");
+  if (session->context1) {
+    session_notice(session, "Send STOP to plugin.\n");
+    quillbrook_stop_plugin(session);
+    session_notice(session, "Waiting end of thread.\n");
+    quillbrook_join_threads(session);
+    session_notice(session, "Threads terminated.\n");
+    quillbrook_release_contexts(session);
+  }
+  quillbrook_release_dsp(session);
+}
+
+void set_state_by_queue(struct ast_speech *speech, quillbrook_speech_t *session)
+    QUILLBROOK_REQUIRES(session->result_lock) {
+  if (queued(session) > 0) {
+    session_notice(session, "Mode continuous : have more results...\n");
+    session_notice(session, "Set/keep state DONE\n");
+    ast_speech_change_state(speech, AST_SPEECH_STATE_DONE);
+  } else {
+    session_notice(session, "Mode continuous : reset state ready.\n");
+    quillbrook_set_ready(speech, session);
+  }
+}
+
+// The oldest result. The record is allocated before anything leaves the queue, so that without memory nothing is lost.
+struct ast_speech_result *take_result(struct ast_speech *speech, quillbrook_speech_t *session) {
+  auto *result = host_calloc<struct ast_speech_result>();
+  // Score, queue and state go together: in a continuous session the plugin reports on meanwhile.
+  MutexLock held(session->result_lock);
+  if (result) {
+    result->text = str_fifo_pop(&session->last_results);
+    if (!result->text) {
+      result->text = ast_strdup("error");
+    }
+    result->score = session->score;
+    session_notice(session, "Got last result (older one)!\n");
+    session_notice(session, "Get results: %s (%d%%)\n", shown(result->text), result->score);
+    session_notice(session, "Set flag HAVE_RESULTS.\n");
+    shared_set_bits(speech->flags, static_cast<unsigned int>(AST_SPEECH_HAVE_RESULTS));
+  }
+  if (session->engine->continuous) {
+    set_state_by_queue(speech, session);
+  }
+  return result;
+}
+
+struct ast_speech_result *get(struct ast_speech *speech, quillbrook_speech_t *session) {
+  const bool continuous = session->engine->continuous;
+  session_notice(session, "Get results: last_results=%d\n", queued(session));
+  if (!continuous) {
+    quillbrook_close_stream(session);
+  } else if (stream_is_open(session)) {
+    session_notice(session, "Mode continuous : don't close file.\n");
+  }
+  if (must_wait_for_report(session)) {
+    wait_for_report(session);
+  }
+  if (!continuous && queued(session) == 0) {
+    quillbrook_callback(session->context1, "", QUILLBROOK_SCORE_FINISH);
+  }
+  session_notice(session, "Get results:\n");
+  if (!continuous) {
+    end_recognition(session);
+  } else {
+    session_notice(session, "Mode continuous : don't stop thread.\n");
+    session_notice(session, "Mode continuous : don't free DSP.\n");
+  }
+  return take_result(speech, session);
+}
+
+}  // namespace
+
+struct ast_speech_result *quillbrook_recog_get(struct ast_speech *speech) {
+  return guarded("quillbrook_recog_get", static_cast<struct ast_speech_result *>(nullptr),
+                 [=] { return get(speech, quillbrook_session_of(speech)); });
+}

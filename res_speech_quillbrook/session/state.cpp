@@ -1,0 +1,16 @@
+#include "state.h"
+
+void quillbrook_queue_result(struct ast_speech *speech, quillbrook_speech_t *session, const char *result) {
+  str_fifo_push(&session->last_results, result);
+  quillbrook_set_done(speech, session);
+}
+
+void quillbrook_set_done(struct ast_speech *speech, quillbrook_speech_t *session) {
+  session_notice(session, "Set state DONE\n");
+  ast_speech_change_state(speech, AST_SPEECH_STATE_DONE);
+}
+
+void quillbrook_set_ready(struct ast_speech *speech, quillbrook_speech_t *session) {
+  session_notice(session, "Set state READY\n");
+  ast_speech_change_state(speech, AST_SPEECH_STATE_READY);
+}

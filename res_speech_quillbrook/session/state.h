@@ -1,0 +1,19 @@
+// The host's state of a speech object. A state is set together with what it says about the queue of results, under
+// result_lock, so that a READY never covers the DONE of a result that came in between.
+#ifndef QUILLBROOK_SESSION_STATE_H
+#define QUILLBROOK_SESSION_STATE_H
+
+#include "session.h"
+
+// Queues a result and announces it: the entry is there before the state says so.
+void quillbrook_queue_result(struct ast_speech *speech, quillbrook_speech_t *session, const char *result)
+    QUILLBROOK_REQUIRES(session->result_lock);
+
+// Announces that results wait.
+void quillbrook_set_done(struct ast_speech *speech, quillbrook_speech_t *session)
+    QUILLBROOK_REQUIRES(session->result_lock);
+
+void quillbrook_set_ready(struct ast_speech *speech, quillbrook_speech_t *session)
+    QUILLBROOK_REQUIRES(session->result_lock);
+
+#endif
