@@ -1,0 +1,150 @@
+// The road of a message: checks that need no more than a look, then, under the session's result_lock, the phases that
+// change something. The timers run before the message's own text is stored, so a call on which a timer fires does not
+// add its own words.
+
+#include "callback.h"
+
+#include "../ops/statistics.h"
+#include "../support/guard.h"
+#include "delivery.h"
+#include "endpointing.h"
+#include "message.h"
+#include "transcript.h"
+
+namespace {
+
+int text_length(const char *text) {
+  return text ? static_cast<int>(strlen(text)) : 0;
+}
+
+// The end of the plugin's session, where it is waited for, is a finish. False when there is nothing more to do.
+bool take_session_end(quillbrook_message &message) {
+  if (!message.session->engine->waitclose) {
+    trace(2, "CALLBACK: end of the plugin session (-200)\n");
+    return false;
+  }
+  session_notice(message.session, "Plugin session closed, finalize the result\n");
+  shared_store(message.session->plugin_closed, 1);
+  message.score = QUILLBROOK_SCORE_FINISH;
+  return true;
+}
+
+void report_bad_score(const quillbrook_message &message) {
+  const char *extra = static_cast<const char *>(message.context->extra_pointer);
+  if (verbose && host_verbosity_at_least(2)) {
+    __ast_verbose(__FILE__, __LINE__, __PRETTY_FUNCTION__, 2, "CALLBACK: text [%s] score=%d len=%d context=%s\n",
+                  shown(message.text), message.score, text_length(message.text), shown(extra));
+  }
+  ast_log(LOG_ERROR, "CALLBACK: text [%s] score=%d len=%d context=%s\n", shown(message.text), message.score,
+          text_length(message.text), shown(extra));
+}
+
+// A single-shot recognition has one result: what comes behind it is too late.
+bool is_too_late(const quillbrook_message &message) {
+  if (message.session->engine->continuous) {
+    return false;
+  }
+  const int count = static_cast<int>(str_fifo_count(&message.session->last_results));
+  if (count == 0) {
+    return false;
+  }
+  if (!message.text) {
+    trace(2, "CALLBACK: Too late, we have already a result! (%d)\n", count);
+  } else if (debug) {
+    ast_log(LOG_WARNING, "CALLBACK: Too late, we have already a result! (%d)\n", count);
+  }
+  return true;
+}
+
+void trace_state(const quillbrook_message &message) {
+  if (!debug || !host_verbosity_at_least(2)) {
+    return;
+  }
+  const quillbrook_context *context = message.context;
+  quillbrook_speech_t *session = message.session;
+  if (context->silence) {
+    trace(2, "CALLBACK: DSP silence=%d\n", shared_load(*context->silence));
+  }
+  trace(2, "CALLBACK: timeouts=%d\n", session->timeouts);
+  trace(2, "CALLBACK: timeout completetimeout=%d\n", shared_load(context->completetimeout));
+  trace(2, "CALLBACK: timeout incompletetimeout=%d\n", shared_load(context->incompletetimeout));
+  trace(2, "CALLBACK: timeout minspeechtimeout=%d\n", shared_load(session->minspeechtimeout));
+  trace(2, "CALLBACK: timeout maxspeechtimeout=%d\n", context->maxspeechtimeout);
+  trace(2, "CALLBACK: timeout speedvsaccuracy=%f\n", static_cast<double>(context->speedvsaccuracy));
+  trace(2, "CALLBACK: timeout speechtimeout=%d\n", shared_load(session->speechtimeout));
+  trace(2, "CALLBACK: timeout extendedtimeout=%d\n", shared_load(session->extendedtimeout));
+  trace(2, "CALLBACK: timeout earlyspeechtimeout=%d\n", shared_load(session->earlyspeechtimeout));
+  trace(2, "CALLBACK: timeout provider=%d\n", session->providertimeout);
+  trace(2, "CALLBACK: interpretation = %s\n", shown(session->interpretation));
+  trace(2, "CALLBACK: text = %s\n", shown(session->text));
+  trace(2, "CALLBACK: last_result = %d\n", static_cast<int>(str_fifo_count(&session->last_results)));
+}
+
+// The lock is taken ahead of the late gate, so that of two finishes at one time the second one finds the first one's
+// result.
+int process(quillbrook_message &message) {
+  MutexLock held(message.session->result_lock);
+  if (is_too_late(message)) {
+    return -1;
+  }
+  if (message.has_text()) {
+    quillbrook_statistics_message(message.score);
+  }
+  trace_state(message);
+
+  quillbrook_read_clock(message);
+  quillbrook_note_voice(message);
+  quillbrook_take_extras(message);
+  quillbrook_note_first_text(message);
+  quillbrook_run_timers(message);
+
+  if (quillbrook_is_repeated_interim(message)) {
+    return 0;
+  }
+  quillbrook_store_interim(message);
+  quillbrook_take_no_match(message);
+  quillbrook_append_final(message);
+
+  if (message.is_finish()) {
+    quillbrook_close_text(message);
+    quillbrook_deliver(message);
+  }
+  return 0;
+}
+
+int receive(quillbrook_context *context, const char *text, int score) {
+  trace(2, "\n\nCALLBACK: PROCESS\n\n");
+  if (!context) {
+    trace(2, "CALLBACK: Error, context is NULL?\n");
+    return -1;
+  }
+  trace(2, "CALLBACK: finalize = %d\n", shared_load(context->finalize));
+  auto *speech = static_cast<struct ast_speech *>(context->asterisk_pointer);
+  quillbrook_speech_t *session = quillbrook_session_of(speech);
+  if (!session) {
+    trace(2, "CALLBACK: No Quillbrook context...\n");
+    return -1;
+  }
+  if (text) {
+    trace(2, "CALLBACK: [%s] - score %d len=%d\n", text, score, text_length(text));
+  } else {
+    trace(2, "CALLBACK: [NULL] - score %d\n", score);
+  }
+
+  quillbrook_message message = {context, speech, session, text, score};
+  if (score == QUILLBROOK_SCORE_END) {
+    if (!take_session_end(message)) {
+      return 0;
+    }
+  } else if (score < QUILLBROOK_SCORE_FINISH) {
+    report_bad_score(message);
+    return -1;
+  }
+  return process(message);
+}
+
+}  // namespace
+
+int quillbrook_callback(quillbrook_context *context, const char *text, int score) {
+  return guarded("quillbrook_callback", -1, [=] { return receive(context, text, score); });
+}

@@ -1,0 +1,123 @@
+#include "delivery.h"
+
+#include "../session/state.h"
+#include "nlsml.h"
+#include "result_file.h"
+
+namespace {
+
+// `incompletetimeout` of a plugin that is told to finalise after its result is out.
+constexpr int TIMEOUT_AFTER_RESULT = 100;
+
+// Names the next result file of the session.
+void next_result_path(char (&path)[QUILLBROOK_RESULT_PATH_SIZE], quillbrook_speech_t *session, const char *extension) {
+  session->counter_result += 1;
+  quillbrook_result_path(path, session->name, session->counter_result, extension);
+  trace(2, "Set file result =%s\n", path);
+}
+
+void fail(const quillbrook_message &message, const char *path) QUILLBROOK_REQUIRES(message.session->result_lock) {
+  ast_log(LOG_ERROR, "(%s) Cannot create recognition result file : %s!\n", message.session->name, path);
+  quillbrook_queue_result(message.speech, message.session, "error");
+}
+
+void deliver_json(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
+  quillbrook_speech_t *session = message.session;
+  char path[QUILLBROOK_RESULT_PATH_SIZE];
+  next_result_path(path, session, "json");
+  const char *content = session->json ? session->json : session->text;
+  if (!quillbrook_write_result_file(path, [content](FILE *file) { fputs(content, file); })) {
+    fail(message, path);
+    return;
+  }
+  session_notice(session, "Recognition result: %s (with file %s)\n", session->text, path);
+  quillbrook_queue_result(message.speech, message.session, path);
+  // The next finish of a continuous session must not find this text again.
+  if (session->engine->continuous) {
+    quillbrook_release_text(session->text);
+  }
+}
+
+std::string grammar_id_of(quillbrook_speech_t *session) {
+  MutexLock held(session->grammar_lock);
+  return session->grammar_id;
+}
+
+// The tags of the session's grammars become the interpretation. A transcript that no active grammar accepts is no
+// match, whatever confidence the provider gave.
+void apply_grammars(quillbrook_speech_t *session) {
+  MutexLock held(session->grammar_lock);
+  if (!session->grammars.hasGrammar()) {
+    return;
+  }
+  const std::string rule = session->grammars.match(session->text);
+  trace(2, "JSGF input = %s\n", session->text);
+  if (rule.empty()) {
+    trace(2, "JSGF grammar no match !\n");
+    session->score = 0;
+    return;
+  }
+  trace(2, "JSGF grammar match = %s\n", rule.c_str());
+  quillbrook_release_text(session->interpretation);
+  session->interpretation = ast_strdup(rule.c_str());
+}
+
+void finalize_after_result(const quillbrook_message &message) {
+  const int hangup = shared_load(message.context->hangup);
+  trace(2, "CALLBACK: hangup recognize session %d\n", hangup);
+  if (message.session->engine->continuous && !hangup) {
+    session_notice(message.session, "Mode continuous : don't finalize.\n");
+    return;
+  }
+  shared_store(message.context->incompletetimeout, TIMEOUT_AFTER_RESULT);
+  shared_store(message.context->finalize, 1);
+}
+
+void deliver_nlsml(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
+  quillbrook_speech_t *session = message.session;
+  const std::string grammar_id = grammar_id_of(session);
+  session_notice(session, "grammar %s\n", grammar_id.c_str());
+  char path[QUILLBROOK_RESULT_PATH_SIZE];
+  next_result_path(path, session, "xml");
+  trace(2, "Use interpretation = %s\n", shown(session->interpretation));
+  trace(2, "Use text = %s\n", session->text);
+  apply_grammars(session);
+  const quillbrook_nlsml document = {grammar_id.c_str(), session->score, session->text, session->interpretation,
+                                     session->json};
+  if (quillbrook_write_result_file(path, [&document](FILE *file) { quillbrook_write_nlsml(file, document); })) {
+    session_notice(session, "Recognition result: %s (with file %s)\n", session->text, path);
+    str_fifo_push(&session->last_results, path);
+    session_notice(session, "Set last result : %d\n", static_cast<int>(str_fifo_count(&session->last_results)));
+    quillbrook_release_text(session->interpretation);
+    quillbrook_release_text(session->text);
+    session->scores_total = 0;
+    session->scores_count = 0;
+    quillbrook_set_done(message.speech, message.session);
+  } else {
+    fail(message, path);
+  }
+  finalize_after_result(message);
+}
+
+void deliver_text(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
+  quillbrook_speech_t *session = message.session;
+  session_notice(session, "Asterisk speech variable recognition result: %s\n", session->text);
+  quillbrook_queue_result(message.speech, message.session, session->text);
+  quillbrook_release_text(session->text);
+}
+
+}  // namespace
+
+void quillbrook_deliver(quillbrook_message &message) {
+  const quillbrook_speech_t *session = message.session;
+  if (!session->text || !session->text[0]) {
+    return;
+  }
+  if (session->engine->returnjson) {
+    deliver_json(message);
+  } else if (session->engine->returnnlsml) {
+    deliver_nlsml(message);
+  } else {
+    deliver_text(message);
+  }
+}

@@ -1,0 +1,63 @@
+#include "result_file.h"
+
+#include "../support/bounded_text.h"
+
+namespace {
+
+constexpr char PREFIX[] = "/tmp/quillbrook_";
+
+bool belongs_into_file_name(unsigned char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
+         c == '_' || c > 0x7F;
+}
+
+void build_path(char (&path)[QUILLBROOK_RESULT_PATH_SIZE], const char *name, const char *suffix) {
+  constexpr size_t prefix_length = sizeof(PREFIX) - 1;
+  memcpy(path, PREFIX, prefix_length);
+  char *target = path + prefix_length;
+  copy_text(target, sizeof(path) - prefix_length - strlen(suffix), name);
+  for (; *target; ++target) {
+    if (!belongs_into_file_name(static_cast<unsigned char>(*target))) {
+      *target = '_';
+    }
+  }
+  strcpy(target, suffix);
+}
+
+}  // namespace
+
+void quillbrook_result_path(char (&path)[QUILLBROOK_RESULT_PATH_SIZE], const char *name, int number,
+                            const char *extension) {
+  char suffix[24];
+  snprintf(suffix, sizeof(suffix), "_%d.%s", number, extension);
+  build_path(path, name, suffix);
+}
+
+void quillbrook_result_path(char (&path)[QUILLBROOK_RESULT_PATH_SIZE], const char *name, const char *extension) {
+  char suffix[24];
+  snprintf(suffix, sizeof(suffix), ".%s", extension);
+  build_path(path, name, suffix);
+}
+
+FILE *quillbrook_create_result_file(const char *path) {
+  unlink(path);
+  const int descriptor = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+  if (descriptor < 0) {
+    return nullptr;
+  }
+  FILE *file = fdopen(descriptor, "wb");
+  if (!file) {
+    close(descriptor);
+    unlink(path);
+  }
+  return file;
+}
+
+bool quillbrook_finish_result_file(FILE *file, const char *path) {
+  const bool written = !ferror(file);
+  if (fclose(file) == 0 && written) {
+    return true;
+  }
+  unlink(path);
+  return false;
+}
