@@ -1,0 +1,429 @@
+// Counters and dates, the commands and the URIs that show them.
+#include <gtest/gtest.h>
+
+#include "stand_in.h"
+
+#include "engine/engine.h"
+#include "ops/cli_commands.h"
+#include "ops/cli_version.h"
+#include "ops/http_jsgf.h"
+#include "ops/http_metrics.h"
+#include "ops/statistics.h"
+
+namespace {
+
+using stand_in::Fault;
+using stand_in::Response;
+
+constexpr time_t day = 86400;
+// 2023-11-14 22:13:20 UTC
+constexpr time_t start = 1'700'000'000;
+
+void set_time(time_t seconds) {
+  stand_in::set_clock_ms(static_cast<int64_t>(seconds) * 1000);
+}
+
+// The ops folder as the load leaves it, with an empty engine table.
+class OpsTest : public testing::Test {
+protected:
+  OpsTest() {
+    stand_in::reset();
+    use_time_zone("UTC0");
+    quillbrook_engine_table_init();
+    set_time(start);
+    quillbrook_statistics_init();
+    EXPECT_EQ(quillbrook_cli_register(), 0);
+    quillbrook_http_update();
+    EXPECT_TRUE(quillbrook_jsgf_uri_link());
+  }
+  ~OpsTest() override {
+    stand_in::stop_failing();
+    quillbrook_webenabled = 0;
+    quillbrook_http_update();
+    quillbrook_jsgf_uri_unlink();
+    quillbrook_cli_unregister();
+    quillbrook_statistics_destroy();
+    EXPECT_TRUE(stand_in::http_uris().empty());
+    EXPECT_TRUE(stand_in::command_names().empty());
+  }
+  static void use_time_zone(const char *zone) {
+    setenv("TZ", zone, 1);
+    tzset();
+  }
+};
+
+std::string metrics() {
+  return stand_in::http_request("quillbrook_metrics", AST_HTTP_GET).body;
+}
+
+// The value of one metric in a body.
+std::string metric(const std::string &name) {
+  std::istringstream body(metrics());
+  const std::string sample = "asterisk_quillbrook_" + name + "{eid=\"02:00:00:00:00:01\"} ";
+  for (std::string line; std::getline(body, line);) {
+    if (line.rfind(sample, 0) == 0) {
+      return line.substr(sample.size());
+    }
+  }
+  return "missing";
+}
+
+int lines_in(const std::string &text) {
+  return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+}
+
+TEST_F(OpsTest, CountersAndTheirReset) {
+  quillbrook_statistics_session_stop();  // none is active
+  quillbrook_statistics_session_start();
+  quillbrook_statistics_session_start();
+  for (const int score : {1, 100, 0, -1, -2, -200}) {
+    quillbrook_statistics_message(score);
+  }
+  EXPECT_EQ(stand_in::run_command("quillbrook show statistics"),
+            "Sessions total   : 2\n"
+            "Sessions active  : 2\n"
+            "Sessions closed  : 1\n"
+            "Messages total   : 6\n"
+            "Messages final   : 2\n"
+            "Messages interim : 4\n"
+            "\n"
+            "Score average    : 50.50\n");
+
+  EXPECT_EQ(stand_in::run_command("quillbrook reset statistics"), "QuillBrook statistics reset\n");
+  quillbrook_statistics_session_stop();
+  EXPECT_EQ(stand_in::run_command("quillbrook show statistics"),
+            "Sessions total   : 0\n"
+            "Sessions active  : 1\n"
+            "Sessions closed  : 1\n"
+            "Messages total   : 0\n"
+            "Messages final   : 0\n"
+            "Messages interim : 0\n"
+            "\n"
+            "Score average    : 0.00\n");
+}
+
+// Under ThreadSanitizer also a proof that every access holds the lock.
+TEST_F(OpsTest, NothingIsLostBetweenThreads) {
+  constexpr int threads = 4;
+  constexpr int rounds = 500;
+  std::vector<pthread_t> running(threads);
+  for (pthread_t &thread : running) {
+    ast_pthread_create_stack(
+        &thread, nullptr,
+        [](void *) -> void * {
+          for (int round = 0; round < rounds; ++round) {
+            quillbrook_statistics_session_start();
+            quillbrook_statistics_message(40);
+            quillbrook_statistics_message(QUILLBROOK_SCORE_INTERIM);
+            metrics();
+            quillbrook_statistics_session_stop();
+          }
+          return nullptr;
+        },
+        nullptr, 0, __FILE__, __func__, __LINE__, "counting");
+  }
+  for (const pthread_t thread : running) {
+    pthread_join(thread, nullptr);
+  }
+  const std::string all = std::to_string(threads * rounds);
+  EXPECT_EQ(metric("sessions_total"), all);
+  EXPECT_EQ(metric("sessions_closed"), all);
+  EXPECT_EQ(metric("sessions_active"), "0");
+  EXPECT_EQ(metric("messages_final"), all);
+  EXPECT_EQ(metric("messages_interim"), all);
+  EXPECT_EQ(metric("score_average"), "40.00");
+}
+
+TEST_F(OpsTest, DatesAndWhoMovesThem) {
+  EXPECT_EQ(stand_in::run_command("quillbrook show dates"),
+            "Current date           : 2023/11/14 22:13:20\n"
+            "Start module           : 2023/11/14 22:13:20\n"
+            "File configuration     : ?\n"
+            "Last session           : ?\n"
+            "Reset statistics       : ?\n");
+
+  set_time(start + 100);
+  quillbrook_statistics_session_start();
+  set_time(start + 200);
+  quillbrook_statistics_stamp(QUILLBROOK_DATE_RELOAD);
+  quillbrook_statistics_message(0);
+  set_time(start + 300);
+  quillbrook_statistics_session_stop();
+  quillbrook_statistics_reset();
+  quillbrook_dates[QUILLBROOK_DATE_FILE] = start - 301 * day;
+  set_time(start + 360);
+  EXPECT_EQ(stand_in::run_command("quillbrook show dates"),
+            "Current date           : 2023/11/14 22:19:20\n"
+            "Start module           : 2023/11/14 22:13:20 (00h06mn)\n"
+            "Reload configuration   : 2023/11/14 22:16:40 (00h02mn)\n"
+            "File configuration     : 2023/01/17 22:13:20\n"
+            "Last session           : 2023/11/14 22:18:20 (00h01mn)\n"
+            "Last message           : 2023/11/14 22:16:40 (00h02mn)\n"
+            "Reset statistics       : 2023/11/14 22:18:20 (00h01mn)\n");
+}
+
+TEST_F(OpsTest, AgeBehindADate) {
+  const std::pair<time_t, const char *> ages[] = {
+      {0, ""},
+      {59, ""},
+      {60, " (00h01mn)"},
+      {3600, " (01h00mn)"},
+      {day - 1, " (23h59mn)"},
+      {day, " (1 days)"},
+      {301 * day - 1, " (300 days)"},
+      {301 * day, ""},
+      {-59, ""},
+      {-3660, " (-1h-1mn)"},
+      {-day, " (-1 days)"},
+      {-400 * day, " (-400 days)"},
+  };
+  for (const auto &[seconds, shown] : ages) {
+    set_time(start + seconds);
+    const std::string text = stand_in::run_command("quillbrook show dates");
+    const std::string line = std::string("Start module           : 2023/11/14 22:13:20") + shown + "\n";
+    EXPECT_NE(text.find(line), std::string::npos) << seconds << "\n" << text;
+  }
+}
+
+// Central Europe on 2023-10-29: at 01:00 UTC the clock goes from 03:00 back to 02:00.
+TEST_F(OpsTest, AgeAcrossTheEndOfSummerTimeIsElapsedTime) {
+  use_time_zone("CET-1CEST,M3.5.0,M10.5.0/3");
+  quillbrook_dates[QUILLBROOK_DATE_START] = 1'698'539'400;
+  set_time(1'698'539'400 + 3600);
+  const std::string text = stand_in::run_command("quillbrook show dates");
+  EXPECT_NE(text.find("Current date           : 2023/10/29 02:30:00\n"
+                      "Start module           : 2023/10/29 02:30:00 (01h00mn)\n"),
+            std::string::npos)
+      << text;
+}
+
+TEST_F(OpsTest, PluginsOfTheTableUpToTheFirstHole) {
+  EXPECT_EQ(stand_in::run_command("quillbrook show plugins"),
+            "QuillBrook plugins\n"
+            "==================\n"
+            "No QuillBrook plugin configured.\n");
+
+  char text[] = "text";
+  int handle = 0;
+  for (int index = 1; index <= 12; ++index) {
+    snprintf(quillbrook_engine[index].name, sizeof(quillbrook_engine[index].name), "p%d", index);
+  }
+  quillbrook_engine[12] = {};
+  snprintf(quillbrook_engine[13].name, sizeof(quillbrook_engine[13].name), "behind");
+  quillbrook_engine[0].plugin_handle = &handle;
+  quillbrook_engine_t &engine = quillbrook_engine[10];
+  engine.plugin_name = engine.ws_url = engine.ws_extra = text;
+  engine.ws_buffer_size = 3200;
+  engine.returnjson = engine.waitclose = 1;
+  engine.closetimeout = 5000;
+  engine.completetimeout = 1;
+  engine.incompletetimeout = 2;
+  engine.speechtimeout = 3;
+  engine.extendedtimeout = 4;
+  engine.providertimeout = 5;
+
+  const std::string all = stand_in::run_command("quillbrook show plugins");
+  EXPECT_EQ(all.substr(0, all.find(" Provider")),
+            "QuillBrook plugins\n"
+            "==================\n"
+            "Plugin[0]      : default\n"
+            " Loaded       : yes\n");
+  EXPECT_NE(all.find("Plugin[9]      : p9\n"), std::string::npos);
+  EXPECT_EQ(all.find("behind"), std::string::npos);
+  const size_t tenth = all.find("Plugin[10]");
+  EXPECT_EQ(all.substr(tenth, all.find("Plugin[11]") - tenth),
+            "Plugin[10]     : p10\n"
+            " Loaded       : no\n"
+            " Provider     : text\n"
+            "Configuration\n"
+            " url          : text\n"
+            " model        : \n"
+            " language     : \n"
+            " voice        : \n"
+            " context      : \n"
+            " configuration: \n"
+            " format       : \n"
+            " buffer_size  : 3200\n"
+            " endpointing  : no\n"
+            " continuous   : no\n"
+            " return_json  : yes\n"
+            " return_nlsml : no\n"
+            " keep_files   : no\n"
+            " wait_close   : yes (5000 ms)\n"
+            " timeouts     : no\n"
+            " complete     : 1\n"
+            " incomplete   : 2\n"
+            " speech       : 3\n"
+            " extended     : 4\n"
+            " provider     : 5\n"
+            " phrases      : \n"
+            " extra        : text\n"
+            "\n");
+  std::fill(std::begin(quillbrook_engine), std::end(quillbrook_engine), quillbrook_engine_t{});
+}
+
+TEST_F(OpsTest, AFurtherWordGivesTheUsage) {
+  quillbrook_statistics_session_start();
+  for (const char *command : {"quillbrook show version", "quillbrook show plugins", "quillbrook show statistics",
+                              "quillbrook show dates", "quillbrook reset statistics"}) {
+    const std::string usage = stand_in::run_command(std::string(command) + " more");
+    EXPECT_EQ(usage.substr(0, usage.find('\n')), std::string("Usage: ") + command);
+    EXPECT_EQ(lines_in(usage), 2) << usage;
+  }
+  EXPECT_EQ(metric("sessions_total"), "1");  // the refused reset did nothing
+}
+
+TEST_F(OpsTest, NameOfTheSystem) {
+  const auto name_in = [](std::string content, size_t size = 100) {
+    char name[100] = "Unknown";
+    FILE *file = fmemopen(content.data(), content.size(), "r");
+    quillbrook_read_os_release(file, name, size);
+    fclose(file);
+    return std::string(name);
+  };
+  EXPECT_EQ(name_in("NAME=\"x\"\nPRETTY_NAME=\"A B (c)\"\nPRETTY_NAME=later\n"), "A B (c)");
+  EXPECT_EQ(name_in("PRETTY_NAME=plain\r\n\r\n"), "plain");
+  EXPECT_EQ(name_in("PRETTY_NAME='single'"), "'single'");
+  EXPECT_EQ(name_in("PRETTY_NAME=\"\n"), "\"");
+  EXPECT_EQ(name_in("PRETTY_NAME=\"\"\n"), "");
+  EXPECT_EQ(name_in(" PRETTY_NAME=x\nNAME=y\n"), "Unknown");
+  EXPECT_EQ(name_in("PRETTY_NAME=" + std::string(2000, 'x') + "\n", 5), "xxxx");
+}
+
+TEST_F(OpsTest, MetricsBody) {
+  quillbrook_statistics_session_start();
+  quillbrook_statistics_message(7);
+  quillbrook_statistics_message(8);
+  quillbrook_dates[QUILLBROOK_DATE_FILE] = start + 1;
+  set_time(start - 4);
+  quillbrook_statistics_message(-1);
+  set_time(start);
+  const Response response = stand_in::http_request("quillbrook_metrics", AST_HTTP_GET);
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(response.title, "");
+  EXPECT_EQ(response.header, "");
+  const std::string eid = "{eid=\"02:00:00:00:00:01\"} ";
+  std::string expected;
+  const auto expect = [&](const char *name, const char *type, const char *help, const char *value) {
+    const std::string full = std::string("asterisk_quillbrook_") + name;
+    expected += "# HELP " + full + " " + help + "\n# TYPE " + full + " " + type + "\n" + full + eid + value + "\n";
+  };
+  expect("sessions_total", "counter", "QuillBrook sessions total", "1");
+  expect("sessions_active", "gauge", "QuillBrook sessions active", "1");
+  expect("sessions_closed", "counter", "QuillBrook sessions closed", "0");
+  expect("messages_total", "counter", "QuillBrook messages total", "3");
+  expect("messages_final", "counter", "QuillBrook final messages", "2");
+  expect("messages_interim", "counter", "QuillBrook interim messages", "1");
+  expect("score_average", "gauge", "QuillBrook score average", "7.50");
+  expect("date_0", "gauge", "Current date          ", "0");
+  expect("date_1", "gauge", "Start module          ", "0");
+  expect("date_2", "gauge", "Reload configuration  ", "0");
+  expect("date_3", "gauge", "File configuration    ", "18446744073709551615");  // a second from now
+  expect("date_4", "gauge", "Last session          ", "0");
+  expect("date_5", "gauge", "Last message          ", "4");
+  expect("date_6", "gauge", "Reset statistics      ", "0");
+  EXPECT_EQ(response.body, expected);
+  EXPECT_EQ(stand_in::http_request("quillbrook_metrics", AST_HTTP_HEAD).body, expected);
+}
+
+void expect_reply(const Response &response, int status, const char *title, const char *body, bool closed = false) {
+  EXPECT_EQ(response.status, status);
+  EXPECT_EQ(response.title, title);
+  EXPECT_EQ(response.body, body);
+  EXPECT_EQ(response.closed, closed);
+}
+
+TEST_F(OpsTest, RefusedRequests) {
+  const char *unsupported = "Attempt to use unimplemented / unsupported method";
+  for (const ast_http_method method :
+       {AST_HTTP_UNKNOWN, AST_HTTP_POST, AST_HTTP_PUT, AST_HTTP_DELETE, AST_HTTP_OPTIONS}) {
+    expect_reply(stand_in::http_request("quillbrook_metrics", method), 501, "Not Implemented", unsupported);
+    if (method != AST_HTTP_POST) {
+      expect_reply(stand_in::http_request("quillbrook_jsgf", method), 501, "Not Implemented", unsupported);
+    }
+  }
+  for (const char *uri : {"quillbrook_metrics", "quillbrook_jsgf"}) {
+    stand_in::fail(Fault::Allocation);
+    expect_reply(stand_in::http_request(uri, AST_HTTP_GET), 500, "Server Error", "Out of memory");
+  }
+  for (const ast_http_method method : {AST_HTTP_GET, AST_HTTP_POST}) {
+    const auto reply = [&](int body_error) {
+      return stand_in::http_request("quillbrook_jsgf", method, {{"value", "x"}}, {}, body_error);
+    };
+    expect_reply(reply(EFBIG), 413, "Request Entity Too Large", "Body too large");
+    expect_reply(reply(ENOMEM), 500, "Server Error", "Out of memory", true);
+    expect_reply(reply(EIO), 400, "Bad Request", "Error parsing request body");
+    expect_reply(reply(EINVAL), 200, "", "OK");
+  }
+  expect_reply(stand_in::http_request("quillbrook_jsgf", AST_HTTP_HEAD, {}, {}, EFBIG), 200, "", "OK");
+}
+
+TEST_F(OpsTest, JsgfTracesTheValueOfTheQuery) {
+  expect_reply(stand_in::http_request("quillbrook_jsgf", AST_HTTP_GET, {{"value", "quiet"}}), 200, "", "OK");
+  EXPECT_EQ(stand_in::mentioned("HTTP JSGF"), 0);
+
+  debug = 1;
+  stand_in::http_request("quillbrook_jsgf", AST_HTTP_GET, {{"other", "1"}, {"value", "a%s b"}});
+  stand_in::http_request("quillbrook_jsgf", AST_HTTP_POST, {{"value", "query"}}, {{"value", "body"}});
+  stand_in::http_request("quillbrook_jsgf", AST_HTTP_POST, {}, {{"value", "body"}});
+  stand_in::http_request("quillbrook_jsgf", AST_HTTP_HEAD, {{"value", ""}});
+  std::string traced;
+  for (const stand_in::Line &line : stand_in::verbose_lines()) {
+    EXPECT_EQ(line.level, -1);
+    traced += line.text;
+  }
+  EXPECT_EQ(traced,
+            "  == HTTP JSGF get walue = a%s b.\n"
+            "  == HTTP JSGF get walue = query.\n"
+            "  == HTTP JSGF get walue = (null).\n"
+            "  == HTTP JSGF get walue = .\n");
+  EXPECT_EQ(lines_in(metrics()), 42);
+  debug = 0;
+}
+
+TEST_F(OpsTest, UriThatTheServerRefusesIsNotUnlinked) {
+  quillbrook_jsgf_uri_unlink();
+  quillbrook_webenabled = 0;
+  quillbrook_http_update();
+  ASSERT_TRUE(stand_in::http_uris().empty());
+
+  quillbrook_webenabled = 1;
+  stand_in::fail(Fault::HttpLink, 1, 2);
+  quillbrook_http_update();
+  EXPECT_EQ(quillbrook_webregged, 0);
+  EXPECT_FALSE(quillbrook_jsgf_uri_link());
+  EXPECT_EQ(stand_in::logged(__LOG_WARNING, "The HTTP server refused the URI quillbrook_metrics\n"), 1);
+  EXPECT_EQ(stand_in::logged(__LOG_WARNING, "The HTTP server refused the URI quillbrook_jsgf\n"), 1);
+
+  // Never twice: the host's list would close into a loop.
+  for (int round = 0; round < 2; ++round) {
+    quillbrook_http_update();
+    EXPECT_TRUE(quillbrook_jsgf_uri_link());
+  }
+  EXPECT_EQ(stand_in::http_uris(), (std::vector<std::string>{"quillbrook_metrics", "quillbrook_jsgf"}));
+  EXPECT_EQ(quillbrook_webregged, 1);
+}
+
+// The library may stay in the process between an unload and the next load.
+TEST_F(OpsTest, ALoadBeginsAtZero) {
+  quillbrook_statistics_session_start();
+  quillbrook_statistics_message(50);
+  quillbrook_statistics_reset();
+  quillbrook_statistics_message(50);
+  quillbrook_statistics_destroy();
+
+  set_time(start + 10);
+  quillbrook_statistics_init();
+  set_time(start + 17);
+  std::istringstream body(metrics());
+  for (std::string line; std::getline(body, line);) {
+    if (line[0] == '#') {
+      continue;
+    }
+    const bool of_the_load = line.find("date_1{") != std::string::npos;
+    const std::string value = line.substr(line.rfind(' ') + 1);
+    EXPECT_EQ(value, of_the_load ? "7" : value.find('.') != std::string::npos ? "0.00" : "0") << line;
+  }
+}
+
+}  // namespace
