@@ -97,8 +97,11 @@ TEST_F(SupportTest, CopiesAreCutBehindAWholeCharacter) {
                    "cd",
                    4),
             "ab\xC3");
-  copy_text(nullptr, 0, "nothing is written");
+  const std::vector<char> tails = {'\x80', '\x80', '\0'};  // on the heap: nothing in front of it is read
   char array[4];
+  copy_text(array, 2, tails.data());
+  EXPECT_STREQ(array, "\x80");
+  copy_text(nullptr, 0, "nothing is written");
   copy_text(array, nullptr);
   EXPECT_STREQ(array, "");
 }
@@ -126,6 +129,7 @@ TEST_F(SupportTest, JsonIsAsciiAndRefusesWhatIsNotUtf8) {
       {"\xE2", nullptr},  // the terminator ends the reading
       {"\xF0\x9F\x98", nullptr},
       {"\xC3(", nullptr},
+      {"\xC3\xC3", nullptr},
   };
   for (const Escape &one : cases) {
     char escaped[64];
