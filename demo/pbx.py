@@ -10,6 +10,7 @@ Asterisk is read but its modules and its sounds.
         print(call.wait())
 """
 
+import atexit
 import contextlib
 import ctypes
 import datetime
@@ -120,6 +121,7 @@ class PrivatePbx:
     # --- life ---------------------------------------------------------------------------------------------------
 
     def __enter__(self):
+        atexit.register(self.stop)  # for a test run that is interrupted between its set-up and its clean-up
         try:
             self._write_folder()
             self._start()
@@ -191,6 +193,7 @@ class PrivatePbx:
             self._clean_up()
 
     def _clean_up(self):
+        atexit.unregister(self.stop)
         if self.running:
             self._process.kill()
             self._process.wait()
@@ -233,7 +236,8 @@ class PrivatePbx:
         return not self.module_runs(name)
 
     def module_runs(self, name):
-        return re.search(rf"^{re.escape(name)}.* Running ", self.cli(f"module show like {name}"), re.MULTILINE) is not None
+        lines = self.cli(f"module show like {name}").splitlines()
+        return any(line.startswith(name) and " Running " in line and " Not Running " not in line for line in lines)
 
     # --- calls --------------------------------------------------------------------------------------------------
 
@@ -333,8 +337,8 @@ def free_port():
 def end_on_signals():
     """Makes SIGTERM and SIGHUP end the program as Ctrl-C does, through the `with` blocks."""
 
-    def leave(number, _frame):
-        raise SystemExit(128 + number)
+    def leave(_number, _frame):
+        raise KeyboardInterrupt
 
     for number in (signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, leave)

@@ -1,0 +1,108 @@
+"""What the live tests share: a PBX with the module loaded, calls on the dummy plugin, and a look at what is left over.
+
+A test file ends with `live.main()` and is run as `python3 test_x.py --build FOLDER [-v] [Class.test]`.
+"""
+
+import argparse
+import glob
+import sys
+import time
+import unittest
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "demo"))
+
+from pbx import PrivatePbx, end_on_signals, report  # noqa: E402
+
+MODULE = "res_speech_quillbrook.so"
+COMPANION = "res_quillbrook_companion.so"
+
+# Asks for what the host has after a question. Quotes and backslashes in a text are lost in this dialplan step.
+RESULT = report("result ${SPEECH(results)}|${SPEECH_SCORE(0)}|${SPEECH_TEXT(0)}")
+
+build = Path("build")
+
+
+def configuration(general=None, **profiles):
+    """quillbrook.conf with the dummy plugin, and profiles by name."""
+    sections = {"general": {"plugin": build / "lib/quillbrook/plugin_dummy.so", "verbose": "yes", **(general or {})},
+                **profiles}
+    if profiles:
+        sections["general"]["profiles"] = ",".join(profiles)
+    return "".join(f"[{name}]\n" + "".join(f"{key}={value}\n" for key, value in keys.items())
+                   for name, keys in sections.items())
+
+
+def module_files():
+    """What the module leaves in /tmp when it is careless."""
+    return set(glob.glob("/tmp/quillbrook*")) | set(glob.glob("/tmp/cli-*"))
+
+
+class LiveTest(unittest.TestCase):
+    """A PBX for each class. `general` and `profiles` are the module's configuration."""
+
+    general = {}
+    profiles = {}
+    load = (MODULE,)
+    # Beginnings of WARNING and ERROR lines of the module that the class provokes.
+    complaints = ()
+
+    @classmethod
+    def setUpClass(cls):
+        cls.files_before = module_files()
+        cls.pbx = PrivatePbx(build, quillbrook_conf=configuration(cls.general, **cls.profiles))
+        cls.pbx.__enter__()
+        cls.addClassCleanup(cls.pbx.stop)
+        for name in cls.load:
+            if not cls.pbx.load_module(name):
+                raise AssertionError(f"{name} does not load: {cls.pbx.log()[-10:]}")
+
+    @classmethod
+    def tearDownClass(cls):
+        wrong = [line for line in cls.pbx.log() if line.level in ("WARNING", "ERROR") and line.source.endswith(".cpp")
+                 and not any(known in line.text for known in cls.complaints)]
+        assert not wrong, f"the module complained: {wrong}"
+        assert cls.pbx.stop() == 0, "the PBX did not end well"
+        left = module_files() - cls.files_before
+        assert not left, f"left behind: {left}"
+
+    def setUp(self):
+        self.scripts = 0
+
+    def script(self, text):
+        """A dialplan step that gives the call's plugin a script. {report} is the path that read_report reads."""
+        self.scripts += 1
+        path = self.pbx.folder / f"configuration_{self.id()}_{self.scripts}"
+        path.write_text(text.replace("{report}", str(self.report_path)), encoding="utf-8")
+        return f"SpeechLoadGrammar(script,{path})"
+
+    @property
+    def report_path(self):
+        return self.pbx.folder / f"report_{self.id()}"
+
+    def read_report(self):
+        """Fields that the plugin wrote with show."""
+        lines = self.report_path.read_text(encoding="utf-8").splitlines()
+        return dict(line.split("=", 1) for line in lines if "=" in line)
+
+    def ask(self, script, engine="quillbrook", talker=None, before=(), seconds=5):
+        """A call with one question; gives the reports."""
+        return self.pbx.call(
+            ["Answer()", f"SpeechCreate({engine})", self.script(script), *before, "SpeechStart()",
+             f"SpeechBackground(silence/1,{seconds})", RESULT, "SpeechDestroy()"], talker).wait()
+
+    def wait_for_no_files(self):
+        end = time.monotonic() + 5
+        while module_files() - self.files_before and time.monotonic() < end:
+            time.sleep(0.02)
+        self.assertEqual(module_files() - self.files_before, set())
+
+
+def main():
+    global build
+    end_on_signals()
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", required=True)
+    options, rest = parser.parse_known_args()
+    build = Path(options.build).resolve()
+    unittest.main(module="__main__", argv=[sys.argv[0], *(rest or ["-v"])])

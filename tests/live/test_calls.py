@@ -1,0 +1,150 @@
+"""Calls on the dummy plugin: the roads that a dialplan takes through the host's speech applications."""
+
+import time
+
+import live
+from live import MODULE, RESULT, LiveTest
+from pbx import report
+
+CONTINUOUS = {"cont": {"continuous": "yes"}}
+
+
+class CallTest(LiveTest):
+    general = {"configuration": "bytes 8000\\;interim good\\;sleep 100\\;final 90 good morning"}
+    profiles = {**CONTINUOUS, "early": {"earlyspeechtimeout": "500"}}
+    complaints = ("QuillBrook plugin error", "with continuous = 1", "Failed to intialize quillbrook plugin")
+
+    def test_a_call_is_recognised_by_the_script_of_the_configuration(self):
+        lines = self.pbx.call(["Answer()", "SpeechCreate(quillbrook)", report("created ${ERROR}"), "SpeechStart()",
+                               "SpeechBackground(silence/1,5)", RESULT, "SpeechDestroy()"]).wait()
+        self.assertEqual(lines, ["created ", "result 1|90|good morning"])
+        self.wait_for_no_files()
+
+    def test_two_questions_on_one_object(self):
+        lines = self.pbx.call(["Answer()", "SpeechCreate(quillbrook)"]
+                              + ["SpeechStart()", "SpeechBackground(silence/1,5)", RESULT] * 2).wait()
+        self.assertEqual(lines, ["result 1|90|good morning"] * 2)
+
+    def test_an_answer_at_once_is_not_lost(self):
+        # The result is there before the host asks: while it still starts, and while the dialplan does something else.
+        for pause in ([], ["Wait(0.5)"]):
+            with self.subTest(pause=pause):
+                lines = self.pbx.call(["Answer()", "SpeechCreate(quillbrook)", self.script("final 95 at once"),
+                                       "SpeechStart()", *pause, "SpeechBackground(silence/1,3)", RESULT]).wait()
+                self.assertEqual(lines, ["result 1|95|at once"])
+
+    def test_a_second_question_after_a_digit(self):
+        # The digit comes when the first recognition has heard a second; the second one then has its own two.
+        for start in ([], ["SpeechStart()"]):
+            with self.subTest(start=start):
+                lines = self.pbx.call(
+                    ["Answer()", "SpeechCreate(quillbrook)", self.script("bytes 32000\nfinal 80 spoken"),
+                     "SpeechStart()", "SpeechBackground(silence/1,5)", RESULT,
+                     *start, "SpeechBackground(silence/1,5)", RESULT],
+                    talker=["Playback(silence/1)", "SendDTMF(7)", "Playback(silence/10)"]).wait()
+                self.assertEqual(lines, ["result 1|1000|7", "result 1|80|spoken"])
+
+    def test_continuous_results_are_read_one_by_one(self):
+        lines = self.pbx.call(
+            ["Answer()", "SpeechCreate(quillbrook:cont)",
+             self.script("bytes 4000\nfinal 90 one\nfinal 90 two\nsleep 1500\nfinal 90 three"),
+             "SpeechStart()"] + ["SpeechBackground(silence/1,5)", RESULT] * 3 + ["SpeechDestroy()"]).wait()
+        self.assertEqual(lines, ["result 1|90|one", "result 1|90|two", "result 1|90|three"])
+        self.wait_for_no_files()
+
+    def test_a_failing_plugin_gives_error(self):
+        self.assertEqual(self.ask("bytes 4000\nextra ERROR: no such model\nreturn"), ["result 1|0|error"])
+        self.assertTrue(self.pbx.logged("QuillBrook plugin error: ERROR: no such model", "WARNING"))
+
+    def test_a_mistake_in_a_script_is_named(self):
+        self.assertEqual(self.ask("bytes 4000\nfinnal 3 x"), ["result 1|0|error"])
+        self.assertTrue(self.pbx.logged("ERROR: line 2: no such step: finnal", "WARNING"))
+
+    def test_a_plugin_that_refuses_leaves_the_call_alive(self):
+        self.assertEqual(self.ask("refuse", seconds=1), ["result 0||"])
+        self.assertTrue(self.pbx.logged("Failed to intialize quillbrook plugin", "WARNING"))
+
+    def test_a_silent_caller_gets_no_result(self):
+        self.assertEqual(self.ask("until-stop", seconds=1), ["result 0||"])
+        self.wait_for_no_files()
+
+    def test_an_interim_becomes_the_result_by_silence(self):
+        before = ["SpeechLoadGrammar(x,property:Speech-Complete-Timeout=300ms)",
+                  "SpeechLoadGrammar(x,property:Speech-Incomplete-Timeout=900ms)"]
+        self.assertEqual(self.ask("bytes 4000\ninterim good mor\ninterim good morning", before=before),
+                         ["result 1|50|good morning"])
+
+    def test_hangup_in_mid_recognition(self):
+        call = self.pbx.call(["Answer()", "SpeechCreate(quillbrook)", self.script("until-stop"), "SpeechStart()",
+                              report("started"), "SpeechBackground(silence/1,20)", report("not reached")])
+        call.wait_for("started")
+        time.sleep(0.3)
+        call.hang_up()
+        self.assertEqual(call.wait(), ["started"])
+        self.wait_for_no_files()
+        self.test_a_call_is_recognised_by_the_script_of_the_configuration()
+
+    def test_the_end_of_the_dialplan_releases_what_runs(self):
+        for engine in ("quillbrook", "quillbrook:cont"):
+            self.pbx.call(["Answer()", f"SpeechCreate({engine})", self.script("until-stop"), "SpeechStart()",
+                           "SpeechBackground(silence/1,1)"]).wait()
+        self.wait_for_no_files()
+
+    def test_early_speech_is_cut_to_its_length(self):
+        # Two seconds gather during the prompt; the second start lets the plugin go, on the last half second.
+        call = self.pbx.call(
+            ["Answer()", "SpeechCreate(quillbrook:early)",
+             self.script("report={report}\nshow bytes\nfinal 77 early"),
+             "SpeechStart()", "SpeechBackground(silence/1,1)", "SpeechStart()", "SpeechBackground(silence/1,5)", RESULT])
+        self.assertEqual(call.wait(), ["result 1|77|early"])
+        # 16 bytes a millisecond, a header, and what came in while the plugin started.
+        self.assertGreaterEqual(int(self.read_report()["bytes"]), 500 * 16)
+        self.assertLess(int(self.read_report()["bytes"]), 1000 * 16)
+
+    def test_the_plugin_sees_the_call_s_settings(self):
+        before = ["SpeechLoadGrammar(x,property:Max-Speech-Timeout=7s)", "SpeechLoadGrammar(x,builtin:grammar/model=m)",
+                  "SpeechLoadGrammar(tag 9,property:Logging-Tag)"]
+        self.ask("report={report}\nbytes 1000\nshow\nfinal 5 x", before=before)
+        fields = self.read_report()
+        wanted = {"maxspeechtimeout": "7000", "model": "m", "param": "tag 9", "format": "wav", "buffer_size": "4000",
+                  "speedvsaccuracy": "-1.000000", "debug": "0", "interims": "1", "uniqueid": "", "mark": ""}
+        self.assertEqual({name: fields[name] for name in wanted}, wanted)
+        self.assertRegex(fields["filename"], r"^/tmp/quillbrook_0x[0-9a-f]+\.wav$")
+
+    def test_many_calls_at_once(self):
+        calls = [self.pbx.call(["Answer()", "SpeechCreate(quillbrook)",
+                                self.script(f"bytes {4000 + 500 * number}\nfinal 90 caller {number}"), "SpeechStart()",
+                                "SpeechBackground(silence/1,8)", RESULT]) for number in range(20)]
+        for number, call in enumerate(calls):
+            self.assertEqual(call.wait(), [f"result 1|90|caller {number}"])
+        self.wait_for_no_files()
+
+
+class UnloadTest(LiveTest):
+    def mapped(self):
+        with open(f"/proc/{self.pbx.pid}/maps", encoding="utf-8") as maps:
+            return [line for line in maps if "quillbrook" in line]
+
+    def test_unload_is_refused_during_a_call_and_accepted_after(self):
+        question = ["Answer()", "SpeechCreate(quillbrook)", self.script("bytes 24000\nfinal 90 yes"), "SpeechStart()",
+                    report("started"), "SpeechBackground(silence/1,5)", RESULT, "SpeechDestroy()"]
+        for _ in range(2):
+            call = self.pbx.call(question)
+            call.wait_for("started")
+            self.assertFalse(self.pbx.unload_module(MODULE), "unloaded under a live call")
+            self.assertEqual(call.wait(), ["started", "result 1|90|yes"])
+            self.assertTrue(self.pbx.unload_module(MODULE), "not unloaded after the call")
+            self.assertEqual(self.mapped(), [], "still mapped after the unload")
+            self.assertTrue(self.pbx.load_module(MODULE))
+
+
+class StopTest(LiveTest):
+    def test_the_pbx_stops_with_a_call_up(self):
+        call = self.pbx.call(["Answer()", "SpeechCreate(quillbrook)", "SpeechStart()", report("started"),
+                              "SpeechBackground(silence/1,60)"])
+        call.wait_for("started")
+        # The class ends here with the call still up.
+
+
+if __name__ == "__main__":
+    live.main()
