@@ -1,0 +1,79 @@
+#ifndef JSGFKITXX_H
+#define JSGFKITXX_H
+
+// JSGF grammars: reads a grammar file and tells which public rule a text satisfies and with which tags.
+//
+// The language is JSGF 1.0 (JSpeech Grammar Format, W3C Note of 5 June 2000). What the Note leaves open is settled in
+// jsgfkitxx/README.md, among it how a text is split into words and compared, and which derivation of an ambiguous text
+// counts.
+//
+// Threads: everything but the constructor, the destructor and setName is const and may run on any number of threads
+// at once. setName must not meet another operation on the same grammar.
+//
+// Errors: only the constructor reports any. It throws an exception derived from std::runtime_error whose text begins
+// with "line L, column C: " (both from 1, columns count characters) and goes on with what was expected or is wrong.
+// Memory that runs out is std::bad_alloc, everywhere.
+//
+// Cost: loading takes time and memory in proportion to the text. Neither a deep nesting nor a long text makes anything
+// recurse, and no grammar makes a match take exponential time.
+
+#include <istream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#define JSGFKITXX_EXPORT __attribute__((visibility("default")))
+
+namespace jsgf {
+class Program;
+}
+
+// A rule of a grammar. Keeps what it needs of the grammar alive.
+class Rule;
+
+// One step of a match: a word of the text or a tag. Outlives the grammar and the other steps.
+class MatchInfo;
+
+using MatchVector = std::vector<std::shared_ptr<MatchInfo>>;
+
+class JSGFKITXX_EXPORT Grammar {
+public:
+  // Reads the stream to its end and builds the grammar. The stream isn't used afterwards.
+  explicit Grammar(std::istream &in);
+  ~Grammar();
+  Grammar(const Grammar &) = delete;
+  Grammar &operator=(const Grammar &) = delete;
+
+  // Replaces the grammar's name, which is at first the full name of its declaration. References between rules don't
+  // depend on it: they were resolved with the declared name.
+  void setName(const std::string &name);
+  std::string getName() const;
+
+  // The source in UTF-8, each control character (line ends too) as a blank: fit for one log line.
+  std::string getText() const;
+
+  // The simple name (no brackets) of the public rule that the whole text satisfies, "" when there is none. Rules are
+  // tried in the order of the file, but one whose match gives a non-empty tag goes before one whose match gives none.
+  std::string getMatchingPublicRule(std::string text) const;
+
+  // The rule of a simple name, a simple name in angle brackets, or a qualified one; an empty pointer when there is
+  // none.
+  std::shared_ptr<Rule> getRule(const std::string &name) const;
+
+  // The match of the whole text against a public rule of this grammar: one step for each word and each tag, the tags
+  // in the order in which they stand in the written-out sentence. Empty when the text doesn't fit, when the rule is
+  // private, and when the pointer is empty or another grammar's.
+  MatchVector matchesRule(std::shared_ptr<Rule> rule, const std::string &text) const;
+
+  // The tag of each step, in order. A word's is empty, and a tag can be.
+  static std::vector<std::string> getMatchingTags(std::vector<std::shared_ptr<MatchInfo>> steps);
+
+  // Each token of the file once, in the order and the spelling of the file; a quoted token is one entry.
+  std::vector<std::string> getAllWords() const;
+
+private:
+  std::string name_;
+  std::shared_ptr<const jsgf::Program> program_;
+};
+
+#endif

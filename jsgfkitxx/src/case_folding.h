@@ -1,0 +1,12 @@
+#ifndef JSGFKITXX_CASE_FOLDING_H
+#define JSGFKITXX_CASE_FOLDING_H
+
+namespace jsgf {
+
+// Simple case folding, one character to one: Latin, Greek, Cyrillic, Armenian and the full-width Latin letters. Others
+// come back unchanged.
+char32_t foldCase(char32_t character);
+
+}  // namespace jsgf
+
+#endif

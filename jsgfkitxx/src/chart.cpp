@@ -1,0 +1,162 @@
+#include "chart.h"
+
+#include <algorithm>
+
+namespace jsgf {
+
+size_t ItemTable::slotOf(uint32_t place, uint32_t goal) const {
+  const size_t mask = slots_.size() - 1;
+  const uint64_t key = (static_cast<uint64_t>(goal) << 32U | place) * 0x9E3779B97F4A7C15U;
+  size_t slot = static_cast<size_t>(key >> 32U) & mask;
+  while (slots_[slot] >= first_ && (items_[slots_[slot]].place != place || items_[slots_[slot]].goal != goal)) {
+    slot = (slot + 1) & mask;
+  }
+  return slot;
+}
+
+uint32_t ItemTable::find(uint32_t place, uint32_t goal) const {
+  const uint32_t item = slots_[slotOf(place, goal)];
+  return item >= first_ ? item : 0;
+}
+
+void ItemTable::insert(uint32_t item) {
+  if (++count_ * 2 > slots_.size()) {
+    const std::vector<uint32_t> old(slots_.size() * 2, 0);
+    std::vector<uint32_t> present = old;
+    present.swap(slots_);
+    for (const uint32_t known : present) {
+      if (known >= first_) {
+        slots_[slotOf(items_[known].place, items_[known].goal)] = known;
+      }
+    }
+  }
+  slots_[slotOf(items_[item].place, items_[item].goal)] = item;
+}
+
+void ItemTable::restartAt(size_t first) {
+  std::fill(slots_.begin(), slots_.end(), 0);
+  startAt(first);
+}
+
+Chart::Chart(const Program &program, const std::vector<uint32_t> &text)
+    : program_(program), text_(text), positionStart_(text.size() + 1), table_(items_) {
+  items_.reserve(8 * (text.size() + 1));
+  items_.push_back({kNowhere, 0, 0, 0});
+  goals_.push_back({0, textLength(), 0});
+  if (!program.calls.empty()) {
+    joins_.push_back({});
+    waiters_.push_back({});
+    goalOfComponent_.assign(program.ends.size(), 0);
+  }
+  startPosition(textLength());
+  items_.push_back({program.ends[0], 0, 0, 0});
+  closePosition(textLength());
+  for (uint32_t position = textLength(); position-- > 0;) {
+    const uint32_t from = positionStart_[position + 1];
+    const auto to = static_cast<uint32_t>(items_.size());
+    startPosition(position);
+    for (uint32_t behind = from; behind < to; ++behind) {
+      const Item item = items_[behind];
+      if (program.places[item.place].behindWord == 0) {
+        continue;
+      }
+      const uint32_t place = program.wordBefore(item.place, text[position]);
+      if (place != kNowhere) {
+        items_.push_back({place, item.goal, behind, 0});
+      }
+    }
+    if (items_.size() == to) {
+      return;
+    }
+    closePosition(position);
+  }
+  reachesStart_ = true;
+  fillTable(0, table_);
+}
+
+void Chart::startPosition(uint32_t position) {
+  positionStart_[position] = static_cast<uint32_t>(items_.size());
+  table_.startAt(items_.size());
+}
+
+void Chart::fillTable(uint32_t position, ItemTable &table) const {
+  const size_t end = position == 0 ? items_.size() : positionStart_[position - 1];
+  table.restartAt(positionStart_[position]);
+  for (size_t item = positionStart_[position]; item < end; ++item) {
+    table.insert(static_cast<uint32_t>(item));
+  }
+}
+
+// Adds all items that reach one of the position's items without a word.
+void Chart::closePosition(uint32_t position) {
+  for (uint32_t index = positionStart_[position]; index < items_.size(); ++index) {
+    const uint32_t place = items_[index].place;
+    const uint32_t goal = items_[index].goal;
+    if (static_cast<PlaceKind>(program_.places[place].kind) == PlaceKind::kEntry) {
+      complete(index);
+    }
+    for (uint32_t i = program_.edgesBegin[place]; i < program_.edgesBegin[place + 1]; ++i) {
+      const Edge edge = program_.edges[i];
+      if (static_cast<PlaceKind>(program_.places[edge.source].kind) == PlaceKind::kCall) {
+        await(edge.source, index, position);
+      } else {
+        add(edge.source, goal, index, edge.branch);
+      }
+    }
+  }
+}
+
+void Chart::add(uint32_t place, uint32_t goal, uint32_t target, uint32_t branch) {
+  const uint32_t known = table_.find(place, goal);
+  if (known == 0) {
+    items_.push_back({place, goal, target, branch});
+    table_.insert(static_cast<uint32_t>(items_.size() - 1));
+  } else if (branch < items_[known].branch) {
+    items_[known].branch = branch;
+    items_[known].target = target;
+  }
+}
+
+// The place behind a call was reached: its callee has to end here.
+void Chart::await(uint32_t call, uint32_t back, uint32_t position) {
+  const Callee &callee = program_.callees[program_.calls[program_.places[call].value].callee];
+  uint32_t goal = goalOfComponent_[callee.component];
+  if (goal == 0 || goals_[goal].end != position) {
+    goal = static_cast<uint32_t>(goals_.size());
+    goalOfComponent_[callee.component] = goal;
+    goals_.push_back({callee.component, position, 0});
+    items_.push_back({program_.ends[callee.component], goal, 0, 0});
+  }
+  waiters_.push_back({call, back, goals_[goal].waiters});
+  goals_[goal].waiters = static_cast<uint32_t>(waiters_.size() - 1);
+  // An entry above `back` is still to be completed and will find the waiter.
+  const uint32_t entry = callee.canBeEmpty ? table_.find(callee.entry, goal) : 0;
+  if (entry != 0 && entry < back) {
+    addJoin(call, entry, back);
+  }
+}
+
+// A callee's entry was reached: calls that wait for its goal can be made here.
+void Chart::complete(uint32_t entry) {
+  const uint32_t callee = program_.places[items_[entry].place].next;
+  for (uint32_t waiter = goals_[items_[entry].goal].waiters; waiter != 0; waiter = waiters_[waiter].next) {
+    const uint32_t call = waiters_[waiter].call;
+    if (program_.calls[program_.places[call].value].callee == callee) {
+      addJoin(call, entry, waiters_[waiter].back);
+    }
+  }
+}
+
+void Chart::addJoin(uint32_t call, uint32_t entry, uint32_t back) {
+  const uint32_t goal = items_[back].goal;
+  uint32_t item = table_.find(call, goal);
+  if (item == 0) {
+    item = static_cast<uint32_t>(items_.size());
+    items_.push_back({call, goal, 0, 0});
+    table_.insert(item);
+  }
+  joins_.push_back({entry, back, items_[item].target});
+  items_[item].target = static_cast<uint32_t>(joins_.size() - 1);
+}
+
+}  // namespace jsgf

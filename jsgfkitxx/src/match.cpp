@@ -1,0 +1,31 @@
+#include "match.h"
+
+#include "word_splitter.h"
+
+namespace jsgf {
+
+Match::Match(const Program &program, std::string_view text) : program_(program) {
+  WordSplitter splitter(text);
+  while (splitter.next()) {
+    const uint32_t word = program.words.find(splitter.word());
+    if (word != Vocabulary::kUnknown) {
+      words_.push_back(word);
+    } else if (!splitter.marksOnly()) {
+      return;
+    }
+  }
+  if (!words_.empty()) {
+    chart_.emplace(program, words_);
+  }
+}
+
+std::optional<std::vector<Step>> Match::derive(uint32_t rule) const {
+  const Link entry = program_.rules[rule].entry;
+  const uint32_t item = chart_ && entry.place != kNowhere ? chart_->itemAtStart(entry.place) : 0;
+  if (item == 0) {
+    return std::nullopt;
+  }
+  return Walk(program_, *chart_).derive(entry, item);
+}
+
+}  // namespace jsgf

@@ -1,0 +1,133 @@
+#ifndef JSGFKITXX_PROGRAM_H
+#define JSGFKITXX_PROGRAM_H
+
+#include <cstdint>
+#include <istream>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "references.h"
+#include "syntax.h"
+#include "vocabulary.h"
+
+namespace jsgf {
+
+constexpr uint32_t kNowhere = UINT32_MAX;
+
+// Where a derivation goes on, and the tags that it gives on the way. Tags stand left of the words that they could also
+// stand behind: a phrase's tag is given where the phrase begins, so that equal ends of phrases share their places.
+struct Link {
+  uint32_t place = kNowhere;  // kNowhere: nothing can be spoken this way
+  uint32_t tags = 0;          // first cell in Program::tagCells, 0 for none
+};
+
+inline bool operator==(Link a, Link b) {
+  return a.place == b.place && a.tags == b.tags;
+}
+
+enum class PlaceKind : uint32_t {
+  kWord,          // consumes the word `value`, goes to `next`
+  kAlternatives,  // goes to one of `next` branches from `value` on, the first possible one
+  kCall,          // goes to the callee of calls[value], and behind its end to the call's `back`
+  kEntry,         // of callees[next]; goes to the branch `value`
+  kJump,  // right recursion with tags behind it: goes to `next`, and gives the tags from cell `value` at the end
+  kEnd,   // of the component `value`, or of the whole text
+};
+
+struct Place {
+  uint32_t kind : 3;
+  uint32_t behindWord : 1;  // some word's `next` is here
+  uint32_t value : 28;
+  uint32_t next;
+};
+
+struct TagCell {
+  uint32_t tag;
+  uint32_t next;  // 0 at the end
+};
+
+// A rule that several places share.
+struct Callee {
+  uint32_t entry;
+  uint32_t component;  // index in Program::ends
+  bool canBeEmpty;     // can be spoken by saying nothing
+  bool emptyHasTags;   // ... and may give tags then
+};
+
+struct Call {
+  uint32_t callee;
+  Link back;
+};
+
+// A way to a place that takes no word: from the branch of an alternative, an entry, a jump, or back from a call.
+struct Edge {
+  uint32_t source;
+  uint32_t branch;  // within the source, 0 when it has one way only
+};
+
+struct ProgramRule {
+  bool isPublic = false;
+  Link entry;  // of a public rule
+};
+
+// How rules that are referred to get into a program. All give the same matches.
+enum class RuleSharing {
+  kWhereItPays,  // copied while the program stays small, else called
+  kNowhere,      // always copied, where the language allows it
+  kEverywhere,   // always called
+};
+
+// A grammar made ready to match: an automaton over words with calls. Never changes once it's built.
+class Program {
+public:
+  // Throws std::runtime_error for what isn't a legal grammar.
+  static std::shared_ptr<const Program> load(std::istream &in, RuleSharing sharing = RuleSharing::kWhereItPays);
+
+  // The one place that consumes `word` and goes on at `next`; kNowhere when there is none.
+  uint32_t wordBefore(uint32_t next, uint32_t word) const;
+
+  std::string source;
+  std::string_view grammarName;
+  RuleIndex ruleIndex;
+  std::vector<ProgramRule> rules;  // in the order of the file
+  Vocabulary words;
+  TextList tokens;
+  TextList tags;
+
+  std::vector<Place> places;
+  std::vector<Link> branches;
+  std::vector<TagCell> tagCells;
+  std::vector<Callee> callees;
+  std::vector<Call> calls;
+  std::vector<uint32_t> ends;   // by component: its kEnd; 0 is the end of the text
+  bool hasEmptyCycles = false;  // a derivation could come back to a place without a word
+
+  // Backwards: ways into a place, edges[edgesBegin[place]] to edges[edgesBegin[place + 1]].
+  std::vector<uint32_t> edgesBegin;
+  std::vector<Edge> edges;
+  std::vector<uint32_t> wordSlots;  // open addressing by `next` and `word`, a power of two: place + 1, or 0
+
+  size_t wordSlot(uint32_t next, uint32_t word) const {
+    const uint64_t key = (static_cast<uint64_t>(next) << 32U | word) * 0x9E3779B97F4A7C15U;
+    return static_cast<size_t>(key >> 32U);
+  }
+};
+
+inline uint32_t Program::wordBefore(uint32_t next, uint32_t word) const {
+  const size_t mask = wordSlots.size() - 1;
+  for (size_t slot = wordSlot(next, word) & mask;; slot = (slot + 1) & mask) {
+    if (wordSlots[slot] == 0) {
+      return kNowhere;
+    }
+    const Place &place = places[wordSlots[slot] - 1];
+    if (place.value == word && place.next == next) {
+      return wordSlots[slot] - 1;
+    }
+  }
+}
+
+}  // namespace jsgf
+
+#endif

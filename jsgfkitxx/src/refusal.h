@@ -1,0 +1,19 @@
+#ifndef JSGFKITXX_REFUSAL_H
+#define JSGFKITXX_REFUSAL_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace jsgf {
+
+// Throws the std::runtime_error for a grammar that can't be loaded: "line L, column C: " of the byte at `offset` of the
+// source, then the reason.
+[[noreturn]] void refuse(std::string_view source, size_t offset, const std::string &reason);
+
+// The character at `offset` as an error shows it: in quotes, "a line end" or "the end of the file".
+std::string describeCharacter(std::string_view source, size_t offset);
+
+}  // namespace jsgf
+
+#endif

@@ -1,0 +1,21 @@
+#ifndef JSGFKITXX_SOURCE_TEXT_H
+#define JSGFKITXX_SOURCE_TEXT_H
+
+#include <cstddef>
+#include <istream>
+#include <string>
+
+namespace jsgf {
+
+// A grammar file behind its self-identifying header.
+struct SourceText {
+  std::string utf8;  // the whole file without a byte order mark; bytes that are no UTF-8 are kept
+  size_t body = 0;   // where the header ends
+};
+
+// Reads the stream to its end, checks the header and converts from the encoding that it names.
+SourceText readSource(std::istream &in);
+
+}  // namespace jsgf
+
+#endif

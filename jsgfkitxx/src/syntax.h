@@ -1,0 +1,89 @@
+#ifndef JSGFKITXX_SYNTAX_H
+#define JSGFKITXX_SYNTAX_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "vocabulary.h"
+
+namespace jsgf {
+
+// A grammar as it is written, flat: the symbols of all rules in the order of the file. No symbol owns another; a pass
+// runs over them with an index and, where groups matter, a stack of its own.
+enum class SymbolKind : uint32_t {
+  kWord,       // value: number in Syntax::words
+  kReference,  // value: index in Syntax::references
+  kNull,
+  kVoid,
+  kTag,     // value: index in Syntax::tags; belongs to the item before it
+  kStar,    // belongs to the item before it
+  kPlus,    // belongs to the item before it
+  kBar,     // between two alternatives
+  kWeight,  // value: index in Syntax::weights; first in its alternative
+  kGroupOpen,
+  kGroupClose,
+  kOptionalOpen,
+  kOptionalClose,
+  kRuleOpen,  // value: index in Syntax::rules
+};
+
+struct Symbol {
+  SymbolKind kind;
+  uint32_t value;
+};
+
+struct RuleDefinition {
+  std::string_view name;  // simple, in the source
+  uint32_t offset;        // of the name in the source
+  bool isPublic;
+  uint32_t begin;  // of its symbols: the kRuleOpen
+  uint32_t end;
+  uint32_t firstReference;  // its references are those from here to the next rule's
+};
+
+struct Reference {
+  std::string_view name;  // as written, in the source
+  uint32_t offset;
+  uint32_t rule;        // the one that it stands in
+  uint32_t target = 0;  // the one that it names; set by resolveReferences
+  bool last = false;    // nothing but tags follows it in its rule; set by resolveReferences
+  bool tagged = false;  // tags follow it; set by resolveReferences
+};
+
+// Texts one behind the other.
+class TextList {
+public:
+  uint32_t add(std::string_view text) {
+    text_.append(text);
+    ends_.push_back(static_cast<uint32_t>(text_.size()));
+    return static_cast<uint32_t>(ends_.size() - 1);
+  }
+  std::string_view operator[](uint32_t index) const {
+    const uint32_t begin = index == 0 ? 0 : ends_[index - 1];
+    return std::string_view(text_).substr(begin, ends_[index] - begin);
+  }
+  uint32_t size() const { return static_cast<uint32_t>(ends_.size()); }
+
+private:
+  std::string text_;
+  std::vector<uint32_t> ends_;
+};
+
+struct Syntax {
+  std::string_view grammarName;           // full, in the source
+  std::vector<std::string_view> imports;  // without brackets, in the source
+  std::vector<Symbol> symbols;
+  std::vector<RuleDefinition> rules;
+  std::vector<Reference> references;
+  std::vector<double> weights;
+  TextList tags;
+  TextList tokens;  // each once, as written
+  Vocabulary words;
+};
+
+}  // namespace jsgf
+
+#endif

@@ -1,0 +1,157 @@
+#include "word_splitter.h"
+
+#include <array>
+
+#include "case_folding.h"
+#include "utf8.h"
+
+namespace jsgf {
+
+namespace {
+
+enum class CharacterClass : unsigned char {
+  kLetter,
+  kDigit,   // and every other character that makes a word one
+  kMark,    // stripped from the edges of a word
+  kSymbol,  // a mark that stays at an edge
+  kDash,
+  kSpace,
+  kDropped,
+};
+
+constexpr std::array<CharacterClass, 0x80> asciiClasses() {
+  std::array<CharacterClass, 0x80> classes{};
+  for (unsigned c = 0; c < 0x80; ++c) {
+    const unsigned lower = c | 0x20U;
+    classes[c] = lower >= 'a' && lower <= 'z' ? CharacterClass::kLetter
+                 : c >= '0' && c <= '9'       ? CharacterClass::kDigit
+                 : c > ' ' && c < 0x7F        ? CharacterClass::kSymbol
+                                              : CharacterClass::kDigit;
+  }
+  for (const char c : {'.', ',', ';', ':', '!', '?', '"', '\'', '(', ')'}) {
+    classes[static_cast<unsigned char>(c)] = CharacterClass::kMark;
+  }
+  for (const char c : {' ', '\t', '\n', '\v', '\f', '\r'}) {
+    classes[static_cast<unsigned char>(c)] = CharacterClass::kSpace;
+  }
+  classes['-'] = CharacterClass::kDash;
+  return classes;
+}
+
+constexpr std::array<CharacterClass, 0x80> kAsciiClasses = asciiClasses();
+
+CharacterClass classify(char32_t c) {
+  if (c < 0x80) {
+    return kAsciiClasses[c];
+  }
+  switch (c) {
+    case 0x85:
+    case 0xA0:
+    case 0x202F:
+    case 0x3000:
+      return CharacterClass::kSpace;
+    case 0xAD:
+    case 0x200B:
+    case 0xFEFF:
+      return CharacterClass::kDropped;
+    case 0x2026:  // …
+    case 0x2018:  // ‘
+    case 0x201C:  // “
+    case 0x201D:  // ”
+    case 0x201E:  // „
+    case 0xAB:    // «
+    case 0xBB:    // »
+    case 0x2039:  // ‹
+    case 0x203A:  // ›
+    case 0xBF:    // ¿
+    case 0xA1:    // ¡
+      return CharacterClass::kMark;
+    case 0xAA:  // ª
+    case 0xB5:  // µ
+    case 0xBA:  // º
+      return CharacterClass::kLetter;
+    case 0xD7:  // ×
+    case 0xF7:  // ÷
+      return CharacterClass::kDigit;
+    default:
+      break;
+  }
+  if (c >= 0x2000 && c <= 0x200A) {
+    return CharacterClass::kSpace;
+  }
+  if (c >= 0x2010 && c <= 0x2014) {
+    return CharacterClass::kDash;
+  }
+  // The rest of the controls, Latin-1 signs, general punctuation to arrows and shapes, and the CJK marks. All else
+  // counts as a letter: only the hyphen between two letters asks for it.
+  const bool sign = c < 0xC0 || (c >= 0x2000 && c < 0x2C00) || (c >= 0x3001 && c < 0x3040);
+  return sign ? CharacterClass::kDigit : CharacterClass::kLetter;
+}
+
+char32_t comparable(char32_t c) {
+  return c == 0x2019 || c == 0x2BC ? U'\'' : foldCase(c);
+}
+
+}  // namespace
+
+bool WordSplitter::letterFollows(size_t at) const {
+  while (at < text_.size()) {
+    size_t length = 0;
+    const CharacterClass following = classify(comparable(decodeUtf8(text_, at, length)));
+    if (following != CharacterClass::kDropped) {
+      return following == CharacterClass::kLetter;
+    }
+    at += length;
+  }
+  return false;
+}
+
+bool WordSplitter::next() {
+  buffer_.clear();
+  size_t begin = std::string::npos;  // of the word within the buffer, edges stripped
+  size_t end = 0;
+  bool afterLetter = false;
+  marksOnly_ = true;
+  while (position_ < text_.size()) {
+    size_t length = 1;
+    const auto lead = static_cast<unsigned char>(text_[position_]);
+    const char32_t c = lead < 0x80 ? lead : comparable(decodeUtf8(text_, position_, length));
+    const CharacterClass kind = classify(c);
+    if (kind == CharacterClass::kSpace) {
+      position_ += length;
+      if (!buffer_.empty()) {
+        break;
+      }
+      continue;
+    }
+    if (kind == CharacterClass::kDropped) {
+      position_ += length;
+      continue;
+    }
+    if (kind == CharacterClass::kDash && afterLetter && letterFollows(position_ + length)) {
+      position_ += length;
+      break;
+    }
+    position_ += length;
+    if (kind != CharacterClass::kMark && begin == std::string::npos) {
+      begin = buffer_.size();
+    }
+    if (lead < 0x80) {
+      buffer_.push_back(static_cast<char>(foldCase(c)));
+    } else {
+      appendUtf8(buffer_, c);
+    }
+    if (kind != CharacterClass::kMark) {
+      end = buffer_.size();
+    }
+    afterLetter = kind == CharacterClass::kLetter;
+    marksOnly_ = marksOnly_ && kind != CharacterClass::kLetter && kind != CharacterClass::kDigit;
+  }
+  if (buffer_.empty()) {
+    return false;
+  }
+  word_ = marksOnly_ ? std::string_view(buffer_) : std::string_view(buffer_).substr(begin, end - begin);
+  return true;
+}
+
+}  // namespace jsgf

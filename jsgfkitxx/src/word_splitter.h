@@ -1,0 +1,43 @@
+#ifndef JSGFKITXX_WORD_SPLITTER_H
+#define JSGFKITXX_WORD_SPLITTER_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace jsgf {
+
+// Cuts a text into words that can be compared byte by byte. The same cutting is applied to the tokens of a grammar and
+// to a transcript, so that "Yes, twenty-one." and `yes twenty one` meet:
+//
+//  - white space separates words; U+FEFF, U+200B and U+00AD vanish;
+//  - letters lose their case, ’ and ʼ become ';
+//  - punctuation at the edges of a word goes, but + - * # % & $ @ / stay;
+//  - a hyphen between two letters separates words, elsewhere it stays.
+//
+// A word of punctuation and dashes alone comes whole and marked, since whether it counts depends on the grammar.
+class WordSplitter {
+public:
+  // The text must outlive the splitter.
+  explicit WordSplitter(std::string_view text) : text_(text) {}
+
+  // Moves to the next word; false when there is none.
+  bool next();
+
+  // The current word in UTF-8, never empty, valid until the next call of next().
+  std::string_view word() const { return word_; }
+  bool marksOnly() const { return marksOnly_; }
+
+private:
+  bool letterFollows(size_t at) const;
+
+  const std::string_view text_;
+  size_t position_ = 0;
+  std::string buffer_;
+  std::string_view word_;
+  bool marksOnly_ = false;
+};
+
+}  // namespace jsgf
+
+#endif
