@@ -4,7 +4,8 @@
 #define QUILLBROOK_ENGINE_CONFIG_H
 
 // Fills the engine table and the module's settings. 0, or -1 (after a message) when the module must not load: no
-// usable file, or a log file that cannot be opened.
+// usable file, a log file that cannot be opened, or no memory. What had been read by then stays in the table, for its
+// owner to release.
 int quillbrook_engine_config_load();
 
 #endif

@@ -75,8 +75,7 @@ void withdraw() {
   quillbrook_statistics_destroy();
 }
 
-void unload_profile(int index) {
-  quillbrook_engine_t &engine = quillbrook_engine[index];
+void unload_profile(quillbrook_engine_t &engine, int index) {
   debug_notice("Remove profile = %s\n", engine.name);
   quillbrook_engine_release_texts(engine);
   if (const int result = quillbrook_plugin_close(engine)) {
@@ -107,9 +106,7 @@ int unload_module() {
     quillbrook_http_update();
     quillbrook_jsgf_uri_unlink();
     quillbrook_cli_unregister();
-    for (int index = 1; index < QUILLBROOK_ENGINES && quillbrook_engine[index].name[0]; ++index) {
-      unload_profile(index);
-    }
+    quillbrook_for_each_profile(unload_profile);
     // Entries behind a hole in the list of profiles have texts, but neither plugin nor engine.
     for (quillbrook_engine_t &engine : quillbrook_engine) {
       quillbrook_engine_release_texts(engine);

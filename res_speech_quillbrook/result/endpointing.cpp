@@ -44,7 +44,7 @@ void shift_silence_date(const quillbrook_message &message) {
   quillbrook_speech_t *session = message.session;
   if (message.score > 0 && shared_load(message.context->finalize) == 0) {
     const int shift = session->providertimeout;
-    session->datesilence = ast_tvsub(session->datesilence, ast_tv(shift / 1000, (shift % 1000) * 1000));
+    session->datesilence = ast_tvsub(session->datesilence, ast_tv(shift / 1000, (shift % 1000) * 1000L));
     trace(2, "CALLBACK: Silence started %dms before...\n", shift);
   }
 }

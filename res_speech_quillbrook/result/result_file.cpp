@@ -21,7 +21,7 @@ void build_path(char (&path)[QUILLBROOK_RESULT_PATH_SIZE], const char *name, con
       *target = '_';
     }
   }
-  strcpy(target, suffix);
+  memcpy(target, suffix, strlen(suffix) + 1);
 }
 
 }  // namespace
