@@ -1,0 +1,447 @@
+// The session's grammars and the commands by which the dialplan steers a session.
+#include <gtest/gtest.h>
+
+#include "grammar/accents.h"
+#include "grammar/grammar_files.h"
+#include "host/stand_in.h"
+#include "session/entries.h"
+#include "session/recognition.h"
+#include "session/session.h"
+
+namespace {
+
+using stand_in::Fault;
+
+const std::string HEADER = "#JSGF V1.0;\ngrammar g;\n";
+
+struct GrammarTest : testing::Test {
+  quillbrook_engine_t engine{};
+  quillbrook_speech_t session{};
+  ast_speech speech{};
+
+  void SetUp() override {
+    stand_in::reset();
+    session.engine = &engine;
+    copy_text(session.name, "QBK-test");
+    speech.data = &session;
+  }
+  void TearDown() override {
+    debug = verbose = 0;
+    quillbrook_release_text(session.phrases);
+    quillbrook_release_text(session.config_pointer);
+  }
+
+  // The host hangs up on any result but 0.
+  void load(const std::string &name, const std::string &path) {
+    EXPECT_EQ(quillbrook_recog_load_grammar(&speech, name.c_str(), path.c_str()), 0);
+  }
+  void unload(const char *name) { EXPECT_EQ(quillbrook_recog_unload_grammar(&speech, name), 0); }
+  void activate(const char *name) { EXPECT_EQ(quillbrook_recog_activate_grammar(&speech, name), 0); }
+  void deactivate(const char *name) { EXPECT_EQ(quillbrook_recog_deactivate_grammar(&speech, name), 0); }
+
+  static std::string file(const std::string &name, const std::string &content) {
+    stand_in::write_file(stand_in::config_path(name), content);
+    return stand_in::config_path(name);
+  }
+  // A grammar file with these rules.
+  static std::string jsgf(const std::string &name, const std::string &rules) { return file(name, HEADER + rules); }
+
+  static std::vector<std::string> lines(int level) {
+    std::vector<std::string> texts;
+    for (const stand_in::Line &line : stand_in::log_lines()) {
+      if (line.level == level) {
+        texts.push_back(line.text);
+      }
+    }
+    return texts;
+  }
+};
+
+// Everything that the path language can set without a file, a line each.
+std::string settings(const quillbrook_speech_t &session) {
+  std::ostringstream all;
+  all << "\nspeedvsaccuracy=" << session.speedvsaccuracy << "\ncompletetimeout=" << session.completetimeout
+      << "\nincompletetimeout=" << session.incompletetimeout << "\nminspeechtimeout=" << session.minspeechtimeout
+      << "\nmaxspeechtimeout=" << session.maxspeechtimeout << "\nspeechtimeout=" << session.speechtimeout
+      << "\nextendedtimeout=" << session.extendedtimeout << "\nearlyspeechtimeout=" << session.earlyspeechtimeout
+      << "\nloggingtag=" << session.loggingtag << "\nmodel=" << session.model << "\nlanguage=" << session.language
+      << "\nvoice=" << session.voice << "\nconfiguration=" << session.configuration << "\n";
+  return all.str();
+}
+
+// What the language sets
+
+TEST_F(GrammarTest, EachFormSetsItsOwnFieldAndNothingElse) {
+  const struct {
+    const char *path;
+    const char *name;
+    const char *change;  // "field=value", or nothing
+  } cases[] = {
+      {"property:Speech-Timeout=2s", "x", "speechtimeout=2000"},
+      {"property:Speech-Timeout", "500ms", "speechtimeout=500"},
+      {"property:Max-Speech-Timeout=2s", "x", "maxspeechtimeout=2000"},
+      {"property:Recognition-Timeout=3s", "x", "maxspeechtimeout=3000"},
+      {"property:Min-Speech-Timeout=4s", "x", "minspeechtimeout=4000"},
+      {"property:Speech-Complete-Timeout=5s", "x", "completetimeout=5000"},
+      {"property:Speech-Incomplete-Timeout=6s", "x", "incompletetimeout=6000"},
+      {"property:Extended-Timeout=7s", "x", "extendedtimeout=7000"},
+      {"property:Early-Timeout=8s", "x", "earlyspeechtimeout=8000"},
+      {"property:Logging-Tag=a=b, 9s", "x", "loggingtag=a=b, 9s"},
+      {"property:Logging-Tag", "call 9s", "loggingtag=call 9s"},
+      {"property:Speed-vs-Accuracy=0.7", "x", "speedvsaccuracy=0.7"},
+      {"property:Speed-vs-Accuracy", "0.25s", "speedvsaccuracy=0.25"},  // the unit is cut off
+      {"property:Speed-vs-Accuracy", "fast", "speedvsaccuracy=0"},
+      {"property:Speech-Timeout-of-ours=1s", "x", "speechtimeout=1000"},  // a name may go on
+      {"propertyX:Speech-Timeout=1s", "x", "speechtimeout=1000"},
+      {"Property:Speech-Timeout=1s", "x", ""},
+      {"property:speech-timeout=1s", "x", ""},
+      {"property:No-Such=1s", "x", ""},
+      {"Speech-Timeout=1s", "x", ""},
+      {"uri:Speech-Timeout=1s", "x", ""},
+      // A template of a model takes language and voice.
+      {"property:Speech-Language=fr", "x", "model=fr"},
+      {"property:Speech-Voice", "Ann 9s", "voice=Ann 9s"},
+      {"builtin:grammar/model=en:US", "x", "model=en:US"},
+      {"builtin:grammar/model=", "x", "model="},
+      {"builtin:grammar/text=free", "x", "model=free"},
+      {"builtin:grammar/transcribe?lang=de", "x", "model=de"},
+      {"builtin:grammar/configuration=a=1", "x", "configuration=a=1"},
+      {"builtin:speech/transcribe", "x", "model=builtin:speech/transcribe"},
+      {"builtin:speec", "x", "model=builtin:speec"},
+      {"builtin:spee", "x", ""},
+      {"builtin:grammar/digits", "x", ""},
+      {"", "x", ""},
+      {":", "", ""},
+  };
+  for (const auto &one : cases) {
+    for (int *timeout :
+         {&session.completetimeout, &session.incompletetimeout, &session.minspeechtimeout, &session.maxspeechtimeout,
+          &session.speechtimeout, &session.extendedtimeout, &session.earlyspeechtimeout, &session.providertimeout}) {
+      *timeout = 7;
+    }
+    session.speedvsaccuracy = 7;
+    copy_text(session.model, "?LANG-?VOICE");
+    for (char *text : {session.voice, session.loggingtag, session.configuration}) {
+      copy_text(text, 10, "before");
+    }
+    std::string expected = settings(session);
+    const std::string change = one.change;
+    if (!change.empty()) {
+      const size_t line = expected.find("\n" + change.substr(0, change.find('=') + 1)) + 1;
+      expected.replace(line, expected.find('\n', line) - line, change);
+    }
+    load(one.name, one.path);
+    EXPECT_EQ(settings(session), expected) << one.path << " " << one.name;
+  }
+  EXPECT_TRUE(stand_in::log_lines().empty());
+}
+
+TEST_F(GrammarTest, OnlyATemplateTakesLanguageAndVoice) {
+  copy_text(session.model, "base");
+  load("x", "property:Speech-Voice=Ann");
+  load("x", "property:Speech-Language=fr");
+  EXPECT_STREQ(session.model, "base");
+  EXPECT_STREQ(session.voice, "");
+}
+
+TEST_F(GrammarTest, TimeoutsAreNumbersWithAUnit) {
+  const std::string long_number(1500, '0');
+  const std::pair<std::string, int> cases[] = {
+      {"250ms", 250},
+      {"2s", 2000},
+      {"1.5s", 1500},
+      {"3 seconds", 3000},
+      {"5 ms", 5},
+      {"0s", 0},
+      {"1e3ms", 1000},
+      {"0.251s", 250},   // single precision, cut and not rounded
+      {"1.001s", 1001},  // double precision would give 1000
+      {"800", -1},
+      {"5S", -1},
+      {".5s", -1},
+      {"-5s", -1},
+      {" 5s", -1},
+      {"s", -1},
+      {"ms", -1},
+      {"", -1},
+      {"3000000s", INT_MAX},
+      {"1e999s", INT_MAX},
+      {"1" + long_number + "s", -1},  // the unit is behind what is read
+  };
+  for (const auto &[value, timeout] : cases) {
+    session.speechtimeout = 7;
+    load("x", "property:Speech-Timeout=" + value);
+    EXPECT_EQ(session.speechtimeout, timeout) << value.substr(0, 40);
+  }
+}
+
+// Files
+
+TEST_F(GrammarTest, AConfigurationComesWholeWithAZeroBehindIt) {
+  for (size_t size : {0, 1, 511, 512, 513, 1024, 70000}) {
+    std::string content(size, 'c');
+    if (size > 2) {
+      content[1] = '\0';  // bytes are not looked at
+    }
+    load("conf", file("configuration_a", content));
+    ASSERT_NE(session.config_pointer, nullptr);
+    EXPECT_EQ(std::string(session.config_pointer, size + 1), content + '\0') << size;
+    EXPECT_STREQ(session.config_name, "conf");
+  }
+  // One that cannot be read takes the former one's place all the same.
+  load("gone", "/nowhere/configuration_b");
+  EXPECT_EQ(session.config_pointer, nullptr);
+  EXPECT_STREQ(session.config_name, "gone");
+  EXPECT_EQ(lines(__LOG_WARNING),
+            std::vector<std::string>{"(QBK-test) Cannot read grammar gone = /nowhere/configuration_b: No such file or "
+                                     "directory\n"});
+}
+
+TEST_F(GrammarTest, AConfigurationWithoutMemoryIsNone) {
+  const std::string path = file("configuration_a", std::string(2000, 'c'));
+  for (int nth = 1; nth <= 3; ++nth) {
+    load("before", path);
+    ASSERT_NE(session.config_pointer, nullptr);
+    stand_in::fail(Fault::Allocation, nth);
+    load("after", path);
+    EXPECT_EQ(stand_in::stop_failing(), 1);
+    EXPECT_EQ(session.config_pointer, nullptr);
+    EXPECT_STREQ(session.config_name, "after");
+    EXPECT_EQ(stand_in::logged(__LOG_ERROR, "Memory allocation error!\n"), nth);
+  }
+}
+
+TEST_F(GrammarTest, ARunningRecognitionKeepsTheConfigurationItWasGiven) {
+  load("a", file("configuration_a", "first"));
+  session.context1 = host_calloc<quillbrook_context>();
+  session.context1->config_pointer = session.config_pointer;
+  load("a", file("configuration_b", "second"));
+  unload("a");
+  EXPECT_EQ(session.config_pointer, nullptr);
+  EXPECT_STREQ(static_cast<char *>(session.context1->config_pointer), "first");
+  EXPECT_EQ(session.retired_configs.size(), 2U);
+  quillbrook_release_contexts(&session);
+  EXPECT_TRUE(session.retired_configs.empty());
+}
+
+TEST_F(GrammarTest, AContextIsCutAndAMissingFileLeavesIt) {
+  load("c", file("context_a", std::string(QUILLBROOK_TEXT_SIZE - 2, 'x') + "\xC3\xA9"));
+  EXPECT_EQ(session.context_text, std::string(QUILLBROOK_TEXT_SIZE - 2, 'x'));
+  load("c", file("context_a", "short"));
+  EXPECT_STREQ(session.context_text, "short");
+  load("other", "/nowhere/context_b");
+  EXPECT_STREQ(session.context_text, "short");
+  EXPECT_STREQ(session.context_name, "other");
+  unload("c");
+  EXPECT_STREQ(session.context_text, "short");
+  unload("other");
+  EXPECT_STREQ(session.context_text, "");
+  EXPECT_STREQ(session.context_name, "");
+}
+
+TEST_F(GrammarTest, OneFileMayHaveTwoReadings) {
+  const std::string rules = "public <r> = yes {Y};";
+  load("both", jsgf("configuration_a.jsgf", rules));
+  EXPECT_EQ(session.config_pointer, HEADER + rules);
+  EXPECT_EQ(session.grammars.match("yes"), "Y");
+  load("list", file("context_a.txt", "yes, no"));
+  EXPECT_STREQ(session.context_text, "yes, no");
+  EXPECT_STREQ(session.phrases, "yes, no");
+  unload("both");
+  EXPECT_EQ(session.config_pointer, nullptr);
+  EXPECT_EQ(session.grammars.size(), 0U);
+}
+
+TEST_F(GrammarTest, ASchemeIsDroppedAndAPropertyThatIsNoneIsAFile) {
+  const std::string path = jsgf("a.jsgf", "public <r> = yes {Y};");
+  size_t loaded = 0;
+  for (const char *scheme : {"", "uri:", "file:", "http:", "/tmp/a:"}) {
+    load("g", scheme + path);
+    EXPECT_EQ(session.grammars.size(), ++loaded) << scheme;
+  }
+  load("g", "property:" + path);
+  EXPECT_EQ(session.grammars.size(), ++loaded);
+  // The value of such a property is the name of what it loads.
+  load("g", "property:" + file("context_a=b", "text"));
+  EXPECT_STREQ(session.context_name, "b");
+  EXPECT_STREQ(session.context_text, "text");
+  // An ending counts in small letters only, and the first colon ends the scheme.
+  load("g", jsgf("A.JSGF", "public <r> = yes {Y};"));
+  load("g", "uri:file:" + path);
+  EXPECT_EQ(session.grammars.size(), loaded);
+  // A builtin form is looked at as a path too, and whole.
+  session.phrases = ast_strdup("old");
+  load("g", "builtin:grammar/model=a.txt");
+  EXPECT_STREQ(session.model, "a.txt");
+  EXPECT_EQ(session.phrases, nullptr);
+}
+
+TEST_F(GrammarTest, AGrammarThatDoesNotLoadIsAnErrorLineAndNothingElse) {
+  load("good", jsgf("good.jsgf", "public <r> = yes {Y};"));
+  const std::string bad = jsgf("bad.jsgf", "public <r> = yes | ;");
+  const std::string fifo = stand_in::config_path("fifo.jsgf");
+  ASSERT_EQ(mkfifo(stand_in::real_path(fifo).c_str(), 0600), 0);
+  load("good", bad);
+  load("good", "/nowhere/a.jsgf");
+  load("good", fifo);
+  const std::vector<std::string> errors = lines(__LOG_ERROR);
+  ASSERT_EQ(errors.size(), 3U);
+  EXPECT_EQ(errors[0].rfind("(QBK-test) Cannot load JSGF grammar good = " + bad + ": line 3, column ", 0), 0U)
+      << errors[0];
+  EXPECT_EQ(errors[1],
+            "(QBK-test) Cannot load JSGF grammar good = /nowhere/a.jsgf: Erreur ouverture: /nowhere/a.jsgf: No such "
+            "file or directory\n");
+  EXPECT_EQ(errors[2].find("(QBK-test) Cannot load JSGF grammar good = " + fifo + ": Erreur ouverture: "), 0U);
+  EXPECT_EQ(session.grammars.size(), 1U);
+  EXPECT_EQ(session.grammars.match("yes"), "Y");
+}
+
+// Names
+
+TEST_F(GrammarTest, TheFirstGrammarActivatedNamesTheResult) {
+  activate("never-loaded");
+  EXPECT_STREQ(session.grammar_id, "never-loaded");
+  activate("second");
+  EXPECT_STREQ(session.grammar_id, "never-loaded");
+  deactivate("second");
+  EXPECT_STREQ(session.grammar_id, "never-loaded");
+  deactivate("never-loaded");
+  EXPECT_STREQ(session.grammar_id, "");
+  activate("second");
+  unload("never-loaded");
+  EXPECT_STREQ(session.grammar_id, "second");
+  unload("second");
+  EXPECT_STREQ(session.grammar_id, "");
+
+  // With one recognition for the whole call the name stays, and the grammar is switched off all the same.
+  engine.continuous = 1;
+  load("g", jsgf("a.jsgf", "public <r> = yes {Y};"));
+  activate("g");
+  deactivate("g");
+  EXPECT_STREQ(session.grammar_id, "g");
+  EXPECT_FALSE(session.grammars.hasGrammar());
+}
+
+TEST_F(GrammarTest, NamesLongerThanTheirFieldAreFoundInTheirCutForm) {
+  const char *name = "a-name-of-more-than-nineteen-bytes";
+  load(name, file("configuration_a", "text"));
+  load(name, file("context_a", "text"));
+  activate(name);
+  EXPECT_STREQ(session.grammar_id, "a-name-of-more-than");
+  EXPECT_STREQ(session.config_name, "a-name-of-more-than");
+  EXPECT_STREQ(session.context_name, "a-name-of-more-than");
+  deactivate(name);
+  EXPECT_STREQ(session.grammar_id, "");
+  unload(name);
+  EXPECT_EQ(session.config_pointer, nullptr);
+  EXPECT_STREQ(session.context_name, "");
+}
+
+TEST_F(GrammarTest, GrammarsOfOneNameAreSwitchedTogetherAndUnloadedOneByOne) {
+  const std::string first = jsgf("a.jsgf", "public <r> = yes {ONE};");
+  const std::string second = jsgf("b.jsgf", "public <r> = yes {TWO};");
+  EXPECT_FALSE(session.grammars.deactivate("g"));  // leaves no trace on the grammar that comes later
+  load("g", first);
+  EXPECT_TRUE(session.grammars.isActive("g"));
+  deactivate("g");
+  EXPECT_FALSE(session.grammars.isActive("g"));
+  EXPECT_EQ(session.grammars.size(), 1U);
+  load("g", second);
+  EXPECT_EQ(session.grammars.activeNames(), "g, g");
+  EXPECT_EQ(session.grammars.match("yes"), "ONE");
+  deactivate("g");
+  EXPECT_EQ(session.grammars.activeCount(), 0U);
+  EXPECT_EQ(session.grammars.words(), "");
+  unload("g");
+  EXPECT_EQ(session.grammars.activeCount(), 1U);
+  EXPECT_EQ(session.grammars.match("yes"), "TWO");
+  session.phrases = ast_strdup("yes, no");
+  unload("unknown");
+  EXPECT_EQ(session.phrases, nullptr);
+  EXPECT_EQ(session.grammars.size(), 1U);
+}
+
+// Words and tags
+
+TEST_F(GrammarTest, TheFirstGrammarWithTagsAnswersAndTheFirstWithWordsHints) {
+  load("none", jsgf("a.jsgf", "public <r> = <NULL>;"));
+  load("bare", jsgf("b.jsgf", "public <r> = yes | no;"));
+  load("tags", jsgf("c.jsgf", "public <r> = (yes {} {A} {} {B}) | \"oh well\" {C};"));
+  EXPECT_EQ(session.grammars.match("Yes."), "A B");
+  EXPECT_EQ(session.grammars.match("oh well"), "C");
+  EXPECT_EQ(session.grammars.match("no"), "");  // accepted, but without a tag
+  EXPECT_EQ(session.grammars.words(), "yes, no");
+  deactivate("bare");
+  EXPECT_EQ(session.grammars.words(), "yes, oh well");
+  EXPECT_TRUE(GrammarManager().match("yes").empty());
+}
+
+TEST_F(GrammarTest, AccentsAreRemovedWhereTheModeSaysSo) {
+  const std::string path = jsgf("a.jsgf", "public <r> = t\xC3\xA9l\xC3\xA9 {\xC3\xA9T\xC3\x89};");
+  const char *expected[][3] = {
+      // words, tags for the word with accents, without
+      {"t\xC3\xA9l\xC3\xA9", "\xC3\xA9T\xC3\x89", ""},
+      {"tele", "\xC3\xA9T\xC3\x89", ""},
+      {"tele", "eTe", "eTe"},
+  };
+  for (int mode = 0; mode <= 2; ++mode) {
+    engine.normalize_phrases = mode;
+    load("g", path);
+    EXPECT_EQ(session.grammars.words(), expected[mode][0]) << mode;
+    EXPECT_EQ(session.grammars.match("t\xC3\xA9l\xC3\xA9"), expected[mode][1]) << mode;
+    EXPECT_EQ(session.grammars.match("tele"), expected[mode][2]) << mode;
+    unload("g");
+  }
+}
+
+TEST_F(GrammarTest, AccentsOfTheTableGoAndAllElseStays) {
+  std::string all;
+  std::string plain;
+  for (int code = 0xC0; code <= 0xFF; ++code) {
+    all += {static_cast<char>(0xC0 | code >> 6), static_cast<char>(0x80 | (code & 0x3F))};
+  }
+  EXPECT_EQ(removeAccentsUTF8(all),
+            "aaaaaaaeceeeeiiii\xC3\x90nooooo\xC3\x97\xC3\x98uuuuy\xC3\x9Ess"
+            "aaaaaaaeceeeeiiii\xC3\xB0nooooo\xC3\xB7\xC3\xB8uuuuy\xC3\xBEy");
+  EXPECT_EQ(removeAccentsUTF8("\xC3\x89"
+                              "COLE \xC5\x92uvre \xC5\x93uf"),
+            "eCOLE oeuvre oeuf");
+  // Nothing is read behind the end, and what is no letter of the table is copied byte by byte.
+  for (const std::string &same :
+       {std::string("a\xC3"), std::string("\xC3\xC3"), std::string("\xC5\xB8"), std::string("\xE2\x82\xAC\xF0\x9F"),
+        std::string("\xC3\0\xC3", 3), std::string("\xC4\xA0")}) {
+    EXPECT_EQ(removeAccentsUTF8(same), same);
+  }
+}
+
+// The log, by which a dialplan is debugged
+
+TEST_F(GrammarTest, MatchAndWordsTellWhatTheyDid) {
+  load("off", jsgf("a.jsgf", "public <r> = no {N};"));
+  load("bare", jsgf("b.jsgf", "public <r> = <NULL>;"));
+  load("on", jsgf("c.jsgf", "public <r> = yes {Y};"));
+  deactivate("off");
+  verbose = 1;
+  session.grammars.match("yes");
+  session.grammars.words();
+  verbose = 0;
+  const std::string bare = "Grammar name: bare content: #JSGF V1.0; grammar g; public <r> = <NULL>;\n";
+  const std::string on = "Grammar name: on content: #JSGF V1.0; grammar g; public <r> = yes {Y};\n";
+  EXPECT_EQ(lines(__LOG_NOTICE), (std::vector<std::string>{
+                                     "Match: 3 grammar(s) loaded, 2 active [bare, on], input [yes]\n",
+                                     "Match: grammar off is not active, skipped\n",
+                                     bare,
+                                     "Match: no match in grammar bare (rule [])\n",
+                                     on,
+                                     "Match: grammar on matched rule [r], tags [Y]\n",
+                                     "Extract words: 3 grammar(s) loaded, 2 active [bare, on]\n",
+                                     "Extract words: grammar off is not active, skipped\n",
+                                     bare,
+                                     "Extract words: no word in grammar bare\n",
+                                     on,
+                                     "yes\n",
+                                     "Extract words: 1 word(s) taken from grammar on\n",
+                                 }));
+}
+
+}  // namespace
