@@ -1,0 +1,205 @@
+#include "decoder.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <mutex>
+#include <stdexcept>
+
+#include <pocketsphinx.h>
+
+extern "C" {
+#include <sphinxbase/cmn.h>
+#include <sphinxbase/err.h>
+#include <sphinxbase/feat.h>
+#include <sphinxbase/fsg_model.h>
+}
+
+namespace pocketsphinx_plugin {
+namespace {
+
+constexpr const char *hints_search = "hints";
+constexpr const char *language_search = "language";
+constexpr const char *phones_search = "phones";
+
+constexpr size_t most_words = 20000;
+constexpr size_t frames_at_a_time = 128; /* of the library's buffer of 256 */
+
+/* Scores are logarithms to this base, shifted right by this many bits. */
+constexpr double log_base = 1.0001;
+constexpr int score_shift = 10;
+
+/* The library ends the process after a fatal message. It must not: the calls of a whole machine are in it. It is
+ * left by an exception instead, which gives up the memory of the object that was being made. */
+void on_library_message(void *, err_lvl_t level, const char *, ...) {
+  if (level == ERR_FATAL) throw std::runtime_error("the model's files are damaged or there is no memory for them");
+}
+
+class LibraryMessages {
+public:
+  LibraryMessages() {
+    err_set_logfp(nullptr);
+    err_set_callback(on_library_message, nullptr);
+  }
+  ~LibraryMessages() { err_set_callback(err_logfp_cb, nullptr); }
+};
+
+void silence_library() {
+  static LibraryMessages messages;
+}
+
+}  // namespace
+
+const Cepstrum &Decoder::usual_means() {
+  static constexpr Cepstrum means{53.55F, 8.65F, 8.45F,  1.47F,  6.03F,  -8.47F, -1.30F,
+                                  -2.51F, 4.92F, -0.75F, -5.52F, -1.22F, 0.23F};
+  return means;
+}
+
+Decoder::Decoder(ModelFiles files) : files_(std::move(files)) {
+  silence_library();
+  cmd_ln_t *config =
+      cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", files_.acoustic.c_str(), "-cmn", "live", "-compallsen", "yes",
+                  "-bestpath", "no", "-fwdflat", "no", "-allphone_ci", "yes", nullptr);
+  if (config == nullptr) throw std::runtime_error("the library refuses its settings");
+  if (files_.language_model.empty()) {
+    cmd_ln_set_int_r(config, "-pl_window", 0);
+  } else {
+    cmd_ln_set_str_r(config, "-dict", files_.dictionary.c_str());
+  }
+  decoder_ = ps_init(config);
+  cmd_ln_free_r(config);
+  if (decoder_ == nullptr) {
+    throw std::runtime_error("the acoustic model " + files_.acoustic + " cannot be loaded");
+  }
+  ps_get_feat(decoder_)->cmn = CMN_LIVE;
+  bool ready = ps_set_allphone(decoder_, phones_search, nullptr) == 0 &&
+               (files_.language_model.empty() ||
+                (ps_set_lm_file(decoder_, language_search, files_.language_model.c_str()) == 0 &&
+                 ps_set_search(decoder_, language_search) == 0));
+  if (!ready) {
+    ps_free(decoder_);
+    throw std::runtime_error("the language model " + files_.language_model + " cannot be loaded");
+  }
+}
+
+Decoder::~Decoder() {
+  ps_free(decoder_);
+}
+
+cmd_ln_s *Decoder::config() const {
+  return ps_get_config(decoder_);
+}
+
+void Decoder::add_words(const Hints &hints, const Dictionary &dictionary) {
+  for (const Hints::Phrase &phrase : hints.phrases) {
+    for (const std::string &word : phrase) {
+      if (!words_.insert(word).second) continue;
+      int variant = 1;
+      for (const std::string &phones : dictionary.pronunciations(word)) {
+        std::string name = variant == 1 ? word : word + "(" + std::to_string(variant) + ")";
+        if (ps_add_word(decoder_, name.c_str(), phones.c_str(), FALSE) < 0) {
+          throw std::runtime_error("the dictionary gives '" + name + "' phones that the acoustic model lacks");
+        }
+        ++variant;
+      }
+    }
+  }
+}
+
+void Decoder::set_hints(const Hints &hints, const Dictionary &dictionary, bool loop) {
+  add_words(hints, dictionary);
+
+  int states = 2;
+  for (const Hints::Phrase &phrase : hints.phrases) states += static_cast<int>(phrase.size()) - 1;
+  logmath_t *logarithms = ps_get_logmath(decoder_);
+  auto weight = static_cast<float32>(cmd_ln_float32_r(config(), "-lw"));
+  fsg_model_t *grammar = fsg_model_init(hints_search, logarithms, weight, states);
+  grammar->start_state = 0;
+  grammar->final_state = loop ? 0 : 1;
+
+  auto each = static_cast<int32>(logmath_log(logarithms, 1.0 / static_cast<double>(hints.phrases.size())) * weight);
+  int inner = 2;
+  for (const Hints::Phrase &phrase : hints.phrases) {
+    int from = 0;
+    for (size_t i = 0; i < phrase.size(); ++i) {
+      int to = i + 1 < phrase.size() ? inner++ : grammar->final_state;
+      fsg_model_trans_add(grammar, from, to, i == 0 ? each : 0, fsg_model_word_add(grammar, phrase[i].c_str()));
+      from = to;
+    }
+  }
+
+  bool ready = ps_set_fsg(decoder_, hints_search, grammar) == 0 && ps_set_search(decoder_, hints_search) == 0;
+  fsg_model_free(grammar);
+  if (!ready) throw std::runtime_error("the library refuses the grammar made of the hints");
+}
+
+void Decoder::begin() {
+  if (ps_start_utt(decoder_) < 0) throw std::runtime_error("the library cannot begin an utterance");
+}
+
+void Decoder::process(const Cepstrum *frames, size_t count) {
+  /* The library normalises frames in place, and wants a pointer to each. */
+  Cepstrum block[frames_at_a_time];
+  float *rows[frames_at_a_time];
+  while (count > 0) {
+    size_t now = std::min(count, frames_at_a_time);
+    std::copy(frames, frames + now, block);
+    for (size_t i = 0; i < now; ++i) rows[i] = block[i].data();
+    if (ps_process_cep(decoder_, rows, static_cast<int>(now), FALSE, FALSE) < 0) {
+      throw std::runtime_error("the library cannot process audio");
+    }
+    frames += now;
+    count -= now;
+  }
+}
+
+std::string Decoder::hypothesis() const {
+  const char *text = ps_get_hyp(decoder_, nullptr);
+  return text == nullptr ? std::string() : std::string(text);
+}
+
+void Decoder::end() {
+  ps_end_utt(decoder_);
+}
+
+std::vector<Segment> Decoder::segments() const {
+  const double nat = std::log(log_base) * (1 << score_shift);
+  std::vector<Segment> found;
+  for (ps_seg_t *segment = ps_seg_iter(decoder_); segment != nullptr; segment = ps_seg_next(segment)) {
+    const char *word = ps_seg_word(segment);
+    if (word == nullptr || strcmp(word, "(NULL)") == 0) continue;
+    int first = 0;
+    int last = 0;
+    int32 score = 0;
+    ps_seg_frames(segment, &first, &last);
+    ps_seg_prob(segment, &score, nullptr, nullptr);
+    bool filler = word[0] == '<' || word[0] == '[' || (word[0] == '+' && word[1] != 0);
+    found.push_back({word, filler, first, last, score * nat});
+  }
+  return found;
+}
+
+void Decoder::search_phones() {
+  ps_set_search(decoder_, phones_search);
+}
+
+void Decoder::search_words() {
+  ps_set_search(decoder_, files_.language_model.empty() ? hints_search : language_search);
+}
+
+Cepstrum Decoder::means() const {
+  Cepstrum means{};
+  cmn_live_get(ps_get_feat(decoder_)->cmn_struct, means.data());
+  return means;
+}
+
+void Decoder::set_means(const Cepstrum &means) {
+  cmn_live_set(ps_get_feat(decoder_)->cmn_struct, means.data());
+}
+
+bool Decoder::is_reusable() const {
+  return words_.size() < most_words;
+}
+
+}  // namespace pocketsphinx_plugin

@@ -1,0 +1,88 @@
+/*
+ * One run of quillbrook_loop: follows the stream file of one call and reports what it hears.
+ */
+#ifndef POCKETSPHINX_RECOGNITION_H
+#define POCKETSPHINX_RECOGNITION_H
+
+#include <quillbrook.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "decoder_pool.h"
+#include "hints.h"
+#include "parameters.h"
+#include "stream_reader.h"
+#include "utterance.h"
+
+namespace pocketsphinx_plugin {
+
+/* What is known of the channels of calls, from one recognition of a call to its next. Thread-safe. */
+class ChannelMemory {
+public:
+  Channel recall(const std::string &call);
+  void keep(const std::string &call, const Channel &channel);
+
+private:
+  struct Entry {
+    std::string call;
+    Channel channel;
+  };
+  std::mutex lock_; /* guards entries_; innermost */
+  std::deque<Entry> entries_;
+};
+
+class Recognition {
+public:
+  /* Throws std::runtime_error with a sentence for the operator. */
+  Recognition(quillbrook_context *context, DecoderPool &pool, ChannelMemory &channels);
+  ~Recognition();
+  Recognition(const Recognition &) = delete;
+  Recognition &operator=(const Recognition &) = delete;
+
+  /* Returns after plugin_stop. Throws std::runtime_error with a sentence for the operator. */
+  void run();
+
+private:
+  using Clock = std::chrono::steady_clock;
+
+  void log(const std::string &sentence) const;
+  bool is_stopped() const;
+  bool is_asked_to_finish();
+
+  bool get_ready();
+  bool hear_some();
+  void attend();
+  void report(const char *text, int score);
+  void tick_if_due();
+  void report_interim();
+  void finish_utterance();
+  void wind_up();
+  void start_over_after_result();
+
+  quillbrook_context *context_;
+  DecoderPool &pool_;
+  ChannelMemory &channels_;
+  Parameters parameters_;
+  std::string call_;
+
+  DecoderPool::Ticket order_;
+  Recogniser recogniser_;
+  Hints hints_;
+  Channel channel_;
+  std::optional<StreamReader> stream_;
+  std::optional<UtteranceDecoder> utterance_; /* empty when no hint can be understood */
+  bool with_hints_ = false;
+
+  std::vector<int16_t> samples_;
+  std::string interim_;           /* reported last, and not yet followed by a final */
+  Clock::time_point reported_{};  /* last call of the callback */
+  Clock::time_point new_words_{}; /* last time that it had words that were new */
+  bool finish_seen_ = false;
+};
+
+}  // namespace pocketsphinx_plugin
+
+#endif

@@ -1,0 +1,120 @@
+#include "utterance.h"
+
+#include <algorithm>
+
+#include "confidence.h"
+
+namespace pocketsphinx_plugin {
+namespace {
+
+/* Frames this far below the loudest, in the first cepstral coefficient, are silence and say nothing of the channel. */
+constexpr float silence_depth = 30.0F;
+constexpr double greatest_weight = 300; /* the channel is never known so well that it could not change */
+constexpr size_t block = 50;            /* frames between two looks around: some 10 ms of work */
+
+struct SpeechMean {
+  Cepstrum mean{};
+  double count = 0;
+};
+
+SpeechMean speech_mean(const std::vector<Cepstrum> &frames) {
+  float loudest = 0;
+  for (const Cepstrum &frame : frames) loudest = std::max(loudest, frame[0]);
+  SpeechMean speech;
+  for (const Cepstrum &frame : frames) {
+    if (frame[0] < loudest - silence_depth) continue;
+    speech.count += 1;
+    for (size_t i = 0; i < frame.size(); ++i) {
+      speech.mean[i] += (frame[i] - speech.mean[i]) / static_cast<float>(speech.count);
+    }
+  }
+  return speech;
+}
+
+}  // namespace
+
+Cepstrum Channel::adapted_to(const std::vector<Cepstrum> &frames) const {
+  SpeechMean speech = speech_mean(frames);
+  Cepstrum blend{};
+  for (size_t i = 0; i < blend.size(); ++i) {
+    blend[i] = static_cast<float>((means[i] * weight + speech.mean[i] * speech.count) / (weight + speech.count));
+  }
+  return blend;
+}
+
+void Channel::learn(const std::vector<Cepstrum> &frames) {
+  SpeechMean speech = speech_mean(frames);
+  means = adapted_to(frames);
+  weight = std::min(weight + speech.count, greatest_weight);
+}
+
+UtteranceDecoder::UtteranceDecoder(Decoder &decoder, const Hints *hints, int quiet_ms, Channel &channel)
+    : decoder_(decoder), hints_(hints), channel_(channel), front_end_(decoder.config(), quiet_ms) {}
+
+void UtteranceDecoder::begin() {
+  decoder_.set_means(channel_.means);
+  decoder_.begin();
+  begun_ = true;
+}
+
+void UtteranceDecoder::feed(const int16_t *samples, size_t count) {
+  size_t before = frames_.size();
+  front_end_.feed(samples, count, frames_);
+  if (frames_.size() == before) return;
+  if (!begun_) begin();
+  decoder_.process(frames_.data() + before, frames_.size() - before);
+}
+
+std::string UtteranceDecoder::hypothesis() const {
+  return begun_ ? spell(decoder_.hypothesis()) : std::string();
+}
+
+void UtteranceDecoder::decode_again(const Cepstrum &means, const Between &between) {
+  decoder_.set_means(means);
+  decoder_.begin();
+  for (size_t done = 0; done < frames_.size(); done += block) {
+    decoder_.process(frames_.data() + done, std::min(block, frames_.size() - done));
+    between();
+  }
+  decoder_.end();
+}
+
+Result UtteranceDecoder::finish(const Between &between) {
+  Result result;
+  if (!begun_) return result;
+  decoder_.end();
+  Cepstrum means = channel_.adapted_to(frames_);
+  decode_again(means, between);
+  std::string text = decoder_.hypothesis();
+  if (!text.empty()) {
+    std::vector<Segment> words = decoder_.segments();
+    decoder_.search_phones();
+    decode_again(means, between);
+    std::vector<Segment> phones = decoder_.segments();
+    decoder_.search_words();
+    result.text = spell(text);
+    result.confidence = confidence(shortfall(words, phones));
+    channel_.learn(frames_);
+  }
+  front_end_.end_utterance();
+  frames_.clear();
+  begun_ = false;
+  return result;
+}
+
+void UtteranceDecoder::drop_words() {
+  if (!begun_) return;
+  decoder_.end();
+  int last = -1;
+  for (const Segment &segment : decoder_.segments()) {
+    if (!segment.is_filler) last = std::max(last, segment.last_frame);
+  }
+  size_t spent = std::min(frames_.size(), static_cast<size_t>(last + 1));
+  frames_.erase(frames_.begin(), frames_.begin() + static_cast<std::ptrdiff_t>(spent));
+  begun_ = false;
+  if (frames_.empty()) return;
+  begin();
+  decoder_.process(frames_.data(), frames_.size());
+}
+
+}  // namespace pocketsphinx_plugin

@@ -1,0 +1,76 @@
+/*
+ * From samples to the text of one utterance after the other, with a decoder that belongs to one call.
+ */
+#ifndef POCKETSPHINX_UTTERANCE_H
+#define POCKETSPHINX_UTTERANCE_H
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "decoder.h"
+#include "front_end.h"
+#include "hints.h"
+
+namespace pocketsphinx_plugin {
+
+/* The channel of a call as the decoder has come to know it: means over frames of speech. */
+struct Channel {
+  Cepstrum means = Decoder::usual_means();
+  double weight = 100; /* in frames */
+
+  /* The means that fit these frames best, given what is known of the channel. */
+  Cepstrum adapted_to(const std::vector<Cepstrum> &frames) const;
+  void learn(const std::vector<Cepstrum> &frames);
+};
+
+struct Result {
+  std::string text;   /* empty when no word was understood */
+  int confidence = 0; /* 1 to 100 with a text */
+};
+
+class UtteranceDecoder {
+public:
+  /* Called between blocks of work, so that the owner can attend to other things. */
+  using Between = std::function<void()>;
+
+  /* hints may be empty for a decoder with a language model. The arguments outlive this object. */
+  UtteranceDecoder(Decoder &decoder, const Hints *hints, int quiet_ms, Channel &channel);
+
+  void set_sample_rate(int samples_a_second) { front_end_.set_sample_rate(samples_a_second); }
+
+  /* At most some 20 ms at a time: the end of speech is noticed between calls. */
+  void feed(const int16_t *samples, size_t count);
+
+  /* Something that may be speech has been heard since the last finish(). */
+  bool has_speech() const { return begun_; }
+  /* It is being heard, or ended less than the quiet time ago. */
+  bool in_speech() const { return front_end_.in_speech(); }
+  int speech_ms() const { return static_cast<int>(frames_.size()) * frame_ms; }
+
+  /* What the caller seems to have said by now. */
+  std::string hypothesis() const;
+
+  /* Ends the utterance: decodes it again with what is known by now of the channel, and judges the outcome. */
+  Result finish(const Between &between);
+
+  /* Forgets the words up to here, not the sounds behind the last of them. */
+  void drop_words();
+
+private:
+  void decode_again(const Cepstrum &means, const Between &between);
+  void begin();
+  std::string spell(const std::string &text) const { return hints_ == nullptr ? text : hints_->spell(text); }
+
+  Decoder &decoder_;
+  const Hints *hints_;
+  Channel &channel_;
+  FrontEnd front_end_;
+  std::vector<Cepstrum> frames_; /* of this utterance */
+  bool begun_ = false;
+};
+
+}  // namespace pocketsphinx_plugin
+
+#endif
