@@ -1,8 +1,17 @@
 #include "chart.h"
 
 #include <algorithm>
+#include <new>
 
 namespace jsgf {
+
+namespace {
+
+// The items of a match may take 1 GiB. Thousands of rules that are all possible at each of thousands of words come
+// here; without a limit they'd take the memory of the process that matches.
+constexpr size_t kMaxItems = size_t{1} << 26U;
+
+}  // namespace
 
 size_t ItemTable::slotOf(uint32_t place, uint32_t goal) const {
   const size_t mask = slots_.size() - 1;
@@ -89,6 +98,9 @@ void Chart::fillTable(uint32_t position, ItemTable &table) const {
 
 // Adds all items that reach one of the position's items without a word.
 void Chart::closePosition(uint32_t position) {
+  if (items_.size() > kMaxItems) {
+    throw std::bad_alloc();
+  }
   for (uint32_t index = positionStart_[position]; index < items_.size(); ++index) {
     const uint32_t place = items_[index].place;
     const uint32_t goal = items_[index].goal;

@@ -1,0 +1,193 @@
+// What no input may do: take a stack, take more than a fair time, stop the process, or meet another thread's match.
+
+#include <jsgfkitxx.h>
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+const std::string kHead = "#JSGF V1.0;\ngrammar g;\n";
+
+std::unique_ptr<Grammar> load(const std::string &source) {
+  std::istringstream in(source);
+  return std::make_unique<Grammar>(in);
+}
+
+std::string repeated(const std::string &text, size_t count) {
+  std::string all;
+  all.reserve(text.size() * count);
+  for (size_t i = 0; i < count; ++i) {
+    all += text;
+  }
+  return all;
+}
+
+void runOnSmallStack(const std::function<void()> &work) {
+  constexpr size_t kStack = size_t{256} * 1024;
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, kStack), 0);
+  pthread_t thread{};
+  const auto entry = [](void *argument) -> void * {
+    (*static_cast<const std::function<void()> *>(argument))();
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, &attributes, entry, const_cast<std::function<void()> *>(&work)), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+}
+
+TEST(Limits, DepthAndLengthTakeNoStack) {
+  constexpr size_t kDeep = 100'000;
+  runOnSmallStack([] {
+    const auto groups = load(kHead + "public <r> = " + repeated("(", kDeep) + "x {T}" + repeated(")", kDeep) + ";");
+    EXPECT_EQ(groups->getMatchingPublicRule("x"), "r");
+    const auto optional = load(kHead + "public <r> = " + repeated("[a ", kDeep) + "x" + repeated("]", kDeep) + ";");
+    EXPECT_EQ(optional->getMatchingPublicRule("a a a"), "r");
+    const auto repeats = load(kHead + "public <r> = " + repeated("(", kDeep) + "x" + repeated(")*", kDeep) + " y;");
+    EXPECT_EQ(repeats->getMatchingPublicRule("x x y"), "r");
+    std::string chain = kHead + "public <r0> = <r1> {T};";
+    std::string cycle = kHead + "public <r0> = x <r1>;";
+    for (size_t i = 1; i < kDeep; ++i) {
+      const std::string rule = "<r" + std::to_string(i) + "> = ";
+      const std::string next = "<r" + std::to_string(i + 1) + ">";
+      chain += rule + next + ";";
+      cycle += rule + "x " + (i + 1 == kDeep ? "<r0> {T} | y {Y}" : next) + ";";
+    }
+    EXPECT_EQ(load(chain + "<r" + std::to_string(kDeep) + "> = x;")->getMatchingPublicRule("x"), "r0");
+    const auto recursive = load(cycle);
+    const std::string words = repeated("x ", 3 * kDeep - 1) + "y";
+    const auto tags = Grammar::getMatchingTags(recursive->matchesRule(recursive->getRule("r0"), words));
+    EXPECT_EQ(std::count(tags.begin(), tags.end(), "T"), 2);
+    EXPECT_THROW(load(kHead + "public <r> = " + repeated("(", kDeep)), std::runtime_error);
+  });
+}
+
+const std::string kAllSyntax =
+    "\xEF\xBB\xBF#JSGF V1.0 ISO8859-1 fr;\n"
+    "/** @author n */ grammar com.acme.all;\n"
+    "import <com.acme.sizes.small>; import <com.acme.milk.*>; // one, all\n"
+    "public <order> = [/2/ please | /0.5/ \"if you \\\"please\\\"\"] (<drink> {D} | <sizes.small> | <VOID>)+ <NULL> "
+    "{n};\n"
+    "<drink> = tea {T\\}} {} | \xC3\xA9"
+    "clair* {E}+ | twenty-one <all.list>;\n"
+    "public <list> = one | two [and <list> {L}] /* end */;";
+
+TEST(Limits, EachPrefixLoadsOrThrows) {
+  ASSERT_NO_THROW(load(kAllSyntax));
+  for (size_t length = 0; length < kAllSyntax.size(); ++length) {
+    try {
+      const auto grammar = load(kAllSyntax.substr(0, length));
+      grammar->getMatchingPublicRule("please tea twenty one two and one");
+      grammar->getAllWords();
+    } catch (const std::runtime_error &error) {
+      EXPECT_EQ(std::string(error.what()).compare(0, 5, "line "), 0) << error.what();
+    }
+  }
+}
+
+TEST(Limits, FileThatCannotBeReadThrows) {
+  std::istringstream in(kAllSyntax);
+  in.setstate(std::ios::failbit);
+  EXPECT_THROW(Grammar{in}, std::runtime_error);
+}
+
+// Best of a few runs, since other work on the machine only ever adds.
+double secondsOf(const std::function<void()> &work) {
+  double best = 1e9;
+  for (int run = 0; run < 5; ++run) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    best = std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+  }
+  return best;
+}
+
+// Twice the text, at most three times the time: what grows with the square fails.
+TEST(Limits, TimeGrowsWithTheText) {
+  const struct {
+    std::string rules;
+    std::string before, words, behind;
+    bool isMatch;
+  } rows[] = {
+      {"public <r> = (a*)* b;", "", "a ", "b", true},
+      {"public <r> = a (a | a a | [a] a)* a c; <b> = b;", "b ", "a ", "a", false},
+      {"public <r> = a <r> {T} | a a <r> | b;", "", "a ", "b", true},
+      {"public <r> = b ((a | a a)* [a])* b;", "", "a ", "b", false},
+  };
+  for (const auto &row : rows) {
+    const auto grammar = load(kHead + row.rules);
+    const auto seconds = [&](size_t count) {
+      const std::string text = row.before + repeated(row.words, count) + row.behind;
+      EXPECT_EQ(grammar->getMatchingPublicRule(text) == "r", row.isMatch) << row.rules;
+      return secondsOf([&] { grammar->getMatchingPublicRule(text); });
+    };
+    constexpr size_t kWords = 8000;
+    EXPECT_LT(seconds(2 * kWords), 3 * seconds(kWords)) << row.rules;
+  }
+}
+
+TEST(Limits, TimeAndSpaceOfALoadGrowWithTheSource) {
+  const auto source = [](size_t rules, const char *body) {
+    std::string text = kHead + "public <r0> = <r1> <r1>;";
+    for (size_t i = 1; i < rules; ++i) {
+      const std::string next = "<r" + std::to_string(i + 1) + ">";
+      text += "<r" + std::to_string(i) + "> = " + body + next + " [" + next + "];";
+    }
+    return text + "<r" + std::to_string(rules) + "> = x;";
+  };
+  // Written out this is 2 to the power of 10,000 places.
+  EXPECT_EQ(load(source(10'000, ""))->getMatchingPublicRule("x x x"), "r0");
+  constexpr size_t kRules = 4000;
+  const std::string once = source(kRules, "a b | ");
+  const std::string twice = source(2 * kRules, "a b | ");
+  EXPECT_LT(secondsOf([&] { load(twice); }), 3 * secondsOf([&] { load(once); }));
+}
+
+TEST(Limits, RulesThatCanBeEmptyAreDoubledWithoutHarm) {
+  std::string plain = kHead;
+  std::string tagged = kHead;
+  for (size_t i = 0; i < 60; ++i) {
+    const std::string next = "<r" + std::to_string(i + 1) + ">";
+    plain += (i == 0 ? "public <r" : "<r") + std::to_string(i) + "> = [" + next + "] [" + next + "];";
+    tagged += (i == 0 ? "public <r" : "<r") + std::to_string(i) + "> = " + next + " " + next + ";";
+  }
+  const auto grammar = load(plain + "<r60> = a {A};");
+  const auto tags = Grammar::getMatchingTags(grammar->matchesRule(grammar->getRule("r0"), repeated("a ", 40)));
+  EXPECT_EQ(std::count(tags.begin(), tags.end(), "A"), 40);
+  // A derivation of 2 to the power of 60 steps: the text fits, and the tags are given up.
+  const auto endless = load(tagged + "<r60> = <NULL> {N} | a {A};");
+  EXPECT_EQ(endless->getMatchingPublicRule("a"), "r0");
+  EXPECT_EQ(Grammar::getMatchingTags(endless->matchesRule(endless->getRule("r0"), "a")), std::vector<std::string>{""});
+}
+
+TEST(Limits, ThreadsMatchOneGrammar) {
+  const auto grammar = load(kHead + "public <r> = (<d> {T})+; <d> = one {1} | two {2} [<d>];");
+  const auto work = [&] {
+    for (int i = 0; i < 300; ++i) {
+      const std::string text = i % 2 == 0 ? "one two two one" : "two one one";
+      const std::string rule = grammar->getMatchingPublicRule(text);
+      const auto tags = Grammar::getMatchingTags(grammar->matchesRule(grammar->getRule(rule), text));
+      EXPECT_EQ(std::count(tags.begin(), tags.end(), "2"), i % 2 == 0 ? 2 : 1);
+      EXPECT_EQ(grammar->getAllWords().size(), 2U);
+      EXPECT_EQ(grammar->getName(), "g");
+    }
+  };
+  std::thread other(work);
+  work();
+  other.join();
+}
+
+}  // namespace
