@@ -41,6 +41,9 @@ void quillbrook_join_threads(quillbrook_speech_t *session) {
 }
 
 void quillbrook_release_contexts(quillbrook_speech_t *session) {
+  // A streaming thread that was stopped in one of its waits has passed the rewind on its way out, and that opens the
+  // stream again.
+  quillbrook_close_stream(session);
   trace(2, "Purge the context and the elements...\n");
   quillbrook_context *context = session->context1;
   // These point into the session.
