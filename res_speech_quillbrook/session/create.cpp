@@ -131,8 +131,9 @@ int create(struct ast_speech *speech) {
   notice("(?) Create speech resource : %s\n", engine_name);
   const char *profile;
   quillbrook_engine_t *engine = find_engine(engine_name, profile);
-  if (!engine) {
-    ast_log(LOG_ERROR, "No profile %s behind the engine %s\n", profile, engine_name);
+  // An engine without a plugin is left when an unload failed half way.
+  if (!engine || !engine->plugin_init) {
+    ast_log(LOG_ERROR, "No plugin behind the engine %s (profile %s)\n", engine_name, profile);
     return -1;
   }
   log_engine(*engine, profile, engine_name);
