@@ -79,12 +79,12 @@ class Call:
     def ended(self):
         return "end" in self.lines
 
-    def wait(self, timeout=20):
+    def wait(self, timeout=30):
         """Waits for the end of the dialplan and gives the reports before it."""
         self.pbx.wait_until(lambda: self.ended, timeout, f"{self.context} did not end; so far: {self.lines}")
         return [line for line in self.lines if line != "end"]
 
-    def wait_for(self, text, timeout=20):
+    def wait_for(self, text, timeout=30):
         """Waits for a report that contains the text, and gives it."""
         found = []
 

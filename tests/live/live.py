@@ -35,7 +35,7 @@ def configuration(general=None, **profiles):
 
 def module_files():
     """What the module leaves in /tmp when it is careless."""
-    return set(glob.glob("/tmp/quillbrook*")) | set(glob.glob("/tmp/cli-*"))
+    return set(glob.glob("/tmp/quillbrook_*")) | set(glob.glob("/tmp/quillbrook2_*")) | set(glob.glob("/tmp/cli-*"))
 
 
 class LiveTest(unittest.TestCase):

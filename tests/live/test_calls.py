@@ -34,15 +34,18 @@ class CallTest(LiveTest):
                 self.assertEqual(lines, ["result 1|95|at once"])
 
     def test_a_second_question_after_a_digit(self):
-        # The digit comes when the first recognition has heard a second; the second one then has its own two.
+        # The digit comes when the first recognition has heard a second; the second one is a new one.
         for start in ([], ["SpeechStart()"]):
             with self.subTest(start=start):
+                self.report_path.unlink(missing_ok=True)
                 lines = self.pbx.call(
-                    ["Answer()", "SpeechCreate(quillbrook)", self.script("bytes 32000\nfinal 80 spoken"),
+                    ["Answer()", "Set(SPEECH_DTMF_MAXLEN=1)", "SpeechCreate(quillbrook)",
+                     self.script("report={report}\nlog started\nbytes 32000\nfinal 80 spoken"),
                      "SpeechStart()", "SpeechBackground(silence/1,5)", RESULT,
                      *start, "SpeechBackground(silence/1,5)", RESULT],
                     talker=["Playback(silence/1)", "SendDTMF(7)", "Playback(silence/10)"]).wait()
                 self.assertEqual(lines, ["result 1|1000|7", "result 1|80|spoken"])
+                self.assertEqual(self.report_path.read_text(), "started\n" * 2)
 
     def test_continuous_results_are_read_one_by_one(self):
         lines = self.pbx.call(
