@@ -335,12 +335,12 @@ def free_port():
 
 
 def end_on_signals():
-    """Makes SIGTERM and SIGHUP end the program as Ctrl-C does, through the `with` blocks."""
+    """Makes SIGTERM and SIGHUP end the program as Ctrl-C does, through the `with` blocks; also in the background."""
 
     def leave(_number, _frame):
         raise KeyboardInterrupt
 
-    for number in (signal.SIGTERM, signal.SIGHUP):
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, leave)
 
 

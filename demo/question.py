@@ -49,6 +49,8 @@ class Question:
         count, score, text = result.split("|", 2)
         if not count.isdigit() or int(count) == 0:
             return Answer(failure=f"no result within {ANSWER_SECONDS} s")
+        if text == "error" and score == "0":
+            return Answer(failure="the plugin failed")
         return Answer(text, int(score), round((time - spoken[0] - self._voiced_end) * 1000))
 
 
@@ -56,6 +58,6 @@ def row(said, answer):
     """A line of the table under HEADING."""
     if answer.failure:
         return f"{said:<24} ({answer.failure})"
-    # A text of one byte with score 0 is how a plugin says that nothing was understood.
-    understood = answer.score > 0 or len(answer.text) > 1
-    return f"{said:<24} {answer.text if understood else '(not understood)':<30} {answer.score:>5}  {answer.delay_ms:>19}"
+    # With score 0 the text is what the plugin guessed before it gave up, if anything.
+    recognised = answer.text if answer.score > 0 else "(not understood)"
+    return f"{said:<24} {recognised:<30} {answer.score:>5}  {answer.delay_ms:>19}"

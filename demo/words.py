@@ -37,7 +37,7 @@ def run(pbx, _options):
     failed = right = 0
     for word, answer in answers(pbx, [*spoken, OUTSIDE]):
         print(row(word, answer), flush=True)
-        failed += bool(answer.failure) or answer.text == "error"
+        failed += bool(answer.failure)
         right += answer.text.lower() == word
     print(f"\n{right} of {len(spoken)} words recognised.")
     return failed == 0 and right > 0
