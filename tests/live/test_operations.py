@@ -161,13 +161,12 @@ class TextsTest(OperationsTest):
         self.assertRegex(ends["second"][0], r"^result 1\|80\|/tmp/quillbrook_.*\.xml$")
         shown = "".join(f"{name}:\n" + (self.pbx.folder / f"report_{name}").read_text(encoding="utf-8")
                         for name in calls)
-        self.assert_expected(shown, "two_profiles")
         # Only the first profile keeps its files.
-        document = Path(ends["first"][0].split("|")[2])
         kept, removed = map(Path, re.findall(r"^filename=(.*)$", shown, re.MULTILINE))
         self.assertFalse(removed.exists())
-        document.unlink()
-        kept.unlink()
+        for path in (kept, Path(ends["first"][0].split("|")[2])):
+            path.unlink()
+        self.assert_expected(shown, "two_profiles")
 
 
 class WebOffTest(OperationsTest):
