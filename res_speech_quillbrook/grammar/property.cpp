@@ -2,39 +2,32 @@
 
 namespace {
 
-// A value as it was given, and what has been made of it.
+// A value as it was given, and as a timeout.
 struct property_value {
   const char *text;
-  char number[1000];  // the text without its unit
-  int timeout;        // milliseconds, or -1
+  int timeout;  // milliseconds, or -1
 };
 
-// Single precision decides how "0.29s" is rounded, and truncation follows.
+// Single precision decides what "1.001s" is, because the fraction is cut off.
 int milliseconds(double number, float factor) {
   const float product = static_cast<float>(number) * factor;
   constexpr float TOO_LARGE = 2147483648.0F;
   return product < TOO_LARGE ? static_cast<int>(product) : INT_MAX;
 }
 
-property_value read_value(const char *text) {
-  property_value value{text, "", -1};
-  copy_text(value.number, text);
-  char *unit = strchr(value.number, 's');
-  if (value.number[0] < '0' || value.number[0] > '9' || !unit) {
-    return value;
+// The unit is the first small s with the m in front of it, if there is one.
+int read_timeout(const char *text) {
+  char value[1000];
+  copy_text(value, text);
+  const char *unit = strchr(value, 's');
+  if (value[0] < '0' || value[0] > '9' || !unit) {
+    return -1;
   }
-  float factor = 1000.0F;
-  if (unit[-1] == 'm') {
-    --unit;
-    factor = 1.0F;
-  }
-  *unit = '\0';
-  value.timeout = milliseconds(atof(value.number), factor);
-  return value;
+  return milliseconds(atof(value), unit[-1] == 'm' ? 1.0F : 1000.0F);
 }
 
 void store_speed(quillbrook_speech_t &session, const property_value &value) {
-  session.speedvsaccuracy = static_cast<float>(atof(value.number));
+  session.speedvsaccuracy = static_cast<float>(atof(value.text));
 }
 
 // A running recognition reads some of the timeouts.
@@ -111,7 +104,7 @@ bool quillbrook_set_property(quillbrook_speech_t &session, const char *text, con
   for (const property &row : PROPERTIES) {
     if (quillbrook_begins_with(text, row.name)) {
       debug_log("Property set :%s.\n", value);
-      row.store(session, read_value(value));
+      row.store(session, {value, read_timeout(value)});
       return true;
     }
   }

@@ -86,7 +86,8 @@ TEST_F(GrammarTest, EachFormSetsItsOwnFieldAndNothingElse) {
       {"property:Speech-Incomplete-Timeout=6s", "x", "incompletetimeout=6000"},
       {"property:Extended-Timeout=7s", "x", "extendedtimeout=7000"},
       {"property:Early-Timeout=8s", "x", "earlyspeechtimeout=8000"},
-      {"property:Logging-Tag=a=b, 9s", "x", "loggingtag=a=b, 9s"},
+      {"property:Logging-Tag=9s, a=b", "x", "loggingtag=9s, a=b"},
+      {"property:Logging-Tag=a.txt", "x", "loggingtag=a.txt"},  // and no file is looked for
       {"property:Logging-Tag", "call 9s", "loggingtag=call 9s"},
       {"property:Speed-vs-Accuracy=0.7", "x", "speedvsaccuracy=0.7"},
       {"property:Speed-vs-Accuracy", "0.25s", "speedvsaccuracy=0.25"},  // the unit is cut off
