@@ -1,0 +1,229 @@
+// Random messages and clock steps, against a second statement of the rules that shares no code with the module.
+//
+// The model works on whole milliseconds and looks at a call as a list of facts (which silences have expired, what holds
+// them back) from which the outcome follows. Steps of the clock are drawn so that they often land on a limit or one
+// millisecond above it. A failure prints the seed and the road to it.
+#include <optional>
+#include <random>
+
+#include "session_fixture.h"
+
+namespace {
+
+struct Settings {
+  bool timeouts, waitclose, continuous, sentences;
+  int close, speech, extended, provider;
+};
+
+struct Model {
+  Settings set;
+  // The plugin's record.
+  int complete, incomplete, finalize = 0;
+  bool quantum, hangup = false;
+  // The recognition.
+  std::optional<int64_t> first_text, silent_since, closing_since;
+  bool closed = false, error_told = false;
+  std::string text, interim;
+  int sum = 0, pieces = 0, score = 0;
+  std::vector<std::string> results;
+
+  std::string joined(const std::string &a, const std::string &b) const {
+    if (a.empty() || b.empty()) return a + b;
+    return a + (set.sentences ? ".\n" : " ") + b;
+  }
+
+  int message(int64_t now, const char *words, int confidence, int dsp) {
+    const std::string said = words ? words : "";
+    const bool session_end = confidence == -200;
+    if (confidence < -2 && !session_end) return -1;
+    if (session_end) {
+      if (!set.waitclose) return 0;
+      closed = true;
+    }
+    if (!set.continuous && !results.empty()) return -1;
+
+    bool held = false;
+    if (set.waitclose && finalize > 0 && !closed) {
+      if (!closing_since) closing_since = now;
+      held = now < *closing_since + set.close;
+    }
+    if (!said.empty() && !first_text) {
+      first_text = now;
+      silent_since.reset();
+    }
+    bool timed_out = false;
+    if (first_text) {
+      const bool news = !said.empty() && (interim.empty() || said != interim);
+      if (!silent_since || news) {
+        silent_since = now;
+        error_told = false;
+      }
+      if (!session_end && confidence > 0 && finalize == 0) *silent_since -= set.provider;
+      if (set.timeouts) timed_out = expire(now, dsp) && !held;
+    }
+
+    if (session_end || confidence == -2 || timed_out) {
+      deliver();
+    } else if (confidence == -1 && !said.empty()) {
+      interim = said;
+    } else if (confidence == 0 && said.size() == 1 && said != " ") {
+      text = said;
+      deliver();
+    } else if (confidence > 0 && !said.empty()) {
+      text = joined(text, said);
+      interim.clear();
+      sum += confidence;
+      score = sum / ++pieces;
+      if (hangup || (complete == incomplete && !held)) deliver();
+    }
+    return 0;
+  }
+
+  // Whether a timer wants to finish the call.
+  bool expire(int64_t now, int dsp) {
+    const int64_t silent = now - *silent_since;
+    bool finish = false;
+    if (complete != 0) {
+      if (set.speech != 0 && set.extended != 0 && now - *first_text > set.speech && complete <= 2500) {
+        complete = set.extended;
+      }
+      const bool over = std::max<int64_t>(silent, dsp) > complete;
+      if (over && finalize == 0) {
+        if (quantum) {
+          finalize = 1;
+          incomplete = complete + 1000;
+        } else {
+          finish = true;
+        }
+      }
+    }
+    if (incomplete != 0 && silent > incomplete) {
+      if (complete != 0 && complete < incomplete) {
+        finish = true;
+      } else if (!error_told) {
+        error_told = true;
+        results.emplace_back("error");
+        finalize = 1;
+      }
+    }
+    return finish;
+  }
+
+  void deliver() {
+    if (text.empty() && !interim.empty()) score = 50;
+    text = joined(text, interim);
+    interim.clear();
+    if (text.empty()) return;
+    results.push_back(text + (set.sentences ? "." : ""));
+    text.clear();
+  }
+};
+
+class EndpointingPropertyTest : public SessionTest {
+protected:
+  EndpointingPropertyTest() { plugin.init_result = 1; }  // no thread is needed for these many recognitions
+
+  int pick(std::initializer_list<int> values) {
+    return *(values.begin() + std::uniform_int_distribution<size_t>(0, values.size() - 1)(random));
+  }
+  bool one_in(int count) { return std::uniform_int_distribution<int>(1, count)(random) == 1; }
+
+  Model begin() {
+    Settings set = {!one_in(8),
+                    one_in(2),
+                    one_in(3),
+                    one_in(4),
+                    pick({500, 2000}),
+                    pick({0, 1000, 4000}),
+                    pick({0, 300, 4000}),
+                    pick({0, 0, 300, 1250})};
+    engine.timeouts = set.timeouts;
+    engine.waitclose = set.waitclose;
+    engine.continuous = set.continuous;
+    engine.endpointing = set.sentences;
+    engine.closetimeout = set.close;
+    engine.speechtimeout = set.speech;
+    engine.extendedtimeout = set.extended;
+    engine.providertimeout = set.provider;
+    engine.completetimeout = pick({0, 300, 1000, 1000, 2500, 2501, -1});
+    engine.incompletetimeout = pick({0, 300, 1000, 1500, 3000, 3000, -1});
+    create();
+    start();
+    Model model = {};
+    model.set = set;
+    model.complete = engine.completetimeout;
+    model.incomplete = engine.incompletetimeout;
+    model.quantum = one_in(2);
+    context()->quantum = model.quantum;
+    return model;
+  }
+
+  int64_t next_time(const Model &model, int64_t now) {
+    std::vector<int64_t> limits;
+    if (model.silent_since) {
+      limits = {*model.silent_since + model.complete, *model.silent_since + model.incomplete};
+    }
+    if (model.first_text) limits.push_back(*model.first_text + model.set.speech);
+    if (model.closing_since) limits.push_back(*model.closing_since + model.set.close);
+    if (!limits.empty() && one_in(2)) {
+      const int64_t limit = limits[std::uniform_int_distribution<size_t>(0, limits.size() - 1)(random)];
+      const int64_t target = limit + pick({-1, 0, 1});
+      if (target >= now) return target;
+    }
+    return now + pick({0, 1, 20, 100, 100, 700, 5000});
+  }
+
+  void expect_same(const Model &model, int returned, int expected) {
+    EXPECT_EQ(returned, expected);
+    EXPECT_EQ(context()->finalize, model.finalize);
+    EXPECT_EQ(context()->completetimeout, model.complete);
+    EXPECT_EQ(context()->incompletetimeout, model.incomplete);
+    EXPECT_STREQ(session()->text ? session()->text : "", model.text.c_str());
+    EXPECT_STREQ(session()->text_interim ? session()->text_interim : "", model.interim.c_str());
+    EXPECT_EQ(session()->score, model.score);
+    EXPECT_EQ(queued(), model.results.size());
+    EXPECT_EQ(state(), model.results.empty() ? READY : DONE);
+  }
+
+  std::mt19937 random;
+};
+
+TEST_F(EndpointingPropertyTest, TheModuleAndTheModelAgree) {
+  constexpr int RECOGNITIONS = 4000;
+  constexpr int MESSAGES = 25;
+  for (int seed = 1; seed <= RECOGNITIONS && !HasFailure(); ++seed) {
+    random.seed(seed);
+    Model model = begin();
+    std::ostringstream road;
+    road << "seed " << seed << " C=" << model.complete << " I=" << model.incomplete << " quantum=" << model.quantum;
+    const int64_t origin = stand_in::clock_ms();
+    int64_t now = origin;
+    for (int count = 0; count < MESSAGES && !HasFailure(); ++count) {
+      now = next_time(model, now);
+      stand_in::set_clock_ms(now);
+      static const char *const texts[] = {nullptr, nullptr, "", "a", "a b", "?", " "};
+      const char *text = texts[pick({0, 1, 2, 3, 3, 4, 4, 5, 6})];
+      const int confidence = pick({-1, -1, -1, -1, 0, 1, 90, one_in(3) ? -2 : -1, one_in(3) ? -200 : -1, -3});
+      const int dsp = one_in(4) ? model.complete + pick({0, 1}) : 0;
+      if (one_in(30)) context()->hangup = model.hangup = true;
+      if (one_in(30) && model.finalize == 0) model.finalize = context()->finalize = 1;
+      shared_store(session()->silence, dsp);
+      road << "\n  " << now - origin << ": [" << shown(text) << "] " << confidence << " dsp=" << dsp;
+      const int expected = model.message(now, text, confidence, dsp);
+      expect_same(model, send(text, confidence), expected);
+      if (model.set.continuous && !model.results.empty() && one_in(3)) {
+        EXPECT_EQ(get(), model.results.front());
+        model.results.erase(model.results.begin());
+      }
+    }
+    for (const std::string &result : model.results) {
+      char *text = str_fifo_pop(&session()->last_results);
+      EXPECT_EQ(text ? text : "(none)", result);
+      ast_free(text);
+    }
+    destroy();
+    EXPECT_FALSE(HasFailure()) << road.str();
+  }
+}
+
+}  // namespace

@@ -1,0 +1,144 @@
+// The threads of a session against each other. What they do to each other shows under the thread sanitizer; what can
+// be said about the outcome is checked in every build.
+#include "session_fixture.h"
+
+namespace {
+
+constexpr int ROUNDS = 100;
+
+class RaceTest : public SessionTest {
+protected:
+  // Has the plugin's loop report until it is stopped.
+  void report_all_the_time() {
+    plugin.on_stop = [&](quillbrook_context *) { stopped_ = true; };
+    plugin.on_loop = [&](quillbrook_context *context) {
+      __atomic_store_n(&context->quantum, 1, __ATOMIC_RELEASE);
+      for (int call = 0; !stopped_; ++call) {
+        stand_in::advance_ms(20);
+        context->extra_pointer = call % 3 ? nullptr : "{}";
+        switch (call % 5) {
+          case 0:
+            quillbrook_callback(context, "some words", QUILLBROOK_SCORE_INTERIM);
+            break;
+          case 1:
+            quillbrook_callback(context, "final words", 80);
+            break;
+          case 2:
+            quillbrook_callback(context, "", QUILLBROOK_SCORE_FINISH);
+            break;
+          default:
+            quillbrook_callback(context, nullptr, QUILLBROOK_SCORE_INTERIM);
+        }
+        ++reports_;
+        std::this_thread::yield();
+      }
+    };
+  }
+  std::atomic<bool> stopped_{false};
+  std::atomic<int> reports_{0};
+};
+
+// A dialplan that does all that it may, while the plugin reports.
+TEST_F(RaceTest, TheDialplanAgainstThePlugin) {
+  for (const bool both : {false, true}) {
+    twin = both;
+    engine.dsp = 1;
+    engine.continuous = 1;
+    engine.returnnlsml = 1;
+    engine.completetimeout = 200;
+    engine.incompletetimeout = 3000;
+    stopped_ = false;
+    plugin.loops = 0;
+    report_all_the_time();
+    create_and_start();
+    for (int round = 0; round < ROUNDS; ++round) {
+      write_ms(20, round % 2 ? 0 : 9000);
+      quillbrook_recog_load_grammar(&speech, "",
+                                    round % 2 ? "property:Speech-Timeout=2s" : "property:Speech-Timeout=1s");
+      quillbrook_recog_load_grammar(&speech, "", "property:Extended-Timeout=500ms");
+      quillbrook_recog_activate_grammar(&speech, "digits");
+      quillbrook_recog_deactivate_grammar(&speech, "digits");
+      if (state() == DONE) {
+        EXPECT_THAT(get(), testing::StartsWith("/tmp/quillbrook_QBK-"));
+      }
+      start_in_background();
+      EXPECT_NE(state(), NOT_READY);
+      std::this_thread::yield();
+    }
+    EXPECT_TRUE(eventually([&] { return reports_ > 20; }));
+    destroy();
+  }
+}
+
+// A final that the module took is the caller's result, however close the get comes.
+TEST_F(RaceTest, AGetAgainstTheLastWords) {
+  int taken = 0;
+  std::atomic<bool> go{false};
+  std::atomic<int> answer{0};
+  plugin.on_loop = [&](quillbrook_context *context) {
+    while (!go) std::this_thread::yield();
+    answer = quillbrook_callback(context, "word", 80);
+  };
+  create();
+  for (int round = 0; round < ROUNDS; ++round) {
+    go = false;
+    plugin.loops = 0;
+    start();
+    ASSERT_TRUE(eventually([&] { return plugin.loops > 0; }));
+    go = true;
+    if (round % 2) std::this_thread::yield();
+    const std::string text = get();
+    EXPECT_EQ(answer, 0);
+    EXPECT_EQ(text, "word");
+    taken += text == "word";
+  }
+  EXPECT_EQ(taken, ROUNDS);
+}
+
+// Frames that arrive while the stream is cut down wait, and none is lost or doubled.
+TEST_F(RaceTest, FramesAgainstTheRewind) {
+  engine.earlyspeechtimeout = 100;
+  for (int round = 0; round < ROUNDS / 2; ++round) {
+    plugin.loops = 0;
+    create();
+    start();
+    int number = 0;
+    for (; number < 20; ++number) write_ms(20, static_cast<int16_t>(number));
+    start();
+    while (plugin.loops == 0) write_ms(20, static_cast<int16_t>(number++));
+    const std::string content = stand_in::file_content(context()->filename).substr(44);
+    ASSERT_EQ(content.size() % 320, 0U);
+    ASSERT_GE(content.size(), 5 * 320U);
+    int next = number - static_cast<int>(content.size() / 320);
+    for (size_t at = 0; at < content.size(); at += 2) {
+      int16_t sample;
+      memcpy(&sample, content.data() + at, sizeof(sample));
+      ASSERT_EQ(sample, next + static_cast<int>(at / 320));
+    }
+    destroy();
+  }
+}
+
+TEST_F(RaceTest, AContinuousGetAgainstTheRewind) {
+  verbose = 1;
+  engine.continuous = 1;
+  engine.earlyspeechtimeout = 100;
+  create();
+  start();
+  write_ms(200, 1);
+  start();
+  while (plugin.loops == 0) EXPECT_EQ(get(), "error");
+}
+
+// Each start's READY must leave a DONE alone, whichever thread is faster.
+TEST_F(RaceTest, AQuickPluginAgainstTheStart) {
+  plugin.on_loop = [](quillbrook_context *context) { quillbrook_callback(context, "quick", 80); };
+  create();
+  for (int round = 0; round < ROUNDS; ++round) {
+    start_in_background();
+    ASSERT_TRUE(eventually([&] { return state() == DONE; }));
+    EXPECT_EQ(get(), "quick");
+  }
+}
+
+}  // namespace

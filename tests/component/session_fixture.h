@@ -1,0 +1,191 @@
+// A session on the default engine and a plugin that does what the test says.
+//
+//   create(); start(); ... send("yes", 80); ... EXPECT_EQ(get(), "yes"); destroy();
+//
+// The plugin's loop waits for plugin_stop unless the test gives it something to do. Messages are sent by the test
+// itself, which is a plugin's thread as good as any.
+#ifndef QUILLBROOK_TESTS_SESSION_FIXTURE_H
+#define QUILLBROOK_TESTS_SESSION_FIXTURE_H
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <thread>
+
+#include "stand_in.h"
+
+#include "engine/engine.h"
+#include "ops/statistics.h"
+#include "result/callback.h"
+#include "session/entries.h"
+#include "session/session.h"
+
+// Gives up after a time that no test needs, so that a hang shows as a failure.
+template <typename Condition>
+bool eventually(Condition &&condition) {
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > limit) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(50));
+  }
+  return true;
+}
+
+class FakePlugin {
+public:
+  FakePlugin() { current() = this; }
+
+  // What a test changes before the start.
+  int init_result = 0;
+  int stop_hangup = QUILLBROOK_HANGUP_STOPPED;  // what plugin_stop leaves in `hangup`
+  std::function<void(quillbrook_context *)> on_init;
+  std::function<void(quillbrook_context *)> on_loop;  // runs before the wait
+  std::function<void(quillbrook_context *)> on_stop;
+  std::function<void(quillbrook_context *)> on_end;  // runs behind the wait
+  bool loop_waits = true;
+
+  std::atomic<int> inits{0}, loops{0}, stops{0}, ended{0};
+
+  void wait_for_stop(quillbrook_context *context) {
+    std::unique_lock<std::mutex> held(lock_);
+    stopped_changed_.wait(held, [&] { return stopped_.count(context) > 0; });
+  }
+
+  static int init(quillbrook_context *context) {
+    FakePlugin &plugin = *current();
+    {
+      std::lock_guard<std::mutex> held(plugin.lock_);
+      plugin.stopped_.erase(context);
+    }
+    ++plugin.inits;
+    if (plugin.on_init) plugin.on_init(context);
+    return plugin.init_result;
+  }
+  static void *loop(quillbrook_context *context) {
+    FakePlugin &plugin = *current();
+    ++plugin.loops;
+    if (plugin.on_loop) plugin.on_loop(context);
+    if (plugin.loop_waits) plugin.wait_for_stop(context);
+    if (plugin.on_end) plugin.on_end(context);
+    ++plugin.ended;
+    return nullptr;
+  }
+  static void stop(quillbrook_context *context) {
+    FakePlugin &plugin = *current();
+    stand_in::note("plugin_stop");
+    if (plugin.on_stop) plugin.on_stop(context);
+    __atomic_store_n(&context->hangup, plugin.stop_hangup, __ATOMIC_RELEASE);
+    __atomic_store_n(&context->finalize, 1, __ATOMIC_RELEASE);
+    {
+      std::lock_guard<std::mutex> held(plugin.lock_);
+      plugin.stopped_.insert(context);
+    }
+    plugin.stopped_changed_.notify_all();
+    ++plugin.stops;
+  }
+
+private:
+  static FakePlugin *&current() {
+    static FakePlugin *plugin = nullptr;
+    return plugin;
+  }
+  std::mutex lock_;
+  std::condition_variable stopped_changed_;
+  std::set<quillbrook_context *> stopped_;
+};
+
+class SessionTest : public testing::Test {
+protected:
+  SessionTest() : engine(quillbrook_engine[0]) {
+    stand_in::reset();
+    quillbrook_statistics_init();
+    quillbrook_engine_table_init();
+    set(engine.ws_format, "wav");
+    engine.plugin_init = FakePlugin::init;
+    engine.plugin_loop = FakePlugin::loop;
+    engine.plugin_stop = FakePlugin::stop;
+    engine.ws_buffer_size = 4000;
+    engine.threshold = 150;
+    engine.timeouts = 1;
+    engine.closetimeout = 2000;
+    host_engine.name = engine_name;
+    speech.engine = &host_engine;
+    ast_mutex_init(&speech.lock);
+  }
+  ~SessionTest() override {
+    if (speech.data) destroy();
+    for (quillbrook_engine_t &entry : quillbrook_engine) {
+      quillbrook_engine_release_texts(entry);
+    }
+    ast_mutex_destroy(&speech.lock);
+    quillbrook_statistics_destroy();
+    debug = verbose = twin = 0;
+  }
+
+  // A text of the engine table.
+  static void set(char *&text, const char *value) {
+    ast_free(text);
+    text = value ? ast_strdup(value) : nullptr;
+  }
+
+  void create() { ASSERT_EQ(quillbrook_recog_create(&speech, nullptr), 0); }
+  void start() { ASSERT_EQ(quillbrook_recog_start(&speech), 0); }
+  // As SpeechBackground starts it.
+  void start_in_background() {
+    __atomic_store_n(&speech.state, static_cast<int>(AST_SPEECH_STATE_NOT_READY), __ATOMIC_RELEASE);
+    start();
+  }
+  // Both, until the plugin's loop runs.
+  void create_and_start() {
+    create();
+    start();
+    ASSERT_TRUE(eventually([&] { return plugin.loops > 0; }));
+  }
+  int send(const char *text, int score) { return quillbrook_callback(session()->context1, text, score); }
+  int tick() { return send(nullptr, QUILLBROOK_SCORE_INTERIM); }
+  int finish() { return send("", QUILLBROOK_SCORE_FINISH); }
+  // The text of the result, and its score in `score`.
+  std::string get() {
+    ast_speech_result *result = quillbrook_recog_get(&speech);
+    if (!result) return "(none)";
+    std::string text = result->text ? result->text : "(null)";
+    score = result->score;
+    ast_free(result->text);
+    ast_free(result);
+    return text;
+  }
+  void destroy() { ASSERT_EQ(quillbrook_recog_destroy(&speech), 0); }
+
+  void write(const void *data, int length) {
+    EXPECT_EQ(quillbrook_recog_write(&speech, const_cast<void *>(data), length), 0);
+  }
+  // Audio in frames of 20 ms, all samples of one value.
+  void write_ms(int milliseconds, int16_t sample) {
+    const std::vector<int16_t> frame(160, sample);
+    for (int written = 0; written < milliseconds; written += 20) write(frame.data(), 320);
+  }
+
+  quillbrook_speech_t *session() { return quillbrook_session_of(&speech); }
+  quillbrook_context *context() { return session()->context1; }
+  int state() { return __atomic_load_n(&speech.state, __ATOMIC_ACQUIRE); }
+  size_t queued() { return str_fifo_count(&session()->last_results); }
+  std::string named(const std::string &format) { return "(" + std::string(session()->name) + ") " + format; }
+
+  quillbrook_engine_t &engine;
+  FakePlugin plugin;
+  char engine_name[120] = "quillbrook";
+  ast_speech_engine host_engine{};
+  ast_speech speech{};
+  int score = 0;
+};
+
+constexpr int READY = AST_SPEECH_STATE_READY;
+constexpr int DONE = AST_SPEECH_STATE_DONE;
+constexpr int NOT_READY = AST_SPEECH_STATE_NOT_READY;
+
+#endif

@@ -1,0 +1,251 @@
+// The module's files, kept apart in a folder of this process, and the host's file streams on them.
+#include "state.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+extern "C" {
+int __real_open(const char *path, int flags, ...);
+FILE *__real_fopen(const char *path, const char *mode);
+int __real_stat(const char *path, struct stat *status);
+int __real_rename(const char *from, const char *to);
+int __real_unlink(const char *path);
+int __real_mkstemp(char *pattern);
+}
+
+namespace stand_in {
+
+const std::string &sandbox() {
+  static const std::string folder = [] {
+    char pattern[] = "/tmp/stand_in_XXXXXX";
+    std::string made = mkdtemp(pattern) ? pattern : "/nowhere";
+    for (const char *inner : {"/tmp", "/etc", "/etc/asterisk"}) {
+      mkdir((made + inner).c_str(), 0700);
+    }
+    return made;
+  }();
+  return folder;
+}
+
+namespace {
+
+std::vector<std::string> names_in(const std::string &folder) {
+  std::vector<std::string> names;
+  if (DIR *open = opendir(folder.c_str())) {
+    while (struct dirent *entry = readdir(open)) {
+      if (entry->d_name[0] != '.') {
+        names.emplace_back(entry->d_name);
+      }
+    }
+    closedir(open);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+void remove_all(const std::string &folder) {
+  for (const std::string &name : names_in(folder)) {
+    __real_unlink((folder + "/" + name).c_str());
+  }
+}
+
+// The file is made, and the descriptor given has no room.
+int open_full(const std::string &path, int flags) {
+  close(__real_open(path.c_str(), flags, 0600));
+  return __real_open("/dev/full", O_WRONLY);
+}
+
+}  // namespace
+
+std::string real_path(const std::string &path) {
+  for (const char *prefix : {"/tmp/quillbrook_", "/tmp/quillbrook2_", "/etc/asterisk/"}) {
+    if (path.rfind(prefix, 0) == 0) {
+      return sandbox() + path;
+    }
+  }
+  return path;
+}
+
+std::vector<std::string> files() {
+  std::vector<std::string> paths = names_in(sandbox() + "/tmp");
+  for (std::string &path : paths) {
+    path = "/tmp/" + path;
+  }
+  return paths;
+}
+bool file_exists(const std::string &path) {
+  return access(real_path(path).c_str(), F_OK) == 0;
+}
+std::string file_content(const std::string &path) {
+  std::ifstream file(real_path(path), std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+void write_file(const std::string &path, const std::string &content) {
+  std::ofstream(real_path(path), std::ios::binary) << content;
+}
+
+void reset_files() {
+  remove_all(sandbox() + "/tmp");
+  remove_all(sandbox() + "/etc/asterisk");
+}
+void remove_sandbox() {
+  reset_files();
+  for (const char *folder : {"/tmp", "/etc/asterisk", "/etc", ""}) {
+    rmdir((sandbox() + folder).c_str());
+  }
+}
+
+namespace {
+
+constexpr size_t WAV_HEADER_SIZE = 44;
+constexpr int FRAME_SAMPLES = 160;
+
+struct Stream : ast_filestream {
+  size_t header_size;
+  size_t sample_size;
+};
+
+// Null for a type that the stand-in, like the host, has no format for.
+Stream *open_stream(const char *filename, const char *type, int flags, const char *mode) {
+  std::string kind = type;
+  if (kind != "wav" && kind != "ulaw" && kind != "sln") {
+    ast_log(LOG_WARNING, "No such format '%s'\n", type);
+    return nullptr;
+  }
+  int descriptor = __real_open(real_path(std::string(filename) + "." + kind).c_str(), flags, 0600);
+  if (descriptor < 0) {
+    return nullptr;
+  }
+  auto *stream = new Stream{};
+  stream->f = fdopen(descriptor, mode);
+  stream->header_size = kind == "wav" ? WAV_HEADER_SIZE : 0;
+  stream->sample_size = kind == "ulaw" ? 1 : 2;
+  return stream;
+}
+
+Stream *own(struct ast_filestream *stream) {
+  return static_cast<Stream *>(stream);
+}
+
+}  // namespace
+}  // namespace stand_in
+
+using namespace stand_in;
+
+extern "C" {
+
+int __wrap_open(const char *path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  mode_t mode = flags & O_CREAT ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  if (fails(Fault::Open)) {
+    errno = EACCES;
+    return -1;
+  }
+  return fails(Fault::Write) ? open_full(real_path(path), flags) : __real_open(real_path(path).c_str(), flags, mode);
+}
+FILE *__wrap_fopen(const char *path, const char *mode) {
+  if (fails(Fault::Open)) {
+    errno = EACCES;
+    return nullptr;
+  }
+  return fails(Fault::Write) ? fdopen(open_full(real_path(path), O_CREAT | O_WRONLY), mode)
+                             : __real_fopen(real_path(path).c_str(), mode);
+}
+int __wrap_stat(const char *path, struct stat *status) {
+  return __real_stat(real_path(path).c_str(), status);
+}
+int __wrap_rename(const char *from, const char *to) {
+  if (fails(Fault::Rename)) {
+    errno = EACCES;
+    return -1;
+  }
+  return __real_rename(real_path(from).c_str(), real_path(to).c_str());
+}
+int __wrap_unlink(const char *path) {
+  return __real_unlink(real_path(path).c_str());
+}
+int __wrap_mkstemp(char *pattern) {
+  if (fails(Fault::TemporaryFile)) {
+    errno = EMFILE;
+    return -1;
+  }
+  return __real_mkstemp(pattern);
+}
+
+// As in the host, only O_APPEND keeps what is there.
+struct ast_filestream *ast_writefile(const char *filename, const char *type, const char *, int flags, int, mode_t) {
+  note("ast_writefile");
+  flags |= O_WRONLY | O_CREAT | (flags & O_APPEND ? 0 : O_TRUNC);
+  Stream *stream = fails(Fault::WriteStream) ? nullptr : open_stream(filename, type, flags, "wb");
+  if (stream && stream->header_size) {
+    char header[WAV_HEADER_SIZE] = "RIFF\0\0\0\0WAVEfmt ";
+    fwrite(header, 1, sizeof(header), stream->f);
+    fflush(stream->f);
+  }
+  return stream;
+}
+
+struct ast_filestream *ast_readfile(const char *filename, const char *type, const char *, int, int, mode_t) {
+  note("ast_readfile");
+  Stream *stream = fails(Fault::ReadStream) ? nullptr : open_stream(filename, type, O_RDONLY, "rb");
+  if (stream) {
+    fseek(stream->f, stream->header_size, SEEK_SET);
+  }
+  return stream;
+}
+
+int ast_closestream(struct ast_filestream *stream) {
+  note("ast_closestream");
+  fclose(stream->f);
+  delete own(stream);
+  return 0;
+}
+
+// Signed linear into a file of one byte a sample: the upper byte.
+int ast_writestream(struct ast_filestream *stream, struct ast_frame *frame) {
+  const char *bytes = static_cast<const char *>(frame->data.ptr);
+  if (own(stream)->sample_size == 1 && frame->subclass.format == ast_format_slin) {
+    for (int sample = 0; sample < frame->samples; ++sample) {
+      fputc(bytes[2 * sample + 1], stream->f);
+    }
+    return 0;
+  }
+  return fwrite(bytes, 1, frame->datalen, stream->f) == static_cast<size_t>(frame->datalen) ? 0 : -1;
+}
+
+int ast_seekstream(struct ast_filestream *stream, off_t samples, int whence) {
+  off_t bytes = samples * static_cast<off_t>(own(stream)->sample_size);
+  return fseek(stream->f, whence == SEEK_SET ? bytes + own(stream)->header_size : bytes, whence);
+}
+
+off_t ast_tellstream(struct ast_filestream *stream) {
+  return (ftell(stream->f) - own(stream)->header_size) / own(stream)->sample_size;
+}
+
+int ast_stream_rewind(struct ast_filestream *stream, off_t milliseconds) {
+  return ast_seekstream(stream, std::max<off_t>(0, ast_tellstream(stream) - milliseconds * 8), SEEK_SET);
+}
+
+struct ast_frame *ast_readframe(struct ast_filestream *stream) {
+  size_t sample_size = own(stream)->sample_size;
+  size_t room = FRAME_SAMPLES * sample_size;
+  auto *frame = static_cast<ast_frame *>(calloc(1, sizeof(ast_frame) + AST_FRIENDLY_OFFSET + room));
+  frame->frametype = AST_FRAME_VOICE;
+  frame->subclass.format = sample_size == 1 ? nullptr : ast_format_slin;
+  frame->data.ptr = reinterpret_cast<char *>(frame + 1) + AST_FRIENDLY_OFFSET;
+  frame->datalen = static_cast<int>(fread(frame->data.ptr, 1, room, stream->f));
+  frame->samples = static_cast<int>(frame->datalen / sample_size);
+  if (frame->datalen > 0) {
+    return frame;
+  }
+  free(frame);
+  return nullptr;
+}
+
+void ast_frame_free(struct ast_frame *frame, int) {
+  free(frame);
+}
+
+}  // extern "C"

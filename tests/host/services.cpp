@@ -1,0 +1,597 @@
+// Configuration, command line, HTTP, speech engines, channels, formats, silence detection, strings, and the module.
+#include "state.h"
+
+#undef localtime_r
+
+// What the host keeps behind its opaque names.
+struct ast_config {
+  std::vector<std::pair<std::string, std::vector<std::pair<std::string, std::string>>>> sections;
+};
+struct ast_channel : stand_in::Object {
+  std::string uniqueid;
+  bool hung_up = false;
+};
+struct ast_format_cap : stand_in::Object {
+  ~ast_format_cap() override;
+  std::vector<struct ast_format *> formats;
+};
+struct ast_format {
+  const char *name;
+};
+struct ast_dsp {
+  int threshold = 256;
+  int silence = 0;
+};
+struct ast_module {
+  std::atomic<int> references{0};
+};
+
+namespace {
+
+using namespace stand_in;
+
+struct Exchange {
+  ast_tcptls_session_instance connection{};
+  Response response;
+  const Variables *body = nullptr;
+  int body_error = 0;
+};
+struct Answer {
+  std::string text;
+  int result;
+};
+struct Services {
+  std::set<std::string> invalid_configs;
+  std::vector<ast_channel *> channels;
+  std::map<std::string, Answer> answers;
+  std::vector<ast_cli_entry *> commands;
+  std::vector<ast_http_uri *> uris;
+  std::vector<ast_speech_engine *> engines;
+  std::vector<int> states;
+  const ast_module_info *info = nullptr;
+  ast_module module;
+  int caps = 0;
+};
+Services &state() {
+  static Services services;
+  return services;
+}
+
+bool same(const std::string &a, const char *b) {
+  return strcasecmp(a.c_str(), b) == 0;
+}
+
+std::string trimmed(const std::string &text) {
+  size_t begin = text.find_first_not_of(" \t\r");
+  return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(" \t\r") - begin + 1);
+}
+
+ast_variable *variable_list(const Variables &variables) {
+  ast_variable *list = nullptr;
+  for (auto entry = variables.rbegin(); entry != variables.rend(); ++entry) {
+    auto *variable = static_cast<ast_variable *>(calloc(1, sizeof(ast_variable)));
+    variable->name = strdup(entry->first.c_str());
+    variable->value = strdup(entry->second.c_str());
+    variable->next = list;
+    list = variable;
+  }
+  return list;
+}
+
+Exchange &exchange_of(ast_tcptls_session_instance *connection) {
+  return *reinterpret_cast<Exchange *>(connection);
+}
+
+std::vector<std::string> words_of(const std::string &line) {
+  std::istringstream in(line);
+  return {std::istream_iterator<std::string>(in), {}};
+}
+
+// The registered command whose words the line begins with, or null.
+ast_cli_entry *command_for(const std::string &line) {
+  for (ast_cli_entry *entry : state().commands) {
+    std::string command = entry->command;
+    if ((line + " ").rfind(command + " ", 0) == 0) {
+      return entry;
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+ast_format_cap::~ast_format_cap() {
+  Guard guard(state_lock());
+  --state().caps;
+}
+
+namespace stand_in {
+
+void reset_services() {
+  Guard guard(state_lock());
+  for (ast_channel *channel : state().channels) {
+    ao2_ref(channel, -1);
+  }
+  state().channels.clear();
+  state().invalid_configs.clear();
+  state().answers.clear();
+  state().states.clear();
+}
+
+std::vector<int> states() {
+  Guard guard(state_lock());
+  return state().states;
+}
+
+std::string config_path(const std::string &filename) {
+  return "/etc/asterisk/" + filename;
+}
+void write_config(const std::string &filename, const std::string &content) {
+  write_file(config_path(filename), content);
+}
+void write_invalid_config(const std::string &filename) {
+  write_config(filename, "[broken\n");
+  Guard guard(state_lock());
+  state().invalid_configs.insert(filename);
+}
+
+void add_channel(const std::string &uniqueid, bool hung_up) {
+  auto *channel = new ast_channel;
+  channel->uniqueid = uniqueid;
+  channel->hung_up = hung_up;
+  Guard guard(state_lock());
+  state().channels.push_back(channel);
+}
+int channel_references() {
+  Guard guard(state_lock());
+  int references = 0;
+  for (ast_channel *channel : state().channels) {
+    references += channel->references - 1;
+  }
+  return references;
+}
+
+void answer_command(const std::string &command, const std::string &text, int result) {
+  Guard guard(state_lock());
+  state().answers[command] = {text, result};
+}
+std::string run_command(const std::string &line) {
+  FILE *output = tmpfile();
+  ast_cli_command_full(-1, -1, fileno(output), line.c_str());
+  std::string text(lseek(fileno(output), 0, SEEK_END), '\0');
+  text.resize(pread(fileno(output), text.data(), text.size(), 0));
+  fclose(output);
+  return text;
+}
+std::vector<std::string> command_names() {
+  Guard guard(state_lock());
+  std::vector<std::string> names;
+  for (ast_cli_entry *entry : state().commands) {
+    names.emplace_back(entry->command);
+  }
+  return names;
+}
+
+Response http_request(const std::string &uri, ast_http_method method, const Variables &query, const Variables &body,
+                      int body_error) {
+  ast_http_uri *handler = nullptr;
+  {
+    Guard guard(state_lock());
+    for (ast_http_uri *linked : state().uris) {
+      if (uri == linked->uri) {
+        handler = linked;
+      }
+    }
+  }
+  Exchange exchange;
+  if (!handler) {
+    return exchange.response;
+  }
+  exchange.body = &body;
+  exchange.body_error = body_error;
+  ast_variable *parameters = variable_list(query);
+  handler->callback(&exchange.connection, handler, "", method, parameters, nullptr);
+  ast_variables_destroy(parameters);
+  return exchange.response;
+}
+std::vector<std::string> http_uris() {
+  Guard guard(state_lock());
+  std::vector<std::string> uris;
+  for (ast_http_uri *linked : state().uris) {
+    uris.emplace_back(linked->uri);
+  }
+  return uris;
+}
+
+int load_module() {
+  return state().info->load();
+}
+int unload_module() {
+  return state().info->unload();
+}
+int reload_module() {
+  return state().info->reload();
+}
+int module_references() {
+  return state().module.references;
+}
+std::vector<std::string> engine_names() {
+  Guard guard(state_lock());
+  std::vector<std::string> names;
+  for (ast_speech_engine *engine : state().engines) {
+    names.emplace_back(engine->name);
+  }
+  return names;
+}
+ast_speech_engine *find_engine(const std::string &name) {
+  Guard guard(state_lock());
+  for (ast_speech_engine *engine : state().engines) {
+    if (same(name, engine->name)) {
+      return engine;
+    }
+  }
+  return nullptr;
+}
+int format_caps() {
+  Guard guard(state_lock());
+  return state().caps;
+}
+
+}  // namespace stand_in
+
+extern "C" {
+
+// Configuration
+
+const char *ast_config_AST_SYSTEM_NAME = "stand-in";
+
+struct ast_config *ast_config_load2(const char *filename, const char *, struct ast_flags) {
+  {
+    Guard guard(state_lock());
+    if (state().invalid_configs.count(filename)) {
+      ast_log(LOG_WARNING, "parse error: no closing ']' in '%s'\n", filename);
+      return static_cast<ast_config *>(CONFIG_STATUS_FILEINVALID);
+    }
+  }
+  std::ifstream file(real_path(config_path(filename)));
+  if (!file) {
+    return nullptr;
+  }
+  auto *config = new ast_config;
+  for (std::string line; std::getline(file, line);) {
+    line = trimmed(line.substr(0, line.find(';')));
+    size_t equals = line.find('=');
+    if (!line.empty() && line[0] == '[') {
+      config->sections.push_back({line.substr(1, line.find(']') - 1), {}});
+    } else if (equals != std::string::npos && !config->sections.empty()) {
+      size_t value = line.compare(equals, 2, "=>") == 0 ? equals + 2 : equals + 1;
+      config->sections.back().second.emplace_back(trimmed(line.substr(0, equals)), trimmed(line.substr(value)));
+    }
+  }
+  return config;
+}
+void ast_config_destroy(struct ast_config *config) {
+  delete config;
+}
+const char *ast_variable_retrieve(struct ast_config *config, const char *category, const char *key) {
+  for (auto &[name, variables] : config->sections) {
+    if (!same(name, category)) {
+      continue;
+    }
+    for (auto &[variable, value] : variables) {
+      if (same(variable, key)) {
+        return value.c_str();
+      }
+    }
+  }
+  return nullptr;
+}
+int ast_category_exist(const struct ast_config *config, const char *category, const char *) {
+  return std::any_of(config->sections.begin(), config->sections.end(),
+                     [&](const auto &section) { return same(section.first, category); });
+}
+int ast_true(const char *value) {
+  static const char *const words[] = {"yes", "true", "y", "t", "1", "on"};
+  return value && std::any_of(std::begin(words), std::end(words),
+                              [&](const char *word) { return strcasecmp(value, word) == 0; })
+             ? -1
+             : 0;
+}
+
+// Command line
+
+void ast_cli(int fd, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  vdprintf(fd, format, arguments);
+  va_end(arguments);
+}
+
+int __ast_cli_register_multiple(struct ast_cli_entry *entries, int count, struct ast_module *) {
+  if (fails(Fault::CliRegister)) {
+    return -1;
+  }
+  Guard guard(state_lock());
+  for (int index = 0; index < count; ++index) {
+    struct ast_cli_args arguments = {-1, 0, nullptr, nullptr, nullptr, 0, 0};
+    entries[index].handler(&entries[index], CLI_INIT, &arguments);
+    state().commands.push_back(&entries[index]);
+  }
+  return 0;
+}
+int ast_cli_unregister_multiple(struct ast_cli_entry *entries, int count) {
+  Guard guard(state_lock());
+  auto &commands = state().commands;
+  commands.erase(std::remove_if(commands.begin(), commands.end(),
+                                [&](ast_cli_entry *entry) { return entry >= entries && entry < entries + count; }),
+                 commands.end());
+  return 0;
+}
+
+int ast_cli_command_full(int, int, int fd, const char *line) {
+  note(std::string("cli ") + line);
+  ast_cli_entry *entry;
+  {
+    Guard guard(state_lock());
+    auto answer = state().answers.find(line);
+    if (answer != state().answers.end()) {
+      ast_cli(fd, "%s", answer->second.text.c_str());
+      return answer->second.result;
+    }
+    entry = command_for(line);
+  }
+  if (!entry) {
+    ast_cli(fd, "No such command '%s' (type 'core show help %s' for other possible commands)\n", line, line);
+    return 2;
+  }
+  std::vector<std::string> words = words_of(line);
+  std::vector<const char *> argv;
+  for (const std::string &word : words) {
+    argv.push_back(word.c_str());
+  }
+  argv.push_back(nullptr);
+  entry->args = static_cast<int>(words_of(entry->command).size());
+  struct ast_cli_args arguments = {fd, static_cast<int>(words.size()), argv.data(), nullptr, nullptr, 0, 0};
+  char *result = entry->handler(entry, CLI_HANDLER, &arguments);
+  if (result == CLI_SHOWUSAGE) {
+    ast_cli(fd, "%s", entry->usage);
+  }
+  return result == CLI_SUCCESS ? 0 : 2;
+}
+
+char *term_strip(char *out, const char *in, int room) {
+  for (char *next = out; next < out + room; ++in) {
+    if (*in == '\033') {
+      in += strcspn(in, "m");
+    } else {
+      *next++ = *in;
+    }
+    if (!*in) {
+      break;
+    }
+  }
+  return out;
+}
+
+// HTTP
+
+int ast_http_uri_link(struct ast_http_uri *uri) {
+  if (fails(Fault::HttpLink)) {
+    return -1;
+  }
+  Guard guard(state_lock());
+  state().uris.push_back(uri);
+  return 0;
+}
+void ast_http_uri_unlink(struct ast_http_uri *uri) {
+  Guard guard(state_lock());
+  auto &uris = state().uris;
+  uris.erase(std::remove(uris.begin(), uris.end(), uri), uris.end());
+}
+void ast_http_send(struct ast_tcptls_session_instance *connection, enum ast_http_method, int status, const char *title,
+                   struct ast_str *header, struct ast_str *body, int, unsigned int) {
+  Response &response = exchange_of(connection).response;
+  response.status = status;
+  response.title = title ? title : "";
+  response.header = header ? ast_str_buffer(header) : "";
+  response.body = body ? ast_str_buffer(body) : "";
+  ast_free(header);
+  ast_free(body);
+}
+void ast_http_error(struct ast_tcptls_session_instance *connection, int status, const char *title, const char *text) {
+  Response &response = exchange_of(connection).response;
+  response.status = status;
+  response.title = title;
+  response.body = text;
+}
+void ast_http_request_close_on_completion(struct ast_tcptls_session_instance *connection) {
+  exchange_of(connection).response.closed = true;
+}
+struct ast_variable *ast_http_get_post_vars(struct ast_tcptls_session_instance *connection, struct ast_variable *) {
+  Exchange &exchange = exchange_of(connection);
+  errno = exchange.body_error;
+  return exchange.body_error ? nullptr : variable_list(*exchange.body);
+}
+const char *ast_variable_find_in_list(const struct ast_variable *list, const char *name) {
+  for (; list; list = list->next) {
+    if (strcasecmp(list->name, name) == 0) {
+      return list->value;
+    }
+  }
+  return nullptr;
+}
+void ast_variables_destroy(struct ast_variable *list) {
+  while (list) {
+    ast_variable *next = list->next;
+    free(const_cast<char *>(list->name));
+    free(const_cast<char *>(list->value));
+    free(list);
+    list = next;
+  }
+}
+
+// Speech
+
+int ast_speech_register(struct ast_speech_engine *engine) {
+  if (fails(Fault::EngineRegister) || !engine->create || !engine->write || !engine->destroy ||
+      find_engine(engine->name)) {
+    return -1;
+  }
+  Guard guard(state_lock());
+  state().engines.push_back(engine);
+  return 0;
+}
+int ast_speech_unregister(const char *name) {
+  Guard guard(state_lock());
+  auto &engines = state().engines;
+  auto found = std::find(engines.begin(), engines.end(), find_engine(name));
+  if (found == engines.end()) {
+    return -1;
+  }
+  engines.erase(found);
+  return 0;
+}
+int ast_speech_change_state(struct ast_speech *speech, int state_now) {
+  Guard guard(state_lock());
+  state().states.push_back(state_now);
+  note("state " + std::to_string(state_now));
+  __atomic_store_n(&speech->state, state_now, __ATOMIC_RELEASE);
+  return 0;
+}
+
+// Formats, channels, detectors
+
+static struct ast_format slin = {"slin"};
+struct ast_format *ast_format_slin = &slin;
+
+struct ast_format_cap *__ast_format_cap_alloc(enum ast_format_cap_flags, const char *, const char *, int,
+                                              const char *) {
+  if (fails(Fault::FormatCap)) {
+    return nullptr;
+  }
+  Guard guard(state_lock());
+  ++state().caps;
+  return new ast_format_cap;
+}
+int __ast_format_cap_append(struct ast_format_cap *cap, struct ast_format *format, unsigned int, const char *,
+                            const char *, int, const char *) {
+  cap->formats.push_back(format);
+  return 0;
+}
+
+struct ast_channel *ast_channel_callback(ao2_callback_data_fn *match, void *arg, void *data, int flags) {
+  Guard guard(state_lock());
+  for (ast_channel *channel : state().channels) {
+    if (match(channel, arg, data, flags) & CMP_MATCH) {
+      ao2_ref(channel, 1);
+      return channel;
+    }
+  }
+  return nullptr;
+}
+const char *ast_channel_uniqueid(const struct ast_channel *channel) {
+  return channel->uniqueid.c_str();
+}
+int ast_check_hangup(struct ast_channel *channel) {
+  return channel->hung_up;
+}
+
+struct ast_dsp *ast_dsp_new(void) {
+  note("ast_dsp_new");
+  return fails(Fault::Detector) ? nullptr : new ast_dsp;
+}
+void ast_dsp_free(struct ast_dsp *dsp) {
+  note("ast_dsp_free");
+  delete dsp;
+}
+void ast_dsp_set_threshold(struct ast_dsp *dsp, int threshold) {
+  dsp->threshold = threshold;
+}
+int ast_dsp_get_threshold_from_settings(enum threshold) {
+  return 256;
+}
+// Silence is a frame whose mean level stays under the threshold.
+int ast_dsp_silence(struct ast_dsp *dsp, struct ast_frame *frame, int *total) {
+  note("ast_dsp_silence");
+  if (frame->datalen < 2) {
+    return 0;
+  }
+  const auto *samples = static_cast<const int16_t *>(frame->data.ptr);
+  int64_t sum = 0;
+  for (int index = 0; index < frame->samples; ++index) {
+    sum += abs(samples[index]);
+  }
+  bool silent = sum < static_cast<int64_t>(dsp->threshold) * frame->samples;
+  dsp->silence = silent ? dsp->silence + frame->samples / 8 : 0;
+  __atomic_store_n(total, dsp->silence, __ATOMIC_RELEASE);
+  return silent;
+}
+
+// Strings and the host's identity
+
+int __ast_str_helper(struct ast_str **buffer, ssize_t limit, int append, const char *format, va_list arguments,
+                     const char *, int, const char *) {
+  size_t used = append ? (*buffer)->__AST_STR_USED : 0;
+  va_list again;
+  va_copy(again, arguments);
+  size_t length = vsnprintf(nullptr, 0, format, again);
+  va_end(again);
+  size_t needed = used + length + 1;
+  if (needed > (*buffer)->__AST_STR_LEN && limit >= 0) {
+    size_t size = limit > 0 ? std::min(needed, static_cast<size_t>(limit)) : needed;
+    auto *grown = static_cast<ast_str *>(ast_realloc(*buffer, size + sizeof(ast_str)));
+    if (!grown) {
+      return AST_DYNSTR_BUILD_FAILED;
+    }
+    *buffer = grown;
+    grown->__AST_STR_LEN = size;
+  }
+  vsnprintf((*buffer)->__AST_STR_STR + used, (*buffer)->__AST_STR_LEN - used, format, arguments);
+  (*buffer)->__AST_STR_USED = used + strlen((*buffer)->__AST_STR_STR + used);
+  return static_cast<int>(length);
+}
+
+const char *ast_build_hostname = "builder";
+const char *ast_build_machine = "x86_64";
+const char *ast_build_os = "Linux";
+const char *ast_build_date = "unknown";
+const char *ast_build_user = "nobody";
+struct ast_eid ast_eid_default = {{0x02, 0x00, 0x00, 0x00, 0x00, 0x01}};
+
+const char *ast_get_version(void) {
+  return "16.28.0";
+}
+char *ast_eid_to_str(char *text, int size, struct ast_eid *id) {
+  snprintf(text, size, "%02x:%02x:%02x:%02x:%02x:%02x", id->eid[0], id->eid[1], id->eid[2], id->eid[3], id->eid[4],
+           id->eid[5]);
+  return text;
+}
+int ast_pbx_uuid_get(char *uuid, int length) {
+  snprintf(uuid, length, "12345678-9abc-def0-1234-56789abcdef0");
+  return 0;
+}
+
+struct ast_tm *ast_localtime(const struct timeval *when, struct ast_tm *local, const char *) {
+  struct tm broken_down;
+  localtime_r(&when->tv_sec, &broken_down);
+  *local = {};
+  memcpy(local, &broken_down, offsetof(struct ast_tm, tm_gmtoff));
+  return local;
+}
+
+// The module
+
+void ast_module_register(const struct ast_module_info *info) {
+  state().info = info;
+  const_cast<ast_module_info *>(info)->self = &state().module;
+}
+void ast_module_unregister(const struct ast_module_info *) {}
+struct ast_module *__ast_module_ref(struct ast_module *module, const char *, int, const char *) {
+  ++module->references;
+  return module;
+}
+void __ast_module_unref(struct ast_module *module, const char *, int, const char *) {
+  --module->references;
+}
+
+}  // extern "C"

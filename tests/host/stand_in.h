@@ -1,0 +1,128 @@
+// A stand-in for the PBX: just what the module calls, for tests that link the module's own objects.
+//
+// Include it after gtest; it takes in the module's host.h. Everything below may be called from any thread. Paths that
+// begin with "/tmp/quillbrook_", "/tmp/quillbrook2_" or "/etc/asterisk/" are kept in a folder of this process, for the
+// module and for the tests that look at them through this header, so test programs can run side by side.
+#ifndef QUILLBROOK_TESTS_STAND_IN_H
+#define QUILLBROOK_TESTS_STAND_IN_H
+
+#include "host.h"
+
+#include <map>
+
+namespace stand_in {
+
+// Puts everything back to the beginning: nothing recorded, no failure planned, no channel, no files. What a loaded
+// module has registered stays. Run it before each test.
+void reset();
+
+// What a test can make fail.
+enum class Fault {
+  Allocation,      // of the host's allocators
+  Open,            // open and fopen
+  Write,           // the file opens, and has no room for any byte
+  TemporaryFile,   // mkstemp
+  WriteStream,     // ast_writefile
+  ReadStream,      // ast_readfile
+  Rename,          // rename
+  Detector,        // ast_dsp_new
+  Thread,          // ast_pthread_create_stack
+  FormatCap,       // ast_format_cap_alloc
+  EngineRegister,  // ast_speech_register
+  CliRegister,     // ast_cli_register_multiple
+  HttpLink,        // ast_http_uri_link
+  Count
+};
+// The `nth` use from now on fails, and the `times` - 1 uses behind it.
+void fail(Fault fault, int nth = 1, int times = 1);
+// Allocations of exactly `size` bytes fail from now on; 0 ends it.
+void fail_allocations_of(size_t size);
+// No failure is planned any more. Gives how many have happened since the last reset.
+int stop_failing();
+
+// The clock: gettimeofday, ast_tvnow and time. It stands still unless a test moves it.
+void set_clock_ms(int64_t milliseconds);
+void advance_ms(int64_t milliseconds);
+int64_t clock_ms();
+// Sum of what was asked of usleep, which gives up the processor for an instant only.
+int64_t slept_us();
+
+// Lines of ast_log, and of the host's verbose output.
+struct Line {
+  int level;
+  std::string text;
+};
+std::vector<Line> log_lines();
+std::vector<Line> verbose_lines();
+// How many of the log lines have this level and this text, the line end included.
+int logged(int level, const std::string &text);
+// Lines of either kind that contain `part`.
+int mentioned(const std::string &part);
+void set_verbosity(int level);
+void set_debug_level(int level);
+
+// Names of noteworthy calls in their order: those of streams, detectors and states, and what tests note themselves.
+void note(const std::string &call);
+std::vector<std::string> notes();
+int noted(const std::string &call);
+// Values given to ast_speech_change_state.
+std::vector<int> states();
+
+// Files of the module, by the path that the module knows.
+std::vector<std::string> files();
+bool file_exists(const std::string &path);
+std::string file_content(const std::string &path);
+void write_file(const std::string &path, const std::string &content);
+// Where the file really is, for what opens it by itself.
+std::string real_path(const std::string &path);
+
+// The configuration directory.
+void write_config(const std::string &filename, const std::string &content);
+// The host takes it for malformed.
+void write_invalid_config(const std::string &filename);
+std::string config_path(const std::string &filename);
+
+// Channels that ast_channel_callback visits.
+void add_channel(const std::string &uniqueid, bool hung_up = false);
+// References on all channels that were handed out and not given back.
+int channel_references();
+
+// The command line. `answer_command` plays a command of another module, which prints `text` and results in `result`.
+void answer_command(const std::string &command, const std::string &text, int result = 0);
+// What the command prints, usage and refusals included.
+std::string run_command(const std::string &line);
+std::vector<std::string> command_names();
+
+// The HTTP server.
+struct Response {
+  int status = 0;  // 0 when no handler is linked
+  std::string title, header, body;
+  bool closed = false;  // the connection was to be closed behind it
+};
+using Variables = std::vector<std::pair<std::string, std::string>>;
+// `body` is a decoded form body; `body_error` is the errno of a body that cannot be had.
+Response http_request(const std::string &uri, ast_http_method method, const Variables &query = {},
+                      const Variables &body = {}, int body_error = 0);
+std::vector<std::string> http_uris();
+
+// Shared objects that the module can open: symbols by name. Opening anything else fails.
+void add_plugin(const std::string &path, std::map<std::string, void *> symbols);
+int open_plugins();
+
+// The module as the host drives it.
+int load_module();
+int unload_module();
+int reload_module();
+int module_references();
+std::vector<std::string> engine_names();
+ast_speech_engine *find_engine(const std::string &name);
+// Format capabilities that exist.
+int format_caps();
+
+// Stack size and caller of the latest ast_pthread_create_stack.
+size_t thread_stack_size();
+std::string thread_caller();
+
+}  // namespace stand_in
+
+#endif

@@ -1,0 +1,284 @@
+// Failures, the clock, memory, locks, threads, references, and plugins as shared objects.
+#include "state.h"
+
+#undef pthread_create
+#undef pthread_mutex_init
+#undef pthread_mutex_destroy
+#undef pthread_mutex_lock
+#undef pthread_mutex_unlock
+#undef pthread_rwlock_init
+#undef pthread_rwlock_destroy
+#undef pthread_rwlock_rdlock
+#undef pthread_rwlock_wrlock
+#undef pthread_rwlock_unlock
+#undef pthread_mutex_t
+#undef pthread_rwlock_t
+
+namespace {
+
+using stand_in::Fault;
+using stand_in::Guard;
+
+struct Plan {
+  int before = 0;  // uses that pass before the failing ones
+  int failing = 0;
+};
+struct SharedObject {
+  std::map<std::string, void *> symbols;
+};
+struct System {
+  Plan plans[static_cast<size_t>(Fault::Count)];
+  int failures = 0;
+  size_t failing_size = 0;
+  size_t stack_size = 0;
+  std::string caller;
+  std::map<std::string, std::unique_ptr<SharedObject>> plugins;
+  int open_plugins = 0;
+};
+System &state() {
+  static System system;
+  return system;
+}
+
+std::atomic<bool> failures_planned{false};
+constexpr int64_t CLOCK_START_US = 1'700'000'000'000'000;
+std::atomic<int64_t> clock_us{CLOCK_START_US};
+std::atomic<int64_t> slept{0};
+
+bool allocation_fails(size_t size) {
+  if (!failures_planned) {
+    return false;
+  }
+  if (stand_in::fails(Fault::Allocation)) {
+    return true;
+  }
+  Guard guard(stand_in::state_lock());
+  return state().failing_size == size && ++state().failures;
+}
+
+void *tested(void *memory, size_t size) {
+  if (memory && allocation_fails(size)) {
+    free(memory);
+    return nullptr;
+  }
+  return memory;
+}
+
+}  // namespace
+
+namespace stand_in {
+
+std::recursive_mutex &state_lock() {
+  static std::recursive_mutex lock;
+  return lock;
+}
+
+void fail(Fault fault, int nth, int times) {
+  Guard guard(state_lock());
+  state().plans[static_cast<size_t>(fault)] = {nth - 1, times};
+  failures_planned = true;
+}
+
+void fail_allocations_of(size_t size) {
+  Guard guard(state_lock());
+  state().failing_size = size;
+  failures_planned = true;
+}
+
+int stop_failing() {
+  Guard guard(state_lock());
+  for (Plan &plan : state().plans) {
+    plan = {};
+  }
+  state().failing_size = 0;
+  failures_planned = false;
+  return std::exchange(state().failures, 0);
+}
+
+bool fails(Fault fault) {
+  if (!failures_planned) {
+    return false;
+  }
+  Guard guard(state_lock());
+  Plan &plan = state().plans[static_cast<size_t>(fault)];
+  if (plan.before > 0) {
+    --plan.before;
+    return false;
+  }
+  return plan.failing > 0 && plan.failing-- && ++state().failures;
+}
+
+void set_clock_ms(int64_t milliseconds) {
+  clock_us = milliseconds * 1000;
+}
+void advance_ms(int64_t milliseconds) {
+  clock_us += milliseconds * 1000;
+}
+int64_t clock_ms() {
+  return clock_us / 1000;
+}
+int64_t slept_us() {
+  return slept;
+}
+
+void reset() {
+  stop_failing();
+  clock_us = CLOCK_START_US;
+  slept = 0;
+  state().plugins.clear();
+  reset_log();
+  reset_files();
+  reset_services();
+}
+
+void add_plugin(const std::string &path, std::map<std::string, void *> symbols) {
+  Guard guard(state_lock());
+  state().plugins[path] = std::make_unique<SharedObject>(SharedObject{std::move(symbols)});
+}
+
+int open_plugins() {
+  Guard guard(state_lock());
+  return state().open_plugins;
+}
+
+size_t thread_stack_size() {
+  Guard guard(state_lock());
+  return state().stack_size;
+}
+std::string thread_caller() {
+  Guard guard(state_lock());
+  return state().caller;
+}
+
+}  // namespace stand_in
+
+extern "C" {
+
+int __wrap_gettimeofday(struct timeval *now, void *) {
+  int64_t us = clock_us;
+  *now = {us / 1'000'000, us % 1'000'000};
+  return 0;
+}
+
+time_t __wrap_time(time_t *seconds) {
+  time_t now = clock_us / 1'000'000;
+  if (seconds) {
+    *seconds = now;
+  }
+  return now;
+}
+
+int __wrap_usleep(useconds_t microseconds) {
+  slept += microseconds;
+  struct timespec instant = {0, 50'000};
+  return nanosleep(&instant, nullptr);
+}
+
+struct timeval ast_tvsub(struct timeval a, struct timeval b) {
+  int64_t us = (a.tv_sec - b.tv_sec) * INT64_C(1'000'000) + (a.tv_usec - b.tv_usec);
+  int64_t rest = us % 1'000'000;
+  if (rest < 0) {
+    rest += 1'000'000;
+  }
+  return {(us - rest) / 1'000'000, rest};
+}
+
+void *__ast_calloc(size_t count, size_t size, const char *, int, const char *) {
+  return tested(calloc(count, size), count * size);
+}
+void *__ast_malloc(size_t size, const char *, int, const char *) {
+  return tested(malloc(size), size);
+}
+void *__ast_realloc(void *old, size_t size, const char *, int, const char *) {
+  return allocation_fails(size) ? nullptr : realloc(old, size);
+}
+char *__ast_strdup(const char *text, const char *, int, const char *) {
+  return text ? static_cast<char *>(tested(strdup(text), strlen(text) + 1)) : nullptr;
+}
+void __ast_free(void *memory, const char *, int, const char *) {
+  free(memory);
+}
+int __ast_pthread_mutex_init(int, const char *, int, const char *, const char *, ast_mutex_t *mutex) {
+  pthread_mutexattr_t attributes;
+  pthread_mutexattr_init(&attributes);
+  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+  int result = pthread_mutex_init(&mutex->mutex, &attributes);
+  pthread_mutexattr_destroy(&attributes);
+  return result;
+}
+int __ast_pthread_mutex_destroy(const char *, int, const char *, const char *, ast_mutex_t *mutex) {
+  return pthread_mutex_destroy(&mutex->mutex);
+}
+int __ast_pthread_mutex_lock(const char *, int, const char *, const char *, ast_mutex_t *mutex) {
+  return pthread_mutex_lock(&mutex->mutex);
+}
+int __ast_pthread_mutex_unlock(const char *, int, const char *, const char *, ast_mutex_t *mutex) {
+  return pthread_mutex_unlock(&mutex->mutex);
+}
+
+int __ast_rwlock_init(int, const char *, int, const char *, const char *, ast_rwlock_t *lock) {
+  return pthread_rwlock_init(&lock->lock, nullptr);
+}
+int __ast_rwlock_destroy(const char *, int, const char *, const char *, ast_rwlock_t *lock) {
+  return pthread_rwlock_destroy(&lock->lock);
+}
+int __ast_rwlock_rdlock(const char *, int, const char *, ast_rwlock_t *lock, const char *) {
+  return pthread_rwlock_rdlock(&lock->lock);
+}
+int __ast_rwlock_wrlock(const char *, int, const char *, ast_rwlock_t *lock, const char *) {
+  return pthread_rwlock_wrlock(&lock->lock);
+}
+int __ast_rwlock_unlock(const char *, int, const char *, ast_rwlock_t *lock, const char *) {
+  return pthread_rwlock_unlock(&lock->lock);
+}
+
+// The sanitizers need more stack than the host gives, so the size is only noted.
+int ast_pthread_create_stack(pthread_t *thread, pthread_attr_t *, void *(*start)(void *), void *data, size_t size,
+                             const char *, const char *caller, int, const char *) {
+  {
+    Guard guard(stand_in::state_lock());
+    state().stack_size = size;
+    state().caller = caller;
+  }
+  return stand_in::fails(Fault::Thread) ? EAGAIN : pthread_create(thread, nullptr, start, data);
+}
+
+int __ao2_ref(void *object, int delta, const char *, const char *, int, const char *) {
+  auto *counted = static_cast<stand_in::Object *>(object);
+  int before = counted->references.fetch_add(delta);
+  if (before + delta == 0) {
+    delete counted;
+  }
+  return before;
+}
+void __ao2_cleanup_debug(void *object, const char *, const char *, int, const char *) {
+  if (object) {
+    ao2_ref(object, -1);
+  }
+}
+
+void *__wrap_dlopen(const char *path, int) {
+  Guard guard(stand_in::state_lock());
+  auto found = state().plugins.find(path);
+  if (found == state().plugins.end()) {
+    return nullptr;
+  }
+  ++state().open_plugins;
+  return found->second.get();
+}
+void *__wrap_dlsym(void *handle, const char *symbol) {
+  auto &symbols = static_cast<SharedObject *>(handle)->symbols;
+  auto found = symbols.find(symbol);
+  return found == symbols.end() ? nullptr : found->second;
+}
+char *__wrap_dlerror() {
+  static char text[] = "cannot open shared object";
+  return text;
+}
+int __wrap_dlclose(void *) {
+  Guard guard(stand_in::state_lock());
+  --state().open_plugins;
+  return 0;
+}
+
+}  // extern "C"
