@@ -1,0 +1,19 @@
+/* The HTTP exchange that opens a WebSocket connection (RFC 6455, section 4), as text. */
+#pragma once
+
+#include <string>
+
+#include "settings.h"
+
+namespace quillbrook::websocket {
+
+/* A fresh value for the header Sec-WebSocket-Key. */
+std::string new_key();
+
+/* The client's request, with the empty line at its end. */
+std::string upgrade_request(const Url &url, const std::string &key);
+
+/* Throws Failure unless `head`, the answer up to its empty line, opens a connection for that key. */
+void check_upgrade(const std::string &head, const std::string &key);
+
+}  // namespace quillbrook::websocket

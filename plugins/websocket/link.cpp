@@ -1,0 +1,75 @@
+#include "link.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+
+#include "failure.h"
+
+namespace quillbrook::websocket {
+
+void Link::lower_finalize() {
+  if (!stopped()) __atomic_store_n(&context_->finalize, 0, __ATOMIC_RELEASE);
+}
+
+void Link::call(const char *text, int score) {
+  listening_ = context_->callback(context_, text, score) == 0;
+  next_turn_ = Clock::now() + kTurn;
+}
+
+void Link::piece(const std::string &text, int confidence, const std::string &json) {
+  context_->extra_pointer = json.c_str();
+  call(text.c_str(), confidence);
+  context_->extra_pointer = nullptr;
+}
+
+void Link::end() {
+  if (ended_) return;
+  ended_ = true;
+  call("", QUILLBROOK_SCORE_END);
+}
+
+void Link::fail(const std::string &reason) {
+  snprintf(context_->extra, sizeof context_->extra, "ERROR: %s", reason.c_str());
+  debug("%s", context_->extra);
+}
+
+void Link::debug(const char *format, ...) const {
+  if (context_->debug == 0 || context_->filelog == nullptr) return;
+  char line[1024];
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf(line, sizeof line, format, arguments);
+  va_end(arguments);
+  // One call a line: other calls write to the same file.
+  fprintf(context_->filelog, "websocket (%s): %s\n", context_->param, line);
+}
+
+Link::Wait Link::wait(int descriptor, short events, Moment until, Heed heed) {
+  pollfd watched{descriptor, events, 0};
+  for (;;) {
+    if (Clock::now() >= next_turn_) tick();
+    if (heed == Heed::kStop && stopped()) return Wait::kStopped;
+    const auto left = std::chrono::ceil<Milliseconds>(std::min(until, next_turn_) - Clock::now()).count();
+    const int count = poll(&watched, 1, static_cast<int>(std::max<Milliseconds::rep>(left, 0)));
+    if (count > 0) return Wait::kReady;
+    if (count < 0 && errno != EINTR) throw Failure("cannot wait for the network");
+    if (Clock::now() >= until) return Wait::kElapsed;
+  }
+}
+
+void Link::wait_or_fail(int descriptor, short events, Moment until, const char *reason) {
+  switch (wait(descriptor, events, until)) {
+    case Wait::kReady:
+      return;
+    case Wait::kElapsed:
+      throw Failure(reason);
+    case Wait::kStopped:
+      throw Stopped{};
+  }
+}
+
+}  // namespace quillbrook::websocket

@@ -1,0 +1,68 @@
+/*
+ * One record of the module, seen from the plugin: what the module is told, what it asks for, and the waiting.
+ *
+ * All waiting of a recognition goes through wait(), which gives the module a tick every 30 ms, however long the wait
+ * is, and looks for a stop as often. Only the streaming thread uses a Link; the record's shared fields are read and
+ * written atomically, since plugin_stop writes them from another thread.
+ */
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "quillbrook.h"
+
+namespace quillbrook::websocket {
+
+using Clock = std::chrono::steady_clock;
+using Moment = Clock::time_point;
+using Milliseconds = std::chrono::milliseconds;
+
+/* The longest time between two calls of the module; its contract asks for 100 ms. */
+constexpr Milliseconds kTurn{30};
+
+class Link {
+public:
+  /* The record must outlive the link. */
+  explicit Link(quillbrook_context *context) : context_(context), next_turn_(Clock::now()) {}
+
+  const quillbrook_context &record() const { return *context_; }
+  bool stopped() const { return __atomic_load_n(&context_->hangup, __ATOMIC_ACQUIRE) == QUILLBROOK_HANGUP_STOPPED; }
+  bool finalize_raised() const { return __atomic_load_n(&context_->finalize, __ATOMIC_ACQUIRE) > 0; }
+  /* Takes back what the module asked for out of the silence before these words; a stop stays what it is. */
+  void lower_finalize();
+  /* False from the first refusal on: a result is out, or the call is over. */
+  bool listening() const { return listening_; }
+
+  void tick() { call("", QUILLBROOK_SCORE_INTERIM); }
+  void interim(const std::string &text) { call(text.c_str(), QUILLBROOK_SCORE_INTERIM); }
+  /* A final piece with its confidence, 1 to 100, and the provider's JSON that it comes from. */
+  void piece(const std::string &text, int confidence, const std::string &json);
+  /* Asks for the result of the words up to now. */
+  void finish() { call("", QUILLBROOK_SCORE_FINISH); }
+  /* The provider's session is over. Said once. */
+  void end();
+
+  /* Leaves the failure in the record. */
+  void fail(const std::string &reason);
+  /* One line into the plugins' log file, when there is one and debug output is asked for. */
+  void debug(const char *format, ...) const __attribute__((format(printf, 2, 3)));
+
+  enum class Wait { kReady, kElapsed, kStopped };
+  /* Whether a stop ends a wait. Not when the last words are still being fetched. */
+  enum class Heed { kStop, kNothing };
+  /* Waits until the descriptor has one of the events of poll(2), or until the moment. -1: for the moment alone. */
+  Wait wait(int descriptor, short events, Moment until, Heed heed = Heed::kStop);
+  /* As wait(), for the way to a server: throws Stopped, and Failure(reason) when the time is up. */
+  void wait_or_fail(int descriptor, short events, Moment until, const char *reason);
+
+private:
+  void call(const char *text, int score);
+
+  quillbrook_context *context_;
+  Moment next_turn_;
+  bool listening_ = true;
+  bool ended_ = false;
+};
+
+}  // namespace quillbrook::websocket

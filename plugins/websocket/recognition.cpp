@@ -1,0 +1,227 @@
+#include "recognition.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "answer.h"
+#include "failure.h"
+
+namespace quillbrook::websocket {
+
+namespace {
+
+/* Chunks under way without an answer. With the answers to wait for, it is what a network of some hundred milliseconds
+ * and a recogniser that lags behind need to catch up with the call. */
+constexpr size_t kWindow = 8;
+
+/* What a stopped plugin still gives the server for its last words; the caller's channel waits for it. */
+constexpr Milliseconds kFarewell{70};
+
+/* Servers compare this message letter by letter, so the blanks belong to it. */
+constexpr char kEndOfAudio[] = R"({"eof" : 1})";
+
+/* Phrases separated by commas. The record cuts a long list at its end: the last phrase may then be half a word. */
+std::vector<std::string> phrases_of(const std::string &text) {
+  const bool cut = text.size() + 1 >= QUILLBROOK_TEXT_SIZE;
+  std::vector<std::string> phrases;
+  size_t from = 0;
+  while (from < text.size()) {
+    const size_t comma = text.find(',', from);
+    if (comma == std::string::npos && cut && !phrases.empty()) break;
+    const size_t end = std::min(comma, text.size());
+    const size_t first = std::min(text.find_first_not_of(" \t\r\n", from), end);
+    const size_t last = text.find_last_not_of(" \t\r\n", end - 1);
+    if (first < end) phrases.push_back(text.substr(first, last + 1 - first));
+    from = end + 1;
+  }
+  return phrases;
+}
+
+}  // namespace
+
+Recognition::Recognition(Link &link)
+    : link_(link),
+      url_(parse_url(link.record().profile[0] != '\0' ? link.record().profile : kDefaultUrl)),
+      settings_(parse_settings(link.record().configuration)),
+      audio_(link.record().filename != nullptr ? link.record().filename : "",
+             link.record().format != nullptr ? link.record().format : "") {
+  unanswered_.reserve(kWindow);
+}
+
+void Recognition::run() {
+  try {
+    serve();
+  } catch (const Stopped &) {  // all that a stop asks for is to return
+  } catch (const Failure &) {
+    deliver();
+    throw;
+  }
+}
+
+void Recognition::serve() {
+  await_header();
+  for (;;) {
+    try {
+      const auto begun = Clock::now();
+      Connection connection(link_, url_, settings_, begun + settings_.connect_timeout);
+      const auto took = std::chrono::duration_cast<Milliseconds>(Clock::now() - begun);
+      link_.debug("connected to %s in %d ms", link_.record().profile, static_cast<int>(took.count()));
+      greet(connection);
+      converse(connection);
+    } catch (const Lost &lost) {
+      link_.debug("%s", lost.what());
+      if (heard_) wordless_until_ = answered();
+      deliver();
+      if (!link_.listening() || reconnected_) throw;
+      reconnected_ = true;
+      audio_.seek(wordless_until_);
+    }
+    if (link_.stopped()) return;
+    if (!link_.listening()) return stand_by();
+  }
+}
+
+void Recognition::await_header() {
+  while (!audio_.ready()) {
+    if (link_.wait(-1, 0, Clock::now() + kTurn / 2) == Link::Wait::kStopped) throw Stopped{};
+  }
+}
+
+void Recognition::greet(Connection &connection) {
+  const quillbrook_context &record = link_.record();
+  nlohmann::json config = {{"sample_rate", audio_.rate()}, {"words", settings_.words}, {"max_alternatives", 0}};
+  if (settings_.hints) {
+    auto phrases = phrases_of(record.phrases);
+    if (!phrases.empty()) config["phrase_list"] = std::move(phrases);
+  }
+  const nlohmann::json message = {{"config", std::move(config)}};
+  connection.send_text(message.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+  unanswered_.clear();
+  interim_.clear();
+  end_sent_ = false;
+  last_result_ = false;
+}
+
+void Recognition::converse(Connection &connection) {
+  while (link_.listening()) {
+    if (link_.stopped() || time_to_finish()) return wind_up(connection);
+    feed(connection, false);
+    connection.flush();
+    link_.wait(connection.descriptor(), connection.events(), Clock::now() + kTurn / 2);
+    take_answers(connection);
+    check_stall();
+  }
+  connection.close();
+}
+
+bool Recognition::time_to_finish() const {
+  // After a result the module raises finalize again, out of the silence between two utterances. Only words count then.
+  if (link_.finalize_raised()) return heard_ || !wound_up_;
+  const long most = link_.record().maxspeechtimeout;
+  return most > 0 && heard_ && static_cast<long>((audio_.position() - speech_from_) * 1000 / audio_.rate()) > most;
+}
+
+void Recognition::wind_up(Connection &connection) {
+  link_.tick();  // whether a result is out already: then there is nobody to fetch the last words for
+  Moment until = Clock::now() + settings_.final_timeout;
+  try {
+    while (link_.listening() && !last_result_ && Clock::now() < until) {
+      if (link_.stopped()) until = std::min(until, Clock::now() + kFarewell);
+      if (!end_sent_ && feed(connection, true)) {
+        connection.send_text(kEndOfAudio);
+        end_sent_ = true;
+      }
+      connection.flush();
+      link_.wait(connection.descriptor(), connection.events(), std::min(until, Clock::now() + kTurn / 2),
+                 Link::Heed::kNothing);
+      take_answers(connection);
+    }
+    connection.close();
+  } catch (const Lost &) {  // the server closes behind its last result
+  }
+  wordless_until_ = audio_.position();
+  deliver();
+  wound_up_ = true;
+}
+
+void Recognition::stand_by() {
+  link_.end();
+  while (link_.wait(-1, 0, Clock::now() + kTurn) != Link::Wait::kStopped) continue;
+}
+
+bool Recognition::feed(Connection &connection, bool rest) {
+  constexpr int kShortest = 100;
+  constexpr int kLongest = 200;
+  const int per_millisecond = audio_.rate() / 1000;
+  const int samples =
+      std::clamp(link_.record().buffer_size / 2, kShortest * per_millisecond, kLongest * per_millisecond);
+  while (unanswered_.size() < kWindow) {
+    const size_t count = audio_.read(static_cast<size_t>(samples), rest, chunk_);
+    if (count == 0) return true;
+    connection.send_binary(chunk_);
+    unanswered_.push_back({count, Clock::now()});
+  }
+  return false;
+}
+
+void Recognition::take_answers(Connection &connection) {
+  // As with the pieces of one message: a flood of answers must not keep the audio and the stop waiting.
+  constexpr int kAnswersAtOnce = 32;
+  std::string message;
+  for (int count = 0; count < kAnswersAtOnce && connection.receive(message); ++count) {
+    last_answer_ = Clock::now();
+    if (unanswered_.empty()) {
+      last_result_ = end_sent_;
+    } else {
+      unanswered_.erase(unanswered_.begin());
+    }
+    take_answer(message);
+  }
+}
+
+void Recognition::take_answer(const std::string &message) {
+  const std::string json = repaired(message);
+  const Answer answer = parse_answer(json);
+  if (answer.final) {
+    wordless_until_ = answered();
+    interim_.clear();
+    if (answer.text.empty()) return;
+    hear(answer.text);
+    link_.piece(answer.text, answer.confidence, json);
+  } else if (!answer.text.empty() && answer.text != interim_) {
+    hear(answer.text);
+    interim_ = answer.text;
+    link_.interim(interim_);
+  }
+}
+
+void Recognition::hear(const std::string &text) {
+  link_.debug("heard '%s'", text.c_str());
+  reconnected_ = false;
+  if (heard_) return;
+  heard_ = true;
+  speech_from_ = audio_.position();
+  if (wound_up_) link_.lower_finalize();
+}
+
+void Recognition::deliver() {
+  if (!heard_) return;
+  link_.finish();
+  link_.tick();  // the answer tells whether the module goes on after its result
+  heard_ = false;
+  wound_up_ = true;
+}
+
+void Recognition::check_stall() const {
+  if (unanswered_.empty()) return;
+  if (Clock::now() - std::max(last_answer_, unanswered_.front().sent) < settings_.answer_timeout) return;
+  throw Failure("the server did not answer for " + std::to_string(settings_.answer_timeout.count()) + " ms");
+}
+
+size_t Recognition::answered() const {
+  size_t position = audio_.position();
+  for (const Chunk &chunk : unanswered_) position -= chunk.samples;
+  return position;
+}
+
+}  // namespace quillbrook::websocket

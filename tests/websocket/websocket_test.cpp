@@ -1,0 +1,721 @@
+/*
+ * The plugin against servers that behave and servers that do not. Each test says in its server function what the
+ * server does; a Call plays the module: it owns the record and the stream file, and keeps what the plugin reports.
+ */
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "answer.h"
+#include "failure.h"
+#include "quillbrook.h"
+#include "settings.h"
+#include "speech_server.h"
+#include "stream_file.h"
+
+extern "C" {
+int quillbrook_init(quillbrook_context *context);
+void *quillbrook_loop(quillbrook_context *context);
+void quillbrook_stop(quillbrook_context *context);
+}
+
+namespace {
+
+using namespace std::chrono_literals;
+using quillbrook::websocket::Failure;
+using namespace speech_server;
+
+size_t entries(const char *folder) {
+  size_t count = 0;
+  DIR *open = opendir(folder);
+  while (readdir(open) != nullptr) ++count;
+  closedir(open);
+  return count;
+}
+
+/* A folder of this process for stream files and certificates, removed at its end. */
+const std::string &folder() {
+  static const struct Folder {
+    Folder() { EXPECT_NE(mkdtemp(path.data()), nullptr); }
+    ~Folder() { EXPECT_EQ(system(("rm -r " + path).c_str()), 0); }
+    std::string path = "/tmp/quillbrook-websocket-test.XXXXXX";
+  } made;
+  return made.path;
+}
+
+/* The header of a WAV file under way: its sizes are not set, and a chunk that nobody knows stands in it. */
+std::string wav_header(int rate) {
+  std::string header("RIFF\0\0\0\0WAVEjunk\3\0\0\0abc\0fmt \20\0\0\0\1\0\1\0........\2\0\20\0data\0\0\0\0", 56);
+  for (int i = 0; i < 4; ++i) header[36 + i] = static_cast<char>(rate >> 8 * i);
+  return header;
+}
+
+class Call {
+public:
+  struct Report {
+    std::string text;
+    int score;
+    std::string json;
+    bool operator==(const Report &other) const { return text == other.text && score == other.score; }
+  };
+
+  explicit Call(const std::string &url, const std::string &configuration = "", const std::string &format = "wav") {
+    static std::atomic<int> number{0};
+    file_ = folder() + "/stream" + std::to_string(++number) + "." + format;
+    format_ = format;
+    snprintf(record.profile, sizeof record.profile, "%s", url.c_str());
+    snprintf(record.configuration, sizeof record.configuration, "%s", configuration.c_str());
+    record.filename = file_.data();
+    record.format = format_.c_str();
+    record.buffer_size = 4000;
+    record.asterisk_pointer = this;
+    record.callback = [](quillbrook_context *context, const char *text, int score) {
+      return static_cast<Call *>(context->asterisk_pointer)->take(text, score);
+    };
+    write(format == "wav" ? wav_header(8000) : "");
+  }
+  ~Call() {
+    stop();
+    unlink(file_.c_str());
+  }
+
+  void write(const std::string &bytes) const { std::ofstream(file_, std::ios::app | std::ios::binary) << bytes; }
+  void speak(int milliseconds) const { write(std::string(static_cast<size_t>(milliseconds) * 16, '\1')); }
+  void start() {
+    ASSERT_EQ(quillbrook_init(&record), 0);
+    begun_ = std::chrono::steady_clock::now();
+    loop_ = std::thread([this] {
+      quillbrook_loop(&record);
+      const std::lock_guard<std::mutex> guard(lock_);
+      returned_ = true;
+      changed_.notify_all();
+    });
+  }
+  void stop() {
+    quillbrook_stop(&record);
+    if (loop_.joinable()) loop_.join();
+  }
+  void finalize() { __atomic_store_n(&record.finalize, 1, __ATOMIC_RELEASE); }
+
+  /* The limit is for a broken plugin only: no test waits for it to pass. */
+  template <class Condition>
+  bool wait(Condition condition) {
+    std::unique_lock<std::mutex> guard(lock_);
+    return changed_.wait_for(guard, 20s, condition);
+  }
+  bool wait_reports(size_t count) {
+    return wait([&] { return reports_.size() >= count; });
+  }
+  bool wait_return() {
+    return wait([&] { return returned_; });
+  }
+  std::vector<Report> reports() {
+    const std::lock_guard<std::mutex> guard(lock_);
+    return reports_;
+  }
+  bool wait_ticks(int more) {
+    return wait([&, until = ticks() + more] { return ticks_ >= until; });
+  }
+  int ticks() {
+    const std::lock_guard<std::mutex> guard(lock_);
+    return ticks_;
+  }
+  /* Ticks that the module could count on up to now, a third of them: a busy machine takes its share. */
+  long due_ticks() const { return (std::chrono::steady_clock::now() - begun_) / 300ms; }
+
+  quillbrook_context record = {};
+  bool continuous = false;
+
+private:
+  int take(const char *text, int score) {
+    const std::lock_guard<std::mutex> guard(lock_);
+    changed_.notify_all();
+    if (*text == '\0' && score == QUILLBROOK_SCORE_INTERIM) {
+      ++ticks_;
+    } else {
+      const auto *json = static_cast<const char *>(record.extra_pointer);
+      reports_.push_back({text, score, json != nullptr ? json : ""});
+    }
+    if (result_out_ && !continuous) return -1;
+    has_words_ = has_words_ || *text != '\0';
+    result_out_ = has_words_ && score == QUILLBROOK_SCORE_FINISH;
+    return 0;
+  }
+
+  std::string file_;
+  std::string format_;
+  std::chrono::steady_clock::time_point begun_;
+  std::thread loop_;
+  std::mutex lock_; /* guards what follows */
+  std::condition_variable changed_;
+  std::vector<Report> reports_;
+  int ticks_ = 0;
+  bool has_words_ = false;
+  bool result_out_ = false;
+  bool returned_ = false;
+};
+
+const Call::Report kFinish = {"", QUILLBROOK_SCORE_FINISH, ""};
+const Call::Report kEnd = {"", QUILLBROOK_SCORE_END, ""};
+
+std::string url_of(const Server &server) {
+  return "ws://127.0.0.1:" + std::to_string(server.port());
+}
+
+/* A server that hears "yes" in any audio, and is sure of it at its end. */
+void recognise(Peer &peer) {
+  Message message;
+  if (!peer.accept()) return;
+  bool heard = false;
+  while (peer.receive(message)) {
+    if (message.is_end_of_audio()) {
+      return peer.say(heard ? R"({"text": "yes", "result": [{"conf": 0.9}, {"conf": 0.61}]})" : R"({"text": ""})");
+    }
+    if (message.opcode != kBinary) continue;
+    peer.say(R"({"partial": "ye"})");
+    heard = true;
+  }
+}
+
+/* Up to the first chunk of audio. */
+void greet(Peer &peer) {
+  Message message;
+  if (!peer.accept()) return;
+  while (peer.receive(message) && message.opcode != kBinary) continue;
+}
+
+/* A certificate for "localhost" that it signs itself. */
+const Server::Certificate &certificate() {
+  static const Server::Certificate made = [] {
+    const Server::Certificate files = {folder() + "/certificate.pem", folder() + "/key.pem"};
+    const std::string command =
+        "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 1"
+        " -subj /CN=localhost -addext subjectAltName=DNS:localhost -keyout " +
+        files.key + " -out " + files.file + " 2>" + folder() + "/log";
+    EXPECT_EQ(system(command.c_str()), 0);
+    return files;
+  }();
+  return made;
+}
+
+TEST(Conversation, SendsTheAudioAndReportsTheWords) {
+  std::string config;
+  std::string audio;
+  size_t shortest = 1 << 20;
+  size_t longest = 0;
+  Server server([&](Peer &peer) {
+    Message message;
+    ASSERT_TRUE(peer.accept());
+    while (peer.receive(message) && !message.is_end_of_audio()) {
+      if (message.opcode == kText) {
+        config = message.payload;
+        continue;
+      }
+      audio += message.payload;
+      if (audio.size() < 16000) shortest = std::min(shortest, message.payload.size());
+      longest = std::max(longest, message.payload.size());
+      // One message in three frames, with a ping between them.
+      peer.raw(frame(kText, R"({"partial": )", false) + frame(kPing, "still there?") + frame(kContinuation, "", false) +
+               frame(kContinuation, audio.size() < 4000 ? "\"\"}" : "\"one\"}"));
+    }
+    peer.say(R"({"text": "one two", "result": [{"conf": 0.9}, {"conf": 0.8}]})");
+    EXPECT_GE(peer.pongs(), 4);
+  });
+  Call call(url_of(server));
+  snprintf(call.record.phrases, sizeof call.record.phrases, "one , two words,,\"quoted\\\"");
+  // 1,010 ms and half a sample, in pieces that fit nothing.
+  call.start();
+  std::string spoken;
+  for (int i = 0; i < 16161; ++i) spoken += static_cast<char>(i * 7);
+  for (size_t from = 0; from < spoken.size(); from += 2300) call.write(spoken.substr(from, 2300));
+  ASSERT_TRUE(call.wait_reports(1));
+  call.finalize();
+  ASSERT_TRUE(call.wait_reports(4));
+  call.stop();
+  EXPECT_EQ(config, R"({"config":{"max_alternatives":0,"phrase_list":["one","two words","\"quoted\\\""],)"
+                    R"("sample_rate":8000,"words":true}})");
+  EXPECT_EQ(audio, spoken.substr(0, 16160));
+  EXPECT_GE(shortest, 1600U);
+  EXPECT_LE(longest, 3200U);
+  EXPECT_EQ(call.reports(), (std::vector<Call::Report>{{"one", -1, ""}, {"one two", 85, ""}, kFinish, kEnd}));
+  EXPECT_EQ(call.reports()[1].json, R"({"text": "one two", "result": [{"conf": 0.9}, {"conf": 0.8}]})");
+  EXPECT_EQ(call.reports()[0].json, "");
+  EXPECT_STREQ(call.record.extra, "");
+  EXPECT_NE(call.record.quantum, 0);
+}
+
+TEST(Conversation, AContinuousCallGoesOnOverANewConnection) {
+  Server server(recognise);
+  Call call(url_of(server));
+  call.continuous = true;
+  call.start();
+  for (size_t utterance = 1; utterance <= 3; ++utterance) {
+    // Between utterances the module raises finalize again: that must not cut the next one off.
+    if (utterance > 1) call.finalize();
+    call.speak(500);
+    ASSERT_TRUE(call.wait_reports(3 * utterance - 2));
+    call.finalize();
+    ASSERT_TRUE(call.wait_reports(3 * utterance));
+    EXPECT_EQ(call.reports().back(), kFinish);
+  }
+  call.stop();
+  EXPECT_GE(server.connections(), 3);
+  EXPECT_EQ(call.reports().size(), 10U);
+  EXPECT_EQ(call.reports().back(), kEnd);
+}
+
+TEST(Conversation, ACatchingUpClientWaitsForAnswers) {
+  std::atomic<size_t> received{0};
+  Server server([&](Peer &peer) {
+    Message message;
+    ASSERT_TRUE(peer.accept());
+    size_t unanswered = 0;
+    while (peer.receive(message)) {
+      if (message.opcode != kBinary) continue;
+      received += message.payload.size();
+      if (++unanswered < 8) continue;
+      for (; unanswered > 0; --unanswered) peer.say(R"({"partial": ""})");
+    }
+  });
+  Call call(url_of(server));
+  call.speak(60000);
+  call.start();
+  EXPECT_TRUE(call.wait([&] { return received == 60000 * 16; })) << received;
+}
+
+struct Misbehaviour {
+  const char *name;
+  Server::Serve misbehave;
+  const char *reason;
+};
+
+std::string name_of(const testing::TestParamInfo<Misbehaviour> &info) {
+  return info.param.name;
+}
+
+/* The C library looks names up on threads of its own, which the thread sanitizer does not survive. */
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define __SANITIZE_THREAD__
+#endif
+#endif
+#ifdef __SANITIZE_THREAD__
+constexpr bool kNames = false;
+#else
+constexpr bool kNames = true;
+#endif
+
+constexpr char kShort[] = "connect_timeout=300, answer_timeout=300";
+
+/* Runs a call that must fail by itself. The call has its turns until then, and nothing of it stays. */
+void expect_failure(const Server::Serve &serve, const std::vector<Call::Report> &reports, const std::string &reason,
+                    int connections) {
+  const size_t files = entries("/proc/self/fd");
+  {
+    Server server(serve);
+    Call call(url_of(server) + "/path", kShort);
+    call.speak(1000);
+    call.start();
+    ASSERT_TRUE(call.wait_return());
+    EXPECT_GE(call.ticks(), call.due_ticks());
+    EXPECT_EQ(call.reports(), reports);
+    const std::string extra = call.record.extra;
+    EXPECT_EQ(extra.find("ERROR: " + url_of(server) + "/path: "), 0U) << extra;
+    EXPECT_NE(extra.find(reason), std::string::npos) << extra;
+    EXPECT_EQ(server.connections(), connections);
+  }
+  EXPECT_EQ(entries("/proc/self/fd"), files);
+}
+
+class FailingHandshake : public testing::TestWithParam<Misbehaviour> {};
+
+TEST_P(FailingHandshake, IsReported) {
+  expect_failure(GetParam().misbehave, {kEnd}, GetParam().reason, 1);
+}
+
+/* Says this, and nothing more. */
+Server::Serve saying(const std::string &bytes) {
+  return [bytes](Peer &peer) {
+    peer.raw(bytes);
+    peer.ignore();
+  };
+}
+
+void trickle(Peer &peer) {
+  for (int i = 0; i < 1000; ++i) {
+    peer.raw("H");
+    std::this_thread::sleep_for(1ms);
+  }
+}
+
+void leave(Peer &) {}
+
+constexpr char kWrongKey[] =
+    "HTTP/1.1 101 x\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+    "Sec-WebSocket-Accept: s3pPLMBiTxaQ9kYGzzhZRbK+xOo=\r\n\r\n";
+
+const Misbehaviour kHandshakes[] = {
+    {"Stalls", saying(""), "does not answer the WebSocket handshake in time"},
+    {"Trickles", trickle, "does not answer the WebSocket handshake in time"},
+    {"Closes", leave, "in the WebSocket handshake: "},
+    {"IsAnotherServer", saying("HTTP/1.1 404 Not\033Found\r\n\r\n"), "it answers 'HTTP/1.1 404 Not?Found'"},
+    {"AcceptsAnotherKey", saying(kWrongKey), "handshake is wrong"},
+    {"NeverEnds", saying("HTTP/1.1 101 x\r\nX: " + std::string(100000, 'x')), "too long"},
+};
+INSTANTIATE_TEST_SUITE_P(, FailingHandshake, testing::ValuesIn(kHandshakes), name_of);
+
+class FailingServer : public testing::TestWithParam<Misbehaviour> {
+protected:
+  /* A server that is lost is tried once more, one that is wrong is not. */
+  int connections() const { return std::string(GetParam().name).find("Lost") == 0 ? 2 : 1; }
+};
+
+TEST_P(FailingServer, IsReported) {
+  const auto serve = [](Peer &peer) {
+    greet(peer);
+    GetParam().misbehave(peer);
+  };
+  expect_failure(serve, {kEnd}, GetParam().reason, connections());
+}
+
+TEST_P(FailingServer, TakesNoWordsWithIt) {
+  const auto serve = [](Peer &peer) {
+    greet(peer);
+    peer.say(R"({"partial": "one two"})");
+    GetParam().misbehave(peer);
+  };
+  expect_failure(serve, {{"one two", -1, ""}, kFinish, kEnd}, GetParam().reason, 1);
+}
+
+std::string pings() {
+  std::string bytes;
+  for (int i = 0; i < 2000; ++i) bytes += frame(kPing, std::string(125, 'x'));
+  return bytes;
+}
+
+std::string pieces() {
+  std::string bytes = frame(kText, "", false);
+  for (int i = 0; i < 40; ++i) bytes += frame(kContinuation, std::string(50000, ' '), false);
+  return bytes;
+}
+
+constexpr char kStalled[] = "did not answer for 300 ms";
+constexpr char kBroken[] = "breaks the WebSocket protocol";
+constexpr char kTooMuch[] = "more than 1048576 bytes";
+constexpr char kNoJson[] = "no JSON object";
+
+const Misbehaviour kServers[] = {
+    {"LostAtOnce", leave, "the server closed the connection"},
+    {"LostWithCode", saying(frame(kClose, "\x03\xf3 out of memory")), "closed the connection with code 1011"},
+    {"LostInAFrame", [](Peer &peer) { peer.raw(frame(kText, R"({"text": "o)", true, 500)); }, "closed the connection"},
+    {"Stalls", saying(""), kStalled},
+    {"StallsInAFrame", saying(frame(kText, "{", true, 500)), kStalled},
+    {"OnlyPings", saying(pings()), kStalled},
+    {"SendsGarbage", saying(std::string(1000, '\xb7')), kBroken},
+    {"SendsAMaskedFrame", saying("\x81\x82xxxx\x03\x05"), kBroken},
+    {"SendsAPieceOfNothing", saying(frame(kContinuation, "{}")), kBroken},
+    {"PromisesTooMuch", saying(frame(kText, "{", true, size_t{1} << 40)), kTooMuch},
+    {"SendsTooMuchInPieces", saying(pieces()), kTooMuch},
+    {"SendsBrokenJson", saying(frame(kText, R"({"partial": "one)")), kNoJson},
+    {"SendsAnotherJson", saying(frame(kText, R"(["partial"])")), kNoJson},
+    {"NestsDeeply", saying(frame(kText, R"({"x":)" + std::string(1000000, '['))), kNoJson},
+};
+INSTANTIATE_TEST_SUITE_P(, FailingServer, testing::ValuesIn(kServers), name_of);
+
+TEST(FailingConnection, IsReportedWithoutHoldingTheCall) {
+  // A listener that accepts nothing and whose queue is full: the next connection gets no answer at all.
+  const int deaf = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  auto *generic = reinterpret_cast<sockaddr *>(&address);
+  ASSERT_EQ(bind(deaf, generic, size), 0);
+  ASSERT_EQ(getsockname(deaf, generic, &size), 0);
+  const std::string port = std::to_string(ntohs(address.sin_port));
+  const auto reason = [](const std::string &url, const char *configuration = kShort, const char *format = "wav") {
+    Call call(url, configuration, format);
+    call.speak(100);
+    call.start();
+    EXPECT_TRUE(call.wait_return());
+    EXPECT_GE(call.ticks(), call.due_ticks());
+    return std::string(call.record.extra);
+  };
+  EXPECT_EQ(reason("ws://127.0.0.1:" + port), "ERROR: ws://127.0.0.1:" + port + ": cannot connect: Connection refused");
+  EXPECT_EQ(reason("ws://[::1]:" + port).find("ERROR: ws://[::1]:" + port + ": cannot connect: "), 0U);
+  ASSERT_EQ(listen(deaf, 0), 0);
+  int queued[2];
+  for (int &filler : queued) {
+    filler = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    connect(filler, generic, size);
+  }
+  EXPECT_EQ(reason("ws://127.0.0.1:" + port), "ERROR: ws://127.0.0.1:" + port + ": no connection in time");
+  for (const int filler : queued) close(filler);
+  close(deaf);
+
+  if (kNames) {
+    EXPECT_NE(reason("ws://no-such.invalid").find("invalid: the host's name "), std::string::npos);
+  }
+  EXPECT_EQ(reason("http://localhost"), "ERROR: http://localhost: the URL does not begin with ws:// or wss://");
+  EXPECT_NE(reason("ws://localhost", "tls_verify=maybe").find("'tls_verify=maybe'"), std::string::npos);
+  EXPECT_NE(reason("ws://localhost", "", "gsm").find("format 'gsm'"), std::string::npos);
+}
+
+TEST(Tls, VerifiesTheServersCertificateAndName) {
+  if (!kNames) GTEST_SKIP();
+  Server server(recognise, 0, certificate());
+  const std::string port = std::to_string(server.port());
+  const auto outcome = [&](const std::string &host, const std::string &configuration) {
+    Call call("wss://" + host + ":" + port, configuration);
+    call.speak(500);
+    call.start();
+    EXPECT_TRUE(call.wait_reports(1));
+    const std::string heard = call.reports().at(0).text;
+    call.stop();
+    return heard + call.record.extra;
+  };
+  const std::string trusted = "tls_ca=" + certificate().file;
+  EXPECT_EQ(outcome("localhost", trusted), "ye");
+  EXPECT_NE(outcome("localhost", "").find("certificate is refused: self-signed certificate"), std::string::npos);
+  EXPECT_NE(outcome("127.0.0.1", trusted).find("certificate is refused: IP address mismatch"), std::string::npos);
+  EXPECT_EQ(outcome("127.0.0.1", "tls_verify=no"), "ye");
+  EXPECT_NE(outcome("127.0.0.1", "tls_ca=/none").find("no certificates of authorities can be read from /none"),
+            std::string::npos);
+
+  Server plain([](Peer &peer) { peer.ignore(); });
+  Call stalled("wss://127.0.0.1:" + std::to_string(plain.port()), kShort);
+  stalled.start();
+  ASSERT_TRUE(stalled.wait_return());
+  EXPECT_NE(std::string(stalled.record.extra).find("no connection in time"), std::string::npos);
+}
+
+TEST(Reconnection, SendsTheAudioAgainWhenNoWordWasLost) {
+  std::string audio;
+  Server server([&](Peer &peer) {
+    if (peer.number() == 0) return greet(peer);
+    Message message;
+    ASSERT_TRUE(peer.accept());
+    while (peer.receive(message) && !message.is_end_of_audio()) {
+      if (message.opcode != kBinary) continue;
+      audio += message.payload;
+      // What an endpointer closed without words need not be sent again.
+      if (peer.number() == 1 && audio.size() == 9600) {
+        peer.say(R"({"text": ""})");
+        return;
+      }
+      if (peer.number() == 1) peer.say(R"({"partial": ""})");
+      if (peer.number() == 2) peer.say(R"({"partial": "one"})");
+    }
+  });
+  Call call(url_of(server));
+  call.speak(1000);
+  call.start();
+  ASSERT_TRUE(call.wait_return());
+  EXPECT_EQ(audio.size(), 9600U) << "the second loss before a word is the last";
+  EXPECT_EQ(server.connections(), 2);
+}
+
+TEST(Stop, EndsTheLoopInEveryPhase) {
+  Server silent([](Peer &peer) { peer.ignore(); });
+  Server server(recognise);
+  constexpr char kPatient[] = "connect_timeout=60000, answer_timeout=60000, final_timeout=60000";
+  const auto stop_after = [&](const std::string &url, bool finalize, size_t reports) {
+    Call call(url, kPatient);
+    call.speak(500);
+    call.start();
+    EXPECT_TRUE(call.wait_reports(reports));
+    if (finalize) call.finalize();
+    EXPECT_TRUE(call.wait_ticks(5));
+    call.stop();
+    call.stop();
+    EXPECT_EQ(call.record.hangup, QUILLBROOK_HANGUP_STOPPED);
+    EXPECT_STREQ(call.record.extra, "");
+    return call.reports();
+  };
+  // On the way to the server, with TLS and without; a test that hangs here has failed.
+  EXPECT_EQ(stop_after(url_of(silent), false, 0), std::vector<Call::Report>{kEnd});
+  EXPECT_EQ(stop_after("wss" + url_of(silent).substr(2), false, 0), std::vector<Call::Report>{kEnd});
+  // In mid-speech: the last words are still fetched, and the module is told to finish.
+  EXPECT_EQ(stop_after(url_of(server), false, 1),
+            (std::vector<Call::Report>{{"ye", -1, ""}, {"yes", 76, ""}, kFinish, kEnd}));
+  // Behind the result.
+  EXPECT_EQ(stop_after(url_of(server), true, 1),
+            (std::vector<Call::Report>{{"ye", -1, ""}, {"yes", 76, ""}, kFinish, kEnd}));
+  // While a server that has nothing more to say holds its last result back.
+  Server mute([](Peer &peer) {
+    greet(peer);
+    peer.say(R"({"partial": "one"})");
+    peer.ignore();
+  });
+  EXPECT_EQ(stop_after(url_of(mute), true, 1), (std::vector<Call::Report>{{"one", -1, ""}, kFinish, kEnd}));
+  // Without a loop.
+  Call idle("ws://localhost");
+  ASSERT_EQ(quillbrook_init(&idle.record), 0);
+  idle.stop();
+  EXPECT_GT(idle.record.finalize, 0);
+}
+
+TEST(ManyCalls, RunBesideEachOtherAndLeaveNothing) {
+  constexpr int kCalls = 50;
+  const size_t files = entries("/proc/self/fd");
+  const size_t threads = entries("/proc/self/task");
+  {
+    Server server(recognise);
+    std::vector<std::unique_ptr<Call>> calls;
+    for (int i = 0; i < kCalls; ++i) {
+      calls.push_back(std::make_unique<Call>(url_of(server), "connect_timeout=60000"));
+      calls.back()->start();
+    }
+    for (const auto &call : calls) call->speak(700);
+    for (const auto &call : calls) EXPECT_TRUE(call->wait_reports(1)) << call->record.extra;
+    for (const auto &call : calls) call->finalize();
+    for (const auto &call : calls) EXPECT_TRUE(call->wait_reports(4)) << call->record.extra;
+    for (const auto &call : calls) call->stop();
+    for (const auto &call : calls) EXPECT_EQ(call->reports()[1].text, "yes");
+  }
+  EXPECT_EQ(entries("/proc/self/fd"), files);
+  EXPECT_EQ(entries("/proc/self/task"), threads);
+}
+
+TEST(Library, IsGoneAfterItsUnload) {
+  for (int i = 0; i < 3; ++i) {
+    void *library = dlopen(PLUGIN_FILE, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    using Loop = quillbrook_function_loop;
+    auto *loop = reinterpret_cast<Loop *>(dlsym(library, "quillbrook_loop"));
+    ASSERT_NE(loop, nullptr);
+    Server server(recognise, 0, certificate());
+    Call call("wss://127.0.0.1:" + std::to_string(server.port()), "connect_timeout=60000");
+    std::thread([&] { loop(&call.record); }).join();
+    EXPECT_NE(std::string(call.record.extra).find("certificate"), std::string::npos) << call.record.extra;
+    dlclose(library);
+    std::ifstream maps("/proc/self/maps");
+    const std::string text((std::istreambuf_iterator<char>(maps)), {});
+    EXPECT_EQ(text.find("plugin_websocket"), std::string::npos);
+  }
+}
+
+TEST(Audio, IsReadAsLinearSamplesWhileTheFileGrows) {
+  using quillbrook::websocket::StreamFile;
+  const std::string path = folder() + "/audio";
+  const auto file = [&](const std::string &bytes, bool anew) {
+    std::ofstream(path, std::ios::binary | (anew ? std::ios::trunc : std::ios::app)) << bytes;
+  };
+  std::string audio;
+  file(wav_header(16000).substr(0, 40), true);
+  StreamFile wav(path, "wav");
+  EXPECT_FALSE(wav.ready()) << "half a header";
+  file(wav_header(16000).substr(40) + "\1\2\3", false);
+  ASSERT_TRUE(wav.ready());
+  EXPECT_EQ(wav.rate(), 16000);
+  EXPECT_EQ(wav.read(4, false, audio), 0U);
+  EXPECT_EQ(wav.read(4, true, audio), 1U) << "half a sample stays";
+  file("\4", false);
+  EXPECT_EQ(wav.read(1, false, audio), 1U);
+  EXPECT_EQ(audio, "\3\4");
+
+  // G.711: the ends of the scale, its smallest steps, and one value in the middle.
+  file(std::string("\x00\x80\xff\x7f\xaa", 5), true);
+  StreamFile mu_law(path, "ulaw");
+  ASSERT_EQ(mu_law.read(5, false, audio), 5U);
+  EXPECT_EQ(audio, std::string("\x84\x82\x7c\x7d\x00\x00\x00\x00\xfc\x14", 10));
+  StreamFile a_law(path, "alaw");
+  ASSERT_EQ(a_law.read(5, false, audio), 5U);
+  EXPECT_EQ(audio, std::string("\x80\xea\x80\x15\x50\x03\xb0\xfc\x00\x7e", 10));
+
+  for (const std::string &bad : {std::string("nothing like a header"), wav_header(8000).replace(32, 1, "\7"),
+                                 wav_header(8000).replace(34, 1, "\2"), wav_header(0),
+                                 wav_header(8000).substr(0, 12) + "LIST\xff\xff\xff\xff" + std::string(5000, 'x')}) {
+    file(bad, true);
+    EXPECT_THROW(StreamFile(path, "wav").ready(), Failure);
+  }
+  ASSERT_EQ(symlink("audio", (path + ".link").c_str()), 0);
+  EXPECT_THROW(StreamFile(path + ".link", "sln"), Failure);
+  unlink((path + ".link").c_str());
+}
+
+TEST(Answers, AreReadAndMadeSafe) {
+  using quillbrook::websocket::parse_answer;
+  const auto read = [](const std::string &message) {
+    const auto answer = parse_answer(quillbrook::websocket::repaired(message));
+    return answer.text + (answer.final ? "/" + std::to_string(answer.confidence) : "");
+  };
+  EXPECT_EQ(read(R"({"partial" : "one"})"), "one");
+  EXPECT_EQ(read(R"({"text" : " one ", "result": [{"conf": 1.0, "word": "one"}, {"conf": 0.0}]})"), "one/50");
+  EXPECT_EQ(read(R"({"alternatives": [{"confidence": 0.4, "text": "a"}, {"confidence": 0.3, "text": "b"}]})"), "a/40");
+  EXPECT_EQ(read(R"({"text": "one"})"), "one/75");
+  EXPECT_EQ(read(R"({"text": "one", "result": [{"conf": 0.001}]})"), "one/1");
+  EXPECT_EQ(read(R"({"text": "", "spk": [1, 2], "other": {"text": "x", "partial": "x"}})"), "/75");
+  // Figures that are no probabilities count for nothing.
+  EXPECT_EQ(read(R"({"result": [{"conf": nan}, {"conf": -inf}, {"conf": 1e999}, {"conf": 7}, {"conf": -0.1},
+                     {"conf": "1"}, {"conf": 0.3}], "text": "nan \u0041"})"),
+            "nan A/30");
+  EXPECT_EQ(read(R"({"alternatives": [{"confidence": 251.7, "text": "a"}]})"), "a/75");
+  // Control characters, raw and escaped; broken UTF-8: a lone byte, overlong, a surrogate, cut; half a pair.
+  EXPECT_EQ(read(std::string("{\"partial\": \"a\0b\\u0000c\\nd\\u001b\"}", 34)), "a b c d");
+  EXPECT_EQ(read("{\"partial\": \"\xff|\xc0\xaf|\xed\xa0\x80|\xe2\x82\"}"),
+            "\uFFFD|\uFFFD\uFFFD|\uFFFD\uFFFD\uFFFD|\uFFFD\uFFFD");
+  EXPECT_EQ(read(R"({"partial": "\ud83d \udc00 \ud83d\ude00 \\ud83d \u00fc"})"), "\uFFFD \uFFFD \U0001F600 \\ud83d ü");
+  EXPECT_EQ(read("{\"partial\": \"ü€\U0001F600\"}"), "ü€\U0001F600");
+  for (const char *bad :
+       {"", "1", "\"x\"", "null", "[{}]", "{} {}", "{\"partial\": \"\\x\"}", "{\"partial\": \"", "nan"}) {
+    EXPECT_THROW(read(bad), Failure) << bad;
+  }
+
+  // Whatever happens to a message on its way, it is refused or gives text that is safe to pass on.
+  const std::string good = "{\"text\": \"\\ud83d\\ude00 ü\xff\", \"result\": [{\"conf\": 0.5}, {\"conf\": nan}]}";
+  std::mt19937 random(1);
+  for (int i = 0; i < 20000; ++i) {
+    std::string message = good;
+    for (unsigned changes = random() % 4; changes > 0; --changes)
+      message[random() % good.size()] = static_cast<char>(random());
+    message.resize(random() % 2 == 0 ? message.size() : random() % message.size());
+    try {
+      const std::string text = read(message);
+      EXPECT_EQ(quillbrook::websocket::repaired(text), text) << message;
+    } catch (const Failure &) {
+    }
+  }
+}
+
+TEST(Settings, AreReadOrRefused) {
+  using quillbrook::websocket::parse_settings;
+  using quillbrook::websocket::parse_url;
+  const auto settings = parse_settings(" tls_verify=no,tls_ca=/a/b.pem words=off, hints=0\tfinal_timeout=10 ");
+  EXPECT_FALSE(settings.tls_verify || settings.words || settings.hints);
+  EXPECT_EQ(settings.tls_ca, "/a/b.pem");
+  EXPECT_EQ(settings.final_timeout, 10ms);
+  EXPECT_EQ(parse_settings("").connect_timeout, 3s);
+  for (const char *bad : {"word=yes", "words", "words=", "final_timeout=9", "final_timeout=99999999999", "tls_ca="}) {
+    EXPECT_THROW(parse_settings(bad), Failure) << bad;
+  }
+  const auto parts = [](const char *text) {
+    const auto url = parse_url(text);
+    return std::string(url.tls ? "tls " : "") + url.host + " " + url.port + " " + url.authority + " " + url.target;
+  };
+  EXPECT_EQ(parts("ws://a"), "a 80 a /");
+  EXPECT_EQ(parts("WSS://a.b?x=/y#z"), "tls a.b 443 a.b /?x=/y");
+  EXPECT_EQ(parts("ws://[::1]:2700/p/q"), "::1 2700 [::1]:2700 /p/q");
+  for (const char *bad : {"", "ws:/a", "ws://", "ws://:80", "ws://a:0", "ws://a:65536", "ws://a:8x", "ws://[::1",
+                          "ws://[::1]x", "ws://user@a", "ws://a/b c", "ws://a/\r\nX: y"}) {
+    EXPECT_THROW(parse_url(bad), Failure) << bad;
+  }
+}
+
+}  // namespace
