@@ -32,6 +32,20 @@ struct GrammarRaceTest : SessionTest {
       usleep(1000);  // the other side gets the lock too
     }
   }
+
+  // The instance of a result that was begun after this call.
+  std::string fresh_instance() {
+    while (queued()) {
+      get();
+    }
+    std::string document;
+    for (int result = 0; result < 2; ++result) {  // the first may have been under way
+      EXPECT_TRUE(eventually([&] { return queued() > 0; }));
+      document = stand_in::file_content(get());
+    }
+    const size_t begin = document.find("<instance>") + sizeof("<instance>") - 1;
+    return document.substr(begin, document.find("</instance>") - begin);
+  }
 };
 
 TEST_F(GrammarRaceTest, AMatchAndAChangeOfTheSetDoNotMeet) {
@@ -43,27 +57,20 @@ TEST_F(GrammarRaceTest, AMatchAndAChangeOfTheSetDoNotMeet) {
   load(file("configuration_a", "given at the start"));
   start();
 
-  constexpr int ROUNDS = 40;
-  int with_tags = 0;
-  for (int round = 0; round < ROUNDS; ++round) {
+  for (int round = 0; round < 40; ++round) {
     load(grammar);
-    load(stand_in::config_path("configuration_a"));
     load("property:Speech-Timeout=1s");
     quillbrook_recog_activate_grammar(&speech, "g");
-    ASSERT_TRUE(eventually([&] { return queued() > 0; }));
+    EXPECT_EQ(fresh_instance(), "AFFIRMED");
     quillbrook_recog_deactivate_grammar(&speech, "g");
-    quillbrook_recog_unload_grammar(&speech, "g");
-    const std::string document = stand_in::file_content(get());
-    const bool tags = document.find("<instance>AFFIRMED</instance>") != std::string::npos;
-    const bool text = document.find("<instance>yes yes") != std::string::npos;
-    EXPECT_NE(tags, text) << document;
-    with_tags += tags;
-    while (queued() > 1) {
-      get();
+    // Waiting for the lock has put this thread in step with the matches; these take none.
+    for (int again = 0; again < 5; ++again) {
+      load(stand_in::config_path("configuration_a"));
     }
+    quillbrook_recog_unload_grammar(&speech, "g");
+    EXPECT_EQ(fresh_instance(), answer());
   }
   talking = false;
-  EXPECT_GT(with_tags, 0);
   destroy();
 }
 
