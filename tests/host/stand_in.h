@@ -31,6 +31,7 @@ enum class Fault {
   EngineRegister,  // ast_speech_register
   CliRegister,     // ast_cli_register_multiple
   HttpLink,        // ast_http_uri_link
+  ClosePlugin,     // dlclose, which closes it all the same
   Count
 };
 // The `nth` use from now on fails, and the `times` - 1 uses behind it.

@@ -278,7 +278,7 @@ char *__wrap_dlerror() {
 int __wrap_dlclose(void *) {
   Guard guard(stand_in::state_lock());
   --state().open_plugins;
-  return 0;
+  return stand_in::fails(Fault::ClosePlugin) ? -1 : 0;
 }
 
 }  // extern "C"

@@ -1,0 +1,168 @@
+// Loading and unloading the module: what it offers the host, and that a failed load takes all of it back.
+#include "session_fixture.h"
+
+namespace {
+
+using stand_in::Fault;
+
+const std::map<std::string, void *> SYMBOLS = {{"quillbrook_init", reinterpret_cast<void *>(FakePlugin::init)},
+                                               {"quillbrook_loop", reinterpret_cast<void *>(FakePlugin::loop)},
+                                               {"quillbrook_stop", reinterpret_cast<void *>(FakePlugin::stop)}};
+
+class LoadTest : public testing::Test {
+protected:
+  LoadTest() {
+    stand_in::reset();
+    stand_in::add_plugin("/usr/lib/quillbrook/good.so", SYMBOLS);
+    stand_in::write_config("quillbrook.conf",
+                           "[general]\nplugin=good.so\nprofiles=digits,names\nloggingtag=x\n"
+                           "[digits]\nmodel=d\n[names]\nloggingtag=y\n");
+  }
+  static void expect_nothing_left() {
+    EXPECT_THAT(stand_in::engine_names(), testing::IsEmpty());
+    EXPECT_THAT(stand_in::http_uris(), testing::IsEmpty());
+    EXPECT_THAT(stand_in::command_names(), testing::IsEmpty());
+    EXPECT_EQ(stand_in::open_plugins(), 0);
+    EXPECT_EQ(stand_in::format_caps(), 0);
+  }
+  FakePlugin plugin;
+};
+
+TEST_F(LoadTest, OffersEnginesAndTakesThemBack) {
+  for (int time = 1; time <= 2; ++time) {
+    ASSERT_EQ(stand_in::load_module(), 0);
+    EXPECT_THAT(stand_in::engine_names(), testing::ElementsAre("quillbrook", "quillbrook:digits", "quillbrook:names"));
+    EXPECT_THAT(stand_in::http_uris(), testing::UnorderedElementsAre("quillbrook_metrics", "quillbrook_jsgf"));
+    EXPECT_EQ(stand_in::command_names().size(), 5U);
+    EXPECT_EQ(stand_in::open_plugins(), 3);
+    EXPECT_EQ(stand_in::reload_module(), 1);
+    EXPECT_EQ(stand_in::unload_module(), 0);
+    expect_nothing_left();
+  }
+  EXPECT_THAT(stand_in::log_lines(), testing::IsEmpty());
+}
+
+TEST_F(LoadTest, ASessionRunsOnAnEngineOfTheHost) {
+  ASSERT_EQ(stand_in::load_module(), 0);
+  ast_speech speech{};
+  speech.engine = stand_in::find_engine("quillbrook:digits");
+  ASSERT_EQ(speech.engine->create(&speech, nullptr), 0);
+  EXPECT_STREQ(quillbrook_session_of(&speech)->model, "d");
+  speech.engine->start(&speech);
+  quillbrook_callback(quillbrook_session_of(&speech)->context1, "one", 80);
+  ast_speech_result *result = speech.engine->get(&speech);
+  EXPECT_STREQ(result->text, "one");
+  ast_free(result->text);
+  ast_free(result);
+  EXPECT_EQ(speech.engine->destroy(&speech), 0);
+  EXPECT_EQ(stand_in::unload_module(), 0);
+}
+
+TEST_F(LoadTest, NoDefaultEngineWithoutAPlugin) {
+  stand_in::write_config("quillbrook.conf", "[general]\nplugin=\nprofiles=digits\n[digits]\nplugin=good.so\n");
+  ASSERT_EQ(stand_in::load_module(), 0);
+  EXPECT_THAT(stand_in::engine_names(), testing::ElementsAre("quillbrook:digits"));
+  EXPECT_EQ(stand_in::unload_module(), 0);
+  EXPECT_EQ(stand_in::logged(__LOG_ERROR, "Failed to unregister module\n"), 1);
+  expect_nothing_left();
+}
+
+TEST_F(LoadTest, PathsOfPlugins) {
+  const std::pair<const char *, const char *> cases[] = {{"plugin=other.so", "/usr/lib/quillbrook/other.so"},
+                                                         {"plugin=/opt/p.so", "/opt/p.so"},
+                                                         {"plugin=./p.so", "./p.so"},
+                                                         {"plugin=sub/p.so", "/usr/lib/quillbrook/sub/p.so"},
+                                                         {"", "/usr/lib/quillbrook/plugin_dummy.so"}};
+  for (auto [line, path] : cases) {
+    stand_in::write_config("quillbrook.conf", std::string("[general]\n") + line + "\n");
+    EXPECT_EQ(stand_in::load_module(), -1) << line;
+    stand_in::add_plugin(path, SYMBOLS);
+    EXPECT_EQ(stand_in::load_module(), 0) << line;
+    EXPECT_EQ(stand_in::unload_module(), 0) << line;
+  }
+}
+
+TEST_F(LoadTest, EachFunctionHasTwoNamesAndTheFirstWins) {
+  void *wrong = reinterpret_cast<void *>(+[] {});
+  stand_in::add_plugin("/usr/lib/quillbrook/good.so", {{"init", SYMBOLS.at("quillbrook_init")},
+                                                       {"quillbrook_loop", SYMBOLS.at("quillbrook_loop")},
+                                                       {"loop", wrong},
+                                                       {"hangup", SYMBOLS.at("quillbrook_stop")}});
+  ASSERT_EQ(stand_in::load_module(), 0);
+  EXPECT_EQ(quillbrook_engine[0].plugin_init, FakePlugin::init);
+  EXPECT_EQ(quillbrook_engine[1].plugin_loop, FakePlugin::loop);
+  EXPECT_EQ(quillbrook_engine[2].plugin_stop, FakePlugin::stop);
+  EXPECT_EQ(stand_in::unload_module(), 0);
+
+  const std::pair<const char *, const char *> missing[] = {
+      {"quillbrook_init", "Failed to load the plugin function : quillbrook_init / init"},
+      {"quillbrook_loop", "Failed to load the plugin function : quillbrook_loop / loop"},
+      {"quillbrook_stop", "Failed to load the plugin function : quillbrook_stop / hangup"}};
+  for (auto [symbol, line] : missing) {
+    std::map<std::string, void *> symbols = SYMBOLS;
+    symbols.erase(symbol);
+    stand_in::add_plugin("/usr/lib/quillbrook/good.so", symbols);
+    EXPECT_EQ(stand_in::load_module(), -1);
+    EXPECT_EQ(stand_in::logged(__LOG_ERROR, line), 1);
+    expect_nothing_left();
+  }
+}
+
+struct Failure {
+  Fault fault;
+  int nth;
+  const char *line;
+};
+class LoadFailureTest : public LoadTest, public testing::WithParamInterface<Failure> {};
+
+TEST_P(LoadFailureTest, WithdrawsWhatWasDone) {
+  stand_in::fail(GetParam().fault, GetParam().nth);
+  EXPECT_EQ(stand_in::load_module(), -1);
+  EXPECT_EQ(stand_in::logged(__LOG_ERROR, GetParam().line), 1);
+  expect_nothing_left();
+  EXPECT_EQ(stand_in::load_module(), 0);
+  EXPECT_EQ(stand_in::unload_module(), 0);
+  expect_nothing_left();
+}
+INSTANTIATE_TEST_SUITE_P(
+    Each, LoadFailureTest,
+    testing::Values(Failure{Fault::FormatCap, 1, "Failed to alloc media format capabilities\n"},
+                    Failure{Fault::FormatCap, 3, "Failed to alloc media format capabilities\n"},
+                    Failure{Fault::EngineRegister, 1, "Failed to register module\n"},
+                    Failure{Fault::EngineRegister, 3, "Failed to register module quillbrook:names\n"},
+                    Failure{Fault::CliRegister, 1, "Failed to register QuillBrook CLI commands\n"}));
+
+TEST_F(LoadTest, TheHttpServerMayRefuse) {
+  stand_in::fail(Fault::HttpLink, 1, 2);
+  EXPECT_EQ(stand_in::load_module(), 0);
+  EXPECT_EQ(stand_in::unload_module(), 0);
+  expect_nothing_left();
+}
+
+TEST_F(LoadTest, EveryAllocationMayFail) {
+  for (int nth = 1;; ++nth) {
+    stand_in::fail(Fault::Allocation, nth);
+    const int result = stand_in::load_module();
+    const int failures = stand_in::stop_failing();
+    if (result == 0) {
+      EXPECT_EQ(stand_in::unload_module(), 0);
+    }
+    expect_nothing_left();
+    if (!failures) break;
+  }
+}
+
+TEST_F(LoadTest, AnUnloadThatFailsHalfWayLeavesNoEngineThatRuns) {
+  ASSERT_EQ(stand_in::load_module(), 0);
+  stand_in::fail(Fault::ClosePlugin, 3);
+  EXPECT_EQ(stand_in::unload_module(), -1);
+  EXPECT_EQ(stand_in::logged(__LOG_ERROR, "Failed to unload the QuillBrook plugin : res=-1.\n"), 1);
+  ast_speech speech{};
+  speech.engine = stand_in::find_engine("quillbrook");
+  ASSERT_NE(speech.engine, nullptr);
+  EXPECT_EQ(speech.engine->create(&speech, nullptr), -1);
+  EXPECT_EQ(stand_in::unload_module(), 0);
+  expect_nothing_left();
+}
+
+}  // namespace
