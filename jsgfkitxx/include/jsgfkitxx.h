@@ -25,8 +25,9 @@
 #define JSGFKITXX_EXPORT __attribute__((visibility("default")))
 
 namespace jsgf {
+class LastMatch;
 class Program;
-}
+}  // namespace jsgf
 
 // A rule of a grammar. Keeps what it needs of the grammar alive.
 class Rule;
@@ -74,6 +75,7 @@ public:
 private:
   std::string name_;
   std::shared_ptr<const jsgf::Program> program_;
+  std::unique_ptr<jsgf::LastMatch> lastMatch_;  // has a lock of its own
 };
 
 #endif

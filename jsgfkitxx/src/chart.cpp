@@ -28,18 +28,27 @@ uint32_t ItemTable::find(uint32_t place, uint32_t goal) const {
   return item >= first_ ? item : 0;
 }
 
-void ItemTable::insert(uint32_t item) {
-  if (++count_ * 2 > slots_.size()) {
-    const std::vector<uint32_t> old(slots_.size() * 2, 0);
-    std::vector<uint32_t> present = old;
-    present.swap(slots_);
-    for (const uint32_t known : present) {
-      if (known >= first_) {
-        slots_[slotOf(items_[known].place, items_[known].goal)] = known;
-      }
+uint32_t ItemTable::findOrAdd(uint32_t place, uint32_t goal, uint32_t item) {
+  if ((count_ + 1) * 2 > slots_.size()) {
+    grow();
+  }
+  const size_t slot = slotOf(place, goal);
+  if (slots_[slot] >= first_) {
+    return slots_[slot];
+  }
+  slots_[slot] = item;
+  ++count_;
+  return 0;
+}
+
+void ItemTable::grow() {
+  std::vector<uint32_t> old(slots_.size() * 2, 0);
+  old.swap(slots_);
+  for (const uint32_t item : old) {
+    if (item >= first_) {
+      slots_[slotOf(items_[item].place, items_[item].goal)] = item;
     }
   }
-  slots_[slotOf(items_[item].place, items_[item].goal)] = item;
 }
 
 void ItemTable::restartAt(size_t first) {
@@ -57,6 +66,7 @@ Chart::Chart(const Program &program, const std::vector<uint32_t> &text)
     waiters_.push_back({});
     goalOfComponent_.assign(program.ends.size(), 0);
   }
+  size_t wordItemsEnd = 0;
   startPosition(textLength());
   items_.push_back({program.ends[0], 0, 0, 0});
   closePosition(textLength());
@@ -77,10 +87,14 @@ Chart::Chart(const Program &program, const std::vector<uint32_t> &text)
     if (items_.size() == to) {
       return;
     }
+    wordItemsEnd = items_.size();
     closePosition(position);
   }
+  // Other items are in the table already.
+  for (size_t item = positionStart_[0]; item < wordItemsEnd; ++item) {
+    table_.findOrAdd(items_[item].place, items_[item].goal, static_cast<uint32_t>(item));
+  }
   reachesStart_ = true;
-  fillTable(0, table_);
 }
 
 void Chart::startPosition(uint32_t position) {
@@ -92,7 +106,7 @@ void Chart::fillTable(uint32_t position, ItemTable &table) const {
   const size_t end = position == 0 ? items_.size() : positionStart_[position - 1];
   table.restartAt(positionStart_[position]);
   for (size_t item = positionStart_[position]; item < end; ++item) {
-    table.insert(static_cast<uint32_t>(item));
+    table.findOrAdd(items_[item].place, items_[item].goal, static_cast<uint32_t>(item));
   }
 }
 
@@ -119,10 +133,9 @@ void Chart::closePosition(uint32_t position) {
 }
 
 void Chart::add(uint32_t place, uint32_t goal, uint32_t target, uint32_t branch) {
-  const uint32_t known = table_.find(place, goal);
+  const uint32_t known = table_.findOrAdd(place, goal, static_cast<uint32_t>(items_.size()));
   if (known == 0) {
     items_.push_back({place, goal, target, branch});
-    table_.insert(static_cast<uint32_t>(items_.size() - 1));
   } else if (branch < items_[known].branch) {
     items_[known].branch = branch;
     items_[known].target = target;
@@ -161,11 +174,10 @@ void Chart::complete(uint32_t entry) {
 
 void Chart::addJoin(uint32_t call, uint32_t entry, uint32_t back) {
   const uint32_t goal = items_[back].goal;
-  uint32_t item = table_.find(call, goal);
+  uint32_t item = table_.findOrAdd(call, goal, static_cast<uint32_t>(items_.size()));
   if (item == 0) {
     item = static_cast<uint32_t>(items_.size());
     items_.push_back({call, goal, 0, 0});
-    table_.insert(item);
   }
   joins_.push_back({entry, back, items_[item].target});
   items_[item].target = static_cast<uint32_t>(joins_.size() - 1);

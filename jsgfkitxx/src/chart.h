@@ -35,18 +35,21 @@ class ItemTable {
 public:
   explicit ItemTable(const std::vector<Item> &items) : items_(items), slots_(kFirstSize, 0) {}
 
-  // Forgets all; items from `first` on will be inserted, each above those of all earlier positions ...
+  // Forgets all; only items from `first` on will be added, each above those of all earlier positions ...
   void startAt(size_t first) { first_ = first, count_ = 0; }
   // ... or in any order.
   void restartAt(size_t first);
 
+  // 0 when there is none.
   uint32_t find(uint32_t place, uint32_t goal) const;
-  void insert(uint32_t item);
+  // Adds `item` for the place and the goal, whose fields needn't be set yet, unless there is one; gives that or 0.
+  uint32_t findOrAdd(uint32_t place, uint32_t goal, uint32_t item);
 
 private:
   static constexpr size_t kFirstSize = 64;
 
   size_t slotOf(uint32_t place, uint32_t goal) const;
+  void grow();
 
   const std::vector<Item> &items_;
   std::vector<uint32_t> slots_;  // open addressing, a power of two; below first_ is empty

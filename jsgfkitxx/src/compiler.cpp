@@ -413,7 +413,7 @@ uint32_t Compiler::addBranches(size_t count) {
 
 // The place for a word before `next`; the same one each time.
 uint32_t Compiler::wordPlace(uint32_t word, uint32_t next) {
-  if (wordPlaces_ * 3 >= program_.wordSlots.size() * 2) {
+  if (wordPlaces_ * 2 >= program_.wordSlots.size()) {
     growWordSlots();
   }
   const size_t mask = program_.wordSlots.size() - 1;

@@ -1,6 +1,8 @@
 #include "jsgfkitxx.h"
 
 #include <algorithm>
+#include <mutex>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -18,7 +20,39 @@ public:
   std::string_view tag;  // in the program; "" for a word
 };
 
+namespace jsgf {
+
+// What getMatchingPublicRule found last. Callers go on with matchesRule for the same text and rule, which then has its
+// answer here: matching costs one pass instead of two.
+class LastMatch {
+public:
+  void set(std::string text, uint32_t rule, std::vector<Step> steps) {
+    const std::lock_guard<std::mutex> guard(lock_);
+    text_ = std::move(text);
+    rule_ = rule;
+    steps_ = std::move(steps);
+  }
+
+  std::optional<std::vector<Step>> get(const std::string &text, uint32_t rule) const {
+    const std::lock_guard<std::mutex> guard(lock_);
+    if (rule != rule_ || text != text_) {
+      return std::nullopt;
+    }
+    return steps_;
+  }
+
+private:
+  mutable std::mutex lock_;  // guards all below; held for copies only, and nothing else is taken under it
+  std::string text_;
+  uint32_t rule_ = RuleIndex::kNoRule;
+  std::vector<Step> steps_;
+};
+
+}  // namespace jsgf
+
 namespace {
+
+using jsgf::Step;
 
 // All steps of a match in one block, which the pointers to them share.
 struct MatchBlock {
@@ -26,9 +60,15 @@ struct MatchBlock {
   std::vector<MatchInfo> steps;
 };
 
+bool hasTag(const jsgf::Program &program, const std::vector<Step> &steps) {
+  return std::any_of(steps.begin(), steps.end(),
+                     [&](Step step) { return step != jsgf::kWordStep && !program.tags[step].empty(); });
+}
+
 }  // namespace
 
-Grammar::Grammar(std::istream &in) : program_(jsgf::Program::load(in)) {
+Grammar::Grammar(std::istream &in)
+    : program_(jsgf::Program::load(in)), lastMatch_(std::make_unique<jsgf::LastMatch>()) {
   name_ = program_->grammarName;
 }
 
@@ -52,19 +92,26 @@ std::string Grammar::getText() const {
 std::string Grammar::getMatchingPublicRule(std::string text) const {
   const jsgf::Match match(*program_, text);
   uint32_t found = jsgf::RuleIndex::kNoRule;
+  std::vector<Step> steps;
   for (uint32_t rule = 0; rule < program_->rules.size(); ++rule) {
-    const auto steps = match.derive(rule);
-    if (!steps) {
+    auto derivation = match.derive(rule);
+    if (!derivation) {
       continue;
     }
-    if (std::any_of(steps->begin(), steps->end(),
-                    [&](jsgf::Step step) { return step != jsgf::kWordStep && !program_->tags[step].empty(); })) {
+    const bool isTagged = hasTag(*program_, *derivation);
+    if (isTagged || found == jsgf::RuleIndex::kNoRule) {
       found = rule;
+      steps = std::move(*derivation);
+    }
+    if (isTagged) {
       break;
     }
-    found = std::min(found, rule);
   }
-  return found == jsgf::RuleIndex::kNoRule ? std::string() : std::string(program_->ruleIndex.nameOf(found));
+  if (found == jsgf::RuleIndex::kNoRule) {
+    return {};
+  }
+  lastMatch_->set(std::move(text), found, std::move(steps));
+  return std::string(program_->ruleIndex.nameOf(found));
 }
 
 std::shared_ptr<Rule> Grammar::getRule(const std::string &name) const {
@@ -76,12 +123,17 @@ std::shared_ptr<Rule> Grammar::getRule(const std::string &name) const {
   return rule == jsgf::RuleIndex::kNoRule ? nullptr : std::make_shared<Rule>(Rule{program_, rule});
 }
 
+// Callers' signature: the pointers come by value.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 MatchVector Grammar::matchesRule(std::shared_ptr<Rule> rule, const std::string &text) const {
   MatchVector result;
   if (rule == nullptr || rule->program != program_) {
     return result;
   }
-  const auto steps = jsgf::Match(*program_, text).derive(rule->index);
+  auto steps = lastMatch_->get(text, rule->index);
+  if (!steps) {
+    steps = jsgf::Match(*program_, text).derive(rule->index);
+  }
   if (!steps) {
     return result;
   }
@@ -89,13 +141,14 @@ MatchVector Grammar::matchesRule(std::shared_ptr<Rule> rule, const std::string &
   block->program = program_;
   block->steps.reserve(steps->size());
   result.reserve(steps->size());
-  for (const jsgf::Step step : *steps) {
+  for (const Step step : *steps) {
     block->steps.push_back({step == jsgf::kWordStep ? std::string_view() : program_->tags[step]});
     result.emplace_back(block, &block->steps.back());
   }
   return result;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::vector<std::string> Grammar::getMatchingTags(std::vector<std::shared_ptr<MatchInfo>> steps) {
   std::vector<std::string> tags;
   tags.reserve(steps.size());

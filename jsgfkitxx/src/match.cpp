@@ -5,6 +5,7 @@
 namespace jsgf {
 
 Match::Match(const Program &program, std::string_view text) : program_(program) {
+  words_.reserve(text.size() / 4 + 1);
   WordSplitter splitter(text);
   while (splitter.next()) {
     const uint32_t word = program.words.find(splitter.word());

@@ -25,13 +25,10 @@ Walk::Walk(const Program &program, const Chart &chart)
     : program_(program),
       chart_(chart),
       setsLimit_(kFirstSetsLimit),
-      table_(chart.items()),
       budget_(kBudget + kBudgetOfWord * chart.textLength()) {}
 
 std::vector<Step> Walk::derive(Link entry, uint32_t item) {
   steps_.reserve(chart_.textLength() + 8);
-  frames_.push_back({});
-  pending_.push_back({});
   state_ = {{item, 1}, 0, 0};
   give(entry.tags);
   bool goesOn = true;
@@ -51,7 +48,7 @@ std::vector<Step> Walk::derive(Link entry, uint32_t item) {
         break;
       case PlaceKind::kJump:
         pending_.push_back({place.value, state_.pending});
-        state_.pending = static_cast<uint32_t>(pending_.size() - 1);
+        state_.pending = static_cast<uint32_t>(pending_.size());
         follow();
         break;
       case PlaceKind::kCall:
@@ -123,8 +120,8 @@ void Walk::compactSets() {
     }
   };
   keep(state_.items);
-  for (uint32_t frame = state_.frame; frame != 0; frame = frames_[frame].caller.frame) {
-    keep(frames_[frame].caller.items);
+  for (uint32_t frame = state_.frame; frame != 0; frame = frames_[frame - 1].caller.frame) {
+    keep(frames_[frame - 1].caller.items);
   }
   sets_ = std::move(kept);
   setsLimit_ = std::max(kFirstSetsLimit, 2 * sets_.size());
@@ -137,7 +134,7 @@ bool Walk::choose() {
     best = std::min(best, chart_.item(itemOf(state_.items, i)).branch);
   }
   if (program_.hasEmptyCycles) {
-    if (!mark(frames_[state_.frame].identity, chart_.item(itemOf(state_.items, 0)).place)) {
+    if (!mark(identityOf(state_.frame), chart_.item(itemOf(state_.items, 0)).place)) {
       return stepBack();
     }
     choices_.push_back({state_, best + 1, steps_.size()});
@@ -151,8 +148,11 @@ bool Walk::choose() {
 
 // Goes back to the last choice behind the last word that has another branch that leads to a goal, and takes that.
 bool Walk::stepBack() {
-  if (tablePosition_ != position_) {
-    chart_.fillTable(position_, table_);
+  if (!table_ || tablePosition_ != position_) {
+    if (!table_) {
+      table_.emplace(chart_.items());
+    }
+    chart_.fillTable(position_, *table_);
     tablePosition_ = position_;
   }
   while (!choices_.empty()) {
@@ -161,8 +161,8 @@ bool Walk::stepBack() {
     while (choice.nextBranch < place.next && budget_ > 0) {
       --budget_;
       const Link branch = program_.branches[place.value + choice.nextBranch++];
-      const ItemSet items =
-          collect(choice.state.items, [&](uint32_t item) { return table_.find(branch.place, chart_.item(item).goal); });
+      const ItemSet items = collect(choice.state.items,
+                                    [&](uint32_t item) { return table_->find(branch.place, chart_.item(item).goal); });
       if (items.count != 0) {
         steps_.resize(choice.steps);
         state_ = choice.state;
@@ -243,21 +243,21 @@ void Walk::call() {
     entries.first = sets_.back();
     sets_.pop_back();
   }
-  frames_.push_back({state_, mix(frames_[state_.frame].identity + place)});
-  state_ = {entries, static_cast<uint32_t>(frames_.size() - 1), 0};
+  frames_.push_back({state_, mix(identityOf(state_.frame) + place)});
+  state_ = {entries, static_cast<uint32_t>(frames_.size()), 0};
 }
 
 // Leaves the frame. True at the end of the rule that is matched.
 bool Walk::end() {
-  for (uint32_t pending = state_.pending; pending != 0; pending = pending_[pending].next) {
-    give(pending_[pending].tags);
+  for (uint32_t pending = state_.pending; pending != 0; pending = pending_[pending - 1].next) {
+    give(pending_[pending - 1].tags);
   }
   if (state_.frame == 0) {
     return true;
   }
   // One end, one goal: only the callers' items that can go on from this position stay.
   const uint32_t goal = chart_.item(itemOf(state_.items, 0)).goal;
-  state_ = frames_[state_.frame].caller;
+  state_ = frames_[state_.frame - 1].caller;
   give(program_.calls[placeOf(state_.items).value].back.tags);
   state_.items = collect(state_.items, [&](uint32_t item) {
     uint32_t join = chart_.item(item).target;

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "chart.h"
@@ -44,13 +45,13 @@ private:
     uint32_t pending;  // first in pending_; 0 for none
   };
 
-  // Frame 0 is the rule that is matched.
+  // Numbered from 1; frame 0 is the rule that is matched.
   struct Frame {
     State caller;       // at the call
     uint64_t identity;  // equal for the same calls within the same calls
   };
 
-  // Tags that are given when the frame ends.
+  // Tags that are given when the frame ends. Numbered from 1.
   struct PendingTags {
     uint32_t tags;
     uint32_t next;
@@ -69,6 +70,7 @@ private:
   };
 
   uint32_t itemOf(ItemSet set, uint32_t index) const { return set.count == 1 ? set.first : sets_[set.first + index]; }
+  uint64_t identityOf(uint32_t frame) const { return frame == 0 ? 0 : frames_[frame - 1].identity; }
   const Place &placeOf(ItemSet set) const { return program_.places[chart_.item(itemOf(set, 0)).place]; }
   template <typename NextOf>
   ItemSet collect(ItemSet from, const NextOf &nextOf);
@@ -97,8 +99,8 @@ private:
   std::vector<Choice> choices_;
   std::vector<Mark> marks_;  // open addressing, a power of two; those of other positions are empty
   size_t markCount_ = 0;
-  ItemTable table_;  // of the items of tablePosition_
-  uint32_t tablePosition_ = UINT32_MAX;
+  std::optional<ItemTable> table_;  // of the items of tablePosition_
+  uint32_t tablePosition_ = 0;
   uint64_t budget_;
 };
 

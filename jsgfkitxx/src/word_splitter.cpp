@@ -1,5 +1,6 @@
 #include "word_splitter.h"
 
+#include <algorithm>
 #include <array>
 
 #include "case_folding.h"
@@ -39,6 +40,20 @@ constexpr std::array<CharacterClass, 0x80> asciiClasses() {
 }
 
 constexpr std::array<CharacterClass, 0x80> kAsciiClasses = asciiClasses();
+
+constexpr std::array<char, 0x80> asciiFolded() {
+  std::array<char, 0x80> folded{};
+  for (unsigned c = 0; c < 0x80; ++c) {
+    folded[c] = static_cast<char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c);
+  }
+  return folded;
+}
+
+constexpr std::array<char, 0x80> kAsciiFolded = asciiFolded();
+
+bool isWordClass(CharacterClass kind) {
+  return kind == CharacterClass::kLetter || kind == CharacterClass::kDigit;
+}
 
 CharacterClass classify(char32_t c) {
   if (c < 0x80) {
@@ -106,16 +121,49 @@ bool WordSplitter::letterFollows(size_t at) const {
   return false;
 }
 
+// Takes a word of ASCII letters and digits between blanks, the plain case, where it stands. False for anything else.
+bool WordSplitter::nextPlain() {
+  const auto classAt = [&](size_t at) {
+    const auto byte = static_cast<unsigned char>(text_[at]);
+    return byte < 0x80 ? kAsciiClasses[byte] : CharacterClass::kMark;
+  };
+  size_t begin = position_;
+  while (begin < text_.size() && classAt(begin) == CharacterClass::kSpace) {
+    ++begin;
+  }
+  size_t end = begin;
+  bool isFolded = true;
+  for (; end < text_.size() && isWordClass(classAt(end)); ++end) {
+    isFolded = isFolded && kAsciiFolded[static_cast<unsigned char>(text_[end])] == text_[end];
+  }
+  position_ = begin;
+  if (begin == end || (end < text_.size() && classAt(end) != CharacterClass::kSpace)) {
+    return false;
+  }
+  position_ = end;
+  word_ = text_.substr(begin, end - begin);
+  if (!isFolded) {
+    buffer_.assign(word_);
+    std::transform(buffer_.begin(), buffer_.end(), buffer_.begin(),
+                   [](char c) { return kAsciiFolded[static_cast<unsigned char>(c)]; });
+    word_ = buffer_;
+  }
+  marksOnly_ = false;
+  return true;
+}
+
 bool WordSplitter::next() {
+  if (nextPlain()) {
+    return true;
+  }
   buffer_.clear();
   size_t begin = std::string::npos;  // of the word within the buffer, edges stripped
   size_t end = 0;
   bool afterLetter = false;
   marksOnly_ = true;
   while (position_ < text_.size()) {
-    size_t length = 1;
-    const auto lead = static_cast<unsigned char>(text_[position_]);
-    const char32_t c = lead < 0x80 ? lead : comparable(decodeUtf8(text_, position_, length));
+    size_t length = 0;
+    const char32_t c = comparable(decodeUtf8(text_, position_, length));
     const CharacterClass kind = classify(c);
     if (kind == CharacterClass::kSpace) {
       position_ += length;
@@ -133,19 +181,15 @@ bool WordSplitter::next() {
       break;
     }
     position_ += length;
-    if (kind != CharacterClass::kMark && begin == std::string::npos) {
-      begin = buffer_.size();
+    if (kind != CharacterClass::kMark) {
+      begin = std::min(begin, buffer_.size());
     }
-    if (lead < 0x80) {
-      buffer_.push_back(static_cast<char>(foldCase(c)));
-    } else {
-      appendUtf8(buffer_, c);
-    }
+    appendUtf8(buffer_, c);
     if (kind != CharacterClass::kMark) {
       end = buffer_.size();
     }
     afterLetter = kind == CharacterClass::kLetter;
-    marksOnly_ = marksOnly_ && kind != CharacterClass::kLetter && kind != CharacterClass::kDigit;
+    marksOnly_ = marksOnly_ && !isWordClass(kind);
   }
   if (buffer_.empty()) {
     return false;

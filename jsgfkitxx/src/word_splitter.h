@@ -29,6 +29,7 @@ public:
   bool marksOnly() const { return marksOnly_; }
 
 private:
+  bool nextPlain();
   bool letterFollows(size_t at) const;
 
   const std::string_view text_;
