@@ -16,9 +16,9 @@ summary=()
 
 say() { printf 'test: %s\n' "$1"; }
 
-# check NAME COMMAND...: runs a step; on failure shows the end of what it printed.
+# check NAME COMMAND...: runs a step; on failure shows the end of what it printed and returns 1.
 check() {
-  local name=$1 log
+  local name=$1 log status=0
   shift
   log=$(mktemp)
   say "$name"
@@ -26,8 +26,10 @@ check() {
     failures+=("$name")
     tail -n 60 "$log"
     say "FAILED: $name"
+    status=1
   fi
   rm -f "$log"
+  return "$status"
 }
 
 # build FOLDER OPTION...: configures and builds; a build that is up to date takes a second.
@@ -41,7 +43,7 @@ build() {
 run_tests() {
   local name=$1 folder=$2 log=$2/check.log closing cases
   shift 2
-  ctest --test-dir "$folder" --output-on-failure "$@" >"$log" 2>&1 || failures+=("$name")
+  ctest --test-dir "$folder" --output-on-failure --timeout 120 "$@" >"$log" 2>&1 || failures+=("$name")
   closing=$(grep -E '^[0-9]+% tests passed' "$log" || echo 'ctest did not finish')
   # Each program holds many cases; both test frameworks say how many.
   cases=$(sed -nE 's/^(\[==========\] |Ran )([0-9]+) tests? .*(ran\.|in ).*/\2/p' "$folder/Testing/Temporary/LastTest.log" |
@@ -80,11 +82,7 @@ setup/packages.sh test || exit 1
 
 check 'formatting' check_format
 check 'scripts' check_scripts
-check 'release build (build/)' build build -DCMAKE_BUILD_TYPE=Release
-if [ ${#failures[@]} -gt 0 ]; then
-  say "nothing was run: ${failures[*]}"
-  exit 1
-fi
+check 'release build (build/)' build build -DCMAKE_BUILD_TYPE=Release || exit 1
 run_tests 'component' build -LE live -j "$jobs"
 
 # In the background and in a process group of its own, so that all of it can be ended; its lines are shown when it is done.
