@@ -3,6 +3,7 @@
 #
 # Usage: ./demo.sh              words out of short lists, from the PBX's own recorded prompts
 #        ./demo.sh FILE.wav     a recording of your own
+#        ./demo.sh --grammar    a dialogue with grammars, and its result documents
 #
 # Works on Debian 12, as root where packages are missing. The build is kept in build/, so a second run takes seconds.
 set -euo pipefail
@@ -17,7 +18,7 @@ fail() {
 for argument in "$@"; do
   case $argument in
     -h | --help)
-      sed -n '2,7s/^# \{0,1\}//p' "$0"
+      sed -n '2,8s/^# \{0,1\}//p' "$0"
       exit 0
       ;;
   esac

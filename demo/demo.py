@@ -6,6 +6,7 @@ Usage, normally through demo.sh: demo.py --build FOLDER [RECORDING.wav]
 import argparse
 import sys
 
+import grammar
 import recording
 import words
 from pbx import PbxError, PrivatePbx, end_on_signals
@@ -29,12 +30,14 @@ def configuration(build, mode):
 def parse_arguments():
     parser = argparse.ArgumentParser(prog="demo.sh", description="Recognises recorded speech on calls of a private PBX.")
     parser.add_argument("recording", nargs="?", metavar="FILE.wav", help="a recording of your own instead of the words")
+    parser.add_argument("--grammar", dest="mode", action="store_const", const=grammar,
+                        help="a dialogue with grammars, and its result documents")
     parser.add_argument("--build", required=True, help=argparse.SUPPRESS)
     return parser.parse_args()
 
 
 def run(options):
-    mode = recording if options.recording else words
+    mode = options.mode or (recording if options.recording else words)
     print("demo: starting a private Asterisk", flush=True)
     with PrivatePbx(options.build, quillbrook_conf=configuration(options.build, mode)) as pbx:
         if not pbx.load_module(MODULE):

@@ -1,0 +1,105 @@
+"""Each property and each form of a grammar path from a real dialplan, and what the plugin and the document say of it."""
+
+from pathlib import Path
+
+import live
+from live import LiveTest
+from pbx import report
+
+JSGF = "#JSGF V1.0 UTF-8;\ngrammar g;\n"
+
+
+class GrammarTest(LiveTest):
+    profiles = {"open": {"model": "?", "voice": "nobody"}, "nlsml": {"returnnlsml": "yes", "normalize_phrases": "yes"}}
+    complaints = ("Cannot load JSGF grammar", "Cannot read grammar")
+
+    def file(self, name, content):
+        path = self.pbx.folder / name
+        path.write_text(content, encoding="utf-8")
+        return path
+
+    def seen(self, *loads, engine="quillbrook", script="show"):
+        """The plugin's record under a question with SpeechLoadGrammar(...) for each of the loads."""
+        self.report_path.unlink(missing_ok=True)
+        before = [f"SpeechLoadGrammar({load})" for load in loads]
+        lines = self.ask(f"report={{report}}\n{script}\nfinal 90 yes", engine, before=before)
+        self.assertEqual(lines, ["result 1|90|yes"])
+        return self.read_report()
+
+    def document(self, text, *steps):
+        """The document of one question on the NLSML engine, without line feeds."""
+        call = self.pbx.call(["Answer()", "SpeechCreate(quillbrook:nlsml)", self.script(f"bytes 2000\nfinal 90 {text}"),
+                              *steps, "SpeechStart()", "SpeechBackground(silence/1,5)", report("path ${SPEECH_TEXT(0)}"),
+                              "Wait(0.5)"])
+        content = Path(call.wait_for("path ").split(" ")[1]).read_text(encoding="utf-8")
+        call.wait()
+        return content.replace("\n", "")
+
+    def test_properties_reach_the_plugin(self):
+        record = self.seen("x,property:Speed-vs-Accuracy=0.25", "1500ms,property:Speech-Complete-Timeout",
+                           "x,property:Speech-Incomplete-Timeout=4s", "x,property:Max-Speech-Timeout=3s",
+                           "x,property:Recognition-Timeout=9.5s", "x,property:Logging-Tag=tag, with a comma=1")
+        self.assertEqual([record[field] for field in ("speedvsaccuracy", "completetimeout", "incompletetimeout",
+                                                      "maxspeechtimeout", "param")],
+                         ["0.250000", "1500", "4000", "9500", "tag, with a comma=1"])
+
+    def test_a_model_left_open_takes_voice_and_language(self):
+        record = self.seen("x,property:Speech-Voice=Ann", "fr-FR,property:Speech-Language",
+                           "x,property:Speech-Voice=too late", engine="quillbrook:open")
+        self.assertEqual((record["voice"], record["model"]), ("Ann", "fr-FR"))
+
+    def test_builtin_forms_reach_the_plugin(self):
+        for path, model in (("builtin:grammar/model=big:2", "big:2"), ("builtin:grammar/text=free", "free"),
+                            ("builtin:grammar/transcribe?lang=de", "de"),
+                            ("builtin:speech/transcribe", "builtin:speech/transcribe")):
+            self.assertEqual(self.seen(f"x,{path}")["model"], model, path)
+        self.assertEqual(self.seen("x,builtin:grammar/configuration=a=1,b=2")["configuration"], "a=1,b=2")
+
+    def test_timeouts_that_the_module_keeps_to_itself(self):
+        self.assertGreaterEqual(int(self.seen("x,property:Min-Speech-Timeout=900ms")["bytes"]), 44 + 900 * 16)
+        # Speech of more than half a second gets the longer timeout.
+        record = self.seen("x,property:Speech-Timeout=500ms", "x,property:Extended-Timeout=2100ms",
+                           "x,property:Speech-Complete-Timeout=1900ms", "x,property:Speech-Incomplete-Timeout=9s",
+                           script="interim ye\nsleep 700\ninterim yes\nsleep 200\nshow completetimeout")
+        self.assertEqual(record["completetimeout"], "2100")
+        # The plugin waits for the second start, and gets 200 ms of the second that has been said by then.
+        self.report_path.unlink()
+        lines = self.pbx.call(
+            ["Answer()", "SpeechCreate(quillbrook)", self.script("report={report}\nshow bytes\nfinal 90 yes"),
+             "SpeechLoadGrammar(x,property:Early-Timeout=200ms)", "SpeechStart()", "SpeechBackground(silence/1,1)",
+             "SpeechStart()", "SpeechBackground(silence/1,5)", live.RESULT]).wait()
+        self.assertEqual(lines, ["result 1|90|yes"])
+        self.assertLess(int(self.read_report()["bytes"]), 44 + 400 * 16)
+
+    def test_files_are_told_by_their_path(self):
+        grammar = self.file("answers.jsgf", JSGF + 'public <r> = yes {Y} | "no thanks" {N};')
+        phrases = self.file("context_words.txt", "maybe, perhaps")
+        script = "report={report}\nshow\nfinal 90 yes".replace("{report}", str(self.report_path)).replace("\n", "\\n")
+        record = self.seen(f"x,{phrases}")
+        self.assertEqual((record["context"], record["phrases"], record["config_pointer"]),
+                         ("maybe, perhaps", "maybe, perhaps", script))
+        for path in (f"file:{grammar}", f"uri:{grammar}", f"property:{grammar}"):
+            self.assertEqual(self.seen(f"x,{phrases}", f"g,{path}")["phrases"], "yes, no thanks", path)
+
+    def test_a_bad_grammar_is_an_error_line_and_the_call_goes_on(self):
+        path = self.file("bad.jsgf", JSGF + "public <r> = yes | ;")
+        self.assertEqual(self.seen(f"g,{path}", "g,/no/such.jsgf", "g,/no/such.txt")["phrases"], "")
+        self.assertTrue(self.pbx.logged(f"Cannot load JSGF grammar g = {path}: line 3, column ", "ERROR"))
+        self.assertTrue(self.pbx.logged("Erreur ouverture: /no/such.jsgf: No such file", "ERROR"))
+
+    def test_documents_carry_the_tags_of_the_active_grammar(self):
+        path = self.file("cafe.jsgf", JSGF + "public <r> = [un] café {DRINK} [s'il vous plaît {POLITE}] | rien;")
+        load = [f"SpeechLoadGrammar(drinks,{path})", "SpeechActivateGrammar(drinks)"]
+        head = '<result grammar="drinks">  <interpretation grammar="drinks" confidence='
+        self.assertIn(head + '"90">    <instance>DRINK POLITE</instance>    <input mode="speech">Un cafe, s\'il vous plaît'
+                      .replace("'", "&apos;"), self.document("Un cafe, s'il vous plaît!", *load))
+        for text in ("un thé", "rien"):  # what is not accepted, and what is accepted without a tag
+            self.assertIn(head + f'"0">    <instance/>    <input mode="speech">{text}<nomatch/></input>',
+                          self.document(text, *load))
+        off = [*load, "SpeechDeactivateGrammar(drinks)"]
+        self.assertIn('<result grammar="">  <interpretation grammar="" confidence="90">    <instance>rien</instance>',
+                      self.document("rien", *off))
+
+
+if __name__ == "__main__":
+    live.main()
