@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # Recognises recorded human speech on real calls: installs what is missing, builds, and places calls on a private PBX.
 #
-# Usage: ./demo.sh              words out of short lists, from the PBX's own recorded prompts
-#        ./demo.sh FILE.wav     a recording of your own
-#        ./demo.sh --grammar    a dialogue with grammars, and its result documents
+# Usage: ./demo.sh                words out of short lists, from the PBX's own recorded prompts
+#        ./demo.sh FILE.wav       a recording of your own
+#        ./demo.sh --grammar      a dialogue with grammars, and its result documents
+#        ./demo.sh --endpointing  numbers read with pauses, cut by three settings of the timeouts
+#        ./demo.sh --server       the words through a speech server and the WebSocket plugin
 #
 # Works on Debian 12, as root where packages are missing. The build is kept in build/, so a second run takes seconds.
 set -euo pipefail
@@ -18,7 +20,7 @@ fail() {
 for argument in "$@"; do
   case $argument in
     -h | --help)
-      sed -n '2,8s/^# \{0,1\}//p' "$0"
+      sed -n '2,10s/^# \{0,1\}//p' "$0"
       exit 0
       ;;
   esac

@@ -6,8 +6,10 @@ Usage, normally through demo.sh: demo.py --build FOLDER [RECORDING.wav]
 import argparse
 import sys
 
+import endpointing
 import grammar
 import recording
+import server
 import words
 from pbx import PbxError, PrivatePbx, end_on_signals
 from speech import SpeechError
@@ -16,10 +18,11 @@ MODULE = "res_speech_quillbrook.so"
 
 
 def configuration(build, mode):
-    """The module's configuration file: the offline plugin, and the mode's profiles."""
+    """The module's configuration file: the mode's plugin (the offline one unless it says so) and its profiles."""
     profiles = mode.profiles()
+    plugin = getattr(mode, "PLUGIN", "plugin_pocketsphinx.so")
     sections = {"general": {
-        "plugin": f"{build}/lib/quillbrook/plugin_pocketsphinx.so",
+        "plugin": f"{build}/lib/quillbrook/{plugin}",
         "web": "no",
         "profiles": ",".join(profiles),
     }, **profiles}
@@ -32,6 +35,10 @@ def parse_arguments():
     parser.add_argument("recording", nargs="?", metavar="FILE.wav", help="a recording of your own instead of the words")
     parser.add_argument("--grammar", dest="mode", action="store_const", const=grammar,
                         help="a dialogue with grammars, and its result documents")
+    parser.add_argument("--endpointing", dest="mode", action="store_const", const=endpointing,
+                        help="numbers read with pauses, cut by three settings of the timeouts")
+    parser.add_argument("--server", dest="mode", action="store_const", const=server,
+                        help="the words through a speech server and the WebSocket plugin")
     parser.add_argument("--build", required=True, help=argparse.SUPPRESS)
     return parser.parse_args()
 
