@@ -1,0 +1,71 @@
+# What `cmake --install` puts where besides the targets, and the Debian package of `--target package`.
+
+set(QUILLBROOK_CONFIG_DIR /etc/asterisk)
+set(QUILLBROOK_LOG_DIR /var/log/quillbrook)
+set(QUILLBROOK_DOC_DIR /usr/share/doc/quillbrook)
+
+# The host and the module look in absolute folders, so that there is nothing to choose.
+set(CMAKE_INSTALL_PREFIX /usr)
+
+install(FILES ${PROJECT_SOURCE_DIR}/quillbrook/include/quillbrook.h DESTINATION /usr/include)
+install(FILES ${PROJECT_SOURCE_DIR}/configs/quillbrook.conf.sample DESTINATION ${QUILLBROOK_CONFIG_DIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/configs/grammars DESTINATION /usr/share/quillbrook
+  FILES_MATCHING PATTERN *.jsgf)
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md DESTINATION ${QUILLBROOK_DOC_DIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${QUILLBROOK_DOC_DIR}/docs)
+install(FILES
+  ${PROJECT_SOURCE_DIR}/configs/quillbrook.conf.sample
+  ${PROJECT_SOURCE_DIR}/configs/extensions.conf.sample
+  ${PROJECT_SOURCE_DIR}/plugins/example/example.c
+  DESTINATION ${QUILLBROOK_DOC_DIR}/examples)
+# The folder of `logfile=yes` holds what callers said.
+install(DIRECTORY DESTINATION ${QUILLBROOK_LOG_DIR}
+  DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE)
+install(CODE [[
+  if("$ENV{DESTDIR}" STREQUAL "")
+    # On a machine whose PBX runs as another user, or as root, that is for the operator to do.
+    execute_process(COMMAND chown asterisk:asterisk /var/log/quillbrook OUTPUT_QUIET ERROR_QUIET)
+  endif()
+]])
+
+# The sum of build options that the host compares tells neither 16 from 13 nor from 22, and a module built for one of
+# them crashes in another: the package has to know its major version.
+find_program(DPKG_QUERY dpkg-query)
+if(DPKG_QUERY)
+  execute_process(COMMAND ${DPKG_QUERY} -W -f=\${Version} asterisk-dev
+    OUTPUT_VARIABLE asterisk_version ERROR_QUIET)
+endif()
+if(NOT asterisk_version MATCHES "^(([0-9]+:)?)([0-9]+)\\.")
+  message(STATUS "No package can be made here: it is made against the Debian package asterisk-dev")
+  return()
+endif()
+set(asterisk_epoch "${CMAKE_MATCH_1}")
+set(asterisk_major "${CMAKE_MATCH_3}")
+math(EXPR asterisk_next "${asterisk_major} + 1")
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME quillbrook)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION}+asterisk${asterisk_major})
+set(CPACK_PACKAGE_CONTACT "The Quillbrook developers <developers@quillbrook.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "speech recognition engines for the Asterisk PBX")
+set(CPACK_PACKAGE_DESCRIPTION
+  "A module that gives the speech API of Asterisk ${asterisk_major} engines whose plugins recognise speech: offline on
+this machine, or by a server that speaks a common WebSocket protocol. With endpointing, JSGF grammars, results as
+text, JSON and NLSML, console commands, Prometheus metrics, and the header for plugins of one's own.")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_SET_DESTDIR ON) # the host's folders are absolute
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION comm)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS
+  "asterisk (>= ${asterisk_epoch}${asterisk_major}~), asterisk (<< ${asterisk_epoch}${asterisk_next}~)")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${QUILLBROOK_PLUGIN_OUTPUT_DIR})
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS pocketsphinx-en-us)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_LIST_DIR}/conffiles ${CMAKE_CURRENT_LIST_DIR}/postinst ${CMAKE_CURRENT_LIST_DIR}/postrm)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/stage.cmake)
+# Variables of our own that stage.cmake sees have to begin with CPACK_.
+set(CPACK_QUILLBROOK_COPYRIGHT ${CMAKE_CURRENT_LIST_DIR}/copyright)
+include(CPack)

@@ -1,0 +1,208 @@
+"""The Debian package: made from the build tree, installed beside Debian's Asterisk with its own configuration, called,
+and purged.
+
+All of that happens in a copy of the machine: an overlay over its root, with a network of its own, that is gone with the
+test. Where a container does not let us mount one, it happens on the machine itself, if nothing of ours is there.
+"""
+
+import os
+import re
+import shutil
+import subprocess
+import tempfile
+import time
+import unittest
+from pathlib import Path
+
+import live
+
+CONFIG = "/etc/asterisk/quillbrook.conf"
+LOG_FOLDER = "/var/log/quillbrook"
+LOG = "/var/log/asterisk/messages"
+# Of this run, so that its lines in the log are told from others.
+CONTEXT = f"quillbrook-package-{os.getpid()}"
+
+# $1: an empty folder. Says "ready" when $1/root is the copy.
+MAKE_COPY = """
+set -e
+mount --make-rprivate /
+mount -t tmpfs scratch "$1"
+mkdir "$1/upper" "$1/work" "$1/root"
+mount -t overlay overlay -o "lowerdir=/,upperdir=$1/upper,workdir=$1/work" "$1/root"
+for folder in proc dev sys; do mount --rbind "/$folder" "$1/root/$folder"; done
+for folder in tmp run; do mount -t tmpfs -o mode=1777 scratch "$1/root/$folder"; done
+echo ready
+exec sleep 600
+"""
+
+
+def run(command, **options):
+    return subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          text=True, errors="replace", timeout=120, check=False, **options)
+
+
+class Machine:
+    """Where the package is installed: `sh` runs there."""
+
+    def __init__(self):
+        self.prefix = []
+        self._folder = Path(tempfile.mkdtemp(prefix="package-"))
+        self._holder = subprocess.Popen(
+            ["unshare", "--mount", "--net", "sh", "-c", MAKE_COPY, "sh", str(self._folder)],
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        if self._holder.stdout.readline() == "ready\n":
+            self.prefix = ["nsenter", "--target", str(self._holder.pid), "--mount", "--net",
+                           "chroot", str(self._folder / "root")]
+
+    @property
+    def is_a_copy(self):
+        return bool(self.prefix)
+
+    def start(self, *command):
+        return subprocess.Popen([*self.prefix, *command], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                stderr=subprocess.DEVNULL, cwd="/")
+
+    def sh(self, script, *arguments, check=True):
+        """What a shell script prints, errors too."""
+        answer = run([*self.prefix, "sh", "-c", script, "sh", *arguments], cwd="/")
+        if check and answer.returncode != 0:
+            raise AssertionError(f"{script} {' '.join(arguments)}: exit {answer.returncode}\n{answer.stdout}")
+        return answer.stdout
+
+    def put(self, path, content):
+        """Writes a file that everybody may read."""
+        subprocess.run([*self.prefix, "sh", "-c", 'cat >"$1" && chmod 644 "$1"', "sh", path], input=content, cwd="/",
+                       check=True)
+
+    def leave(self):
+        self._holder.kill()
+        self._holder.communicate()
+        shutil.rmtree(self._folder, ignore_errors=True)
+
+
+class PackageTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.machine = Machine()
+        cls.addClassCleanup(cls.machine.leave)
+        if not cls.machine.is_a_copy and any(map(os.path.exists, (CONFIG, "/usr/lib/quillbrook", "/run/asterisk"))):
+            raise unittest.SkipTest("no copy of the machine can be mounted, and on the machine itself is something")
+        folder = tempfile.mkdtemp(prefix="package-")
+        cls.addClassCleanup(shutil.rmtree, folder)
+        # cpack strips and packs the files of the build tree and of the source tree; it compiles nothing.
+        answer = run(["cpack", "--config", str(live.build / "CPackConfig.cmake"), "-B", folder])
+        packages = list(Path(folder).glob("*.deb"))
+        assert answer.returncode == 0 and len(packages) == 1, answer.stdout
+        cls.package = packages[0]
+        cls.machine.put("/tmp/quillbrook.deb", cls.package.read_bytes())
+        cls.addClassCleanup(cls.machine.sh, "dpkg --purge quillbrook; rm -f /tmp/quillbrook.deb", check=False)
+
+    def field(self, name):
+        return run(["dpkg-deb", "-f", str(self.package), name]).stdout.strip()
+
+    def test_depends_on_the_major_version_that_it_was_built_for(self):
+        version = run(["dpkg-query", "-W", "-f=${Version}", "asterisk-dev"]).stdout
+        epoch, major = re.match(r"(\d+:)?(\d+)\.", version).groups()
+        epoch = epoch or ""
+        depends = self.field("Depends").split(", ")
+        self.assertIn(f"asterisk (>= {epoch}{major}~)", depends)
+        self.assertIn(f"asterisk (<< {epoch}{int(major) + 1}~)", depends)
+        self.assertTrue(any(part.startswith("libstdc++6 ") for part in depends), depends)
+        # On a system with the next major version it is refused.
+        other = "sed \"/^Package: asterisk$/,/^$/s/^Version: .*/Version: $1/\" /var/lib/dpkg/status >/tmp/status"
+        self.machine.sh(other, f"{epoch}{int(major) + 1}.0.0")
+        self.addCleanup(self.machine.sh, "rm -f /tmp/status")
+        answer = self.machine.sh("LC_ALL=C apt-get -o Dir::State::status=/tmp/status --simulate install "
+                                 "/tmp/quillbrook.deb", check=False)
+        self.assertIn(f"quillbrook : Depends: asterisk (< {epoch}{int(major) + 1}~)", answer)
+
+    def test_an_installation_by_hand_puts_everything_where_it_is_looked_for(self):
+        with tempfile.TemporaryDirectory() as root:
+            answer = run(["cmake", "--install", str(live.build)], env={**os.environ, "DESTDIR": root})
+            self.assertEqual(answer.returncode, 0, answer.stdout)
+            files = {f"/{path.relative_to(root)}" for path in Path(root).rglob("*") if not path.is_dir()}
+        plugins = {f"/usr/lib/quillbrook/{path.name}" for path in (live.build / "lib/quillbrook").glob("*.so")}
+        self.assertEqual(plugins - files, {"/usr/lib/quillbrook/plugin_example.so"})  # for reading, not for use
+        self.assertEqual({"/usr/lib/asterisk/modules/res_speech_quillbrook.so", "/usr/include/quillbrook.h",
+                          "/etc/asterisk/quillbrook.conf.sample", "/usr/bin/jsgf-match",
+                          "/usr/share/quillbrook/grammars/yesno.jsgf"} - files, set())
+        self.assertFalse({path for path in files if "/local/" in path or path == CONFIG})
+
+    def test_installs_answers_a_call_and_is_purged(self):
+        self.machine.sh("dpkg -i /tmp/quillbrook.deb")
+        files = self.machine.sh("dpkg -L quillbrook").split()
+        self.assertEqual([path for path in files if "/local/" in path or path.endswith(".conf.sample")],
+                         ["/usr/share/doc/quillbrook/examples/extensions.conf.sample",
+                          "/usr/share/doc/quillbrook/examples/quillbrook.conf.sample"])
+        self.assertEqual(self.machine.sh(f"stat -c '%U:%G %a' {LOG_FOLDER} {CONFIG}").split("\n")[:2],
+                         ["asterisk:adm 2750", "asterisk:asterisk 640"])
+        self.assertIn("yes", self.machine.sh("jsgf-match /usr/share/quillbrook/grammars/yesno.jsgf 'of course'"))
+        # As the guide for plugins tells.
+        self.machine.sh("cd /tmp && cp /usr/share/doc/quillbrook/examples/example.c . && "
+                        "cc -shared -fPIC -Wall -I/usr/include -o plugin_example.so example.c && "
+                        "install -m 644 plugin_example.so /usr/lib/quillbrook/ && rm plugin_example.so example.c")
+        self.answers_calls()
+        self.machine.sh("rm /usr/lib/quillbrook/plugin_example.so; dpkg --remove quillbrook")
+        self.machine.sh(f"test -e {CONFIG} && test ! -e /usr/lib/quillbrook")
+        self.machine.sh("dpkg --purge quillbrook")
+        left = self.machine.sh('for path; do [ -d "$path" ] || [ ! -e "$path" ] || echo "$path"; done', *files)
+        self.assertEqual(left, "")
+        self.machine.sh(f"test ! -e {LOG_FOLDER}")
+
+    def answers_calls(self):
+        """Debian's Asterisk, with Debian's configuration, as the user that Debian runs it as."""
+        self.machine.sh("install -d -o asterisk -g asterisk /run/asterisk")
+        # What the plugin of the guide is to hear: the system's own voice.
+        self.machine.sh(f"sed -i 's/^;profiles = .*/profiles=example\\n[example]\\nplugin=plugin_example.so/; "
+                        f"s/^;logfile = .*/logfile=yes/' {CONFIG}")
+        pbx = self.machine.start("asterisk", "-f", "-U", "asterisk", "-G", "asterisk")
+        try:
+            self.wait_until(lambda: "fully booted" in self.rx("core waitfullybooted"), "the PBX did not start")
+            # It is configured to load all modules that are there.
+            self.assertIn("Running", self.rx("module show like res_speech_quillbrook.so"))
+            self.rx("module unload res_speech_quillbrook.so")
+            self.assertIn("0 modules loaded", self.rx("module show like res_speech_quillbrook.so"))
+            self.rx("module load res_speech_quillbrook.so")
+            self.assertIn("plugin_example.so", self.rx("quillbrook show plugins"))
+            self.assertEqual(self.machine.sh(f"stat -c %U {LOG_FOLDER}/debug.log"), "asterisk\n")
+            self.machine.put("/tmp/configuration_script", b"bytes 4000\nfinal 90 hello")
+            self.assertEqual(self.call("quillbrook", "SpeechLoadGrammar(script,/tmp/configuration_script)"),
+                             "90:hello")
+            self.assertRegex(self.call("quillbrook:example", "NoOp()"), r"^\d+:speech \d+$")
+        finally:
+            pbx.terminate()
+            pbx.wait(20)
+
+    def rx(self, command):
+        return self.machine.sh("asterisk -rx \"$1\"", command, check=False)
+
+    def call(self, engine, step):
+        """Score and text of the result of a call."""
+        # The console takes each of these as one word, so there are no blanks.
+        steps = ["Answer()", f"SpeechCreate({engine})", step, "SpeechStart()", "SpeechBackground(silence/1,8)",
+                 f"Log(NOTICE,{CONTEXT}:{engine}:${{SPEECH_SCORE(0)}}:${{SPEECH_TEXT(0)}};)"]
+        self.rx(f"dialplan remove context {CONTEXT}")
+        for number, text in enumerate(steps, start=1):
+            self.rx(f"dialplan add extension s,{number},{text} into {CONTEXT}")
+        self.rx(f"dialplan add extension talk,1,Answer() into {CONTEXT}")
+        self.rx(f"dialplan add extension talk,2,Playback(silence/1&digits/1&silence/10) into {CONTEXT}")
+        self.rx(f"channel originate Local/talk@{CONTEXT} extension s@{CONTEXT}")
+        found = []
+
+        def logged():
+            log = self.machine.sh(f"cat {LOG}", check=False)
+            found[:] = re.findall(rf"{CONTEXT}:{engine}:(.*?);", log)
+            return bool(found)
+
+        self.wait_until(logged, f"no result of {engine}")
+        return found[0]
+
+    def wait_until(self, condition, complaint):
+        end = time.monotonic() + 40
+        while not condition():
+            self.assertLess(time.monotonic(), end, complaint + ": " + self.machine.sh(f"tail -n 20 {LOG}", check=False))
+            time.sleep(0.1)
+
+
+if __name__ == "__main__":
+    live.main()
