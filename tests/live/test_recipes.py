@@ -1,0 +1,131 @@
+"""The recipes of docs/dialplan.md as they stand there, on scripts for the ways through them and on recorded speech."""
+
+import re
+import unittest
+from pathlib import Path
+
+import live
+from pbx import PrivatePbx, escape_dialplan
+
+ROOT = Path(__file__).resolve().parents[2]
+PAGE = (ROOT / "docs/dialplan.md").read_text(encoding="utf-8")
+MODULES = ("app_read", "app_stack", "func_cut", "func_env", "func_json", "func_logic", "func_strings")
+SILENCE = "Playback(" + "&".join(["silence/10"] * 4) + ")"
+
+
+def blocks(language):
+    return re.findall(rf"^```{language}\n(.*?)^```$", PAGE, re.MULTILINE | re.DOTALL)
+
+
+class RecipeTest(unittest.TestCase):
+    """A PBX whose dialplan is the page. Nothing is replaced but where the plugins and the grammars lie."""
+
+    plugin = None  # in place of the page's own
+    settings = ""  # further lines of [general]
+
+    @classmethod
+    def setUpClass(cls):
+        configuration, = blocks("ini")
+        configuration = re.sub(r"^plugin=(.*)$", lambda match: "plugin=" + cls.plugin_path(match[1]), configuration,
+                               flags=re.MULTILINE)
+        cls.pbx = PrivatePbx(live.build, modules=MODULES)
+        cls.pbx.__enter__()
+        cls.addClassCleanup(cls.pbx.stop)
+        cls.script = cls.pbx.folder / "script"
+        settings = cls.settings.replace("{script}", str(cls.script))
+        cls.pbx.write_file("quillbrook.conf", configuration.replace("[general]\n", f"[general]\n{settings}", 1))
+        dialplan = "\n".join(blocks("asterisk"))
+        cls.dialplan = dialplan.replace("=/usr/share/quillbrook/grammars", f"={ROOT}/configs/grammars", 1)
+        assert cls.pbx.load_module(live.MODULE), cls.pbx.log()[-10:]
+
+    @classmethod
+    def plugin_path(cls, name):
+        return str(live.build / "lib/quillbrook" / (cls.plugin or name))
+
+    def dial(self, recipe, talker=(SILENCE,), script="", leg="Local/s@talk", seconds=25):
+        """What the recipe says in Verbose lines, until its call has ended."""
+        self.script.write_text(script)
+        steps = "\n".join(f"exten => s,{number},{escape_dialplan(step)}"
+                          for number, step in enumerate(["Answer()", *talker], start=1))
+        self.pbx.write_file("extensions.conf", f"{self.dialplan}\n[talk]\n{steps}\n")
+        self.pbx.cli("dialplan reload")
+        before = len(self.said())
+        self.pbx.cli(f"channel originate {leg} extension s@{recipe}")
+        self.pbx.wait_until(lambda: "0 active channels" in self.pbx.cli("core show channels"), seconds,
+                            f"{recipe} did not end")
+        return self.said()[before:]
+
+    def said(self):
+        return [line.text for line in self.pbx.log() if line.source == "app_verbose.c"]
+
+
+class ScriptedRecipeTest(RecipeTest):
+    plugin = "plugin_dummy.so"
+    settings = "configuration=script={script}\n"
+
+    def test_every_recipe_is_tried(self):
+        contexts = set(re.findall(r"^\[(.*?)\]$", self.dialplan, re.MULTILINE)) - {"globals", "read-nlsml"}
+        source = Path(__file__).read_text(encoding="utf-8")
+        self.assertEqual({name for name in contexts if f'("{name}"' not in source}, set())
+
+    def test_yes_no(self):
+        for script, answer in (("bytes 4000\nfinal 90 yeah", "The answer is yes"),
+                               ("bytes 4000\nfinal 90 not really", "The answer is no"),
+                               ("bytes 4000\nfinal 90 maybe", "Neither yes nor no"),
+                               ("bytes 4000\nnomatch", "Neither yes nor no"),
+                               ("bytes 4000\nextra ERROR: no model\nreturn", "The recognition failed"),
+                               ("", "No answer")):
+            with self.subTest(script=script):
+                self.assertEqual(self.dial("yes-no", script=script), [answer])
+
+    def test_number(self):
+        # 1.3 s of silence are a pause here.
+        self.assertEqual(self.dial("number", script="bytes 4000\nfinal 90 four seven\nsleep 1300\nfinal 80 oh two"),
+                         ["The number is 4702"])
+        self.assertEqual(self.dial("number", ["Wait(1)", "SendDTMF(4702)", SILENCE]), ["The number is 4702"])
+
+    def test_barge_in(self):
+        # The prompt of the first menu lasts for longer than the call may.
+        self.assertEqual(self.dial("menu", script="bytes 8000\ninterim sales\nsleep 200\nfinal 90 sales", seconds=10),
+                         ["Chosen: sales"])
+        self.assertEqual(self.dial("patient-menu", script="bytes 16000\nfinal 90 billing"), ["Chosen: billing"])
+
+    def test_dictation(self):
+        pieces = "bytes 4000\nfinal 70 dear Sir,\nsleep 1000\nfinal 90 it's late."
+        self.assertEqual(self.dial("dictation", script=pieces),
+                         ["Dictated with 80 percent: dear Sir, it's late."])
+
+    def test_notes(self):
+        pieces = "bytes 4000\nfinal 90 one\nsleep 2000\nfinal 90 two\nsleep 2000\nfinal 90 three"
+        self.assertEqual(self.dial("notes", script=pieces),
+                         ["Piece 1: one", "Piece 2: two", "Piece 3: three", "3 pieces"])
+
+    def test_profile(self):
+        self.assertEqual(self.dial("support", script="bytes 4000\nfinal 90 support"), ["Heard by english: support"])
+
+    def test_json(self):
+        document = '{"result": [{"conf": 0.9, "word": "hello"}], "text": "hello, world"}'
+        self.assertEqual(self.dial("provider", script=f"bytes 4000\njson {document}\nfinal 90 hello, world"),
+                         ["The provider wrote: hello world"])
+
+    def test_careful(self):
+        self.assertEqual(self.dial("careful", script="bytes 4000\nfinal 90 sales"), ["The choice is sales"])
+        failing = "bytes 4000\nextra ERROR: no server\nreturn"
+        self.assertEqual(self.dial("careful", ["Playback(silence/5)", "SendDTMF(7)", SILENCE], failing),
+                         ["The key is 7"])
+
+
+class SpokenRecipeTest(RecipeTest):
+    """The page's own plugins on recorded speech: what needs no server."""
+
+    def test_yes_no(self):
+        self.assertEqual(self.dial("yes-no", ["Playback(silence/1&vm-no&silence/10)"]), ["The answer is no"])
+
+    def test_number(self):
+        self.assertEqual(
+            self.dial("number", ["Playback(silence/1&digits/4&digits/7&digits/2&silence/10)"]),
+            ["The number is 472"])
+
+
+if __name__ == "__main__":
+    live.main()
