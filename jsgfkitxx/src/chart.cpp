@@ -154,9 +154,10 @@ void Chart::await(uint32_t call, uint32_t back, uint32_t position) {
   }
   waiters_.push_back({call, back, goals_[goal].waiters});
   goals_[goal].waiters = static_cast<uint32_t>(waiters_.size() - 1);
-  // An entry above `back` is still to be completed and will find the waiter.
+  // An entry that was reached before is not completed again. (One that's still to be completed gives this join twice,
+  // which does no harm.)
   const uint32_t entry = callee.canBeEmpty ? table_.find(callee.entry, goal) : 0;
-  if (entry != 0 && entry < back) {
+  if (entry != 0) {
     addJoin(call, entry, back);
   }
 }

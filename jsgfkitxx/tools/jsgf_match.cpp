@@ -1,5 +1,7 @@
 // jsgf-match: shows what a grammar makes of texts, to try it before callers do.
 
+#include <algorithm>
+#include <cstddef>
 #include <fstream>
 #include <iostream>
 #include <stdexcept>
@@ -54,17 +56,25 @@ bool report(const Grammar &grammar, const std::string &text) {
   return true;
 }
 
-int run(const std::vector<std::string> &arguments) {
-  const bool wantsWords = !arguments.empty() && arguments[0] == "--words";
-  const size_t file = wantsWords ? 1 : 0;
-  if (arguments.size() <= file || (wantsWords && arguments.size() > 2) || arguments[0] == "--help") {
-    const bool wantsHelp = !arguments.empty() && arguments[0] == "--help";
+int run(std::vector<std::string> arguments) {
+  const auto take = [&](const char *option) {  // in front of the grammar or right behind it
+    const auto end = arguments.begin() + static_cast<std::ptrdiff_t>(std::min<size_t>(2, arguments.size()));
+    const auto found = std::find(arguments.begin(), end, option);
+    const bool isThere = found != end;
+    if (isThere) {
+      arguments.erase(found);
+    }
+    return isThere;
+  };
+  const bool wantsHelp = take("--help");
+  const bool wantsWords = take("--words");
+  if (wantsHelp || arguments.empty() || (wantsWords && arguments.size() > 1)) {
     (wantsHelp ? std::cout : std::cerr) << kUsage;
     return wantsHelp ? kAllMatched : kError;
   }
-  std::ifstream in(arguments[file], std::ios::binary);
+  std::ifstream in(arguments[0], std::ios::binary);
   if (!in) {
-    std::cerr << arguments[file] << ": cannot be opened\n";
+    std::cerr << arguments[0] << ": cannot be opened\n";
     return kError;
   }
   try {
@@ -85,7 +95,7 @@ int run(const std::vector<std::string> &arguments) {
     }
     return allMatched ? kAllMatched : kSomeDidNotMatch;
   } catch (const std::runtime_error &error) {
-    std::cerr << located(arguments[file], error.what()) << '\n';
+    std::cerr << located(arguments[0], error.what()) << '\n';
     return kError;
   }
 }

@@ -265,6 +265,22 @@ TEST(Language, WordsAreListedOnceAsWritten) {
             (std::vector<std::string>{"Yes", "New York", "twenty-one", "Zürich", "new", "york", "+", "a\"b", "été"}));
 }
 
+TEST(Language, StepsAreThoseOfTheTextAndRuleThatAreAskedFor) {
+  const auto grammar = load(kHead + "public <r> = x {X} | y {Y}; public <s> = x {S};");
+  const auto tagsOf = [&](const char *rule, const char *text) {
+    std::string all;
+    for (const std::string &tag : Grammar::getMatchingTags(grammar->matchesRule(grammar->getRule(rule), text))) {
+      all += tag;
+    }
+    return all;
+  };
+  EXPECT_EQ(grammar->getMatchingPublicRule("x"), "r");
+  EXPECT_EQ(tagsOf("r", "y"), "Y");
+  EXPECT_EQ(tagsOf("s", "x"), "S");
+  EXPECT_EQ(tagsOf("s", "y"), "");
+  EXPECT_EQ(tagsOf("r", "x"), "X");
+}
+
 TEST(Language, StepsOutliveTheGrammar) {
   auto grammar = load(kHead + "public <r> = a {a tag longer than a small string} b;");
   std::shared_ptr<Rule> rule = grammar->getRule("r");
