@@ -24,11 +24,11 @@ packages=(build-essential cmake ninja-build pkg-config git ca-certificates
   asterisk asterisk-dev
   libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us
   asterisk-core-sounds-en-wav
-  libwebsockets-dev libssl-dev nlohmann-json3-dev
-  python3 sox)
+  libwslay-dev libc-ares-dev libssl-dev nlohmann-json3-dev
+  python3 sox file)
 if [ "$purpose" = test ]; then
   packages+=(libgtest-dev libgmock-dev libbenchmark-dev libre2-dev clang clang-format clang-tidy libclang-rt-14-dev
-    prometheus sip-tester openssl file curl jq)
+    prometheus openssl)
 elif [ "$purpose" != demo ]; then
   fail "unknown purpose '$purpose': say demo or test"
 fi

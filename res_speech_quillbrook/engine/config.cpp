@@ -238,6 +238,11 @@ int quillbrook_engine_config_load() {
   ast_config *config = open_config();
   if (!config) {
     ast_log(LOG_WARNING, "No such configuration file %s\n", CONFIG_FILE);
+    ast_log(
+        LOG_NOTICE,
+        "If %s is there, the PBX cannot read it: see its own message above. Else copy quillbrook.conf.sample to it; "
+        "everything in it may stay commented out.\n",
+        CONFIG_FILE);
     return -1;
   }
   record_file_date();

@@ -14,14 +14,23 @@ bool quillbrook_plugin_filename(char *path, size_t size, const char *plugin_name
 
 namespace {
 
+// What the fixed texts of the errors leave out: whose plugin it is, and where plugins are looked for.
+void say_where_to_look(const quillbrook_engine_t &engine, const char *path) {
+  ast_log(LOG_NOTICE, "%s is asked for by the key plugin of the section %s: the name of a plugin in %s, or a path.\n",
+          path, &engine == &quillbrook_engine[0] ? "general" : engine.name, QUILLBROOK_PLUGIN_DIRECTORY);
+}
+
 // Looks a function up by its first and then its second name.
 template <typename Function>
-bool find_function(void *handle, Function *&function, const char *first, const char *second) {
-  void *symbol = dlsym(handle, first);
+bool find_function(const quillbrook_engine_t &engine, const char *path, Function *&function, const char *first,
+                   const char *second) {
+  void *symbol = dlsym(engine.plugin_handle, first);
   if (!symbol) {
-    symbol = dlsym(handle, second);
+    symbol = dlsym(engine.plugin_handle, second);
   }
   if (!symbol) {
+    // In front, because the error has no line end.
+    say_where_to_look(engine, path);
     ast_log(LOG_ERROR, "Failed to load the plugin function : %s / %s", first, second);
     return false;
   }
@@ -42,11 +51,12 @@ bool quillbrook_plugin_open(quillbrook_engine_t &engine) {
   engine.plugin_handle = dlopen(path, RTLD_LAZY);
   if (!engine.plugin_handle) {
     ast_log(LOG_ERROR, "Failed to load the plugin : %s.\n", shown(dlerror()));
+    say_where_to_look(engine, path);
     return false;
   }
-  if (find_function(engine.plugin_handle, engine.plugin_init, "quillbrook_init", "init") &&
-      find_function(engine.plugin_handle, engine.plugin_loop, "quillbrook_loop", "loop") &&
-      find_function(engine.plugin_handle, engine.plugin_stop, "quillbrook_stop", "hangup")) {
+  if (find_function(engine, path, engine.plugin_init, "quillbrook_init", "init") &&
+      find_function(engine, path, engine.plugin_loop, "quillbrook_loop", "loop") &&
+      find_function(engine, path, engine.plugin_stop, "quillbrook_stop", "hangup")) {
     return true;
   }
   quillbrook_plugin_close(engine);

@@ -59,6 +59,8 @@ void open_stream(quillbrook_speech_t *session, const quillbrook_stream_name &nam
     session_notice(session, "Open file write: %s.%s\n", name.base, format);
   } else {
     ast_log(LOG_ERROR, "Cannot open %s.%s\n", name.base, format);
+    ast_log(LOG_NOTICE,
+            "The key format names an extension of 'core show file formats', and /tmp has to be writable.\n");
   }
 }
 
