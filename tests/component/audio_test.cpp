@@ -1,4 +1,4 @@
-// The call's audio on its way to the stream file, and the entries that only log.
+// The call's audio on its way to the stream file.
 #include "session_fixture.h"
 
 namespace {
@@ -66,13 +66,6 @@ TEST_F(AudioTest, SilenceGrowsAndVoiceEndsIt) {
   EXPECT_EQ(*context()->silence, 0) << "no measure is no silence";
 }
 
-TEST_F(AudioTest, TheEnginesThresholdDecidesWhatSilenceIs) {
-  engine.threshold = 700;
-  create_and_start();
-  write_ms(20, 600);
-  EXPECT_EQ(*context()->silence, 20);
-}
-
 TEST_F(AudioTest, WithoutADetectorTheStreamIsWrittenAllTheSame) {
   stand_in::fail(stand_in::Fault::Detector);
   create_and_start();
@@ -80,28 +73,6 @@ TEST_F(AudioTest, WithoutADetectorTheStreamIsWrittenAllTheSame) {
   write_ms(20, 1);
   EXPECT_EQ(*context()->silence, 77);
   EXPECT_EQ(stream().size(), 320U);
-}
-
-TEST_F(AudioTest, FramesBeforeTheStartAreDropped) {
-  verbose = 1;
-  create();
-  write_ms(20, 1);
-  EXPECT_EQ(stand_in::logged(__LOG_NOTICE, named("Write with file closed!\n")), 1);
-}
-
-TEST_F(AudioTest, SettingsAreLoggedAndChangeNothing) {
-  verbose = 1;
-  create();
-  char buffer[8] = "as was";
-  EXPECT_EQ(quillbrook_recog_dtmf(&speech, "5"), 0);
-  EXPECT_EQ(quillbrook_recog_change(&speech, "a", "b"), 0);
-  EXPECT_EQ(quillbrook_recog_get_settings(&speech, "a", buffer, sizeof(buffer)), -1);
-  EXPECT_EQ(quillbrook_recog_change_results_type(&speech, AST_SPEECH_RESULTS_TYPE_NBEST), -1);
-  EXPECT_STREQ(buffer, "as was");
-  for (const char *line :
-       {"Signal DTMF 5\n", "Change setting name: a value:b\n", "Get settings name: a\n", "Get result type: 1\n"}) {
-    EXPECT_EQ(stand_in::logged(__LOG_NOTICE, named(line)), 1) << line;
-  }
 }
 
 }  // namespace

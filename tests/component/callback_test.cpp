@@ -95,16 +95,6 @@ const Message messages[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Each, MessageTest, testing::ValuesIn(messages));
 
-TEST_F(CallbackTest, AContinuousSessionTakesMessagesBehindAResult) {
-  engine.continuous = 1;
-  create_and_start();
-  send("one", 80);
-  finish();
-  EXPECT_EQ(send("two", 60), 0);
-  EXPECT_EQ(finish(), 0);
-  EXPECT_EQ(queued(), 2U);
-}
-
 TEST_F(CallbackTest, AFinishWithNothingHeardDeliversNothing) {
   create_and_start();
   EXPECT_EQ(finish(), 0);
@@ -150,35 +140,6 @@ TEST_F(CallbackTest, TheFirstTextRaisesTheHostsFlagsOnce) {
   speech.flags = 0;
   send("heard more", QUILLBROOK_SCORE_INTERIM);
   EXPECT_EQ(speech.flags, 0U);
-}
-
-TEST_F(CallbackTest, TheVoiceDateIsTheFirstCallWithoutSilence) {
-  create_and_start();
-  session()->silence = 40;
-  tick();
-  EXPECT_TRUE(ast_tvzero(session()->datevoice));
-  session()->silence = 0;
-  stand_in::advance_ms(10);
-  tick();
-  const timeval date = session()->datevoice;
-  EXPECT_EQ(ast_tvdiff_ms(date, ast_tvnow()), 0);
-  stand_in::advance_ms(10);
-  tick();
-  EXPECT_EQ(ast_tvdiff_ms(session()->datevoice, date), 0);
-}
-
-TEST_F(CallbackTest, DebugOutputTellsTheWay) {
-  debug = 1;
-  stand_in::set_verbosity(2);
-  create_and_start();
-  send("one", 80);
-  for (const char *line : {"\n\nCALLBACK: PROCESS\n\n", "CALLBACK: [one] - score 80 len=3\n",
-                           "CALLBACK: timeout speedvsaccuracy=0.000000\n", "CALLBACK: New text =one\n"}) {
-    EXPECT_EQ(stand_in::mentioned(line), 1) << line;
-  }
-  stand_in::set_verbosity(1);
-  send("two", 80);
-  EXPECT_EQ(stand_in::mentioned("PROCESS"), 1);
 }
 
 }  // namespace

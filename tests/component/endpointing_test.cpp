@@ -1,4 +1,5 @@
-// When an utterance has ended: the timers, on a clock that the test moves, to the millisecond.
+// When an utterance has ended: the timers, on a clock that the test moves, to the millisecond. What is told here by
+// example, endpointing_property_test.cpp tries at random.
 #include "session_fixture.h"
 
 namespace {
@@ -6,24 +7,20 @@ namespace {
 class EndpointingTest : public SessionTest {
 protected:
   // A recognition with these timeouts, and its first text at time 0.
-  void hear_first_text(int complete, int incomplete, bool quantum = false, const char *text = "words",
-                       int score = QUILLBROOK_SCORE_INTERIM) {
-    begin(complete, incomplete, quantum);
-    EXPECT_EQ(send(text, score), 0);
-  }
-  void begin(int complete, int incomplete, bool quantum = false) {
+  void hear_first_text(int complete, int incomplete, bool quantum = false, int finalize = 0) {
     engine.completetimeout = complete;
     engine.incompletetimeout = incomplete;
     plugin.loops = 0;
     create_and_start();
     context()->quantum = quantum;
+    context()->finalize = finalize;
     origin_ms_ = stand_in::clock_ms();
+    EXPECT_EQ(send("words", QUILLBROOK_SCORE_INTERIM), 0);
   }
   int at(int64_t ms, const char *text = nullptr, int score = QUILLBROOK_SCORE_INTERIM) {
     stand_in::set_clock_ms(origin_ms_ + ms);
     return send(text, score);
   }
-  void dsp_silence(int ms) { shared_store(session()->silence, ms); }
   std::vector<std::string> take_queue() {
     std::vector<std::string> texts;
     while (char *text = str_fifo_pop(&session()->last_results)) {
@@ -58,11 +55,9 @@ class TimeoutsTest : public EndpointingTest, public testing::WithParamInterface<
 
 TEST_P(TimeoutsTest, ExpireOneMillisecondAboveTheirValue) {
   const Row &row = GetParam();
-  begin(row.complete, row.incomplete, row.quantum);
-  context()->finalize = row.finalize;
-  send("words", QUILLBROOK_SCORE_INTERIM);
+  hear_first_text(row.complete, row.incomplete, row.quantum, row.finalize);
   for (const Look &look : row.looks) {
-    dsp_silence(look.dsp);
+    session()->silence = look.dsp;
     at(look.at);
     EXPECT_EQ(context()->finalize, look.finalize) << look.at;
     EXPECT_EQ(context()->incompletetimeout, look.incomplete) << look.at;
@@ -72,52 +67,35 @@ TEST_P(TimeoutsTest, ExpireOneMillisecondAboveTheirValue) {
   }
 }
 
+// clang-format off
 const Row rows[] = {
     {"both off", 0, 0, false, {{1000000, 1000000, 0, 0}}},
     {"both off, quantum", 0, 0, true, {{1000000, 1000000, 0, 0}}},
     {"complete only", 1000, 0, false, {{1000, 1000, 0, 0}, {1001, 0, 0, 0, {"words"}}}},
     {"complete only, by the detector", 1000, 0, false, {{10, 1000, 0, 0}, {20, 1001, 0, 0, {"words"}}}},
-    {"complete only, quantum",
-     1000,
-     0,
-     true,
+    {"complete only, quantum", 1000, 0, true,
      {{1000, 1000, 0, 0}, {1001, 0, 1, 2000}, {2000, 9000, 1, 2000}, {2001, 0, 1, 2000, {"words"}}}},
     {"incomplete only", 0, 1500, false, {{1500, 9000, 0, 1500}, {1501, 0, 1, 1500, {"error"}}}},
     {"incomplete only, quantum", 0, 1500, true, {{1500, 9000, 0, 1500}, {1501, 0, 1, 1500, {"error"}}}},
     {"complete below incomplete", 1000, 3000, false, {{1000, 1000, 0, 3000}, {1001, 0, 0, 3000, {"words"}}}},
-    {"complete below incomplete, quantum",
-     1000,
-     3000,
-     true,
+    {"complete below incomplete, quantum", 1000, 3000, true,
      {{1000, 1000, 0, 3000}, {1001, 0, 1, 2000}, {2000, 9000, 1, 2000}, {2001, 0, 1, 2000, {"words"}}}},
-    {"complete below incomplete, finalize raised already",
-     1000,
-     3000,
-     false,
-     {{1001, 9000, 1, 3000}, {3000, 9000, 1, 3000}, {3001, 0, 1, 3000, {"words"}}},
-     1},
+    {"complete below incomplete, finalize raised already", 1000, 3000, false,
+     {{1001, 9000, 1, 3000}, {3000, 9000, 1, 3000}, {3001, 0, 1, 3000, {"words"}}}, 1},
     {"equal", 1000, 1000, false, {{1000, 1000, 0, 1000}, {1001, 0, 1, 1000, {"error", "words"}}}},
     {"equal, by the detector", 1000, 1000, false, {{10, 1001, 0, 1000, {"words"}}}},
-    {"equal, quantum",
-     1000,
-     1000,
-     true,
+    {"equal, quantum", 1000, 1000, true,
      {{1000, 1000, 0, 1000}, {1001, 0, 1, 2000}, {2000, 0, 1, 2000}, {2001, 0, 1, 2000, {"words"}}}},
     {"complete above incomplete", 2000, 1000, false, {{1000, 2000, 0, 1000}, {1001, 0, 1, 1000, {"error"}}}},
     {"complete above incomplete, by the detector", 2000, 1000, false, {{500, 2001, 0, 1000, {"words"}}}},
     {"complete above incomplete, quantum", 2000, 1000, true, {{1000, 0, 0, 1000}, {1001, 0, 1, 1000, {"error"}}}},
-    {"complete above incomplete, quantum, by the detector",
-     2000,
-     1000,
-     true,
+    {"complete above incomplete, quantum, by the detector", 2000, 1000, true,
      {{500, 2001, 1, 3000}, {3000, 9000, 1, 3000}, {3001, 0, 1, 3000, {"words"}}}},
-    {"a negative timeout is any other number, quantum",
-     -1,
-     3000,
-     true,
+    {"a negative timeout is any other number", -1, 3000, true,
      {{0, 0, 1, 999}, {999, 0, 1, 999}, {1000, 0, 1, 999, {"words"}}}},
-    {"much later, quantum", 1000, 3000, true, {{2500, 0, 1, 2000, {"words"}}}},
+    {"one late call does both steps", 1000, 3000, true, {{2500, 0, 1, 2000, {"words"}}}},
 };
+// clang-format on
 INSTANTIATE_TEST_SUITE_P(Each, TimeoutsTest, testing::ValuesIn(rows));
 
 TEST_F(EndpointingTest, AnInterimThatIsNeverConfirmed) {
@@ -161,90 +139,6 @@ TEST_F(EndpointingTest, APluginThatIsAskedToFinalizeAndCloses) {
   }
 }
 
-TEST_F(EndpointingTest, TheHoldEndsWhenItsTimeIsReached) {
-  engine.waitclose = 1;
-  engine.closetimeout = 500;
-  hear_first_text(100, 200);
-  context()->finalize = 1;
-  at(1000);  // held from here on, with both timeouts expired
-  at(1499);
-  EXPECT_EQ(queued(), 0U);
-  at(1500);
-  EXPECT_EQ(take_queue(), std::vector<std::string>{"words"});
-
-  debug = 1;
-  stand_in::set_verbosity(2);
-  at(1600);
-  EXPECT_EQ(stand_in::mentioned("CALLBACK: waitclose limit reached (500 ms)\n"), 1);
-}
-
-TEST_F(EndpointingTest, AHeldFinalIsStoredAndDeliveredAtTheEnd) {
-  engine.waitclose = 1;
-  begin(1000, 1000);
-  context()->finalize = 1;
-  at(0, "one", 80);
-  EXPECT_EQ(queued(), 0U) << "equal timeouts, but held";
-  at(100, nullptr, QUILLBROOK_SCORE_END);
-  EXPECT_EQ(take_queue(), std::vector<std::string>{"one"});
-}
-
-TEST_F(EndpointingTest, OnlyNewWordsEndTheSilence) {
-  hear_first_text(1000, 3000);
-  at(700, "words");  // a provider that repeats itself keeps nothing alive
-  EXPECT_EQ(ast_tvdiff_ms(session()->datelast, session()->datesilence), 700);
-  at(900, "other words");
-  EXPECT_EQ(ast_tvdiff_ms(session()->datelast, session()->datesilence), 0);
-  at(1000, "ignored", QUILLBROOK_SCORE_NO_CONFIDENCE);
-  EXPECT_EQ(ast_tvdiff_ms(session()->datelast, session()->datesilence), 0);
-  at(1100, "final", 80);
-  // With no interim stored, any text is new.
-  at(1500, "final", QUILLBROOK_SCORE_NO_CONFIDENCE);
-  EXPECT_EQ(ast_tvdiff_ms(session()->datelast, session()->datesilence), 0);
-  at(1600);
-  EXPECT_EQ(ast_tvdiff_ms(session()->datelast, session()->datesilence), 100);
-}
-
-TEST_F(EndpointingTest, WhoSaysNothingIsNeverTimedOut) {
-  begin(1000, 3000);
-  dsp_silence(100000);
-  for (int ms = 0; ms < 100000; ms += 10000) EXPECT_EQ(at(ms), 0);
-  EXPECT_EQ(queued(), 0U);
-  EXPECT_EQ(context()->finalize, 0);
-  EXPECT_EQ(speech.flags, 0U);
-}
-
-TEST_F(EndpointingTest, TheSwitchTurnsBothTimersOff) {
-  engine.timeouts = 0;
-  hear_first_text(1000, 3000, true);
-  dsp_silence(100000);
-  at(100000);
-  EXPECT_EQ(context()->finalize, 0);
-  EXPECT_EQ(queued(), 0U);
-}
-
-TEST_F(EndpointingTest, LongSpeechGetsALongerPause) {
-  struct Case {
-    int complete, spoken, expected;
-  };
-  engine.speechtimeout = 10000;
-  engine.extendedtimeout = 4000;
-  for (const Case &test : {Case{2500, 10001, 4000}, Case{2500, 10000, 2500}, Case{2501, 10001, 2501}}) {
-    hear_first_text(test.complete, 9000);
-    at(test.spoken, "still speaking");
-    EXPECT_EQ(context()->completetimeout, test.expected);
-    EXPECT_EQ(session()->completetimeout, test.complete);
-    destroy();
-  }
-  for (int *off : {&engine.speechtimeout, &engine.extendedtimeout}) {
-    const int value = std::exchange(*off, 0);
-    hear_first_text(1000, 9000);
-    at(10001, "still speaking");
-    EXPECT_EQ(context()->completetimeout, 1000);
-    destroy();
-    *off = value;
-  }
-}
-
 TEST_F(EndpointingTest, SettingsForLongSpeechReachARunningRecognition) {
   hear_first_text(1000, 9000);
   quillbrook_recog_load_grammar(&speech, "", "property:Speech-Timeout=2s");
@@ -252,53 +146,6 @@ TEST_F(EndpointingTest, SettingsForLongSpeechReachARunningRecognition) {
   quillbrook_recog_load_grammar(&speech, "", "property:Speech-Complete-Timeout=7s");
   at(2001, "still speaking");
   EXPECT_EQ(context()->completetimeout, 3000);
-}
-
-TEST_F(EndpointingTest, AFinalCountsAsSilenceThatBeganEarlier) {
-  engine.providertimeout = 1300;
-  hear_first_text(1300, 5000, false, "one", 80);
-  EXPECT_EQ(ast_tvdiff_ms(session()->datelast, session()->datesilence), 1300);
-  EXPECT_STREQ(session()->text, "one");
-  // Each call with a confidence shifts, a tick too; an interim does not.
-  at(0, "two", QUILLBROOK_SCORE_INTERIM);
-  EXPECT_EQ(ast_tvdiff_ms(session()->datelast, session()->datesilence), 0);
-  context()->completetimeout = 5000;
-  at(0, "", 80);
-  at(0, "", 80);
-  EXPECT_EQ(ast_tvdiff_ms(session()->datelast, session()->datesilence), 2600);
-  // Not once the plugin has been told to wind up.
-  context()->finalize = 1;
-  at(0, "three", 80);
-  EXPECT_EQ(ast_tvdiff_ms(session()->datelast, session()->datesilence), 0);
-}
-
-TEST_F(EndpointingTest, ACallOnWhichATimerFiresDoesNotAddItsWords) {
-  hear_first_text(1000, 3000, false, "one", 80);
-  dsp_silence(1001);
-  EXPECT_EQ(at(100, "two", 80), 0);
-  EXPECT_EQ(get(), "one");
-  EXPECT_EQ(score, 80);
-  destroy();
-
-  // With nothing stored before, nothing is delivered.
-  engine.providertimeout = 300;
-  hear_first_text(299, 3000, false, "one", 80);
-  EXPECT_EQ(queued(), 0U);
-  EXPECT_EQ(get(), "error");
-}
-
-TEST_F(EndpointingTest, AContinuousSessionGoesOnBehindAResult) {
-  engine.continuous = 1;
-  hear_first_text(1000, 3000);
-  at(1001);
-  for (int ms = 1100; ms < 9000; ms += 100) at(ms);
-  EXPECT_EQ(take_queue(), std::vector<std::string>{"words"}) << "repeated finishes find no text";
-  EXPECT_EQ(context()->finalize, 0);
-  at(9000, "again");
-  at(10000);
-  EXPECT_EQ(queued(), 0U);
-  at(10001);
-  EXPECT_EQ(take_queue(), std::vector<std::string>{"again"});
 }
 
 TEST_F(EndpointingTest, AContinuousSessionReportsOneErrorForOneSilence) {

@@ -36,15 +36,6 @@ TEST_F(GetTest, ASingleShotGetStopsEverythingInOrder) {
   EXPECT_EQ(score, 80);
 }
 
-TEST_F(GetTest, AQueuedResultIsNotChangedByWhatTheStopBrings) {
-  plugin.on_stop = [](quillbrook_context *context) { quillbrook_callback(context, "too late", 90); };
-  create_and_start();
-  send("one", 60);
-  finish();
-  EXPECT_EQ(get(), "one");
-  EXPECT_EQ(score, 60);
-}
-
 TEST_F(GetTest, AForcedFinishGivesWhatWasHeardSoFar) {
   engine.completetimeout = 1000;
   engine.incompletetimeout = 3000;
@@ -156,14 +147,5 @@ const HangUp hang_ups[] = {
     {"single-shot", false, true, true, true, true, true, false, "early"},
 };
 INSTANTIATE_TEST_SUITE_P(Each, HangUpTest, testing::ValuesIn(hang_ups));
-
-TEST_F(GetTest, AReportThatCameAlreadyIsNotWaitedForAgain) {
-  engine.continuous = engine.waitclose = 1;
-  stand_in::add_channel("u1", true);
-  create_and_start();
-  send(nullptr, QUILLBROOK_SCORE_END);
-  EXPECT_EQ(get(), "error");
-  EXPECT_EQ(plugin.stops, 0);
-}
 
 }  // namespace

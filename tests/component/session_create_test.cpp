@@ -36,40 +36,6 @@ TEST_F(CreateTest, BindsToTheEntryThatTheEngineNames) {
   EXPECT_EQ(stand_in::module_references(), 0);
 }
 
-TEST_F(CreateTest, TakesTheEnginesDefaultsAndRunsNothing) {
-  set(engine.ws_model, "m");
-  set(engine.ws_language, "de");
-  set(engine.ws_voice, "v");
-  set(engine.ws_configuration, "conf");
-  set(engine.ws_phrases, "yes,no");
-  engine.timeouts = 0;
-  engine.speedvsaccuracy = 0.25F;
-  engine.minspeechtimeout = 1;
-  engine.maxspeechtimeout = 2;
-  engine.completetimeout = 3;
-  engine.incompletetimeout = 4;
-  engine.speechtimeout = 5;
-  engine.extendedtimeout = 6;
-  engine.earlyspeechtimeout = 7;
-  engine.providertimeout = 8;
-  create();
-  EXPECT_STREQ(session()->model, "m");
-  EXPECT_STREQ(session()->language, "de");
-  EXPECT_STREQ(session()->voice, "v");
-  EXPECT_STREQ(session()->configuration, "conf");
-  EXPECT_STREQ(session()->phrases, "yes,no");
-  EXPECT_NE(session()->phrases, engine.ws_phrases);
-  EXPECT_EQ(session()->speedvsaccuracy, 0.25F);
-  const int settings[] = {session()->timeouts,        session()->minspeechtimeout,   session()->maxspeechtimeout,
-                          session()->completetimeout, session()->incompletetimeout,  session()->speechtimeout,
-                          session()->extendedtimeout, session()->earlyspeechtimeout, session()->providertimeout};
-  EXPECT_THAT(settings, testing::ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8));
-  EXPECT_EQ(session()->context1, nullptr);
-  EXPECT_EQ(session()->file, nullptr);
-  EXPECT_EQ(plugin.inits, 0);
-  EXPECT_TRUE(stand_in::states().empty());
-}
-
 TEST_F(CreateTest, AsksTheCompanionWhoIsCalling) {
   stand_in::answer_command(UNIQUEID, "1700000000.1");
   stand_in::answer_command(REMOTE, "\033[1;31m+4930123\033[0m");
@@ -138,17 +104,6 @@ TEST_F(CreateTest, TheLoggingTagIsAWordOrAValueOfTheCall) {
   }
 }
 
-TEST_F(CreateTest, CountsTheSessionAndHoldsTheModule) {
-  create();
-  EXPECT_EQ(stand_in::module_references(), 1);
-  EXPECT_EQ(quillbrook_statistics_read().stats.sessions_active, 1U);
-  destroy();
-  EXPECT_EQ(speech.data, nullptr);
-  EXPECT_EQ(stand_in::module_references(), 0);
-  EXPECT_EQ(quillbrook_statistics_read().stats.sessions_active, 0U);
-  EXPECT_EQ(quillbrook_statistics_read().stats.sessions_closed, 1U);
-}
-
 TEST_F(CreateTest, EveryAllocationMayFail) {
   engine.logtag = 1;
   set(engine.ws_phrases, "yes,no");
@@ -173,27 +128,6 @@ TEST_F(CreateTest, EveryAllocationMayFail) {
   stand_in::fail(stand_in::Fault::TemporaryFile);
   create();
   EXPECT_STREQ(session()->uniqueid, "");
-}
-
-TEST_F(CreateTest, TheLogTellsTheDefaults) {
-  engine.logtag = 1;
-  stand_in::answer_command(TAG, "t");
-  set(engine.ws_url, "wss://example");
-  verbose = 1;
-  create();
-  std::vector<std::string> lines;
-  for (const stand_in::Line &line : stand_in::log_lines()) {
-    EXPECT_EQ(line.level, __LOG_NOTICE);
-    lines.push_back(line.text);
-  }
-  const std::string head = "(QBK-t) Create speech resource default ";
-  EXPECT_THAT(lines,
-              testing::ElementsAre("(?) Create speech resource : quillbrook\n",
-                                   testing::_,  // before the session has a name
-                                   head + "url wss://example\n", testing::StartsWith(head + "model "),
-                                   testing::StartsWith(head + "language "), testing::StartsWith(head + "voice "),
-                                   testing::StartsWith(head + "configuration "), testing::StartsWith(head + "context "),
-                                   testing::StartsWith(head + "phrases "), testing::StartsWith(head + "extra ")));
 }
 
 }  // namespace

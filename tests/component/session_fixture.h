@@ -43,6 +43,7 @@ public:
   // What a test changes before the start.
   int init_result = 0;
   int stop_hangup = QUILLBROOK_HANGUP_STOPPED;  // what plugin_stop leaves in `hangup`
+  int stop_finalize = 1;                        // and in `finalize`
   std::function<void(quillbrook_context *)> on_init;
   std::function<void(quillbrook_context *)> on_loop;  // runs before the wait
   std::function<void(quillbrook_context *)> on_stop;
@@ -80,7 +81,7 @@ public:
     stand_in::note("plugin_stop");
     if (plugin.on_stop) plugin.on_stop(context);
     __atomic_store_n(&context->hangup, plugin.stop_hangup, __ATOMIC_RELEASE);
-    __atomic_store_n(&context->finalize, 1, __ATOMIC_RELEASE);
+    __atomic_store_n(&context->finalize, plugin.stop_finalize, __ATOMIC_RELEASE);
     {
       std::lock_guard<std::mutex> held(plugin.lock_);
       plugin.stopped_.insert(context);

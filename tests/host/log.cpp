@@ -22,8 +22,6 @@ std::string formatted(const char *format, va_list arguments) {
   return text;
 }
 
-int debug_level = 0;
-
 }  // namespace
 
 namespace stand_in {
@@ -31,8 +29,6 @@ namespace stand_in {
 void reset_log() {
   Guard guard(state_lock());
   state() = {};
-  set_verbosity(0);
-  set_debug_level(0);
 }
 
 std::vector<Line> log_lines() {
@@ -57,13 +53,6 @@ int mentioned(const std::string &part) {
          std::count_if(state().verbose.begin(), state().verbose.end(), matches);
 }
 
-void set_verbosity(int level) {
-  ast_verb_sys_level = option_verbose = level;
-}
-void set_debug_level(int level) {
-  debug_level = option_debug = level;
-}
-
 void note(const std::string &call) {
   Guard guard(state_lock());
   state().notes.push_back(call);
@@ -82,7 +71,6 @@ int noted(const std::string &call) {
 extern "C" {
 
 int ast_verb_sys_level = 0;
-int option_verbose = 0;
 int option_debug = 0;
 struct ast_flags ast_options = {0};
 
@@ -109,7 +97,7 @@ void __ast_verbose(const char *, int, const char *, int level, const char *forma
 }
 
 unsigned int ast_debug_get_by_module(const char *) {
-  return debug_level;
+  return 0;
 }
 
 }  // extern "C"

@@ -59,8 +59,6 @@ std::vector<Line> verbose_lines();
 int logged(int level, const std::string &text);
 // Lines of either kind that contain `part`.
 int mentioned(const std::string &part);
-void set_verbosity(int level);
-void set_debug_level(int level);
 
 // Names of noteworthy calls in their order: those of streams, detectors and states, and what tests note themselves.
 void note(const std::string &call);
@@ -119,10 +117,6 @@ std::vector<std::string> engine_names();
 ast_speech_engine *find_engine(const std::string &name);
 // Format capabilities that exist.
 int format_caps();
-
-// Stack size and caller of the latest ast_pthread_create_stack.
-size_t thread_stack_size();
-std::string thread_caller();
 
 }  // namespace stand_in
 

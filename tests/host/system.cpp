@@ -30,8 +30,6 @@ struct System {
   Plan plans[static_cast<size_t>(Fault::Count)];
   int failures = 0;
   size_t failing_size = 0;
-  size_t stack_size = 0;
-  std::string caller;
   std::map<std::string, std::unique_ptr<SharedObject>> plugins;
   int open_plugins = 0;
 };
@@ -141,15 +139,6 @@ int open_plugins() {
   return state().open_plugins;
 }
 
-size_t thread_stack_size() {
-  Guard guard(state_lock());
-  return state().stack_size;
-}
-std::string thread_caller() {
-  Guard guard(state_lock());
-  return state().caller;
-}
-
 }  // namespace stand_in
 
 extern "C" {
@@ -232,14 +221,9 @@ int __ast_rwlock_unlock(const char *, int, const char *, ast_rwlock_t *lock, con
   return pthread_rwlock_unlock(&lock->lock);
 }
 
-// The sanitizers need more stack than the host gives, so the size is only noted.
-int ast_pthread_create_stack(pthread_t *thread, pthread_attr_t *, void *(*start)(void *), void *data, size_t size,
-                             const char *, const char *caller, int, const char *) {
-  {
-    Guard guard(stand_in::state_lock());
-    state().stack_size = size;
-    state().caller = caller;
-  }
+// The sanitizers need more stack than the host gives, so the size is not kept to.
+int ast_pthread_create_stack(pthread_t *thread, pthread_attr_t *, void *(*start)(void *), void *data, size_t,
+                             const char *, const char *, int, const char *) {
   return stand_in::fails(Fault::Thread) ? EAGAIN : pthread_create(thread, nullptr, start, data);
 }
 
