@@ -1,6 +1,7 @@
 #include "delivery.h"
 
 #include "../session/state.h"
+#include "../support/guard.h"
 #include "nlsml.h"
 #include "result_file.h"
 
@@ -50,7 +51,10 @@ void apply_grammars(quillbrook_speech_t *session) {
   if (!session->grammars.hasGrammar()) {
     return;
   }
-  const std::string rule = session->grammars.match(session->text);
+  // Memory may run out on a long text. The transcript is delivered all the same.
+  const GrammarManager &grammars = session->grammars;
+  const std::string rule =
+      guarded("GrammarManager::match", std::string(), [&] { return grammars.match(session->text); });
   trace(2, "JSGF input = %s\n", session->text);
   if (rule.empty()) {
     trace(2, "JSGF grammar no match !\n");
