@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Runs every check: formatting, static analysis, component tests (plain, with address and undefined-behaviour
-# sanitizers, with the thread sanitizer), and live tests on a private PBX. Exits non-zero when anything failed.
+# sanitizers, with the thread sanitizer), live tests on a private PBX, a short fuzzing. Exits non-zero when anything
+# failed.
 #
 # Usage: ./test.sh
 #
-# Installs what is missing. Builds are kept in build/ (release), build-address/, build-thread/ and build-tidy/, whose
-# Testing/ folders and check.log hold the details. The live tests mostly wait, so they run beside the sanitizers' builds.
+# Installs what is missing. Builds are kept in build/ (release), build-address/, build-thread/, build-fuzz/ and
+# build-tidy/; their check-*.log hold the details. The live tests mostly wait, so they run beside the later builds.
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
@@ -32,16 +33,31 @@ check() {
   return "$status"
 }
 
-# build FOLDER OPTION...: configures and builds; a build that is up to date takes a second.
-build() {
+configure() {
   local folder=$1
   shift
-  cmake -S . -B "$folder" -G Ninja -DQUILLBROOK_TESTS=ON "$@" && nice -n 10 cmake --build "$folder" -j "$jobs"
+  cmake -S . -B "$folder" -G Ninja -DQUILLBROOK_TESTS=ON "$@"
+}
+
+# build FOLDER OPTION...: configures and builds; a build that is up to date takes a second.
+build() { configure "$@" && nice -n 10 ninja -C "$1" -j "$jobs"; }
+
+# build_label LABEL FOLDER OPTION...: the same, of no more than what the tests of a label run.
+build_label() {
+  local label=$1
+  shift
+  configure "$@" || return 1
+  ctest --test-dir "$1" -L "$label" --show-only=json-v1 | python3 -c '
+import json, os, sys
+folder = os.path.realpath(sys.argv[1]) + "/"
+words = [word for test in json.load(sys.stdin)["tests"] for word in test.get("command", [])]
+print("\n".join(sorted({word[len(folder):] for word in words if word.startswith(folder)})))' "$1" |
+    nice -n 10 xargs ninja -C "$1" -j "$jobs"
 }
 
 # run_tests NAME FOLDER OPTION...: runs ctest, shows what failed, and keeps its closing line.
 run_tests() {
-  local name=$1 folder=$2 log=$2/check.log closing cases
+  local name=$1 folder=$2 log="$2/check-${1//[^a-z]/-}.log" closing cases
   shift 2
   ctest --test-dir "$folder" --output-on-failure --timeout 120 "$@" >"$log" 2>&1 || failures+=("$name")
   closing=$(grep -E '^[0-9]+% tests passed' "$log" || echo 'ctest did not finish')
@@ -77,6 +93,40 @@ check_tidy() {
     clang-tidy --quiet -p build-tidy "$1" 2>/dev/null && touch "$stamp"' tidy {}
 }
 
+# start_live NAME FOLDER: runs the live tests in the background, in a process group so that all of it can be ended.
+live_pids=()
+live_logs=()
+start_live() {
+  say "$1 tests, beside what follows"
+  live_logs+=("$(mktemp)")
+  set -m
+  { failures=(); run_tests "$1" "$2" -L live -j 2; exit ${#failures[@]}; } >"${live_logs[-1]}" 2>&1 &
+  live_pids+=($!)
+  set +m
+}
+
+finish_live() {
+  local index
+  for index in "${!live_pids[@]}"; do
+    wait "${live_pids[index]}" || failures+=("live tests $((index + 1))")
+    cat "${live_logs[index]}"
+    summary+=("$(sed -nE 's/^test: (live.*: .*)/\1/p' "${live_logs[index]}")")
+  done
+}
+
+end_live() {
+  local pid
+  for pid in "${live_pids[@]}"; do kill -- "-$pid" 2>/dev/null; done
+  wait
+  rm -f "${live_logs[@]}"
+}
+trap end_live EXIT
+
+check_fuzz() {
+  local script
+  for script in tests/fuzz/*_fuzz.sh; do nice -n 10 "$script" build-fuzz 2000 || return 1; done
+}
+
 say 'looking for the packages it needs'
 setup/packages.sh test || exit 1
 
@@ -85,24 +135,16 @@ check 'scripts' check_scripts
 check 'release build (build/)' build build -DCMAKE_BUILD_TYPE=Release || exit 1
 run_tests 'component' build -LE live -j "$jobs"
 
-# In the background and in a process group of its own, so that all of it can be ended; its lines are shown when it is done.
-say 'live tests, beside the builds with sanitizers'
-live_log=$(mktemp)
-set -m
-( failures=(); run_tests 'live' build -L live; exit ${#failures[@]} ) >"$live_log" 2>&1 &
-live=$!
-set +m
-trap 'kill -- "-$live" 2>/dev/null; wait; rm -f "$live_log"' EXIT
-
+start_live 'live' build
 check 'build with address and undefined-behaviour sanitizers' build build-address -DCMAKE_BUILD_TYPE=Debug -DQUILLBROOK_SANITIZE=address
 run_tests 'component, address sanitizer' build-address -LE live -j "$jobs"
-check 'build with thread sanitizer' build build-thread -DCMAKE_BUILD_TYPE=Debug -DQUILLBROOK_SANITIZE=thread
+start_live 'live, address sanitizer' build-address
+check 'build with thread sanitizer' build_label threads build-thread -DCMAKE_BUILD_TYPE=Debug -DQUILLBROOK_SANITIZE=thread
 run_tests 'component, thread sanitizer' build-thread -L threads -j "$jobs"
+check 'fuzzing, a short while' check_fuzz
 check 'static analysis' check_tidy
 
-wait "$live" || failures+=('live')
-cat "$live_log"
-summary+=("$(sed -nE 's/^test: (live: .*)/\1/p' "$live_log")")
+finish_live
 
 echo
 for line in "${summary[@]}"; do say "$line"; done

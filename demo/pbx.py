@@ -115,6 +115,7 @@ class PrivatePbx:
         self._log_bytes = 0
         self._log_rest = b""
         self._log_lines = []
+        self.error_output = ""  # what the PBX wrote to its standard error, once it has been stopped
         self.http_port = free_port()
         self.folder = Path(tempfile.mkdtemp(prefix="pbx-"))
 
@@ -197,6 +198,7 @@ class PrivatePbx:
         if self.running:
             self._process.kill()
             self._process.wait()
+        self.error_output = self._error_lines() or self.error_output
         if not self._keep:
             shutil.rmtree(self.folder, ignore_errors=True)
 
@@ -304,10 +306,12 @@ class PrivatePbx:
             time.sleep(0.01)
 
     def _last_words(self):
-        words = [f"\n    {line}" for line in self.log()[-15:]]
+        return "".join(f"\n    {line}" for line in self.log()[-15:]) + "\n" + self._error_lines()
+
+    def _error_lines(self):
         with contextlib.suppress(OSError):
-            words += [f"\n    {line}" for line in (self.folder / "err").read_text(errors="replace").splitlines()[-10:]]
-        return "".join(words)
+            return (self.folder / "err").read_text(errors="replace")[:10000]
+        return ""
 
 
 def asterisk():
