@@ -44,6 +44,11 @@ std::string grammar_id_of(quillbrook_speech_t *session) {
   return session->grammar_id;
 }
 
+// Memory may run out on a long text, and the transcript is to be delivered all the same.
+std::string tags_of(const GrammarManager &grammars, const char *text) {
+  return guarded("GrammarManager::match", std::string(), [&] { return grammars.match(text); });
+}
+
 // The tags of the session's grammars become the interpretation. A transcript that no active grammar accepts is no
 // match, whatever confidence the provider gave.
 void apply_grammars(quillbrook_speech_t *session) {
@@ -51,10 +56,7 @@ void apply_grammars(quillbrook_speech_t *session) {
   if (!session->grammars.hasGrammar()) {
     return;
   }
-  // Memory may run out on a long text. The transcript is delivered all the same.
-  const GrammarManager &grammars = session->grammars;
-  const std::string rule =
-      guarded("GrammarManager::match", std::string(), [&] { return grammars.match(session->text); });
+  const std::string rule = tags_of(session->grammars, session->text);
   trace(2, "JSGF input = %s\n", session->text);
   if (rule.empty()) {
     trace(2, "JSGF grammar no match !\n");
