@@ -6,35 +6,39 @@
 namespace pocketsphinx_plugin {
 namespace {
 
-/* The logistic curve that gives the share of right answers at a shortfall. Fitted by the calibration tool. */
-constexpr double even_chance = 2.0; /* the shortfall at which an answer is as likely right as wrong */
-constexpr double steepness = 1.5;
+/* The logistic curve that gives the share of right answers at a shortfall, when half of the answers are right. Fitted
+ * with tests/pocketsphinx/calibrate. */
+constexpr double even_chance = 1.39;
+constexpr double steepness = 1.83;
 constexpr double hopeless = 100.0;
 
 }  // namespace
 
 double shortfall(const std::vector<Segment> &words, const std::vector<Segment> &phones) {
   std::vector<double> free; /* the phones' score, frame by frame */
+  double all = 0;
   for (const Segment &phone : phones) {
     if (phone.last_frame < phone.first_frame) continue;
     double each = phone.score / (phone.last_frame - phone.first_frame + 1);
     free.resize(std::max<size_t>(free.size(), static_cast<size_t>(phone.last_frame) + 1), 0.0);
     std::fill(free.begin() + phone.first_frame, free.begin() + phone.last_frame + 1, each);
+    all += phone.score;
   }
 
-  bool any = false;
-  double worst = 0;
+  int word_frames = 0;
+  double worst = -hopeless;
   for (const Segment &word : words) {
-    if (word.is_filler || word.last_frame < word.first_frame) continue;
-    double difference = -word.score;
+    all -= word.score;
+    int length = word.last_frame - word.first_frame + 1;
+    if (word.is_filler || length <= 0) continue;
+    double own = -word.score;
     for (int frame = word.first_frame; frame <= word.last_frame && frame < static_cast<int>(free.size()); ++frame) {
-      difference += free[frame];
+      own += free[frame];
     }
-    difference /= word.last_frame - word.first_frame + 1;
-    worst = any ? std::max(worst, difference) : difference;
-    any = true;
+    worst = std::max(worst, own / length);
+    word_frames += length;
   }
-  return any ? worst : hopeless;
+  return word_frames == 0 ? hopeless : std::max(worst, all / word_frames);
 }
 
 int confidence(double shortfall) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <mutex>
 #include <stdexcept>
 
 #include <pocketsphinx.h>
@@ -35,20 +34,16 @@ void on_library_message(void *, err_lvl_t level, const char *, ...) {
   if (level == ERR_FATAL) throw std::runtime_error("the model's files are damaged or there is no memory for them");
 }
 
-class LibraryMessages {
-public:
-  LibraryMessages() {
-    err_set_logfp(nullptr);
-    err_set_callback(on_library_message, nullptr);
-  }
-  ~LibraryMessages() { err_set_callback(err_logfp_cb, nullptr); }
-};
+}  // namespace
 
-void silence_library() {
-  static LibraryMessages messages;
+Library::Library() {
+  err_set_logfp(nullptr);
+  err_set_callback(on_library_message, nullptr);
 }
 
-}  // namespace
+Library::~Library() {
+  err_set_callback(err_logfp_cb, nullptr);
+}
 
 const Cepstrum &Decoder::usual_means() {
   static constexpr Cepstrum means{53.55F, 8.65F, 8.45F,  1.47F,  6.03F,  -8.47F, -1.30F,
@@ -57,10 +52,8 @@ const Cepstrum &Decoder::usual_means() {
 }
 
 Decoder::Decoder(ModelFiles files) : files_(std::move(files)) {
-  silence_library();
-  cmd_ln_t *config =
-      cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", files_.acoustic.c_str(), "-cmn", "live", "-compallsen", "yes",
-                  "-bestpath", "no", "-fwdflat", "no", "-allphone_ci", "yes", nullptr);
+  cmd_ln_t *config = cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", files_.acoustic.c_str(), "-cmn", "live", "-bestpath",
+                                 "no", "-fwdflat", "no", "-allphone_ci", "yes", nullptr);
   if (config == nullptr) throw std::runtime_error("the library refuses its settings");
   if (files_.language_model.empty()) {
     cmd_ln_set_int_r(config, "-pl_window", 0);

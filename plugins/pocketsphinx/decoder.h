@@ -20,6 +20,18 @@ struct ps_decoder_s;
 
 namespace pocketsphinx_plugin {
 
+/*
+ * Keeps the library quiet, and keeps it from ending the process. One object, before any decoder and until after the
+ * last.
+ */
+class Library {
+public:
+  Library();
+  ~Library();
+  Library(const Library &) = delete;
+  Library &operator=(const Library &) = delete;
+};
+
 /* A stretch of frames that the search explains by one word (or phone), with its acoustic log-likelihood in nats,
  * relative to the best-fitting state of the model in each frame. */
 struct Segment {

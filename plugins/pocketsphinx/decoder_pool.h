@@ -67,6 +67,7 @@ private:
   Recogniser keep(Recogniser recogniser); /* returns the one that has to go for it, to be freed without the lock */
   void reap();
 
+  Library library_; /* outlives the decoders below */
   std::mutex lock_; /* guards everything below, and Order as told there; innermost, no call goes out under it */
   std::condition_variable changed_;
   std::deque<Ticket> waiting_;

@@ -35,7 +35,10 @@ public:
 
   void set_sample_rate(int samples_a_second) { sample_rate_ = samples_a_second; }
 
-  /* Appends the frames of speech in these samples. Frames of silence are dropped. Best called with 20 ms. */
+  /*
+   * Appends the frames of speech in these samples. Frames of silence are dropped. Best called with 20 ms. The first
+   * 300 ms of a stream are held back until they are complete.
+   */
   void feed(const int16_t *samples, size_t count, std::vector<Cepstrum> &frames);
 
   bool in_speech() const;
@@ -45,6 +48,8 @@ public:
 
 private:
   void to_model_rate(const int16_t *samples, size_t count);
+  void process(const int16_t *samples, size_t count, std::vector<Cepstrum> &frames);
+  void acquaint();
 
   static constexpr size_t most_frames = 64;
 
@@ -53,7 +58,10 @@ private:
   int phase_ = 0;
   int sum_ = 0;
   int summed_ = 0;
-  std::vector<int16_t> wide_; /* samples at the model's rate */
+  unsigned noise_ = 1;         /* state of the generator */
+  std::vector<int16_t> wide_;  /* samples at the model's rate */
+  std::vector<int16_t> first_; /* of the stream, until there are enough to tell the background from the speech */
+  bool acquainted_ = false;
   std::array<Cepstrum, most_frames> block_{};
   std::array<float *, most_frames> rows_{};
 };

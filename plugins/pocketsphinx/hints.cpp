@@ -33,7 +33,9 @@ std::string_view trim_punctuation(std::string_view word) {
 }
 
 bool is_known(const Dictionary &dictionary, const std::string &word) {
-  return !word.empty() && word.size() <= longest_word && !dictionary.pronunciations(word).empty();
+  /* "read(2)" is how a dictionary names the second way to say "read". */
+  return !word.empty() && word.size() <= longest_word && word.find('(') == std::string::npos &&
+         !dictionary.pronunciations(word).empty();
 }
 
 class Parser {

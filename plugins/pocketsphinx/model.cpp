@@ -14,6 +14,7 @@ namespace {
 constexpr const char *default_model = "/usr/share/pocketsphinx/model/en-us";
 constexpr size_t largest_dictionary = size_t{256} << 20;
 constexpr int most_variants = 16;
+constexpr std::string_view blanks = " \t";
 
 bool is_readable(const std::string &path) {
   return access(path.c_str(), R_OK) == 0;
@@ -36,10 +37,6 @@ void require_file(const std::string &path, const char *what, const char *paramet
                              " cannot be read: install the package pocketsphinx-en-us, or set the parameter " +
                              parameter);
   }
-}
-
-std::string_view word_of(std::string_view line) {
-  return line.substr(0, line.find_first_of(" \t"));
 }
 
 }  // namespace
@@ -73,32 +70,24 @@ Dictionary::Dictionary(const std::string &path) {
     throw std::runtime_error("the dictionary " + path + " cannot be read");
   }
 
-  for (size_t start = 0; start < text_.size();) {
-    if (text_[start] != '#' && text_[start] != ';' && text_[start] != '\n') {
-      lines_.push_back(static_cast<uint32_t>(start));
-    }
-    size_t end = text_.find('\n', start);
-    start = end == std::string::npos ? text_.size() : end + 1;
+  std::string_view rest = text_;
+  while (!rest.empty()) {
+    std::string_view line = rest.substr(0, rest.find('\n'));
+    rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    if (line.empty() || line.front() == '#' || line.front() == ';') continue;
+    size_t word = std::min(line.find_first_of(blanks), line.size());
+    size_t phones = std::min(line.find_first_not_of(blanks, word), line.size());
+    entries_.push_back({line.substr(0, word), line.substr(phones)});
   }
-  std::sort(lines_.begin(), lines_.end(),
-            [this](uint32_t left, uint32_t right) { return word_of(line_at(left)) < word_of(line_at(right)); });
-}
-
-std::string_view Dictionary::line_at(uint32_t start) const {
-  std::string_view rest = std::string_view(text_).substr(start);
-  std::string_view line = rest.substr(0, rest.find('\n'));
-  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-  return line;
+  std::stable_sort(entries_.begin(), entries_.end(),
+                   [](const Entry &left, const Entry &right) { return left.word < right.word; });
 }
 
 std::string_view Dictionary::phones_of(std::string_view word) const {
-  auto found = std::lower_bound(lines_.begin(), lines_.end(), word, [this](uint32_t line, std::string_view wanted) {
-    return word_of(line_at(line)) < wanted;
-  });
-  if (found == lines_.end() || word_of(line_at(*found)) != word) return {};
-  std::string_view line = line_at(*found);
-  size_t phones = line.find_first_not_of(" \t", word.size());
-  return phones == std::string_view::npos ? std::string_view() : line.substr(phones);
+  auto found = std::lower_bound(entries_.begin(), entries_.end(), word,
+                                [](const Entry &entry, std::string_view wanted) { return entry.word < wanted; });
+  return found == entries_.end() || found->word != word ? std::string_view() : found->phones;
 }
 
 std::vector<std::string> Dictionary::pronunciations(std::string_view word) const {

@@ -4,7 +4,6 @@
 #ifndef POCKETSPHINX_MODEL_H
 #define POCKETSPHINX_MODEL_H
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,16 +34,21 @@ class Dictionary {
 public:
   /* Throws std::runtime_error when the file cannot be read. */
   explicit Dictionary(const std::string &path);
+  Dictionary(const Dictionary &) = delete;
+  Dictionary &operator=(const Dictionary &) = delete;
 
   /* Phones of the word and of its variants, in the order of the file; empty when the word is not there. Lower case. */
   std::vector<std::string> pronunciations(std::string_view word) const;
 
 private:
-  std::string_view line_at(uint32_t start) const;
+  struct Entry {
+    std::string_view word;
+    std::string_view phones;
+  };
   std::string_view phones_of(std::string_view word) const;
 
   std::string text_;
-  std::vector<uint32_t> lines_; /* where each line begins, sorted by its word */
+  std::vector<Entry> entries_; /* views of text_, sorted by word */
 };
 
 }  // namespace pocketsphinx_plugin

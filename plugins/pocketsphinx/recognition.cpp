@@ -16,10 +16,13 @@ constexpr int piece_ms = 20;   /* audio between two looks at the end of speech *
 constexpr int backlog_ms = 60; /* audio taken in between two ticks when the file is ahead of us */
 /* A noise without words that is shorter than this, the quiet around it not counted, is no attempt to say something. */
 constexpr int shortest_attempt_ms = 500;
-constexpr int quiet_kept_ms = 200;    /* the detector hands over this much from before the speech */
-constexpr int endless_quiet_ms = 300; /* quiet that the detector lets pass when the module does the endpointing */
+constexpr int quiet_kept_ms = 200;  /* the detector hands over this much from before the speech */
+constexpr int short_quiet_ms = 150; /* ends speech, not the utterance, when the module does the endpointing */
+constexpr milliseconds sign_of_life_interval{100};
 constexpr int longest_held_ms = 120000;
 constexpr size_t most_channels = 256;
+constexpr size_t longest_tag = 150;
+constexpr size_t longest_sentence = 400;
 
 /* A text of the record: zero-terminated by contract, and within its buffer also when it is not. */
 std::string text_of(const char (&field)[QUILLBROOK_TEXT_SIZE]) {
@@ -57,6 +60,8 @@ Recognition::Recognition(quillbrook_context *context, DecoderPool &pool, Channel
     throw std::runtime_error("the record names no stream file");
   }
   stream_.emplace(context_->filename, context_->format);
+  longest_ms_ = parameters_.longest_ms;
+  if (context_->maxspeechtimeout > 0) longest_ms_ = std::min(longest_ms_, context_->maxspeechtimeout);
   with_hints_ = !Hints::is_empty(text_of(context_->phrases));
   order_ = pool_.order(ModelFiles::find(parameters_, text_of(context_->model), !with_hints_));
 }
@@ -64,14 +69,18 @@ Recognition::Recognition(quillbrook_context *context, DecoderPool &pool, Channel
 Recognition::~Recognition() {
   if (order_ != nullptr) pool_.cancel(order_);
   utterance_.reset();
-  pool_.give_back(std::move(recogniser_));
+  if (sound_) pool_.give_back(std::move(recogniser_));
   if (!call_.empty()) channels_.keep(call_, channel_);
 }
 
 /* One line to the log that the engine's calls share, or to the process's error output. */
 void Recognition::log(const std::string &sentence) const {
   FILE *file = context_->filelog == nullptr ? stderr : context_->filelog;
-  fprintf(file, "pocketsphinx: (%s) %s\n", text_of(context_->param).c_str(), sentence.c_str());
+  std::string line =
+      "(" + text_of(context_->param).substr(0, longest_tag) + ") " + sentence.substr(0, longest_sentence);
+  std::replace_if(
+      line.begin(), line.end(), [](unsigned char byte) { return byte < ' ' || byte >= 0x7F; }, '?');
+  fprintf(file, "pocketsphinx: %s\n", line.c_str());
   fflush(file);
 }
 
@@ -119,7 +128,7 @@ bool Recognition::get_ready() {
     recogniser_.decoder->set_hints(hints_, *recogniser_.dictionary, parameters_.loop);
   }
   utterance_.emplace(*recogniser_.decoder, with_hints_ ? &hints_ : nullptr,
-                     parameters_.endpointing ? parameters_.silence_ms : endless_quiet_ms, channel_);
+                     parameters_.endpointing ? parameters_.silence_ms : short_quiet_ms, channel_);
   return true;
 }
 
@@ -135,7 +144,7 @@ bool Recognition::hear_some() {
   for (size_t begin = 0; begin < samples_.size(); begin += piece) {
     utterance_->feed(samples_.data() + begin, std::min(piece, samples_.size() - begin));
     if (!parameters_.endpointing || !utterance_->has_speech()) continue;
-    if (!utterance_->in_speech() || utterance_->speech_ms() > parameters_.longest_ms) finish_utterance();
+    if (!utterance_->in_speech() || utterance_->speech_ms() > longest_ms_) finish_utterance();
   }
   report_interim();
   return true;
@@ -143,15 +152,33 @@ bool Recognition::hear_some() {
 
 void Recognition::report_interim() {
   std::string text = utterance_->hypothesis();
-  if (text.empty() || text == interim_) return;
+  if (text.empty()) return;
+  bool is_new = text != interim_;
+  if (!is_new && !is_sign_of_life_due()) return;
+  marked_ = !is_new && !marked_;
   interim_ = std::move(text);
   new_words_ = Clock::now();
-  report(interim_.c_str(), QUILLBROOK_SCORE_INTERIM);
+  report(marked_ ? (interim_ + " ").c_str() : interim_.c_str(), QUILLBROOK_SCORE_INTERIM);
+}
+
+/*
+ * The module measures silence from the last text that was new, and a word is new only when it is nearly over: pauses
+ * would seem as long as the word behind them. So as long as speech is heard, and the module does the endpointing, the
+ * text comes again with a blank behind it, and once more without when the speech is over.
+ */
+bool Recognition::is_sign_of_life_due() const {
+  if (parameters_.endpointing) return false;
+  if (!utterance_->in_speech()) return marked_;
+  return Clock::now() - new_words_ >= sign_of_life_interval;
 }
 
 void Recognition::finish_utterance() {
   int attempt_ms = utterance_->speech_ms() - quiet_kept_ms - parameters_.silence_ms;
-  Result result = utterance_->finish([this] { tick_if_due(); });
+  Result result = utterance_->finish([this] {
+    tick_if_due();
+    return !is_stopped();
+  });
+  if (is_stopped()) return;
   bool had_interim = !interim_.empty();
   interim_.clear();
   if (!result.text.empty() && result.confidence >= parameters_.threshold) {
@@ -169,27 +196,30 @@ void Recognition::wind_up() {
 }
 
 /*
- * Without endpointing of our own, the module closes the result when no new words have come for the complete timeout.
- * It goes by its clock and ours is the same. What was said until then is delivered: what follows is another result.
+ * Without endpointing of our own, the module closes the result when its detector or the lack of new text has shown
+ * silence for the complete timeout. We see what it sees. What was said until then is delivered: what follows is another
+ * result.
  */
 void Recognition::start_over_after_result() {
   if (interim_.empty()) return;
   int timeout = __atomic_load_n(&context_->completetimeout, __ATOMIC_RELAXED);
-  bool delivered = timeout > 0 && reported_ - new_words_ > milliseconds(timeout);
+  int silence = context_->silence == nullptr ? 0 : __atomic_load_n(context_->silence, __ATOMIC_RELAXED);
+  bool delivered = timeout > 0 && (reported_ - new_words_ > milliseconds(timeout) || silence > timeout);
   if (!delivered && utterance_->speech_ms() < longest_held_ms) return;
   utterance_->drop_words();
   interim_.clear();
 }
 
 void Recognition::run() {
-  if (!get_ready()) return;
-  while (!is_stopped()) {
-    if (is_asked_to_finish()) wind_up();
+  bool ready = get_ready();
+  while (ready && !is_stopped()) {
+    if (parameters_.endpointing && is_asked_to_finish() && !is_stopped()) wind_up();
     bool heard = hear_some();
     tick_if_due();
     if (!parameters_.endpointing && utterance_) start_over_after_result();
     if (!heard) std::this_thread::sleep_for(poll_interval);
   }
+  sound_ = true;
   report(nullptr, QUILLBROOK_SCORE_END);
 }
 

@@ -54,10 +54,10 @@ private:
 
   bool get_ready();
   bool hear_some();
-  void attend();
   void report(const char *text, int score);
   void tick_if_due();
   void report_interim();
+  bool is_sign_of_life_due() const;
   void finish_utterance();
   void wind_up();
   void start_over_after_result();
@@ -75,12 +75,15 @@ private:
   std::optional<StreamReader> stream_;
   std::optional<UtteranceDecoder> utterance_; /* empty when no hint can be understood */
   bool with_hints_ = false;
+  int longest_ms_; /* of speech in one utterance */
 
   std::vector<int16_t> samples_;
   std::string interim_;           /* reported last, and not yet followed by a final */
   Clock::time_point reported_{};  /* last call of the callback */
-  Clock::time_point new_words_{}; /* last time that it had words that were new */
+  bool marked_ = false;           /* with a blank behind it */
+  Clock::time_point new_words_{}; /* last time that it had a text that was new */
   bool finish_seen_ = false;
+  bool sound_ = false; /* the decoder has not thrown: another call may have it */
 };
 
 }  // namespace pocketsphinx_plugin

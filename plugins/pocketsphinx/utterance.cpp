@@ -51,7 +51,12 @@ void Channel::learn(const std::vector<Cepstrum> &frames) {
 UtteranceDecoder::UtteranceDecoder(Decoder &decoder, const Hints *hints, int quiet_ms, Channel &channel)
     : decoder_(decoder), hints_(hints), channel_(channel), front_end_(decoder.config(), quiet_ms) {}
 
+UtteranceDecoder::~UtteranceDecoder() {
+  if (begun_) decoder_.end();
+}
+
 void UtteranceDecoder::begin() {
+  decoder_.search_words();
   decoder_.set_means(channel_.means);
   decoder_.begin();
   begun_ = true;
@@ -69,36 +74,42 @@ std::string UtteranceDecoder::hypothesis() const {
   return begun_ ? spell(decoder_.hypothesis()) : std::string();
 }
 
-void UtteranceDecoder::decode_again(const Cepstrum &means, const Between &between) {
+/* False when it was given up. Leaves the decoder at the end of an utterance either way. */
+bool UtteranceDecoder::decode_again(const Cepstrum &means, const Between &between) {
+  bool wanted = true;
   decoder_.set_means(means);
   decoder_.begin();
-  for (size_t done = 0; done < frames_.size(); done += block) {
+  for (size_t done = 0; done < frames_.size() && wanted; done += block) {
     decoder_.process(frames_.data() + done, std::min(block, frames_.size() - done));
-    between();
+    wanted = between();
   }
   decoder_.end();
+  return wanted;
+}
+
+void UtteranceDecoder::judge(Result &result, const Between &between) {
+  Cepstrum means = channel_.adapted_to(frames_);
+  /* With the language model a second run would keep the caller waiting for a third of the time that he spoke. */
+  if (hints_ != nullptr && !decode_again(means, between)) return;
+  std::string text = decoder_.hypothesis();
+  if (text.empty()) return;
+  std::vector<Segment> words = decoder_.segments();
+  decoder_.search_phones();
+  if (!decode_again(hints_ != nullptr ? means : channel_.means, between)) return;
+  result.text = spell(text);
+  result.shortfall = shortfall(words, decoder_.segments());
+  result.confidence = confidence(result.shortfall);
+  channel_.learn(frames_);
 }
 
 Result UtteranceDecoder::finish(const Between &between) {
   Result result;
   if (!begun_) return result;
   decoder_.end();
-  Cepstrum means = channel_.adapted_to(frames_);
-  decode_again(means, between);
-  std::string text = decoder_.hypothesis();
-  if (!text.empty()) {
-    std::vector<Segment> words = decoder_.segments();
-    decoder_.search_phones();
-    decode_again(means, between);
-    std::vector<Segment> phones = decoder_.segments();
-    decoder_.search_words();
-    result.text = spell(text);
-    result.confidence = confidence(shortfall(words, phones));
-    channel_.learn(frames_);
-  }
+  begun_ = false;
+  judge(result, between);
   front_end_.end_utterance();
   frames_.clear();
-  begun_ = false;
   return result;
 }
 

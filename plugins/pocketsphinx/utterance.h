@@ -18,7 +18,7 @@ namespace pocketsphinx_plugin {
 /* The channel of a call as the decoder has come to know it: means over frames of speech. */
 struct Channel {
   Cepstrum means = Decoder::usual_means();
-  double weight = 100; /* in frames */
+  double weight = 40; /* in frames: a line that cuts the band is far from the usual, and should win soon */
 
   /* The means that fit these frames best, given what is known of the channel. */
   Cepstrum adapted_to(const std::vector<Cepstrum> &frames) const;
@@ -26,17 +26,21 @@ struct Channel {
 };
 
 struct Result {
-  std::string text;   /* empty when no word was understood */
-  int confidence = 0; /* 1 to 100 with a text */
+  std::string text;     /* empty when no word was understood */
+  int confidence = 0;   /* 1 to 100 with a text */
+  double shortfall = 0; /* that the confidence comes from */
 };
 
 class UtteranceDecoder {
 public:
-  /* Called between blocks of work, so that the owner can attend to other things. */
-  using Between = std::function<void()>;
+  /* Called between blocks of work, so that the owner can attend to other things. False gives the work up. */
+  using Between = std::function<bool()>;
 
   /* hints may be empty for a decoder with a language model. The arguments outlive this object. */
   UtteranceDecoder(Decoder &decoder, const Hints *hints, int quiet_ms, Channel &channel);
+  ~UtteranceDecoder();
+  UtteranceDecoder(const UtteranceDecoder &) = delete;
+  UtteranceDecoder &operator=(const UtteranceDecoder &) = delete;
 
   void set_sample_rate(int samples_a_second) { front_end_.set_sample_rate(samples_a_second); }
 
@@ -52,14 +56,16 @@ public:
   /* What the caller seems to have said by now. */
   std::string hypothesis() const;
 
-  /* Ends the utterance: decodes it again with what is known by now of the channel, and judges the outcome. */
+  /* Ends the utterance: decodes it again with what is known by now of the channel, and judges the outcome. Without a
+   * text when it was given up. */
   Result finish(const Between &between);
 
   /* Forgets the words up to here, not the sounds behind the last of them. */
   void drop_words();
 
 private:
-  void decode_again(const Cepstrum &means, const Between &between);
+  bool decode_again(const Cepstrum &means, const Between &between);
+  void judge(Result &result, const Between &between);
   void begin();
   std::string spell(const std::string &text) const { return hints_ == nullptr ? text : hints_->spell(text); }
 
