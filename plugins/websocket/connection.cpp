@@ -4,7 +4,6 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 
 #include "failure.h"
@@ -63,7 +62,7 @@ ssize_t Connection::append_output(const uint8_t *bytes, size_t size, int, void *
 ssize_t Connection::take_input(uint8_t *bytes, size_t size, int, void *self) {
   auto *connection = static_cast<Connection *>(self);
   const size_t count = std::min(size, connection->input_.size() - connection->taken_);
-  memcpy(bytes, connection->input_.data() + connection->taken_, count);
+  std::copy_n(connection->input_.data() + connection->taken_, count, bytes);
   connection->taken_ += count;
   return count > 0 ? static_cast<ssize_t>(count) : -1;
 }

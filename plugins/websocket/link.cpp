@@ -1,10 +1,7 @@
 #include "link.h"
 
-#include <poll.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 
 #include "failure.h"
@@ -34,31 +31,35 @@ void Link::end() {
 
 void Link::fail(const std::string &reason) {
   snprintf(context_->extra, sizeof context_->extra, "ERROR: %s", reason.c_str());
-  debug("%s", context_->extra);
+  debug("", context_->extra);
 }
 
-void Link::debug(const char *format, ...) const {
+void Link::debug(const char *event, const std::string &detail) const {
   if (context_->debug == 0 || context_->filelog == nullptr) return;
-  char line[1024];
-  va_list arguments;
-  va_start(arguments, format);
-  vsnprintf(line, sizeof line, format, arguments);
-  va_end(arguments);
   // One call a line: other calls write to the same file.
-  fprintf(context_->filelog, "websocket (%s): %s\n", context_->param, line);
+  fprintf(context_->filelog, "websocket (%s): %s%s\n", context_->param, event, detail.c_str());
 }
 
 Link::Wait Link::wait(int descriptor, short events, Moment until, Heed heed) {
   pollfd watched{descriptor, events, 0};
+  return wait(&watched, 1, until, heed);
+}
+
+Link::Wait Link::wait(pollfd *watched, nfds_t count, Moment until, Heed heed) {
   for (;;) {
     if (Clock::now() >= next_turn_) tick();
     if (heed == Heed::kStop && stopped()) return Wait::kStopped;
     const auto left = std::chrono::ceil<Milliseconds>(std::min(until, next_turn_) - Clock::now()).count();
-    const int count = poll(&watched, 1, static_cast<int>(std::max<Milliseconds::rep>(left, 0)));
-    if (count > 0) return Wait::kReady;
-    if (count < 0 && errno != EINTR) throw Failure("cannot wait for the network");
+    const int ready = poll(watched, count, static_cast<int>(std::max<Milliseconds::rep>(left, 0)));
+    if (ready > 0) return Wait::kReady;
+    if (ready < 0 && errno != EINTR) throw Failure("cannot wait for the network");
     if (Clock::now() >= until) return Wait::kElapsed;
   }
+}
+
+Link::Wait Link::wait_a_turn(int descriptor, short events, Heed heed) {
+  if (Clock::now() >= next_turn_) tick();
+  return wait(descriptor, events, next_turn_, heed);
 }
 
 void Link::wait_or_fail(int descriptor, short events, Moment until, const char *reason) {

@@ -7,6 +7,8 @@
  */
 #pragma once
 
+#include <poll.h>
+
 #include <chrono>
 #include <string>
 
@@ -46,13 +48,17 @@ public:
   /* Leaves the failure in the record. */
   void fail(const std::string &reason);
   /* One line into the plugins' log file, when there is one and debug output is asked for. */
-  void debug(const char *format, ...) const __attribute__((format(printf, 2, 3)));
+  void debug(const char *event, const std::string &detail) const;
 
   enum class Wait { kReady, kElapsed, kStopped };
   /* Whether a stop ends a wait. Not when the last words are still being fetched. */
   enum class Heed { kStop, kNothing };
   /* Waits until the descriptor has one of the events of poll(2), or until the moment. -1: for the moment alone. */
   Wait wait(int descriptor, short events, Moment until, Heed heed = Heed::kStop);
+  /* The same for several, which poll(2) then has filled in. */
+  Wait wait(pollfd *watched, nfds_t count, Moment until, Heed heed = Heed::kStop);
+  /* As wait(), up to the module's next turn at most. */
+  Wait wait_a_turn(int descriptor, short events, Heed heed = Heed::kStop);
   /* As wait(), for the way to a server: throws Stopped, and Failure(reason) when the time is up. */
   void wait_or_fail(int descriptor, short events, Moment until, const char *reason);
 

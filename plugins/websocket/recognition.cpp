@@ -65,11 +65,11 @@ void Recognition::serve() {
       const auto begun = Clock::now();
       Connection connection(link_, url_, settings_, begun + settings_.connect_timeout);
       const auto took = std::chrono::duration_cast<Milliseconds>(Clock::now() - begun);
-      link_.debug("connected to %s in %d ms", link_.record().profile, static_cast<int>(took.count()));
+      link_.debug("connected, ms: ", std::to_string(took.count()));
       greet(connection);
       converse(connection);
     } catch (const Lost &lost) {
-      link_.debug("%s", lost.what());
+      link_.debug("", lost.what());
       if (heard_) wordless_until_ = answered();
       deliver();
       if (!link_.listening() || reconnected_) throw;
@@ -83,7 +83,7 @@ void Recognition::serve() {
 
 void Recognition::await_header() {
   while (!audio_.ready()) {
-    if (link_.wait(-1, 0, Clock::now() + kTurn / 2) == Link::Wait::kStopped) throw Stopped{};
+    if (link_.wait_a_turn(-1, 0) == Link::Wait::kStopped) throw Stopped{};
   }
 }
 
@@ -107,7 +107,7 @@ void Recognition::converse(Connection &connection) {
     if (link_.stopped() || time_to_finish()) return wind_up(connection);
     feed(connection, false);
     connection.flush();
-    link_.wait(connection.descriptor(), connection.events(), Clock::now() + kTurn / 2);
+    link_.wait_a_turn(connection.descriptor(), connection.events());
     take_answers(connection);
     check_stall();
   }
@@ -132,8 +132,7 @@ void Recognition::wind_up(Connection &connection) {
         end_sent_ = true;
       }
       connection.flush();
-      link_.wait(connection.descriptor(), connection.events(), std::min(until, Clock::now() + kTurn / 2),
-                 Link::Heed::kNothing);
+      link_.wait_a_turn(connection.descriptor(), connection.events(), Link::Heed::kNothing);
       take_answers(connection);
     }
     connection.close();
@@ -146,7 +145,7 @@ void Recognition::wind_up(Connection &connection) {
 
 void Recognition::stand_by() {
   link_.end();
-  while (link_.wait(-1, 0, Clock::now() + kTurn) != Link::Wait::kStopped) continue;
+  while (link_.wait_a_turn(-1, 0) != Link::Wait::kStopped) continue;
 }
 
 bool Recognition::feed(Connection &connection, bool rest) {
@@ -196,7 +195,7 @@ void Recognition::take_answer(const std::string &message) {
 }
 
 void Recognition::hear(const std::string &text) {
-  link_.debug("heard '%s'", text.c_str());
+  link_.debug("heard: ", text);
   reconnected_ = false;
   if (heard_) return;
   heard_ = true;

@@ -1,16 +1,18 @@
 /*
- * The C library's getaddrinfo_a looks names up on threads of its own, whose code never goes away: unlike a thread of
- * ours, one that still waits for a dead name server may outlive the recognition and even the plugin. What it works on
- * must then stay in memory, so an abandoned request is kept until a later recognition finds it done.
+ * Names are looked up by c-ares, on this thread and with sockets that can be waited for beside a stop. The C library's
+ * own functions either stand still for as long as the name server does, or run on threads that outlive a recognition
+ * (and getaddrinfo_a's gai_suspend, with a time limit, leaves them a pointer into a stack frame that is gone).
  */
 #include "resolver.h"
 
+#include <ares.h>
 #include <netdb.h>
+#include <netinet/in.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <memory>
-#include <mutex>
 
 #include "failure.h"
 
@@ -18,85 +20,113 @@ namespace quillbrook::websocket {
 
 namespace {
 
-struct Request {
-  Request(std::string host_name, std::string port_number) : host(std::move(host_name)), port(std::move(port_number)) {
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = AI_ADDRCONFIG | AI_NUMERICSERV;
-    control.ar_name = host.c_str();
-    control.ar_service = port.c_str();
-    control.ar_request = &hints;
-  }
-  ~Request() {
-    if (control.ar_result != nullptr) freeaddrinfo(control.ar_result);
-  }
-  Request(const Request &) = delete;
-  Request &operator=(const Request &) = delete;
+/* Addresses of one host that are tried. */
+constexpr size_t kMostAddresses = 4;
 
-  std::string host;
-  std::string port;
-  addrinfo hints = {};
-  gaicb control = {};
+struct Lookup {
+  bool done = false;
+  int status = ARES_SUCCESS;
+  std::vector<Address> found;
 };
 
-/* Requests that the library has not let go of. Plain pointers: at exit they are left to it. Held for moments only. */
-std::mutex abandoned_lock;
-std::vector<Request *> abandoned;
-
-void abandon(std::unique_ptr<Request> request) {
-  const std::lock_guard<std::mutex> guard(abandoned_lock);
-  const auto done = std::remove_if(abandoned.begin(), abandoned.end(), [](Request *old) {
-    if (gai_error(&old->control) == EAI_INPROGRESS) return false;
-    delete old;
-    return true;
-  });
-  abandoned.erase(done, abandoned.end());
-  if (gai_cancel(&request->control) == EAI_NOTCANCELED) abandoned.push_back(request.release());
+void add(const sockaddr *socket, socklen_t length, std::vector<Address> &found) {
+  Address address;
+  if (found.size() == kMostAddresses || length > sizeof address.socket) return;
+  memcpy(&address.socket, socket, length);
+  address.length = length;
+  found.push_back(address);
 }
 
-std::vector<Address> addresses(const addrinfo *list) {
-  constexpr size_t kMost = 4;
-  std::vector<Address> found;
-  for (; list != nullptr && found.size() < kMost; list = list->ai_next) {
-    Address address;
-    memcpy(&address.socket, list->ai_addr, list->ai_addrlen);
-    address.length = list->ai_addrlen;
-    found.push_back(address);
+/* Called by the library, which no exception may pass: the room in `found` is there. */
+void take_result(void *argument, int status, int, ares_addrinfo *result) {
+  auto *lookup = static_cast<Lookup *>(argument);
+  lookup->done = true;
+  lookup->status = status;
+  if (result == nullptr) return;
+  for (const ares_addrinfo_node *node = result->nodes; node != nullptr; node = node->ai_next) {
+    add(node->ai_addr, node->ai_addrlen, lookup->found);
   }
-  return found;
+  ares_freeaddrinfo(result);
 }
 
 /* An address in digits needs no looking up. */
-std::vector<Address> numeric(const std::string &host, const std::string &port) {
+void add_numeric(const std::string &host, const std::string &port, std::vector<Address> &found) {
   addrinfo hints = {};
   hints.ai_socktype = SOCK_STREAM;
   hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
   addrinfo *list = nullptr;
-  if (getaddrinfo(host.c_str(), port.c_str(), &hints, &list) != 0) return {};
+  if (getaddrinfo(host.c_str(), port.c_str(), &hints, &list) != 0) return;
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(list, freeaddrinfo);
-  return addresses(list);
+  add(list->ai_addr, list->ai_addrlen, found);
 }
+
+class Channel {
+public:
+  Channel() {
+    static const int ready = ares_library_init(ARES_LIB_INIT_ALL);
+    // A lost packet is sent again while there is time: the library's own figures are for patient programs.
+    ares_options options = {};
+    options.timeout = 700;
+    options.tries = 3;
+    if (ready != ARES_SUCCESS || ares_init_options(&channel_, &options, ARES_OPT_TIMEOUTMS | ARES_OPT_TRIES) != 0) {
+      throw Failure("the host's name cannot be looked up");
+    }
+  }
+  ~Channel() { ares_destroy(channel_); }
+  Channel(const Channel &) = delete;
+  Channel &operator=(const Channel &) = delete;
+
+  void start(const std::string &host, const std::string &port, Lookup &lookup) {
+    ares_addrinfo_hints hints = {};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = ARES_AI_NUMERICSERV;
+    ares_getaddrinfo(channel_, host.c_str(), port.c_str(), &hints, take_result, &lookup);
+  }
+
+  /* Waits for one thing to happen and does what follows from it. */
+  Link::Wait step(Link &link, Moment deadline) {
+    std::array<ares_socket_t, ARES_GETSOCK_MAXNUM> sockets{};
+    const auto wanted = static_cast<unsigned>(ares_getsock(channel_, sockets.data(), ARES_GETSOCK_MAXNUM));
+    std::array<pollfd, ARES_GETSOCK_MAXNUM> watched{};
+    nfds_t count = 0;
+    for (size_t i = 0; i < watched.size(); ++i) {
+      const bool readable = ARES_GETSOCK_READABLE(wanted, i) != 0;
+      const bool writable = ARES_GETSOCK_WRITABLE(wanted, i) != 0;
+      const int events = (readable ? POLLIN : 0) | (writable ? POLLOUT : 0);
+      if (events != 0) watched[count++] = {sockets[i], static_cast<short>(events), 0};
+    }
+    // The turn bounds the wait too, so the library's own timeouts are seen to in time.
+    const Link::Wait wait = link.wait(watched.data(), count, std::min(deadline, Clock::now() + kTurn));
+    for (nfds_t i = 0; i < count && wait == Link::Wait::kReady; ++i) {
+      const bool read = (watched[i].revents & (POLLIN | POLLERR | POLLHUP)) != 0;
+      const bool write = (watched[i].revents & POLLOUT) != 0;
+      ares_process_fd(channel_, read ? watched[i].fd : ARES_SOCKET_BAD, write ? watched[i].fd : ARES_SOCKET_BAD);
+    }
+    if (wait == Link::Wait::kElapsed) ares_process_fd(channel_, ARES_SOCKET_BAD, ARES_SOCKET_BAD);
+    return wait;
+  }
+
+private:
+  ares_channel channel_ = nullptr;
+};
 
 }  // namespace
 
 std::vector<Address> resolve(Link &link, const std::string &host, const std::string &port, Moment deadline) {
-  auto found = numeric(host, port);
-  if (!found.empty()) return found;
+  Lookup lookup;  // outlives the channel, whose end completes what is under way
+  lookup.found.reserve(kMostAddresses);
+  add_numeric(host, port, lookup.found);
+  if (!lookup.found.empty()) return lookup.found;
 
-  auto request = std::make_unique<Request>(host, port);
-  gaicb *list[] = {&request->control};
-  if (getaddrinfo_a(GAI_NOWAIT, list, 1, nullptr) != 0) throw Failure("the host's name cannot be looked up");
-  for (;;) {
-    constexpr timespec kPause = {0, std::chrono::nanoseconds(kTurn).count() / 2};
-    gai_suspend(list, 1, &kPause);
-    const int error = gai_error(&request->control);
-    if (error == 0) return addresses(request->control.ar_result);
-    if (error != EAI_INPROGRESS) throw Failure(std::string("the host's name is not known: ") + gai_strerror(error));
-    const Link::Wait turn = link.wait(-1, 0, Clock::now());
-    if (turn == Link::Wait::kElapsed && Clock::now() < deadline) continue;
-    abandon(std::move(request));
-    if (turn == Link::Wait::kStopped) throw Stopped{};
-    throw Failure("the host's name was not looked up in time");
+  Channel channel;
+  channel.start(host, port, lookup);
+  while (!lookup.done) {
+    if (channel.step(link, deadline) == Link::Wait::kStopped) throw Stopped{};
+    if (!lookup.done && Clock::now() >= deadline) throw Failure("the host's name was not looked up in time");
   }
+  if (lookup.found.empty()) throw Failure(std::string("the host's name is not known: ") + ares_strerror(lookup.status));
+  return lookup.found;
 }
 
 }  // namespace quillbrook::websocket
