@@ -20,7 +20,7 @@ fail() {
 for argument in "$@"; do
   case $argument in
     -h | --help)
-      sed -n '2,10s/^# \{0,1\}//p' "$0"
+      sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"
       exit 0
       ;;
   esac
