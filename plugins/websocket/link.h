@@ -40,6 +40,8 @@ public:
   void interim(const std::string &text) { call(text.c_str(), QUILLBROOK_SCORE_INTERIM); }
   /* A final piece with its confidence, 1 to 100, and the provider's JSON that it comes from. */
   void piece(const std::string &text, int confidence, const std::string &json);
+  /* Nothing was understood. */
+  void no_match(const std::string &json) { piece("?", QUILLBROOK_SCORE_NO_CONFIDENCE, json); }
   /* Asks for the result of the words up to now. */
   void finish() { call("", QUILLBROOK_SCORE_FINISH); }
   /* The provider's session is over. Said once. */

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "answer.h"
 #include "failure.h"
 
 namespace quillbrook::websocket {
@@ -92,6 +91,7 @@ void Recognition::greet(Connection &connection) {
   nlohmann::json config = {{"sample_rate", audio_.rate()}, {"words", settings_.words}, {"max_alternatives", 0}};
   if (settings_.hints) {
     auto phrases = phrases_of(record.phrases);
+    if (!phrases.empty() && !settings_.unknown_word.empty()) phrases.push_back(settings_.unknown_word);
     if (!phrases.empty()) config["phrase_list"] = std::move(phrases);
   }
   const nlohmann::json message = {{"config", std::move(config)}};
@@ -181,17 +181,44 @@ void Recognition::take_answers(Connection &connection) {
 void Recognition::take_answer(const std::string &message) {
   const std::string json = repaired(message);
   const Answer answer = parse_answer(json);
+  const std::string words = known_words(answer.text);
   if (answer.final) {
-    wordless_until_ = answered();
-    interim_.clear();
-    if (answer.text.empty()) return;
-    hear(answer.text);
-    link_.piece(answer.text, answer.confidence, json);
-  } else if (!answer.text.empty() && answer.text != interim_) {
-    hear(answer.text);
-    interim_ = answer.text;
-    link_.interim(interim_);
+    take_final(answer, words, json);
+  } else if (!words.empty() && words != interim_) {
+    hear(words);
+    interim_ = words;
+    link_.interim(words);
   }
+}
+
+void Recognition::take_final(const Answer &answer, const std::string &words, const std::string &json) {
+  wordless_until_ = answered();
+  // Speech, but no words: what fits no phrase, or a hypothesis that the server has withdrawn. The module would deliver
+  // such a hypothesis. Pieces that stand are worth more than saying so.
+  const bool in_vain = words.empty() && (!answer.text.empty() || !interim_.empty()) && !pieces_;
+  interim_.clear();
+  if (in_vain) {
+    link_.no_match(json);
+    settle();
+  } else if (!words.empty()) {
+    hear(words);
+    pieces_ = true;
+    link_.piece(words, answer.confidence, json);
+  }
+}
+
+std::string Recognition::known_words(const std::string &text) const {
+  std::string known;
+  size_t from = text.find_first_not_of(' ');
+  while (from != std::string::npos) {
+    const size_t end = std::min(text.find(' ', from), text.size());
+    if (text.compare(from, end - from, settings_.unknown_word) != 0) {
+      if (!known.empty()) known += ' ';
+      known.append(text, from, end - from);
+    }
+    from = text.find_first_not_of(' ', end);
+  }
+  return known;
 }
 
 void Recognition::hear(const std::string &text) {
@@ -206,8 +233,13 @@ void Recognition::hear(const std::string &text) {
 void Recognition::deliver() {
   if (!heard_) return;
   link_.finish();
+  settle();
+}
+
+void Recognition::settle() {
   link_.tick();  // the answer tells whether the module goes on after its result
   heard_ = false;
+  pieces_ = false;
   wound_up_ = true;
 }
 

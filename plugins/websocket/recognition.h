@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "answer.h"
 #include "connection.h"
 #include "link.h"
 #include "settings.h"
@@ -45,8 +46,11 @@ private:
   bool feed(Connection &connection, bool rest);
   void take_answers(Connection &connection);
   void take_answer(const std::string &message);
+  void take_final(const Answer &answer, const std::string &words, const std::string &json);
+  std::string known_words(const std::string &text) const;
   void hear(const std::string &text);
   void deliver();
+  void settle();
   void check_stall() const;
   bool time_to_finish() const;
   size_t answered() const;
@@ -60,6 +64,7 @@ private:
   size_t wordless_until_ = 0; /* up to this sample there is nothing that has to be sent again */
   size_t speech_from_ = 0;    /* the sample that had been sent when the first word came */
   bool heard_ = false;        /* words came since the last finish */
+  bool pieces_ = false;       /* and some of them in final pieces */
   bool wound_up_ = false;     /* an utterance has been finished */
   bool reconnected_ = false;  /* since the last word */
   bool end_sent_ = false;     /* the server knows that no more audio comes */

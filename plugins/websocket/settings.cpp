@@ -47,6 +47,10 @@ bool set(Settings &settings, const std::string &key, const std::string &value) {
   if (key == "connect_timeout") return milliseconds(value, settings.connect_timeout);
   if (key == "answer_timeout") return milliseconds(value, settings.answer_timeout);
   if (key == "final_timeout") return milliseconds(value, settings.final_timeout);
+  if (key == "unknown_word") {
+    settings.unknown_word = value;
+    return true;
+  }
   if (key == "tls_ca") {
     settings.tls_ca = value;
     return !value.empty();

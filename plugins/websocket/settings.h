@@ -27,6 +27,7 @@ struct Settings {
   std::string tls_ca;                 /* PEM file of authorities; empty: the system's */
   bool words = true;                  /* ask for figures for each word, of which the confidence is made */
   bool hints = true;                  /* send the phrases to expect */
+  std::string unknown_word = "[unk]"; /* the server's word for speech that fits no phrase; empty: it has none */
   Milliseconds connect_timeout{3000}; /* name, TCP, TLS and handshake together */
   Milliseconds answer_timeout{5000};  /* longest time without an answer while one is due */
   Milliseconds final_timeout{1000};   /* longest wait for the last result */

@@ -34,6 +34,9 @@ using nlohmann::json;
 using speech_server::Message;
 using speech_server::Peer;
 
+/* What a client lists among its phrases that wants to hear of speech that is none of them. */
+constexpr char kUnknownWord[] = "[unk]";
+
 struct Plugin {
   quillbrook_function_init *init;
   quillbrook_function_loop *loop;
@@ -70,7 +73,11 @@ public:
 
     std::string phrases;
     for (const auto &phrase : config.value("phrase_list", json::array())) {
-      phrases += (phrases.empty() ? "" : ",") + phrase.get<std::string>();
+      if (phrase == kUnknownWord) {
+        says_unknown_ = true;
+      } else {
+        phrases += (phrases.empty() ? "" : ",") + phrase.get<std::string>();
+      }
     }
     snprintf(record_.phrases, sizeof record_.phrases, "%s", phrases.c_str());
     snprintf(record_.configuration, sizeof record_.configuration, "%s", configuration.c_str());
@@ -144,7 +151,9 @@ private:
     const std::lock_guard<std::mutex> guard(lock_);
     if (score == QUILLBROOK_SCORE_INTERIM && !text.empty()) interim_ = text;
     if (score > 0 && !text.empty()) finals_.push_back(final_answer(text, score));
-    if (score == QUILLBROOK_SCORE_NO_CONFIDENCE && !text.empty()) finals_.push_back(final_answer("", 0));
+    if (score == QUILLBROOK_SCORE_NO_CONFIDENCE && !text.empty()) {
+      finals_.push_back(final_answer(says_unknown_ ? kUnknownWord : "", 100));
+    }
     if (score != QUILLBROOK_SCORE_INTERIM && !text.empty()) interim_.clear();
     changed_.notify_all();
     return 0;
@@ -155,6 +164,7 @@ private:
   std::string path_;
   FILE *file_ = nullptr;
   int silence_ = 0;
+  bool says_unknown_ = false;
   std::thread loop_;
   std::mutex lock_; /* guards what follows */
   std::condition_variable changed_;

@@ -248,7 +248,7 @@ TEST(Conversation, SendsTheAudioAndReportsTheWords) {
   call.finalize();
   ASSERT_TRUE(call.wait_reports(4));
   call.stop();
-  EXPECT_EQ(config, R"({"config":{"max_alternatives":0,"phrase_list":["one","two words","\"quoted\\\""],)"
+  EXPECT_EQ(config, R"({"config":{"max_alternatives":0,"phrase_list":["one","two words","\"quoted\\\"","[unk]"],)"
                     R"("sample_rate":8000,"words":true}})");
   EXPECT_EQ(audio, spoken.substr(0, 16160));
   EXPECT_GE(shortest, 1600U);
@@ -278,6 +278,30 @@ TEST(Conversation, AContinuousCallGoesOnOverANewConnection) {
   EXPECT_GE(server.connections(), 3);
   EXPECT_EQ(call.reports().size(), 10U);
   EXPECT_EQ(call.reports().back(), kEnd);
+}
+
+TEST(Conversation, SpeechWithoutWordsIsNotUnderstood) {
+  const auto outcome = [](const std::vector<std::string> &answers) {
+    Server server([&](Peer &peer) {
+      greet(peer);
+      for (const std::string &answer : answers) peer.say(answer);
+      peer.ignore();
+    });
+    Call call(url_of(server), "final_timeout=10");
+    call.speak(200);
+    call.start();
+    EXPECT_TRUE(call.wait_reports(1));
+    EXPECT_TRUE(call.wait_ticks(3));
+    call.stop();
+    return call.reports();
+  };
+  const Call::Report unknown = {"?", QUILLBROOK_SCORE_NO_CONFIDENCE, ""};
+  EXPECT_EQ(outcome({R"({"partial": "[unk]"})", R"({"text": "[unk] [unk]"})"}), (std::vector{unknown, kEnd}));
+  EXPECT_EQ(outcome({R"({"partial": "one"})", R"({"text": ""})"}),
+            (std::vector<Call::Report>{{"one", -1, ""}, unknown, kEnd}));
+  EXPECT_EQ(
+      outcome({R"({"text": ""})", R"({"text": "[unk] a [unk] b"})", R"({"partial": "c"})", R"({"text": "[unk]"})"}),
+      (std::vector<Call::Report>{{"a b", 75, ""}, {"c", -1, ""}, kFinish, kEnd}));
 }
 
 TEST(Conversation, ACatchingUpClientWaitsForAnswers) {
