@@ -1,8 +1,9 @@
 // A plugin that measures: how old the audio is when a plugin sees it, and when the module has made the result.
 //
-// It takes the first N bytes of each stream for an utterance. As soon as it sees them it reports the words as an interim
-// and from then on calls back every TICK ms, until the module refuses a call because the result is out. A line for each
-// utterance goes to a file: its number, which is also its text, and three times in microseconds since the epoch.
+// It takes the first N bytes of each stream for an utterance. As soon as it sees them it reports the words as an
+// interim and from then on calls back every TICK ms, until the module refuses a call because the result is out. A line
+// for each utterance goes to a file: its number, which is also its text, and three times in microseconds since the
+// epoch.
 //
 // `configuration`: "BYTES TICK PATH".
 
@@ -25,7 +26,9 @@ namespace {
 constexpr useconds_t FILE_POLL = 1000;
 std::atomic<int> utterances{0};
 
-int64_t microseconds(const timespec &time) { return time.tv_sec * INT64_C(1000000) + time.tv_nsec / 1000; }
+int64_t microseconds(const timespec &time) {
+  return time.tv_sec * INT64_C(1000000) + time.tv_nsec / 1000;
+}
 
 int64_t now() {
   timespec time{};
@@ -33,7 +36,9 @@ int64_t now() {
   return microseconds(time);
 }
 
-bool stopped(const quillbrook_context *context) { return __atomic_load_n(&context->hangup, __ATOMIC_ACQUIRE) != 0; }
+bool stopped(const quillbrook_context *context) {
+  return __atomic_load_n(&context->hangup, __ATOMIC_ACQUIRE) != 0;
+}
 
 struct settings {
   int bytes = 0;
@@ -73,7 +78,9 @@ int64_t tick_until_result(quillbrook_context *context, int tick) {
 
 }  // namespace
 
-PLUGIN_EXPORT int quillbrook_init(quillbrook_context *) { return 0; }
+PLUGIN_EXPORT int quillbrook_init(quillbrook_context *) {
+  return 0;
+}
 
 PLUGIN_EXPORT void *quillbrook_loop(quillbrook_context *context) {
   settings wanted;
