@@ -296,8 +296,7 @@ TEST_F(Config, NoCopyOfATextIsMissedWhenMemoryEnds) {
 // What people read about the keys, against the table of keys.
 
 std::vector<std::string> lines_of(const std::string &file) {
-  const std::string here = __FILE__;
-  std::ifstream stream(here.substr(0, here.rfind("tests/component/")) + file);
+  std::ifstream stream(QUILLBROOK_SOURCE_DIR "/" + file);
   EXPECT_TRUE(stream) << file;
   std::vector<std::string> lines;
   for (std::string line; std::getline(stream, line);) {
