@@ -1,0 +1,87 @@
+"""Calls in a real PBX through the WebSocket plugin: the offline recogniser behind the server, and servers that fail."""
+
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "live"))
+
+import live  # noqa: E402
+from live import MODULE, RESULT, PrivatePbx  # noqa: E402
+from pbx import SOUNDS, free_port  # noqa: E402
+
+DIGITS = "zero,one,two,three,four,five,six,seven,eight,nine"
+TALKER = [f"Playback(silence/1&{SOUNDS}/digits/7&silence/5)"]
+MISBEHAVIOURS = ("mute", "die", "die-once", "die-after-words", "garbage")
+
+
+class ServerTest(unittest.TestCase):
+    """One server for each behaviour, and an engine on each of them."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
+        cls.certificate, key = cls.folder / "certificate.pem", cls.folder / "key.pem"
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
+                        "-days", "1", "-subj", "/CN=localhost", "-addext", "subjectAltName=DNS:localhost",
+                        "-keyout", key, "-out", cls.certificate], check=True, capture_output=True)
+        profiles = {"down": {"url": f"ws://127.0.0.1:{free_port()}"}}
+        for name in ("plain", *MISBEHAVIOURS):
+            profiles[name] = {"url": f"ws://127.0.0.1:{cls.start_server('--behave', '' if name == 'plain' else name)}"}
+        tls = f"wss://localhost:{cls.start_server('--certificate', cls.certificate, '--key', key)}"
+        profiles["trusted"] = {"url": tls, "configuration": f"tls_ca={cls.certificate}"}
+        profiles["untrusted"] = {"url": tls}
+        profiles["continuous"] = {**profiles["plain"], "continuous": "yes"}
+        general = {"plugin": live.build / "lib/quillbrook/plugin_websocket.so", "phrases": DIGITS,
+                   "configuration": "answer_timeout=1000", "completetimeout": 800, "incompletetimeout": 3000}
+        cls.pbx = cls.enterClassContext(
+            PrivatePbx(live.build, quillbrook_conf=live.configuration(general, **profiles),
+                       environment=live.sanitizer_environment()))
+        if not cls.pbx.load_module(MODULE):
+            raise AssertionError(f"the module does not load: {cls.pbx.log()[-10:]}")
+
+    @classmethod
+    def start_server(cls, *arguments):
+        server = subprocess.Popen(
+            [live.build / "tests/websocket/recognising_server", "--plugin",
+             live.build / "lib/quillbrook/plugin_pocketsphinx.so", *arguments], stdout=subprocess.PIPE, text=True)
+        cls.addClassCleanup(server.__exit__, None, None, None)
+        cls.addClassCleanup(server.terminate)
+        return server.stdout.readline().removeprefix("port ").strip()
+
+    def ask(self, engine, questions=1):
+        return self.pbx.call(["Answer()", f"SpeechCreate(quillbrook:{engine})", "SpeechStart()"]
+                             + ["SpeechBackground(silence/1,8)", RESULT] * questions + ["SpeechDestroy()"],
+                             TALKER * questions)
+
+    def test_words_are_recognised_by_the_server(self):
+        calls = [self.ask(engine) for engine in ("plain", "trusted", "die-once")]
+        for call in calls:
+            line, = call.wait()
+            self.assertRegex(line, r"^result 1\|[1-9]\d*\|seven$")
+
+    def test_a_continuous_call_has_a_result_for_each_utterance(self):
+        lines = self.ask("continuous", questions=2).wait()
+        self.assertEqual([line.split("|")[-1] for line in lines], ["seven", "seven"])
+
+    def test_servers_that_fail(self):
+        reasons = {"down": "cannot connect: Connection refused",
+                   "mute": "the server did not answer for 1000 ms",
+                   "die": "the server closed the connection",
+                   "garbage": "the server sent text that is no JSON object",
+                   "untrusted": "the server's certificate is refused: self-signed certificate"}
+        calls = {engine: self.ask(engine) for engine in reasons}
+        for engine, reason in reasons.items():
+            with self.subTest(engine):
+                self.assertEqual(calls[engine].wait(), ["result 1|0|error"])
+                self.assertTrue(self.pbx.logged(reason, "WARNING"))
+
+    def test_words_outlive_the_server(self):
+        line, = self.ask("die-after-words").wait()
+        self.assertRegex(line, r"^result 1\|50\|[a-z ]+$")
+
+
+if __name__ == "__main__":
+    live.main()
