@@ -22,7 +22,9 @@ constexpr const char *language_search = "language";
 constexpr const char *phones_search = "phones";
 
 constexpr size_t most_words = 20000;
-constexpr size_t frames_at_a_time = 128; /* of the library's buffer of 256 */
+/* The library's ring of 12 frames also holds the 5 that the language model's search looks ahead: a longer block would
+ * overwrite frames that are still to be scored. */
+constexpr size_t frames_at_a_time = 4;
 
 /* Scores are logarithms to this base, shifted right by this many bits. */
 constexpr double log_base = 1.0001;

@@ -7,8 +7,10 @@
 namespace pocketsphinx_plugin {
 namespace {
 
-constexpr size_t most_workers = 2;      /* decoders made at a time: more would only starve calls of the processor */
-constexpr size_t most_idle = 8;         /* decoders kept ready */
+constexpr size_t most_workers = 2; /* decoders made at a time: more would only starve calls of the processor */
+/* Decoders kept ready: 4 MB each for hints, 92 MB each with the language model. */
+constexpr std::ptrdiff_t most_idle_small = 8;
+constexpr std::ptrdiff_t most_idle_large = 2;
 constexpr size_t most_dictionaries = 4; /* dictionaries kept: one for each model in use */
 
 }  // namespace
@@ -143,10 +145,13 @@ void DecoderPool::give_back(Recogniser recogniser) {
 }
 
 Recogniser DecoderPool::keep(Recogniser recogniser) {
+  bool large = !recogniser.decoder->files().language_model.empty();
+  auto is_alike = [large](const Recogniser &idle) { return large != idle.decoder->files().language_model.empty(); };
   Recogniser surplus;
-  if (idle_.size() >= most_idle) {
-    surplus = std::move(idle_.front());
-    idle_.erase(idle_.begin());
+  if (std::count_if(idle_.begin(), idle_.end(), is_alike) >= (large ? most_idle_large : most_idle_small)) {
+    auto oldest = std::find_if(idle_.begin(), idle_.end(), is_alike);
+    surplus = std::move(*oldest);
+    idle_.erase(oldest);
   }
   idle_.push_back(std::move(recogniser));
   return surplus;

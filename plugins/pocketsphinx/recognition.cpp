@@ -128,7 +128,10 @@ bool Recognition::get_ready() {
     recogniser_.decoder->set_hints(hints_, *recogniser_.dictionary, parameters_.loop);
   }
   utterance_.emplace(*recogniser_.decoder, with_hints_ ? &hints_ : nullptr,
-                     parameters_.endpointing ? parameters_.silence_ms : short_quiet_ms, channel_);
+                     parameters_.endpointing ? parameters_.silence_ms : short_quiet_ms, channel_, [this] {
+                       tick_if_due();
+                       return !is_stopped();
+                     });
   return true;
 }
 
@@ -174,10 +177,7 @@ bool Recognition::is_sign_of_life_due() const {
 
 void Recognition::finish_utterance() {
   int attempt_ms = utterance_->speech_ms() - quiet_kept_ms - parameters_.silence_ms;
-  Result result = utterance_->finish([this] {
-    tick_if_due();
-    return !is_stopped();
-  });
+  Result result = utterance_->finish();
   if (is_stopped()) return;
   bool had_interim = !interim_.empty();
   interim_.clear();

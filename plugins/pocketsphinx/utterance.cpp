@@ -10,7 +10,7 @@ namespace {
 /* Frames this far below the loudest, in the first cepstral coefficient, are silence and say nothing of the channel. */
 constexpr float silence_depth = 30.0F;
 constexpr double greatest_weight = 300; /* the channel is never known so well that it could not change */
-constexpr size_t block = 50;            /* frames between two looks around: some 10 ms of work */
+constexpr size_t block = 8;             /* frames between two looks around: 1 ms of work, or 40 with a language model */
 
 struct SpeechMean {
   Cepstrum mean{};
@@ -48,8 +48,13 @@ void Channel::learn(const std::vector<Cepstrum> &frames) {
   weight = std::min(weight + speech.count, greatest_weight);
 }
 
-UtteranceDecoder::UtteranceDecoder(Decoder &decoder, const Hints *hints, int quiet_ms, Channel &channel)
-    : decoder_(decoder), hints_(hints), channel_(channel), front_end_(decoder.config(), quiet_ms) {}
+UtteranceDecoder::UtteranceDecoder(Decoder &decoder, const Hints *hints, int quiet_ms, Channel &channel,
+                                   Between between)
+    : decoder_(decoder),
+      hints_(hints),
+      channel_(channel),
+      front_end_(decoder.config(), quiet_ms),
+      between_(std::move(between)) {}
 
 UtteranceDecoder::~UtteranceDecoder() {
   if (begun_) decoder_.end();
@@ -67,47 +72,52 @@ void UtteranceDecoder::feed(const int16_t *samples, size_t count) {
   front_end_.feed(samples, count, frames_);
   if (frames_.size() == before) return;
   if (!begun_) begin();
-  decoder_.process(frames_.data() + before, frames_.size() - before);
+  search(before);
 }
 
 std::string UtteranceDecoder::hypothesis() const {
   return begun_ ? spell(decoder_.hypothesis()) : std::string();
 }
 
-/* False when it was given up. Leaves the decoder at the end of an utterance either way. */
-bool UtteranceDecoder::decode_again(const Cepstrum &means, const Between &between) {
-  bool wanted = true;
-  decoder_.set_means(means);
-  decoder_.begin();
-  for (size_t done = 0; done < frames_.size() && wanted; done += block) {
+/* False when it was given up. */
+bool UtteranceDecoder::search(size_t first_frame) {
+  for (size_t done = first_frame; done < frames_.size(); done += block) {
     decoder_.process(frames_.data() + done, std::min(block, frames_.size() - done));
-    wanted = between();
+    if (!between_()) return false;
   }
-  decoder_.end();
-  return wanted;
+  return true;
 }
 
-void UtteranceDecoder::judge(Result &result, const Between &between) {
+/* False when it was given up. Leaves the decoder at the end of an utterance either way. */
+bool UtteranceDecoder::decode_again(const Cepstrum &means) {
+  decoder_.set_means(means);
+  decoder_.begin();
+  bool complete = search(0);
+  decoder_.end();
+  return complete;
+}
+
+void UtteranceDecoder::judge(Result &result) {
   Cepstrum means = channel_.adapted_to(frames_);
   /* With the language model a second run would keep the caller waiting for a third of the time that he spoke. */
-  if (hints_ != nullptr && !decode_again(means, between)) return;
+  if (hints_ != nullptr && !decode_again(means)) return;
   std::string text = decoder_.hypothesis();
   if (text.empty()) return;
   std::vector<Segment> words = decoder_.segments();
   decoder_.search_phones();
-  if (!decode_again(hints_ != nullptr ? means : channel_.means, between)) return;
+  if (!decode_again(hints_ != nullptr ? means : channel_.means)) return;
   result.text = spell(text);
   result.shortfall = shortfall(words, decoder_.segments());
   result.confidence = confidence(result.shortfall);
   channel_.learn(frames_);
 }
 
-Result UtteranceDecoder::finish(const Between &between) {
+Result UtteranceDecoder::finish() {
   Result result;
   if (!begun_) return result;
   decoder_.end();
   begun_ = false;
-  judge(result, between);
+  judge(result);
   front_end_.end_utterance();
   frames_.clear();
   return result;
@@ -125,7 +135,7 @@ void UtteranceDecoder::drop_words() {
   begun_ = false;
   if (frames_.empty()) return;
   begin();
-  decoder_.process(frames_.data(), frames_.size());
+  search(0);
 }
 
 }  // namespace pocketsphinx_plugin

@@ -33,11 +33,12 @@ struct Result {
 
 class UtteranceDecoder {
 public:
-  /* Called between blocks of work, so that the owner can attend to other things. False gives the work up. */
+  /* Called after each few frames of work, so that the owner can attend to other things. False: he wants no result any
+   * more. */
   using Between = std::function<bool()>;
 
   /* hints may be empty for a decoder with a language model. The arguments outlive this object. */
-  UtteranceDecoder(Decoder &decoder, const Hints *hints, int quiet_ms, Channel &channel);
+  UtteranceDecoder(Decoder &decoder, const Hints *hints, int quiet_ms, Channel &channel, Between between);
   ~UtteranceDecoder();
   UtteranceDecoder(const UtteranceDecoder &) = delete;
   UtteranceDecoder &operator=(const UtteranceDecoder &) = delete;
@@ -58,14 +59,15 @@ public:
 
   /* Ends the utterance: decodes it again with what is known by now of the channel, and judges the outcome. Without a
    * text when it was given up. */
-  Result finish(const Between &between);
+  Result finish();
 
   /* Forgets the words up to here, not the sounds behind the last of them. */
   void drop_words();
 
 private:
-  bool decode_again(const Cepstrum &means, const Between &between);
-  void judge(Result &result, const Between &between);
+  bool search(size_t first_frame);
+  bool decode_again(const Cepstrum &means);
+  void judge(Result &result);
   void begin();
   std::string spell(const std::string &text) const { return hints_ == nullptr ? text : hints_->spell(text); }
 
@@ -73,6 +75,7 @@ private:
   const Hints *hints_;
   Channel &channel_;
   FrontEnd front_end_;
+  Between between_;
   std::vector<Cepstrum> frames_; /* of this utterance */
   bool begun_ = false;
 };

@@ -119,14 +119,14 @@ struct Cost {
 Result hear(Decoder &decoder, const Hints &hints, const Samples &speech, Cost &cost) {
   Channel channel;
   constexpr int quiet_ms = 500;
-  UtteranceDecoder utterance(decoder, &hints, quiet_ms, channel);
+  UtteranceDecoder utterance(decoder, &hints, quiet_ms, channel, [] { return true; });
   Samples all = in_a_row({speech}, quiet_ms);
   double start = processor_seconds();
   for (size_t begin = 0; begin < all.size(); begin += 160) {
     utterance.feed(all.data() + begin, std::min<size_t>(160, all.size() - begin));
   }
   double heard = processor_seconds();
-  Result result = utterance.finish([] { return true; });
+  Result result = utterance.finish();
   cost.audio += static_cast<double>(speech.size()) / 8000;
   cost.listening += heard - start;
   cost.finishing += processor_seconds() - heard;
@@ -137,6 +137,12 @@ struct Outcome {
   bool right;
   double shortfall;
 };
+
+/* An answer without a word is as wrong as can be, and cannot be accepted. */
+Outcome outcome(const Result &result, const std::string &said) {
+  constexpr double no_word = 100;
+  return {result.text == said && !said.empty(), result.text.empty() ? no_word : result.shortfall};
+}
 
 /* The logistic curve through the outcomes, right and wrong ones weighing the same, by gradient descent. */
 void print_curve(const std::vector<Outcome> &right, const std::vector<Outcome> &wrong) {
@@ -243,7 +249,7 @@ void calibrate(const std::string &folder) {
       for (const Recording &each : list.recordings) {
         Result result = hear(decoder, hints, read_wav(folder + "/" + each.file + ".wav"), cost);
         hits += result.text == each.word ? 1 : 0;
-        if (loop) (result.text == each.word ? right : wrong).push_back({result.text == each.word, result.shortfall});
+        if (loop) (result.text == each.word ? right : wrong).push_back(outcome(result, each.word));
       }
       printf("%-18s loop=%-3s  %2zu of %2zu right\n", list.name, loop ? "yes" : "no", hits, list.recordings.size());
     }
@@ -252,7 +258,7 @@ void calibrate(const std::string &folder) {
       for (const Recording &each : other.recordings) {
         if (list.has(each.word) || number++ % 2 != 0) continue;
         Result result = hear(decoder, hints, read_wav(folder + "/" + each.file + ".wav"), cost);
-        wrong.push_back({false, result.shortfall});
+        wrong.push_back(outcome(result, ""));
       }
     }
   }

@@ -41,6 +41,7 @@ int listen(int count, char **arguments) {
   for (; next < count && !call.has_returned(); ++next) {
     printf("%s\n", arguments[next]);
     Samples speech = read_wav(arguments[next]);
+    size_t before = call.results().size();
     if (fast) {
       call.append(quiet(400));
       call.append(speech);
@@ -54,7 +55,7 @@ int listen(int count, char **arguments) {
     } else {
       call.play(quiet(1500));
     }
-    call.wait_for_results(call.results().size() + (fast ? 1 : 0), std::chrono::milliseconds(fast ? 3000 : 0));
+    call.wait_for_results(before + (fast ? 1 : 0), std::chrono::milliseconds(fast ? 20000 : 0));
     std::vector<Message> messages = call.with_text();
     for (; seen < messages.size(); ++seen) {
       printf("  %6lld ms  %4d  %s\n", since(end, messages[seen].at), messages[seen].score, messages[seen].text.c_str());
