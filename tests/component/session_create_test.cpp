@@ -18,19 +18,19 @@ protected:
 };
 
 TEST_F(CreateTest, BindsToTheEntryThatTheEngineNames) {
-  strcpy(quillbrook_engine[1].name, "Digits");
-  strcpy(quillbrook_engine[2].name, "digits");
-  strcpy(quillbrook_engine[3].name, "a:b");
+  copy_text(quillbrook_engine[1].name, "Digits");
+  copy_text(quillbrook_engine[2].name, "digits");
+  copy_text(quillbrook_engine[3].name, "a:b");
   for (int index = 1; index <= 3; ++index) quillbrook_engine[index].plugin_init = FakePlugin::init;
   const std::pair<const char *, int> cases[] = {
       {"quillbrook", 0}, {"quillbrook:Digits", 1}, {"quillbrook:digits", 2}, {"quillbrook:a:b", 3}};
   for (auto [name, index] : cases) {
-    strcpy(engine_name, name);
+    copy_text(engine_name, name);
     create();
     EXPECT_EQ(session()->engine, &quillbrook_engine[index]) << name;
     destroy();
   }
-  strcpy(engine_name, "quillbrook:DIGITS");
+  copy_text(engine_name, "quillbrook:DIGITS");
   EXPECT_EQ(quillbrook_recog_create(&speech, nullptr), -1);
   EXPECT_EQ(speech.data, nullptr);
   EXPECT_EQ(stand_in::module_references(), 0);

@@ -34,9 +34,9 @@ TEST_F(StartTest, ThePluginSeesTheWholeContextBeforeItsInit) {
   engine.minspeechtimeout = 10;
   engine.earlyspeechtimeout = 20;
   create();
-  strcpy(session()->model, "session model");
-  strcpy(session()->configuration, "session configuration");
-  strcpy(session()->context_text, "session context");
+  copy_text(session()->model, "session model");
+  copy_text(session()->configuration, "session configuration");
+  copy_text(session()->context_text, "session context");
   session()->config_pointer = ast_strdup("<conf/>");
 
   plugin.on_init = [&](quillbrook_context *seen) {
@@ -81,7 +81,7 @@ TEST_F(StartTest, PhrasesComeFromGrammarsElseSessionElseEngine) {
   stand_in::write_file(grammar, "#JSGF V1.0;\ngrammar g;\npublic <g> = one | two;\n");
   create();
   EXPECT_EQ(phrases_after_start(), "engine");
-  strcpy(session()->phrases, "");
+  session()->phrases[0] = '\0';
   EXPECT_EQ(phrases_after_start(), "") << "an empty list of the session hides the engine's";
   quillbrook_recog_load_grammar(&speech, "g", grammar.c_str());
   EXPECT_EQ(phrases_after_start(), "one, two");

@@ -148,7 +148,7 @@ class ReportTest : public StreamingTest, public testing::WithParamInterface<Repo
 TEST_P(ReportTest, OnlyAnErrorTextEndsTheRecognition) {
   const Report &report = GetParam();
   plugin.loop_waits = false;
-  plugin.on_loop = [&](quillbrook_context *context) { strcpy(context->extra, report.extra); };
+  plugin.on_loop = [&](quillbrook_context *context) { copy_text(context->extra, report.extra); };
   create();
   start();
   ASSERT_TRUE(eventually([&] { return plugin.ended == 1; }));
@@ -170,7 +170,7 @@ TEST_F(StreamingTest, AnErrorBehindAResultDoesNotHideIt) {
   plugin.loop_waits = false;
   plugin.on_loop = [&](quillbrook_context *context) {
     quillbrook_callback(context, "heard", 80);
-    strcpy(context->extra, "ERROR: lost the provider");
+    copy_text(context->extra, "ERROR: lost the provider");
   };
   create();
   start();

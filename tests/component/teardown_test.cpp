@@ -61,7 +61,7 @@ const Behaviour BEHAVIOURS[] = {
     {"LeavesError",
      [](FakePlugin &plugin) {
        plugin.loop_waits = false;
-       plugin.on_end = [](quillbrook_context *context) { strcpy(context->extra, "ERROR: lost"); };
+       plugin.on_end = [](quillbrook_context *context) { copy_text(context->extra, "ERROR: lost"); };
      }},
     {"TwoThreads", report_from_two_threads},
 };

@@ -45,7 +45,8 @@ std::vector<std::string> names_in(const std::string &folder) {
 
 void remove_all(const std::string &folder) {
   for (const std::string &name : names_in(folder)) {
-    __real_unlink((folder + "/" + name).c_str());
+    std::string path = folder;
+    __real_unlink(path.append("/").append(name).c_str());
   }
 }
 
@@ -69,7 +70,7 @@ std::string real_path(const std::string &path) {
 std::vector<std::string> files() {
   std::vector<std::string> paths = names_in(sandbox() + "/tmp");
   for (std::string &path : paths) {
-    path = "/tmp/" + path;
+    path.insert(0, "/tmp/");
   }
   return paths;
 }

@@ -204,13 +204,13 @@ std::vector<std::string> http_uris() {
 }
 
 int load_module() {
-  return state().info->load();
+  return state().info ? state().info->load() : -1;
 }
 int unload_module() {
-  return state().info->unload();
+  return state().info ? state().info->unload() : -1;
 }
 int reload_module() {
-  return state().info->reload();
+  return state().info ? state().info->reload() : -1;
 }
 int module_references() {
   return state().module.references;
@@ -346,6 +346,7 @@ int ast_cli_command_full(int, int, int fd, const char *line) {
   }
   std::vector<std::string> words = words_of(line);
   std::vector<const char *> argv;
+  argv.reserve(words.size() + 1);
   for (const std::string &word : words) {
     argv.push_back(word.c_str());
   }
