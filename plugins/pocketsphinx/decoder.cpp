@@ -79,6 +79,9 @@ Decoder::Decoder(ModelFiles files) : files_(std::move(files)) {
 }
 
 Decoder::~Decoder() {
+  /* The phone search keeps its last result until the next utterance, and forgets it when it is freed. */
+  search_phones();
+  if (ps_start_utt(decoder_) == 0) ps_end_utt(decoder_);
   ps_free(decoder_);
 }
 
