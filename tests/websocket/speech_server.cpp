@@ -55,7 +55,7 @@ void Peer::raw(std::string_view bytes) {
   }
 }
 
-bool Peer::accept() {
+bool Peer::accept(std::string_view more) {
   if (tls_ != nullptr && SSL_accept(tls_) != 1) return false;
   constexpr size_t kLimit = 8192;
   std::string head;
@@ -77,7 +77,7 @@ bool Peer::accept() {
   EVP_EncodeBlock(reinterpret_cast<unsigned char *>(accepted), digest, static_cast<int>(size));
   raw(std::string("HTTP/1.1 101 Switching Protocols\r\nupgrade: WebSocket\r\nconnection: keep-alive, Upgrade\r\n"
                   "sec-websocket-accept: ") +
-      accepted + "\r\n\r\n");
+      accepted + "\r\n\r\n" + std::string(more));
   return true;
 }
 
@@ -101,12 +101,17 @@ bool Peer::receive(Message &message) {
     const unsigned opcode = head[0] & 0x0f;
     if (opcode == kClose) return false;
     if (opcode == kPing) raw(frame(kPong, payload));
-    if (opcode == kPong) ++pongs_;
+    if (opcode == kPong) pongs_ += payload;
     if (opcode > kBinary) continue;
     if (opcode != kContinuation) message.opcode = opcode;
     message.payload += payload;
     if ((head[0] & 0x80) != 0) return true;
   }
+}
+
+bool Peer::has_input() const {
+  char byte = 0;
+  return recv(socket_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
 }
 
 void Peer::ignore() {

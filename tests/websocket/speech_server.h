@@ -37,16 +37,20 @@ public:
 
   /* 0 for the server's first connection, 1 for its second, ... */
   int number() const { return number_; }
-  /* TLS, when the server has it, and the WebSocket handshake. False when the client did not go through with it. */
-  bool accept();
-  /* The client's next message; pings are answered, pongs counted. False when the client is gone. */
+  /* TLS, when the server has it, and the WebSocket handshake with `more` right behind it. False when the client did
+   * not go through with it. */
+  bool accept(std::string_view more = {});
+  /* The client's next message; pings are answered, pongs kept. False when the client is gone. */
   bool receive(Message &message);
+  /* Whether the client has sent something that was not read yet. */
+  bool has_input() const;
   /* Text in one frame. */
   void say(std::string_view text) { raw(frame(kText, text)); }
   void raw(std::string_view bytes);
   /* Reads and throws away until the client is gone. */
   void ignore();
-  int pongs() const { return pongs_; }
+  /* The pongs received, one behind the other. */
+  const std::string &pongs() const { return pongs_; }
   /* Ends reads and writes, from any thread. */
   void shut_down() const;
 
@@ -55,7 +59,7 @@ private:
 
   int socket_;
   int number_;
-  int pongs_ = 0;
+  std::string pongs_;
   SSL *tls_ = nullptr;
 };
 

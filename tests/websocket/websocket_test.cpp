@@ -218,7 +218,7 @@ TEST(Conversation, SendsTheAudioAndReportsTheWords) {
   size_t longest = 0;
   Server server([&](Peer &peer) {
     Message message;
-    ASSERT_TRUE(peer.accept());
+    ASSERT_TRUE(peer.accept(frame(kPing, "early")));
     while (peer.receive(message) && !message.is_end_of_audio()) {
       if (message.opcode == kText) {
         config = message.payload;
@@ -232,7 +232,7 @@ TEST(Conversation, SendsTheAudioAndReportsTheWords) {
                frame(kContinuation, audio.size() < 4000 ? "\"\"}" : "\"one\"}"));
     }
     peer.say(R"({"text": "one two", "result": [{"conf": 0.9}, {"conf": 0.8}]})");
-    EXPECT_GE(peer.pongs(), 4);
+    EXPECT_EQ(peer.pongs().find("earlystill there?"), 0U) << peer.pongs();
   });
   Call call(url_of(server));
   snprintf(call.record.phrases, sizeof call.record.phrases, "one , two words,,\"quoted\\\"");
@@ -264,7 +264,10 @@ TEST(Conversation, AContinuousCallGoesOnOverANewConnection) {
   call.start();
   for (size_t utterance = 1; utterance <= 3; ++utterance) {
     // Between utterances the module raises finalize again: that must not cut the next one off.
-    if (utterance > 1) call.finalize();
+    if (utterance > 1) {
+      call.finalize();
+      EXPECT_TRUE(call.wait_ticks(5));
+    }
     call.speak(500);
     ASSERT_TRUE(call.wait_reports(3 * utterance - 2));
     EXPECT_EQ(__atomic_load_n(&call.record.finalize, __ATOMIC_ACQUIRE), 0);
@@ -273,7 +276,7 @@ TEST(Conversation, AContinuousCallGoesOnOverANewConnection) {
     EXPECT_EQ(call.reports().back(), kFinish);
   }
   call.stop();
-  EXPECT_GE(server.connections(), 3);
+  EXPECT_LE(server.connections(), 4);
   EXPECT_EQ(call.reports().size(), 10U);
   EXPECT_EQ(call.reports().back(), kEnd);
 }
@@ -297,9 +300,10 @@ TEST(Conversation, SpeechWithoutWordsIsNotUnderstood) {
   EXPECT_EQ(outcome({R"({"partial": "[unk]"})", R"({"text": "[unk] [unk]"})"}), (std::vector{unknown, kEnd}));
   EXPECT_EQ(outcome({R"({"partial": "one"})", R"({"text": ""})"}),
             (std::vector<Call::Report>{{"one", -1, ""}, unknown, kEnd}));
-  EXPECT_EQ(
-      outcome({R"({"text": ""})", R"({"text": "[unk] a [unk] b"})", R"({"partial": "c"})", R"({"text": "[unk]"})"}),
-      (std::vector<Call::Report>{{"a b", 75, ""}, {"c", -1, ""}, kFinish, kEnd}));
+  const auto reports =
+      outcome({R"({"text": ""})", R"({"text": "[unk] a [unk] b"})", R"({"partial": "c"})", R"({"text": "[unk]"})"});
+  EXPECT_EQ(reports, (std::vector<Call::Report>{{"a b", 75, ""}, {"c", -1, ""}, kFinish, kEnd}));
+  EXPECT_EQ(reports[1].json, "") << "it belongs to the piece before";
 }
 
 TEST(Conversation, ACatchingUpClientWaitsForAnswers) {
@@ -312,6 +316,8 @@ TEST(Conversation, ACatchingUpClientWaitsForAnswers) {
       if (message.opcode != kBinary) continue;
       received += message.payload.size();
       if (++unanswered < 8) continue;
+      if (received == 8 * 3200) std::this_thread::sleep_for(100ms);
+      EXPECT_FALSE(peer.has_input());
       for (; unanswered > 0; --unanswered) peer.say(R"({"partial": ""})");
     }
   });
@@ -576,13 +582,15 @@ TEST(Stop, EndsTheLoopInEveryPhase) {
     EXPECT_TRUE(call.wait_reports(reports));
     if (finalize) call.finalize();
     EXPECT_TRUE(call.wait_ticks(5));
+    const auto begun = std::chrono::steady_clock::now();
     call.stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, 20s) << "the phase ran to its own limit";
     call.stop();
     EXPECT_EQ(call.record.hangup, QUILLBROOK_HANGUP_STOPPED);
     EXPECT_STREQ(call.record.extra, "");
     return call.reports();
   };
-  // On the way to the server, with TLS and without; a test that hangs here has failed.
+  // On the way to the server, with TLS and without.
   EXPECT_EQ(stop_after(url_of(silent), false, 0), std::vector<Call::Report>{kEnd});
   EXPECT_EQ(stop_after("wss" + url_of(silent).substr(2), false, 0), std::vector<Call::Report>{kEnd});
   // In mid-speech: the last words are still fetched, and the module is told to finish.
