@@ -19,7 +19,7 @@ say() { printf 'test: %s\n' "$1"; }
 
 # check NAME COMMAND...: runs a step; on failure shows the end of what it printed and returns 1.
 check() {
-  local name=$1 log status=0
+  local name=$1 log status=0 begun=$SECONDS
   shift
   log=$(mktemp)
   say "$name"
@@ -29,6 +29,7 @@ check() {
     say "FAILED: $name"
     status=1
   fi
+  say "    $((SECONDS - begun)) s"
   rm -f "$log"
   return "$status"
 }
