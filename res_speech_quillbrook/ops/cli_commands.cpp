@@ -6,26 +6,24 @@
 #include "cli_version.h"
 #include "statistics.h"
 
-ast_cli_entry cli_quillbrook[QUILLBROOK_CLI_COMMANDS] = {
-    AST_CLI_DEFINE(handle_cli_quillbrook_version, "Show QuillBrook version"),
-    AST_CLI_DEFINE(handle_cli_quillbrook_plugins, "Show QuillBrook loaded plugins"),
-    AST_CLI_DEFINE(handle_cli_quillbrook_statistics, "Show QuillBrook statistics"),
-    AST_CLI_DEFINE(handle_cli_quillbrook_dates, "Show QuillBrook dates"),
-    AST_CLI_DEFINE(handle_cli_quillbrook_reset_statistics, "Reset QuillBrook statistics"),
-};
-
 namespace {
 
 constexpr int words_of_a_command = 3;
 
-// What all commands share. `report` prints to a descriptor.
-char *run_command(ast_cli_entry *entry, int command, ast_cli_args *args, const char *words, const char *usage,
-                  void (*report)(int fd)) {
-  switch (command) {
+struct Command {
+  const char *words;
+  const char *usage;
+  void (*report)(int fd);  // prints to a descriptor
+};
+
+// What the host calls for a command, on its command threads, at its registration, completion and execution.
+template <const Command &command>
+char *handle(ast_cli_entry *entry, int call, ast_cli_args *args) {
+  switch (call) {
     case CLI_INIT:
       // The host copies the words when it registers the entry, and writes to the copy only.
-      entry->command = const_cast<char *>(words);
-      entry->usage = usage;
+      entry->command = const_cast<char *>(command.words);
+      entry->usage = command.usage;
       return nullptr;
     case CLI_GENERATE:
       return nullptr;
@@ -35,8 +33,8 @@ char *run_command(ast_cli_entry *entry, int command, ast_cli_args *args, const c
   if (args->argc != words_of_a_command) {
     return CLI_SHOWUSAGE;
   }
-  return guarded(words, CLI_FAILURE, [&] {
-    report(args->fd);
+  return guarded(command.words, CLI_FAILURE, [args] {
+    command.report(args->fd);
     return CLI_SUCCESS;
   });
 }
@@ -46,42 +44,42 @@ void reset_statistics(int fd) {
   ast_cli(fd, "QuillBrook statistics reset\n");
 }
 
+constexpr Command show_version = {"quillbrook show version",
+                                  "Usage: quillbrook show version\n"
+                                  "       Display QuillBrook module version and build information.\n",
+                                  quillbrook_cli_show_version};
+constexpr Command show_plugins = {"quillbrook show plugins",
+                                  "Usage: quillbrook show plugins\n"
+                                  "       Display loaded QuillBrook plugins and their active configuration.\n",
+                                  quillbrook_cli_show_plugins};
+constexpr Command show_statistics = {"quillbrook show statistics",
+                                     "Usage: quillbrook show statistics\n"
+                                     "       Display QuillBrook session and transcription statistics.\n",
+                                     quillbrook_cli_show_statistics};
+constexpr Command show_dates = {"quillbrook show dates",
+                                "Usage: quillbrook show dates\n"
+                                "       Display QuillBrook activity dates.\n",
+                                quillbrook_cli_show_dates};
+constexpr Command reset = {"quillbrook reset statistics",
+                           "Usage: quillbrook reset statistics\n"
+                           "       Reset QuillBrook counters while preserving the active session count.\n",
+                           reset_statistics};
+
+constexpr auto *handle_cli_quillbrook_version = handle<show_version>;
+constexpr auto *handle_cli_quillbrook_plugins = handle<show_plugins>;
+constexpr auto *handle_cli_quillbrook_statistics = handle<show_statistics>;
+constexpr auto *handle_cli_quillbrook_dates = handle<show_dates>;
+constexpr auto *handle_cli_quillbrook_reset_statistics = handle<reset>;
+
 }  // namespace
 
-char *handle_cli_quillbrook_version(ast_cli_entry *entry, int command, ast_cli_args *args) {
-  return run_command(entry, command, args, "quillbrook show version",
-                     "Usage: quillbrook show version\n"
-                     "       Display QuillBrook module version and build information.\n",
-                     quillbrook_cli_show_version);
-}
-
-char *handle_cli_quillbrook_plugins(ast_cli_entry *entry, int command, ast_cli_args *args) {
-  return run_command(entry, command, args, "quillbrook show plugins",
-                     "Usage: quillbrook show plugins\n"
-                     "       Display loaded QuillBrook plugins and their active configuration.\n",
-                     quillbrook_cli_show_plugins);
-}
-
-char *handle_cli_quillbrook_statistics(ast_cli_entry *entry, int command, ast_cli_args *args) {
-  return run_command(entry, command, args, "quillbrook show statistics",
-                     "Usage: quillbrook show statistics\n"
-                     "       Display QuillBrook session and transcription statistics.\n",
-                     quillbrook_cli_show_statistics);
-}
-
-char *handle_cli_quillbrook_dates(ast_cli_entry *entry, int command, ast_cli_args *args) {
-  return run_command(entry, command, args, "quillbrook show dates",
-                     "Usage: quillbrook show dates\n"
-                     "       Display QuillBrook activity dates.\n",
-                     quillbrook_cli_show_dates);
-}
-
-char *handle_cli_quillbrook_reset_statistics(ast_cli_entry *entry, int command, ast_cli_args *args) {
-  return run_command(entry, command, args, "quillbrook reset statistics",
-                     "Usage: quillbrook reset statistics\n"
-                     "       Reset QuillBrook counters while preserving the active session count.\n",
-                     reset_statistics);
-}
+ast_cli_entry cli_quillbrook[QUILLBROOK_CLI_COMMANDS] = {
+    AST_CLI_DEFINE(handle_cli_quillbrook_version, "Show QuillBrook version"),
+    AST_CLI_DEFINE(handle_cli_quillbrook_plugins, "Show QuillBrook loaded plugins"),
+    AST_CLI_DEFINE(handle_cli_quillbrook_statistics, "Show QuillBrook statistics"),
+    AST_CLI_DEFINE(handle_cli_quillbrook_dates, "Show QuillBrook dates"),
+    AST_CLI_DEFINE(handle_cli_quillbrook_reset_statistics, "Reset QuillBrook statistics"),
+};
 
 int quillbrook_cli_register() {
   if (ast_cli_register_multiple(cli_quillbrook, QUILLBROOK_CLI_COMMANDS) == 0) {
