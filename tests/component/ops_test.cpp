@@ -1,4 +1,5 @@
-// Counters and dates, the commands and the URIs that show them.
+// Counters and dates, the commands and the URIs that show them. How their texts look as a whole is compared in the live
+// tests; here stand the cases that a live call does not come to.
 #include <gtest/gtest.h>
 
 #include "stand_in.h"
@@ -68,8 +69,16 @@ std::string metric(const std::string &name) {
   return "missing";
 }
 
-int lines_in(const std::string &text) {
-  return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+// The values of "show statistics" in their order.
+std::string shown_counters() {
+  std::istringstream text(stand_in::run_command("quillbrook show statistics"));
+  std::string values;
+  for (std::string line; std::getline(text, line);) {
+    if (const size_t colon = line.find(": "); colon != std::string::npos) {
+      values += (values.empty() ? "" : " ") + line.substr(colon + 2);
+    }
+  }
+  return values;
 }
 
 TEST_F(OpsTest, CountersAndTheirReset) {
@@ -79,27 +88,11 @@ TEST_F(OpsTest, CountersAndTheirReset) {
   for (const int score : {1, 100, 0, -1, -2, -200}) {
     quillbrook_statistics_message(score);
   }
-  EXPECT_EQ(stand_in::run_command("quillbrook show statistics"),
-            "Sessions total   : 2\n"
-            "Sessions active  : 2\n"
-            "Sessions closed  : 1\n"
-            "Messages total   : 6\n"
-            "Messages final   : 2\n"
-            "Messages interim : 4\n"
-            "\n"
-            "Score average    : 50.50\n");
-
+  EXPECT_EQ(shown_counters(), "2 2 1 6 2 4 50.50");
   EXPECT_EQ(stand_in::run_command("quillbrook reset statistics"), "QuillBrook statistics reset\n");
   quillbrook_statistics_session_stop();
-  EXPECT_EQ(stand_in::run_command("quillbrook show statistics"),
-            "Sessions total   : 0\n"
-            "Sessions active  : 1\n"
-            "Sessions closed  : 1\n"
-            "Messages total   : 0\n"
-            "Messages final   : 0\n"
-            "Messages interim : 0\n"
-            "\n"
-            "Score average    : 0.00\n");
+  EXPECT_EQ(shown_counters(), "0 1 1 0 0 0 0.00");
+  EXPECT_EQ(metric("score_average"), "0.00");
 }
 
 // Under ThreadSanitizer also a proof that every access holds the lock.
@@ -125,23 +118,10 @@ TEST_F(OpsTest, NothingIsLostBetweenThreads) {
   for (const pthread_t thread : running) {
     pthread_join(thread, nullptr);
   }
-  const std::string all = std::to_string(threads * rounds);
-  EXPECT_EQ(metric("sessions_total"), all);
-  EXPECT_EQ(metric("sessions_closed"), all);
-  EXPECT_EQ(metric("sessions_active"), "0");
-  EXPECT_EQ(metric("messages_final"), all);
-  EXPECT_EQ(metric("messages_interim"), all);
-  EXPECT_EQ(metric("score_average"), "40.00");
+  EXPECT_EQ(shown_counters(), "2000 0 2000 4000 2000 2000 40.00");
 }
 
 TEST_F(OpsTest, DatesAndWhoMovesThem) {
-  EXPECT_EQ(stand_in::run_command("quillbrook show dates"),
-            "Current date           : 2023/11/14 22:13:20\n"
-            "Start module           : 2023/11/14 22:13:20\n"
-            "File configuration     : ?\n"
-            "Last session           : ?\n"
-            "Reset statistics       : ?\n");
-
   set_time(start + 100);
   quillbrook_statistics_session_start();
   set_time(start + 200);
@@ -203,74 +183,24 @@ TEST_F(OpsTest, PluginsOfTheTableUpToTheFirstHole) {
             "==================\n"
             "No QuillBrook plugin configured.\n");
 
-  char text[] = "text";
   int handle = 0;
-  for (int index = 1; index <= 12; ++index) {
+  for (int index = 1; index <= 13; ++index) {
     snprintf(quillbrook_engine[index].name, sizeof(quillbrook_engine[index].name), "p%d", index);
   }
-  quillbrook_engine[12] = {};
-  snprintf(quillbrook_engine[13].name, sizeof(quillbrook_engine[13].name), "behind");
+  quillbrook_engine[12].name[0] = '\0';
   quillbrook_engine[0].plugin_handle = &handle;
-  quillbrook_engine_t &engine = quillbrook_engine[10];
-  engine.plugin_name = engine.ws_url = engine.ws_extra = text;
-  engine.ws_buffer_size = 3200;
-  engine.returnjson = engine.waitclose = 1;
-  engine.closetimeout = 5000;
-  engine.completetimeout = 1;
-  engine.incompletetimeout = 2;
-  engine.speechtimeout = 3;
-  engine.extendedtimeout = 4;
-  engine.providertimeout = 5;
-
-  const std::string all = stand_in::run_command("quillbrook show plugins");
-  EXPECT_EQ(all.substr(0, all.find(" Provider")),
-            "QuillBrook plugins\n"
-            "==================\n"
-            "Plugin[0]      : default\n"
-            " Loaded       : yes\n");
-  EXPECT_NE(all.find("Plugin[9]      : p9\n"), std::string::npos);
-  EXPECT_EQ(all.find("behind"), std::string::npos);
-  const size_t tenth = all.find("Plugin[10]");
-  EXPECT_EQ(all.substr(tenth, all.find("Plugin[11]") - tenth),
-            "Plugin[10]     : p10\n"
-            " Loaded       : no\n"
-            " Provider     : text\n"
-            "Configuration\n"
-            " url          : text\n"
-            " model        : \n"
-            " language     : \n"
-            " voice        : \n"
-            " context      : \n"
-            " configuration: \n"
-            " format       : \n"
-            " buffer_size  : 3200\n"
-            " endpointing  : no\n"
-            " continuous   : no\n"
-            " return_json  : yes\n"
-            " return_nlsml : no\n"
-            " keep_files   : no\n"
-            " wait_close   : yes (5000 ms)\n"
-            " timeouts     : no\n"
-            " complete     : 1\n"
-            " incomplete   : 2\n"
-            " speech       : 3\n"
-            " extended     : 4\n"
-            " provider     : 5\n"
-            " phrases      : \n"
-            " extra        : text\n"
-            "\n");
-  std::fill(std::begin(quillbrook_engine), std::end(quillbrook_engine), quillbrook_engine_t{});
-}
-
-TEST_F(OpsTest, AFurtherWordGivesTheUsage) {
-  quillbrook_statistics_session_start();
-  for (const char *command : {"quillbrook show version", "quillbrook show plugins", "quillbrook show statistics",
-                              "quillbrook show dates", "quillbrook reset statistics"}) {
-    const std::string usage = stand_in::run_command(std::string(command) + " more");
-    EXPECT_EQ(usage.substr(0, usage.find('\n')), std::string("Usage: ") + command);
-    EXPECT_EQ(lines_in(usage), 2) << usage;
+  std::istringstream text(stand_in::run_command("quillbrook show plugins"));
+  std::vector<std::string> heads;
+  for (std::string line; std::getline(text, line);) {
+    if (line.find("Plugin[") == 0) {
+      heads.push_back(line);
+    }
   }
-  EXPECT_EQ(metric("sessions_total"), "1");  // the refused reset did nothing
+  ASSERT_EQ(heads.size(), 12U);
+  EXPECT_EQ(heads[0], "Plugin[0]      : default");
+  EXPECT_EQ(heads[9], "Plugin[9]      : p9");
+  EXPECT_EQ(heads[11], "Plugin[11]     : p11");
+  std::fill(std::begin(quillbrook_engine), std::end(quillbrook_engine), quillbrook_engine_t{});
 }
 
 TEST_F(OpsTest, NameOfTheSystem) {
@@ -290,40 +220,15 @@ TEST_F(OpsTest, NameOfTheSystem) {
   EXPECT_EQ(name_in("PRETTY_NAME=" + std::string(2000, 'x') + "\n", 5), "xxxx");
 }
 
-TEST_F(OpsTest, MetricsBody) {
-  quillbrook_statistics_session_start();
-  quillbrook_statistics_message(7);
-  quillbrook_statistics_message(8);
+TEST_F(OpsTest, AgesInTheMetrics) {
   quillbrook_dates[QUILLBROOK_DATE_FILE] = start + 1;
-  set_time(start - 4);
   quillbrook_statistics_message(-1);
+  set_time(start + 4);
+  for (const auto &[date, age] : {std::pair{"date_0", "0"}, {"date_1", "4"}, {"date_2", "0"}, {"date_5", "4"}}) {
+    EXPECT_EQ(metric(date), age) << date;
+  }
   set_time(start);
-  const Response response = stand_in::http_request("quillbrook_metrics", AST_HTTP_GET);
-  EXPECT_EQ(response.status, 200);
-  EXPECT_EQ(response.title, "");
-  EXPECT_EQ(response.header, "");
-  const std::string eid = "{eid=\"02:00:00:00:00:01\"} ";
-  std::string expected;
-  const auto expect = [&](const char *name, const char *type, const char *help, const char *value) {
-    const std::string full = std::string("asterisk_quillbrook_") + name;
-    expected += "# HELP " + full + " " + help + "\n# TYPE " + full + " " + type + "\n" + full + eid + value + "\n";
-  };
-  expect("sessions_total", "counter", "QuillBrook sessions total", "1");
-  expect("sessions_active", "gauge", "QuillBrook sessions active", "1");
-  expect("sessions_closed", "counter", "QuillBrook sessions closed", "0");
-  expect("messages_total", "counter", "QuillBrook messages total", "3");
-  expect("messages_final", "counter", "QuillBrook final messages", "2");
-  expect("messages_interim", "counter", "QuillBrook interim messages", "1");
-  expect("score_average", "gauge", "QuillBrook score average", "7.50");
-  expect("date_0", "gauge", "Current date          ", "0");
-  expect("date_1", "gauge", "Start module          ", "0");
-  expect("date_2", "gauge", "Reload configuration  ", "0");
-  expect("date_3", "gauge", "File configuration    ", "18446744073709551615");  // a second from now
-  expect("date_4", "gauge", "Last session          ", "0");
-  expect("date_5", "gauge", "Last message          ", "4");
-  expect("date_6", "gauge", "Reset statistics      ", "0");
-  EXPECT_EQ(response.body, expected);
-  EXPECT_EQ(stand_in::http_request("quillbrook_metrics", AST_HTTP_HEAD).body, expected);
+  EXPECT_EQ(metric("date_3"), "18446744073709551615");  // a second from now
 }
 
 void expect_reply(const Response &response, int status, const char *title, const char *body, bool closed = false) {
@@ -334,15 +239,11 @@ void expect_reply(const Response &response, int status, const char *title, const
 }
 
 TEST_F(OpsTest, RefusedRequests) {
-  const char *unsupported = "Attempt to use unimplemented / unsupported method";
-  for (const ast_http_method method :
-       {AST_HTTP_UNKNOWN, AST_HTTP_POST, AST_HTTP_PUT, AST_HTTP_DELETE, AST_HTTP_OPTIONS}) {
-    expect_reply(stand_in::http_request("quillbrook_metrics", method), 501, "Not Implemented", unsupported);
-    if (method != AST_HTTP_POST) {
-      expect_reply(stand_in::http_request("quillbrook_jsgf", method), 501, "Not Implemented", unsupported);
-    }
-  }
   for (const char *uri : {"quillbrook_metrics", "quillbrook_jsgf"}) {
+    for (const ast_http_method method : {AST_HTTP_UNKNOWN, AST_HTTP_PUT, AST_HTTP_DELETE, AST_HTTP_OPTIONS}) {
+      expect_reply(stand_in::http_request(uri, method), 501, "Not Implemented",
+                   "Attempt to use unimplemented / unsupported method");
+    }
     stand_in::fail(Fault::Allocation);
     expect_reply(stand_in::http_request(uri, AST_HTTP_GET), 500, "Server Error", "Out of memory");
   }
@@ -360,13 +261,11 @@ TEST_F(OpsTest, RefusedRequests) {
 
 TEST_F(OpsTest, JsgfTracesTheValueOfTheQuery) {
   expect_reply(stand_in::http_request("quillbrook_jsgf", AST_HTTP_GET, {{"value", "quiet"}}), 200, "", "OK");
-  EXPECT_EQ(stand_in::mentioned("HTTP JSGF"), 0);
-
   debug = 1;
-  stand_in::http_request("quillbrook_jsgf", AST_HTTP_GET, {{"other", "1"}, {"value", "a%s b"}});
-  stand_in::http_request("quillbrook_jsgf", AST_HTTP_POST, {{"value", "query"}}, {{"value", "body"}});
+  stand_in::http_request("quillbrook_jsgf", AST_HTTP_POST, {{"other", "1"}, {"value", "a%s b"}}, {{"value", "body"}});
   stand_in::http_request("quillbrook_jsgf", AST_HTTP_POST, {}, {{"value", "body"}});
   stand_in::http_request("quillbrook_jsgf", AST_HTTP_HEAD, {{"value", ""}});
+  debug = 0;
   std::string traced;
   for (const stand_in::Line &line : stand_in::verbose_lines()) {
     EXPECT_EQ(line.level, -1);
@@ -374,11 +273,8 @@ TEST_F(OpsTest, JsgfTracesTheValueOfTheQuery) {
   }
   EXPECT_EQ(traced,
             "  == HTTP JSGF get walue = a%s b.\n"
-            "  == HTTP JSGF get walue = query.\n"
             "  == HTTP JSGF get walue = (null).\n"
             "  == HTTP JSGF get walue = .\n");
-  EXPECT_EQ(lines_in(metrics()), 42);
-  debug = 0;
 }
 
 TEST_F(OpsTest, UriThatTheServerRefusesIsNotUnlinked) {
@@ -392,8 +288,9 @@ TEST_F(OpsTest, UriThatTheServerRefusesIsNotUnlinked) {
   quillbrook_http_update();
   EXPECT_EQ(quillbrook_webregged, 0);
   EXPECT_FALSE(quillbrook_jsgf_uri_link());
-  EXPECT_EQ(stand_in::logged(__LOG_WARNING, "The HTTP server refused the URI quillbrook_metrics\n"), 1);
-  EXPECT_EQ(stand_in::logged(__LOG_WARNING, "The HTTP server refused the URI quillbrook_jsgf\n"), 1);
+  for (const char *uri : {"quillbrook_metrics", "quillbrook_jsgf"}) {
+    EXPECT_EQ(stand_in::logged(__LOG_WARNING, std::string("The HTTP server refused the URI ") + uri + "\n"), 1);
+  }
 
   // Never twice: the host's list would close into a loop.
   for (int round = 0; round < 2; ++round) {
@@ -401,7 +298,6 @@ TEST_F(OpsTest, UriThatTheServerRefusesIsNotUnlinked) {
     EXPECT_TRUE(quillbrook_jsgf_uri_link());
   }
   EXPECT_EQ(stand_in::http_uris(), (std::vector<std::string>{"quillbrook_metrics", "quillbrook_jsgf"}));
-  EXPECT_EQ(quillbrook_webregged, 1);
 }
 
 // The library may stay in the process between an unload and the next load.
@@ -414,16 +310,13 @@ TEST_F(OpsTest, ALoadBeginsAtZero) {
 
   set_time(start + 10);
   quillbrook_statistics_init();
-  set_time(start + 17);
-  std::istringstream body(metrics());
-  for (std::string line; std::getline(body, line);) {
-    if (line[0] == '#') {
-      continue;
-    }
-    const bool of_the_load = line.find("date_1{") != std::string::npos;
-    const std::string value = line.substr(line.rfind(' ') + 1);
-    EXPECT_EQ(value, of_the_load ? "7" : value.find('.') != std::string::npos ? "0.00" : "0") << line;
-  }
+  EXPECT_EQ(shown_counters(), "0 0 0 0 0 0 0.00");
+  EXPECT_EQ(stand_in::run_command("quillbrook show dates"),
+            "Current date           : 2023/11/14 22:13:30\n"
+            "Start module           : 2023/11/14 22:13:30\n"
+            "File configuration     : ?\n"
+            "Last session           : ?\n"
+            "Reset statistics       : ?\n");
 }
 
 }  // namespace
