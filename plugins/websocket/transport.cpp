@@ -96,12 +96,11 @@ void Transport::start_tls(Link &link, const Url &url, const Settings &settings, 
   tls_.reset(SSL_new(context));
   SSL *tls = tls_.get();
   if (tls == nullptr || SSL_set_fd(tls, socket_.get()) != 1) throw Failure("TLS: " + tls_reason());
-  if (is_address(url.host)) {
-    X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(tls), url.host.c_str());
-  } else {
-    SSL_set1_host(tls, url.host.c_str());
-    SSL_set_tlsext_host_name(tls, url.host.c_str());
-  }
+  // Without its name a certificate would prove nothing.
+  const bool named = is_address(url.host) ? X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(tls), url.host.c_str()) == 1
+                                          : SSL_set1_host(tls, url.host.c_str()) == 1 &&
+                                                SSL_set_tlsext_host_name(tls, url.host.c_str()) == 1;
+  if (!named) throw Failure("TLS: " + tls_reason());
   for (;;) {
     ERR_clear_error();
     const int result = SSL_connect(tls);
