@@ -26,7 +26,7 @@ def run(pbx, options):
 @contextlib.contextmanager
 def server(build):
     """Runs the server for as long as the block lasts."""
-    command = [f"{build}/tests/websocket/recognising_server", "--port", str(_port),
+    command = [f"{build}/bin/recognising_server", "--port", str(_port),
                "--plugin", f"{build}/lib/quillbrook/plugin_pocketsphinx.so"]
     with subprocess.Popen(command, stdout=subprocess.PIPE, text=True) as process:
         try:

@@ -45,7 +45,7 @@ class ServerTest(unittest.TestCase):
     @classmethod
     def start_server(cls, *arguments):
         server = subprocess.Popen(
-            [live.build / "tests/websocket/recognising_server", "--plugin",
+            [live.build / "bin/recognising_server", "--plugin",
              live.build / "lib/quillbrook/plugin_pocketsphinx.so", *arguments], stdout=subprocess.PIPE, text=True)
         cls.addClassCleanup(server.__exit__, None, None, None)
         cls.addClassCleanup(server.terminate)

@@ -3,37 +3,22 @@
  * server does; a Call plays the module: it owns the record and the stream file, and keeps what the plugin reports.
  */
 #include <arpa/inet.h>
-#include <dirent.h>
-#include <dlfcn.h>
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <memory>
-#include <mutex>
 #include <random>
-#include <thread>
-#include <vector>
 
 #include "answer.h"
 #include "failure.h"
-#include "quillbrook.h"
+#include "plugin_driver.h"
 #include "settings.h"
 #include "speech_server.h"
 #include "stream_file.h"
-
-extern "C" {
-int quillbrook_init(quillbrook_context *context);
-void *quillbrook_loop(quillbrook_context *context);
-void quillbrook_stop(quillbrook_context *context);
-}
 
 namespace {
 
@@ -42,21 +27,7 @@ using quillbrook::websocket::Failure;
 using namespace speech_server;
 
 size_t entries(const char *folder) {
-  size_t count = 0;
-  DIR *open = opendir(folder);
-  while (readdir(open) != nullptr) ++count;
-  closedir(open);
-  return count;
-}
-
-/* A folder of this process for stream files and certificates, removed at its end. */
-const std::string &folder() {
-  static const struct Folder {
-    Folder() { EXPECT_NE(mkdtemp(path.data()), nullptr); }
-    ~Folder() { EXPECT_EQ(system(("rm -r " + path).c_str()), 0); }
-    std::string path = "/tmp/quillbrook-websocket-test.XXXXXX";
-  } made;
-  return made.path;
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
 }
 
 /* The header of a WAV file under way: its sizes are not set, and a chunk that nobody knows stands in it. */
@@ -66,113 +37,18 @@ std::string wav_header(int rate) {
   return header;
 }
 
-class Call {
-public:
-  struct Report {
-    std::string text;
-    int score;
-    std::string json;
-    bool operator==(const Report &other) const { return text == other.text && score == other.score; }
-  };
-
-  explicit Call(const std::string &url, const std::string &configuration = "", const std::string &format = "wav") {
-    static std::atomic<int> number{0};
-    file_ = folder() + "/stream" + std::to_string(++number) + "." + format;
-    format_ = format;
+/* A call to the server at this URL. */
+struct Call : Recognition {
+  explicit Call(const std::string &url, const std::string &configuration = "", const std::string &format = "wav")
+      : Recognition(format) {
     snprintf(record.profile, sizeof record.profile, "%s", url.c_str());
     snprintf(record.configuration, sizeof record.configuration, "%s", configuration.c_str());
-    record.filename = file_.data();
-    record.format = format_.c_str();
-    record.buffer_size = 4000;
-    record.asterisk_pointer = this;
-    record.callback = [](quillbrook_context *context, const char *text, int score) {
-      return static_cast<Call *>(context->asterisk_pointer)->take(text, score);
-    };
-    write(format == "wav" ? wav_header(8000) : "");
   }
-  ~Call() {
-    stop();
-    unlink(file_.c_str());
-  }
-
-  void write(const std::string &bytes) const { std::ofstream(file_, std::ios::app | std::ios::binary) << bytes; }
-  void speak(int milliseconds) const { write(std::string(static_cast<size_t>(milliseconds) * 16, '\1')); }
-  void start() {
-    ASSERT_EQ(quillbrook_init(&record), 0);
-    begun_ = std::chrono::steady_clock::now();
-    loop_ = std::thread([this] {
-      quillbrook_loop(&record);
-      const std::lock_guard<std::mutex> guard(lock_);
-      returned_ = true;
-      changed_.notify_all();
-    });
-  }
-  void stop() {
-    quillbrook_stop(&record);
-    if (loop_.joinable()) loop_.join();
-  }
-  void finalize() { __atomic_store_n(&record.finalize, 1, __ATOMIC_RELEASE); }
-
-  /* The limit is for a broken plugin only: no test waits for it to pass. */
-  template <class Condition>
-  bool wait(Condition condition) {
-    std::unique_lock<std::mutex> guard(lock_);
-    return changed_.wait_for(guard, 20s, condition);
-  }
-  bool wait_reports(size_t count) {
-    return wait([&] { return reports_.size() >= count; });
-  }
-  bool wait_return() {
-    return wait([&] { return returned_; });
-  }
-  std::vector<Report> reports() {
-    const std::lock_guard<std::mutex> guard(lock_);
-    return reports_;
-  }
-  bool wait_ticks(int more) {
-    return wait([&, until = ticks() + more] { return ticks_ >= until; });
-  }
-  int ticks() {
-    const std::lock_guard<std::mutex> guard(lock_);
-    return ticks_;
-  }
-  /* Ticks that the module could count on up to now, a third of them: a busy machine takes its share. */
-  long due_ticks() const { return (std::chrono::steady_clock::now() - begun_) / 300ms; }
-
-  quillbrook_context record = {};
-  bool continuous = false;
-
-private:
-  int take(const char *text, int score) {
-    const std::lock_guard<std::mutex> guard(lock_);
-    changed_.notify_all();
-    if (*text == '\0' && score == QUILLBROOK_SCORE_INTERIM) {
-      ++ticks_;
-    } else {
-      const auto *json = static_cast<const char *>(record.extra_pointer);
-      reports_.push_back({text, score, json != nullptr ? json : ""});
-    }
-    if (result_out_ && !continuous) return -1;
-    has_words_ = has_words_ || *text != '\0';
-    result_out_ = has_words_ && score == QUILLBROOK_SCORE_FINISH;
-    return 0;
-  }
-
-  std::string file_;
-  std::string format_;
-  std::chrono::steady_clock::time_point begun_;
-  std::thread loop_;
-  std::mutex lock_; /* guards what follows */
-  std::condition_variable changed_;
-  std::vector<Report> reports_;
-  int ticks_ = 0;
-  bool has_words_ = false;
-  bool result_out_ = false;
-  bool returned_ = false;
+  void speak(int milliseconds) const { append(tone(milliseconds)); }
 };
 
-const Call::Report kFinish = {"", QUILLBROOK_SCORE_FINISH, ""};
-const Call::Report kEnd = {"", QUILLBROOK_SCORE_END, ""};
+const Report kFinish = {"", QUILLBROOK_SCORE_FINISH};
+const Report kEnd = {"", QUILLBROOK_SCORE_END};
 
 std::string url_of(const Server &server) {
   return "ws://127.0.0.1:" + std::to_string(server.port());
@@ -202,11 +78,11 @@ void greet(Peer &peer) {
 
 /* A certificate for the name, signed by itself. */
 Server::Certificate certificate(const std::string &name) {
-  Server::Certificate files = {folder() + "/" + name + ".pem", folder() + "/" + name + ".key"};
+  Server::Certificate files = {scratch_folder() + "/" + name + ".pem", scratch_folder() + "/" + name + ".key"};
   const std::string command =
       "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 1 -subj /CN=" + name +
-      " -addext subjectAltName=DNS:" + name + " -keyout " + files.key + " -out " + files.file + " 2>" + folder() +
-      "/log";
+      " -addext subjectAltName=DNS:" + name + " -keyout " + files.key + " -out " + files.file + " 2>" +
+      scratch_folder() + "/log";
   EXPECT_EQ(system(command.c_str()), 0);
   return files;
 }
@@ -240,7 +116,7 @@ TEST(Conversation, SendsTheAudioAndReportsTheWords) {
   call.start();
   std::string spoken;
   for (int i = 0; i < 16161; ++i) spoken += static_cast<char>(i * 7);
-  for (size_t from = 0; from < spoken.size(); from += 2300) call.write(spoken.substr(from, 2300));
+  for (size_t from = 0; from < spoken.size(); from += 2300) call.append(spoken.substr(from, 2300));
   ASSERT_TRUE(call.wait_reports(1));
   call.finalize();
   ASSERT_TRUE(call.wait_reports(4));
@@ -250,7 +126,7 @@ TEST(Conversation, SendsTheAudioAndReportsTheWords) {
   EXPECT_EQ(audio, spoken.substr(0, 16160));
   EXPECT_GE(shortest, 1600U);
   EXPECT_LE(longest, 3200U);
-  EXPECT_EQ(call.reports(), (std::vector<Call::Report>{{"one", -1, ""}, {"one two", 85, ""}, kFinish, kEnd}));
+  EXPECT_EQ(call.reports(), (std::vector<Report>{{"one", -1}, {"one two", 85}, kFinish, kEnd}));
   EXPECT_EQ(call.reports()[1].json, R"({"text": "one two", "result": [{"conf": 0.9}, {"conf": 0.8}]})");
   EXPECT_EQ(call.reports()[0].json, "");
   EXPECT_STREQ(call.record.extra, "");
@@ -266,7 +142,7 @@ TEST(Conversation, AContinuousCallGoesOnOverANewConnection) {
     // Between utterances the module raises finalize again: that must not cut the next one off.
     if (utterance > 1) {
       call.finalize();
-      EXPECT_TRUE(call.wait_ticks(5));
+      EXPECT_TRUE(call.wait_calls(5));
     }
     call.speak(500);
     ASSERT_TRUE(call.wait_reports(3 * utterance - 2));
@@ -292,17 +168,16 @@ TEST(Conversation, SpeechWithoutWordsIsNotUnderstood) {
     call.speak(200);
     call.start();
     EXPECT_TRUE(call.wait_reports(1));
-    EXPECT_TRUE(call.wait_ticks(3));
+    EXPECT_TRUE(call.wait_calls(3));
     call.stop();
     return call.reports();
   };
-  const Call::Report unknown = {"?", QUILLBROOK_SCORE_NO_CONFIDENCE, ""};
+  const Report unknown = {"?", QUILLBROOK_SCORE_NO_CONFIDENCE};
   EXPECT_EQ(outcome({R"({"partial": "[unk]"})", R"({"text": "[unk] [unk]"})"}), (std::vector{unknown, kEnd}));
-  EXPECT_EQ(outcome({R"({"partial": "one"})", R"({"text": ""})"}),
-            (std::vector<Call::Report>{{"one", -1, ""}, unknown, kEnd}));
+  EXPECT_EQ(outcome({R"({"partial": "one"})", R"({"text": ""})"}), (std::vector<Report>{{"one", -1}, unknown, kEnd}));
   const auto reports =
       outcome({R"({"text": ""})", R"({"text": "[unk] a [unk] b"})", R"({"partial": "c"})", R"({"text": "[unk]"})"});
-  EXPECT_EQ(reports, (std::vector<Call::Report>{{"a b", 75, ""}, {"c", -1, ""}, kFinish, kEnd}));
+  EXPECT_EQ(reports, (std::vector<Report>{{"a b", 75}, {"c", -1}, kFinish, kEnd}));
   EXPECT_EQ(reports[1].json, "") << "it belongs to the piece before";
 }
 
@@ -327,20 +202,10 @@ TEST(Conversation, ACatchingUpClientWaitsForAnswers) {
   EXPECT_TRUE(call.wait([&] { return received == size_t{60000} * 16; })) << received;
 }
 
-struct Misbehaviour {
-  const char *name;
-  Server::Serve misbehave;
-  const char *reason;
-};
-
-std::string name_of(const testing::TestParamInfo<Misbehaviour> &info) {
-  return info.param.name;
-}
-
 constexpr char kShort[] = "connect_timeout=300, answer_timeout=300";
 
-/* Runs a call that must fail by itself. The call has its turns until then, and nothing of it stays. */
-void expect_failure(const Server::Serve &serve, const std::vector<Call::Report> &reports, const std::string &reason,
+/* Runs a call that must fail by itself. The module has its turns until then, and nothing of the call stays. */
+void expect_failure(const Server::Serve &serve, const std::vector<Report> &reports, const std::string &reason,
                     int connections) {
   const size_t files = entries("/proc/self/fd");
   {
@@ -349,7 +214,7 @@ void expect_failure(const Server::Serve &serve, const std::vector<Call::Report> 
     call.speak(1000);
     call.start();
     ASSERT_TRUE(call.wait_return());
-    EXPECT_GE(call.ticks(), call.due_ticks());
+    EXPECT_GE(call.calls(), call.due_calls());
     EXPECT_EQ(call.reports(), reports);
     const std::string extra = call.record.extra;
     EXPECT_EQ(extra.find("ERROR: " + url_of(server) + "/path: "), 0U) << extra;
@@ -357,12 +222,6 @@ void expect_failure(const Server::Serve &serve, const std::vector<Call::Report> 
     EXPECT_EQ(server.connections(), connections);
   }
   EXPECT_EQ(entries("/proc/self/fd"), files);
-}
-
-class FailingHandshake : public testing::TestWithParam<Misbehaviour> {};
-
-TEST_P(FailingHandshake, IsReported) {
-  expect_failure(GetParam().misbehave, {kEnd}, GetParam().reason, 1);
 }
 
 /* Says this, and nothing more. */
@@ -373,86 +232,72 @@ Server::Serve saying(const std::string &bytes) {
   };
 }
 
-void trickle(Peer &peer) {
-  for (int i = 0; i < 1000; ++i) {
-    peer.raw("H");
-    std::this_thread::sleep_for(1ms);
-  }
-}
-
 void leave(Peer &) {}
 
-constexpr char kWrongKey[] =
-    "HTTP/1.1 101 x\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
-    "Sec-WebSocket-Accept: s3pPLMBiTxaQ9kYGzzhZRbK+xOo=\r\n\r\n";
-
-const Misbehaviour kHandshakes[] = {
-    {"Stalls", saying(""), "does not answer the WebSocket handshake in time"},
-    {"Trickles", trickle, "does not answer the WebSocket handshake in time"},
-    {"Closes", leave, "in the WebSocket handshake: "},
-    {"IsAnotherServer", saying("HTTP/1.1 404 Not\033Found\r\n\r\n"), "it answers 'HTTP/1.1 404 Not?Found'"},
-    {"AcceptsAnotherKey", saying(kWrongKey), "handshake is wrong"},
-    {"NeverEnds", saying("HTTP/1.1 101 x\r\nX: " + std::string(100000, 'x')), "too long"},
-};
-INSTANTIATE_TEST_SUITE_P(, FailingHandshake, testing::ValuesIn(kHandshakes), name_of);
-
-class FailingServer : public testing::TestWithParam<Misbehaviour> {
-protected:
-  /* A server that is lost is tried once more, one that is wrong is not. */
-  int connections() const { return std::string(GetParam().name).find("Lost") == 0 ? 2 : 1; }
-};
-
-TEST_P(FailingServer, IsReported) {
-  const auto serve = [](Peer &peer) {
-    greet(peer);
-    GetParam().misbehave(peer);
+TEST(FailingHandshake, IsReported) {
+  const auto trickle = [](Peer &peer) {
+    for (int i = 0; i < 1000; ++i) {
+      peer.raw("H");
+      std::this_thread::sleep_for(1ms);
+    }
   };
-  expect_failure(serve, {kEnd}, GetParam().reason, connections());
-}
-
-TEST_P(FailingServer, TakesNoWordsWithIt) {
-  const auto serve = [](Peer &peer) {
-    greet(peer);
-    peer.say(R"({"partial": "one two"})");
-    GetParam().misbehave(peer);
+  const char *wrong_key =
+      "HTTP/1.1 101 x\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+      "Sec-WebSocket-Accept: s3pPLMBiTxaQ9kYGzzhZRbK+xOo=\r\n\r\n";
+  const std::pair<Server::Serve, const char *> handshakes[] = {
+      {saying(""), "does not answer the WebSocket handshake in time"},
+      {trickle, "does not answer the WebSocket handshake in time"},
+      {leave, "in the WebSocket handshake: "},
+      {saying("HTTP/1.1 404 Not\033Found\r\n\r\n"), "it answers 'HTTP/1.1 404 Not?Found'"},
+      {saying(wrong_key), "handshake is wrong"},
+      {saying("HTTP/1.1 101 x\r\nX: " + std::string(100000, 'x')), "too long"},
   };
-  expect_failure(serve, {{"one two", -1, ""}, kFinish, kEnd}, GetParam().reason, 1);
+  for (const auto &[serve, reason] : handshakes) expect_failure(serve, {kEnd}, reason, 1);
 }
 
-std::string pings() {
-  std::string bytes;
-  for (int i = 0; i < 2000; ++i) bytes += frame(kPing, std::string(125, 'x'));
-  return bytes;
+TEST(FailingServer, IsReportedAndTakesNoWordsWithIt) {
+  std::string pings;
+  for (int i = 0; i < 2000; ++i) pings += frame(kPing, std::string(125, 'x'));
+  std::string pieces = frame(kText, "", false);
+  for (int i = 0; i < 40; ++i) pieces += frame(kContinuation, std::string(50000, ' '), false);
+  constexpr char kLost[] = "closed the connection";
+  constexpr char kStalled[] = "did not answer for 300 ms";
+  constexpr char kBroken[] = "breaks the WebSocket protocol";
+  constexpr char kTooMuch[] = "more than 1048576 bytes";
+  constexpr char kNoJson[] = "no JSON object";
+  const std::pair<Server::Serve, const char *> servers[] = {
+      {leave, kLost},
+      {saying(frame(kClose, "\x03\xf3 out of memory")), "closed the connection with code 1011"},
+      {[](Peer &peer) { peer.raw(frame(kText, R"({"text": "o)", true, 500)); }, kLost},
+      {saying(""), kStalled},
+      {saying(frame(kText, "{", true, 500)), kStalled},
+      {saying(pings), kStalled},
+      {saying(std::string(1000, '\xb7')), kBroken},
+      {saying("\x81\x82xxxx\x03\x05"), kBroken},      // a masked frame
+      {saying(frame(kContinuation, "{}")), kBroken},  // of nothing
+      {saying(frame(kText, "{", true, size_t{1} << 40)), kTooMuch},
+      {saying(pieces), kTooMuch},
+      {saying(frame(kText, R"({"partial": "one)")), kNoJson},
+      {saying(frame(kText, R"(["partial"])")), kNoJson},
+      {saying(frame(kText, R"({"x":)" + std::string(1000000, '['))), kNoJson},
+  };
+  for (const auto &server : servers) {
+    const char *reason = server.second;
+    SCOPED_TRACE("server " + std::to_string(&server - servers));
+    const auto serve = [&server](Peer &peer) {
+      greet(peer);
+      server.first(peer);
+    };
+    // One that is lost is tried once more, one that is wrong is not.
+    expect_failure(serve, {kEnd}, reason, std::string(reason).find(kLost) == 0 ? 2 : 1);
+    const auto serve_words = [&server](Peer &peer) {
+      greet(peer);
+      peer.say(R"({"partial": "one two"})");
+      server.first(peer);
+    };
+    expect_failure(serve_words, {{"one two", -1}, kFinish, kEnd}, reason, 1);
+  }
 }
-
-std::string pieces() {
-  std::string bytes = frame(kText, "", false);
-  for (int i = 0; i < 40; ++i) bytes += frame(kContinuation, std::string(50000, ' '), false);
-  return bytes;
-}
-
-constexpr char kStalled[] = "did not answer for 300 ms";
-constexpr char kBroken[] = "breaks the WebSocket protocol";
-constexpr char kTooMuch[] = "more than 1048576 bytes";
-constexpr char kNoJson[] = "no JSON object";
-
-const Misbehaviour kServers[] = {
-    {"LostAtOnce", leave, "the server closed the connection"},
-    {"LostWithCode", saying(frame(kClose, "\x03\xf3 out of memory")), "closed the connection with code 1011"},
-    {"LostInAFrame", [](Peer &peer) { peer.raw(frame(kText, R"({"text": "o)", true, 500)); }, "closed the connection"},
-    {"Stalls", saying(""), kStalled},
-    {"StallsInAFrame", saying(frame(kText, "{", true, 500)), kStalled},
-    {"OnlyPings", saying(pings()), kStalled},
-    {"SendsGarbage", saying(std::string(1000, '\xb7')), kBroken},
-    {"SendsAMaskedFrame", saying("\x81\x82xxxx\x03\x05"), kBroken},
-    {"SendsAPieceOfNothing", saying(frame(kContinuation, "{}")), kBroken},
-    {"PromisesTooMuch", saying(frame(kText, "{", true, size_t{1} << 40)), kTooMuch},
-    {"SendsTooMuchInPieces", saying(pieces()), kTooMuch},
-    {"SendsBrokenJson", saying(frame(kText, R"({"partial": "one)")), kNoJson},
-    {"SendsAnotherJson", saying(frame(kText, R"(["partial"])")), kNoJson},
-    {"NestsDeeply", saying(frame(kText, R"({"x":)" + std::string(1000000, '['))), kNoJson},
-};
-INSTANTIATE_TEST_SUITE_P(, FailingServer, testing::ValuesIn(kServers), name_of);
 
 TEST(FailingConnection, IsReportedWithoutHoldingTheCall) {
   // A listener that accepts nothing and whose queue is full: the next connection gets no answer at all.
@@ -470,7 +315,7 @@ TEST(FailingConnection, IsReportedWithoutHoldingTheCall) {
     call.speak(100);
     call.start();
     EXPECT_TRUE(call.wait_return());
-    EXPECT_GE(call.ticks(), call.due_ticks());
+    EXPECT_GE(call.calls(), call.due_calls());
     return std::string(call.record.extra);
   };
   EXPECT_EQ(reason("ws://127.0.0.1:" + port), "ERROR: ws://127.0.0.1:" + port + ": cannot connect: Connection refused");
@@ -521,6 +366,8 @@ TEST(Tls, VerifiesTheServersCertificateAndName) {
   stalled.start();
   ASSERT_TRUE(stalled.wait_return());
   EXPECT_NE(std::string(stalled.record.extra).find("no connection in time"), std::string::npos);
+  stalled.stop();
+  plugin().close();  // also with a TLS library that has been at work
 }
 
 TEST(Reconnection, SendsTheAudioAgainWhenNoWordWasLost) {
@@ -564,9 +411,9 @@ TEST(Reconnection, ServesAContinuousCallBehindTheWordsOfTheLostOne) {
   ASSERT_TRUE(call.wait_reports(2));
   call.speak(400);
   ASSERT_TRUE(call.wait([&] { return again > 0; }));
-  EXPECT_TRUE(call.wait_ticks(5));
+  EXPECT_TRUE(call.wait_calls(5));
   call.stop();
-  EXPECT_EQ(call.reports(), (std::vector<Call::Report>{{"one", -1, ""}, kFinish, kEnd}));
+  EXPECT_EQ(call.reports(), (std::vector<Report>{{"one", -1}, kFinish, kEnd}));
   // 400 ms, less the chunk that greet() takes, and the end mark.
   EXPECT_LE(again, 3200U + 20);
 }
@@ -581,36 +428,26 @@ TEST(Stop, EndsTheLoopInEveryPhase) {
     call.start();
     EXPECT_TRUE(call.wait_reports(reports));
     if (finalize) call.finalize();
-    EXPECT_TRUE(call.wait_ticks(5));
-    const auto begun = std::chrono::steady_clock::now();
+    EXPECT_TRUE(call.wait_calls(5));
     call.stop();
-    EXPECT_LT(std::chrono::steady_clock::now() - begun, 20s) << "the phase ran to its own limit";
     call.stop();
-    EXPECT_EQ(call.record.hangup, QUILLBROOK_HANGUP_STOPPED);
     EXPECT_STREQ(call.record.extra, "");
     return call.reports();
   };
   // On the way to the server, with TLS and without.
-  EXPECT_EQ(stop_after(url_of(silent), false, 0), std::vector<Call::Report>{kEnd});
-  EXPECT_EQ(stop_after("wss" + url_of(silent).substr(2), false, 0), std::vector<Call::Report>{kEnd});
+  EXPECT_EQ(stop_after(url_of(silent), false, 0), std::vector<Report>{kEnd});
+  EXPECT_EQ(stop_after("wss" + url_of(silent).substr(2), false, 0), std::vector<Report>{kEnd});
   // In mid-speech: the last words are still fetched, and the module is told to finish.
-  EXPECT_EQ(stop_after(url_of(server), false, 1),
-            (std::vector<Call::Report>{{"ye", -1, ""}, {"yes", 76, ""}, kFinish, kEnd}));
+  EXPECT_EQ(stop_after(url_of(server), false, 1), (std::vector<Report>{{"ye", -1}, {"yes", 76}, kFinish, kEnd}));
   // Behind the result.
-  EXPECT_EQ(stop_after(url_of(server), true, 1),
-            (std::vector<Call::Report>{{"ye", -1, ""}, {"yes", 76, ""}, kFinish, kEnd}));
+  EXPECT_EQ(stop_after(url_of(server), true, 1), (std::vector<Report>{{"ye", -1}, {"yes", 76}, kFinish, kEnd}));
   // While a server that has nothing more to say holds its last result back.
   Server mute([](Peer &peer) {
     greet(peer);
     peer.say(R"({"partial": "one"})");
     peer.ignore();
   });
-  EXPECT_EQ(stop_after(url_of(mute), true, 1), (std::vector<Call::Report>{{"one", -1, ""}, kFinish, kEnd}));
-  // Without a loop.
-  Call idle("ws://localhost");
-  ASSERT_EQ(quillbrook_init(&idle.record), 0);
-  idle.stop();
-  EXPECT_GT(idle.record.finalize, 0);
+  EXPECT_EQ(stop_after(url_of(mute), true, 1), (std::vector<Report>{{"one", -1}, kFinish, kEnd}));
 }
 
 TEST(ManyCalls, RunBesideEachOtherAndLeaveNothing) {
@@ -640,27 +477,9 @@ TEST(ManyCalls, RunBesideEachOtherAndLeaveNothing) {
   EXPECT_EQ(entries("/proc/self/task"), threads);
 }
 
-TEST(Library, IsGoneAfterItsUnload) {
-  for (int i = 0; i < 3; ++i) {
-    void *library = dlopen(PLUGIN_FILE, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(library, nullptr) << dlerror();
-    using Loop = quillbrook_function_loop;
-    auto *loop = reinterpret_cast<Loop *>(dlsym(library, "quillbrook_loop"));
-    ASSERT_NE(loop, nullptr);
-    Server server(recognise, 0, certificate("localhost"));
-    Call call("wss://127.0.0.1:" + std::to_string(server.port()), "connect_timeout=60000");
-    std::thread([&] { loop(&call.record); }).join();
-    EXPECT_NE(std::string(call.record.extra).find("certificate"), std::string::npos) << call.record.extra;
-    dlclose(library);
-    std::ifstream maps("/proc/self/maps");
-    const std::string text((std::istreambuf_iterator<char>(maps)), {});
-    EXPECT_EQ(text.find("plugin_websocket"), std::string::npos);
-  }
-}
-
 TEST(Audio, IsReadAsLinearSamplesWhileTheFileGrows) {
   using quillbrook::websocket::StreamFile;
-  const std::string path = folder() + "/audio";
+  const std::string path = scratch_folder() + "/audio";
   const auto file = [&](const std::string &bytes, bool anew) {
     std::ofstream(path, std::ios::binary | (anew ? std::ios::trunc : std::ios::app)) << bytes;
   };
