@@ -72,8 +72,9 @@ public:
   uint32_t goalEnd(uint32_t goal) const { return goals_[goal].end; }
   uint32_t textLength() const { return static_cast<uint32_t>(text_.size()); }
 
-  // Makes a table of all items of one position.
   const std::vector<Item> &items() const { return items_; }
+
+  // Makes a table of all items of one position.
   void fillTable(uint32_t position, ItemTable &table) const;
 
 private:

@@ -383,16 +383,25 @@ void Parser::parseQuotedToken() {
   }
 }
 
-// One item for the words of a token. One that consists of characters that vanish is said by saying nothing.
+// One item for the words of a token. Marks that stand alone are dropped, as in a text, unless they are all that there
+// is. A token of characters that vanish is said by saying nothing.
 void Parser::addToken(std::string_view text) {
   groups_.back().hasItem = true;
   const size_t first = syntax_.symbols.size();
   addSymbol(SymbolKind::kGroupOpen);
-  WordSplitter splitter(text);
-  while (splitter.next()) {
-    addSymbol(SymbolKind::kWord, syntax_.words.add(splitter.word()));
+  const auto addWords = [&](bool marksOnly) {
+    WordSplitter splitter(text);
+    while (splitter.next()) {
+      if (splitter.marksOnly() == marksOnly) {
+        addSymbol(SymbolKind::kWord, syntax_.words.add(splitter.word()));
+      }
+    }
+    return syntax_.symbols.size() - first - 1;
+  };
+  size_t words = addWords(false);
+  if (words == 0) {
+    words = addWords(true);
   }
-  const size_t words = syntax_.symbols.size() - first - 1;
   if (words == 0) {
     syntax_.symbols[first].kind = SymbolKind::kNull;
     return;

@@ -6,7 +6,7 @@ namespace jsgf {
 
 namespace {
 
-// Calls `visit(source, branch, target, tags)` for each way from a place to another that takes no word. A call leads to
+// Calls `visit(source, branch, target)` for each way from a place to another that takes no word. A call leads to
 // the place behind it.
 template <typename Visit>
 void forEachEdge(const Program &program, const Visit &visit) {

@@ -78,7 +78,6 @@ private:
   void consumeWord();
   bool choose();
   bool stepBack();
-  void takeBranch(uint32_t branch);
   bool mark(uint64_t frame, uint32_t place);
   void growMarks();
   void call();
