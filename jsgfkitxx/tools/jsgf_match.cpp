@@ -91,6 +91,9 @@ int run(std::vector<std::string> arguments) {
     }
     std::string line;
     while (arguments.size() == 1 && std::getline(std::cin, line)) {
+      if (!line.empty() && line.back() == '\r') {
+        line.pop_back();
+      }
       allMatched = report(grammar, line) && allMatched;
     }
     return allMatched ? kAllMatched : kSomeDidNotMatch;

@@ -23,7 +23,7 @@ expect 0 $'match: Two, oh five.\n  rule: number\n  tags: {2} {0} {5}' "$tool" "$
 expect 1 $'match: Yes please\n  rule: answer\n  tags: {yes}\nno match: maybe' "$tool" "$grammars/yesno.jsgf" \
   'Yes please' maybe
 expect 0 $'match: a big pizza\n  rule: order\n  tags: {count=1} {size=large}' \
-  bash -c 'echo "a big pizza" | "$1" "$2/pizza.jsgf"' - "$tool" "$grammars"
+  bash -c 'printf "a big pizza\r\n" | "$1" "$2/pizza.jsgf"' - "$tool" "$grammars"
 expect 0 'zero oh one two three four five six seven eight nine' \
   bash -c '"$1" --words "$2/digits.jsgf" | xargs' - "$tool" "$grammars"
 
