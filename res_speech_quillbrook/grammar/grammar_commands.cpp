@@ -30,6 +30,12 @@ void set_grammar_id(quillbrook_speech_t &session, const char *name) {
   copy_text(session.grammar_id, name);
 }
 
+void log_switched(quillbrook_speech_t &session, const char *name, const char *state)
+    QUILLBROOK_REQUIRES(session.grammar_lock) {
+  session_notice(&session, "JSGF grammar %s %s (%d active / %d loaded)\n", name, state,
+                 static_cast<int>(session.grammars.activeCount()), static_cast<int>(session.grammars.size()));
+}
+
 // A path is a scheme, a colon and the rest, or a file alone. Two schemes mean something; the others are dropped.
 void load(quillbrook_speech_t &session, const char *name, const char *path) {
   session_notice(&session, "load grammar %s = %s\n", name, path);
@@ -85,8 +91,7 @@ void activate(quillbrook_speech_t &session, const char *name) {
   {
     const MutexLock hold(session.grammar_lock);
     if (session.grammars.activate(name)) {
-      session_notice(&session, "JSGF grammar %s is active (%d active / %d loaded)\n", name,
-                     static_cast<int>(session.grammars.activeCount()), static_cast<int>(session.grammars.size()));
+      log_switched(session, name, "is active");
     }
   }
   if (!session.grammar_id[0]) {
@@ -100,8 +105,7 @@ void deactivate(quillbrook_speech_t &session, const char *name) {
   {
     const MutexLock hold(session.grammar_lock);
     if (session.grammars.deactivate(name)) {
-      session_notice(&session, "JSGF grammar %s is not active (%d active / %d loaded)\n", name,
-                     static_cast<int>(session.grammars.activeCount()), static_cast<int>(session.grammars.size()));
+      log_switched(session, name, "is not active");
     }
   }
   if (session.engine->continuous) {

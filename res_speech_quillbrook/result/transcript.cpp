@@ -90,6 +90,7 @@ void quillbrook_append_final(quillbrook_message &message) {
   const char *between = session->text && session->text[0] ? separator(*session->engine) : "";
   const size_t before = length_of(session->text);
   const size_t size = before + strlen(between) + strlen(message.text) + 1;
+  trace(2, "CALLBACK: Forgive last interim =%s\n", shown(session->text_interim));
   trace(2, "CALLBACK: Last text =%s\n", shown(session->text));
   char *grown = host_realloc_text(session->text, size);
   if (!grown) {
@@ -97,10 +98,9 @@ void quillbrook_append_final(quillbrook_message &message) {
   }
   snprintf(grown + before, size - before, "%s%s", between, message.text);
   session->text = grown;
+  quillbrook_release_text(session->text_interim);
   trace(2, "CALLBACK: New text =%s\n", session->text);
 
-  trace(2, "CALLBACK: Forgive last interim =%s\n", shown(session->text_interim));
-  quillbrook_release_text(session->text_interim);
   add_score(session, message.score);
   trace(2, "CALLBACK: text [%s] score=%d\n", session->text, session->score);
 

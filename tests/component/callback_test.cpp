@@ -1,4 +1,5 @@
-// What becomes of a message by its class, against the gates: a result that is out, the plugin's session end.
+// What becomes of the plugin's messages: what their class and the gates say, and the one text and one score that
+// interims and finals make.
 #include "session_fixture.h"
 
 namespace {
@@ -9,7 +10,7 @@ protected:
     engine.completetimeout = 1000;
     engine.incompletetimeout = 3000;
   }
-  quillbrook_statistics stats() { return quillbrook_statistics_read().stats; }
+  static quillbrook_statistics stats() { return quillbrook_statistics_read().stats; }
 };
 
 TEST_F(CallbackTest, NoContextAndNoSessionAreRefused) {
@@ -36,73 +37,71 @@ TEST_F(CallbackTest, ABadScoreIsRefusedWithALine) {
   EXPECT_EQ(stats().messages_total, 0U);
 }
 
-struct Message {
-  const char *name;
-  const char *text;
+struct Script {
+  std::vector<std::pair<const char *, int>> messages;
+  std::string text, sentences;  // with endpointing off and on; "error" when nothing is delivered
   int score;
-  const char *result;            // at the end
-  bool ends = false;             // the message delivers it
-  int finals = 0, interims = 0;  // as counted
+  unsigned finals, interims;  // as counted
+  bool ends = false;          // the last message delivers
 };
-void PrintTo(const Message &message, std::ostream *out) {
-  *out << message.name;
-}
-class MessageTest : public CallbackTest, public testing::WithParamInterface<Message> {};
 
-// The words "so far" are stored as an interim when the message comes.
-TEST_P(MessageTest, DeliversWhatItsClassSays) {
-  const Message &message = GetParam();
-  create_and_start();
-  send("so far", QUILLBROOK_SCORE_INTERIM);
-  EXPECT_EQ(send(message.text, message.score), 0);
-  EXPECT_EQ(queued(), message.ends ? 1U : 0U);
-  EXPECT_EQ(state(), message.ends ? DONE : READY);
-  EXPECT_EQ(stats().messages_final, static_cast<unsigned>(message.finals));
-  EXPECT_EQ(stats().messages_interim, static_cast<unsigned>(1 + message.interims));
-  EXPECT_EQ(get(), message.result);
+// clang-format off
+const Script scripts[] = {
+    {{{nullptr, -1}, {"", 0}, {"", 80}}, "error", "error", 0, 0, 0},
+    {{{"a", -1}, {"a b", -1}}, "a b", "a b.", 50, 0, 2},
+    {{{"a", -1}, {"b", -1}, {"a", -1}, {"a", -1}}, "a", "a.", 50, 0, 4},
+    {{{"a", 90}, {"b", 85}}, "a b", "a.\nb.", 87, 2, 0},  // rounded down
+    {{{"wrong", -1}, {"a", 70}}, "a", "a.", 70, 1, 1},
+    {{{"a", 70}, {"b", -1}}, "a b", "a.\nb.", 70, 1, 1},
+    {{{"a", -1}, {nullptr, -1}, {"", 80}}, "a", "a.", 50, 0, 1},
+    {{{"a", -1}, {"", -2}}, "a", "a.", 50, 0, 1, true},
+    {{{"a", -1}, {"lost", -2}}, "a", "a.", 50, 0, 2, true},
+    {{{"", -2}, {"lost", -2}}, "error", "error", 0, 0, 1},
+    {{{"?", 0}}, "?", "?.", 0, 0, 1, true},
+    {{{"a", 70}, {"-", 0}}, "-", "-.", 70, 1, 1, true},
+    {{{"so far", -1}, {"?", 0}}, "? so far", "?.\nso far.", 0, 0, 2, true},
+    {{{" ", 0}, {"ab", 0}, {"\xC3\xA9", 0}}, "error", "error", 0, 0, 3},
+    {{{"a", INT_MAX}, {"b", INT_MAX}}, "a b", "a.\nb.", INT_MAX / 2, 2, 0},
+};
+// clang-format on
+
+TEST_F(CallbackTest, MessagesMakeOneTextAndOneScore) {
+  for (const Script &script : scripts) {
+    for (const bool sentences : {false, true}) {
+      SCOPED_TRACE(script.text + " from " + shown(script.messages.back().first));
+      engine.endpointing = sentences;
+      plugin.loops = 0;
+      create_and_start();
+      const quillbrook_statistics before = stats();
+      for (const auto &[text, score] : script.messages) EXPECT_EQ(send(text, score), 0);
+      EXPECT_EQ(stats().messages_final - before.messages_final, script.finals);
+      EXPECT_EQ(stats().messages_interim - before.messages_interim, script.interims);
+      EXPECT_EQ(queued(), script.ends ? 1U : 0U);
+      EXPECT_EQ(state(), script.ends ? DONE : READY);
+      EXPECT_EQ(get(), sentences ? script.sentences : script.text);
+      EXPECT_EQ(score, script.score);
+      destroy();
+    }
+  }
 }
 
-TEST_P(MessageTest, IsRefusedBehindAResultOfASingleShot) {
-  const Message &message = GetParam();
+TEST_F(CallbackTest, WhatComesBehindAResultIsRefused) {
   debug = 1;
   create_and_start();
   send("first", 80);
   finish();
   stand_in::advance_ms(5000);
-  const quillbrook_statistics before = stats();
+  const unsigned counted = stats().messages_total;
   const timeval date = session()->datelast;
-  EXPECT_EQ(send(message.text, message.score), -1);
-  EXPECT_EQ(stats().messages_total, before.messages_total);
+  for (const int score : {80, 0, QUILLBROOK_SCORE_INTERIM, QUILLBROOK_SCORE_FINISH}) {
+    EXPECT_EQ(send("late", score), -1);
+    EXPECT_EQ(send(nullptr, score), -1);
+  }
+  EXPECT_EQ(stats().messages_total, counted);
   EXPECT_EQ(ast_tvdiff_ms(session()->datelast, date), 0);
-  EXPECT_EQ(stand_in::logged(__LOG_WARNING, "CALLBACK: Too late, we have already a result! (1)\n"),
-            message.text ? 1 : 0);
+  EXPECT_EQ(stand_in::logged(__LOG_WARNING, "CALLBACK: Too late, we have already a result! (1)\n"), 4);
   EXPECT_EQ(get(), "first");
   EXPECT_EQ(score, 80);
-}
-
-const Message messages[] = {
-    {"tick", nullptr, -1, "so far"},
-    {"empty tick", "", 0, "so far"},
-    {"tick with a score", "", 80, "so far"},
-    {"interim", "more", -1, "more", false, 0, 1},
-    {"repeated interim", "so far", -1, "so far", false, 0, 1},
-    {"final", "more", 80, "more", false, 1, 0},
-    {"finish", "", -2, "so far", true},
-    {"finish with words", "lost", -2, "so far", true, 0, 1},
-    {"no match", "?", 0, "? so far", true, 0, 1},
-    {"blank", " ", 0, "so far", false, 0, 1},
-    {"two bytes without confidence", "\xC3\xA9", 0, "so far", false, 0, 1},
-};
-INSTANTIATE_TEST_SUITE_P(Each, MessageTest, testing::ValuesIn(messages));
-
-TEST_F(CallbackTest, AFinishWithNothingHeardDeliversNothing) {
-  create_and_start();
-  EXPECT_EQ(finish(), 0);
-  EXPECT_EQ(send("not stored", QUILLBROOK_SCORE_FINISH), 0);
-  EXPECT_EQ(queued(), 0U);
-  EXPECT_EQ(state(), READY);
-  EXPECT_FALSE(ast_tvzero(session()->datefirst)) << "yet they were heard";
-  EXPECT_EQ(stats().messages_interim, 1U);
 }
 
 TEST_F(CallbackTest, TheEndOfTheProvidersSession) {
@@ -123,12 +122,6 @@ TEST_F(CallbackTest, TheEndOfTheProvidersSession) {
   session()->plugin_closed = 0;
   EXPECT_EQ(send(nullptr, QUILLBROOK_SCORE_END), -1) << "a result is out";
   EXPECT_EQ(session()->plugin_closed, 1);
-  EXPECT_EQ(get(), "one");
-
-  start();
-  EXPECT_EQ(send(nullptr, QUILLBROOK_SCORE_END), 0) << "with nothing heard";
-  EXPECT_EQ(session()->plugin_closed, 1);
-  EXPECT_EQ(queued(), 0U);
 }
 
 TEST_F(CallbackTest, TheFirstTextRaisesTheHostsFlagsOnce) {
@@ -140,6 +133,80 @@ TEST_F(CallbackTest, TheFirstTextRaisesTheHostsFlagsOnce) {
   speech.flags = 0;
   send("heard more", QUILLBROOK_SCORE_INTERIM);
   EXPECT_EQ(speech.flags, 0U);
+}
+
+TEST_F(CallbackTest, ExtrasBelongToTheLastMessageThatHadThem) {
+  create_and_start();
+  std::string json = "{\"n\":1}", meaning = "first";
+  context()->extra_pointer = json.c_str();
+  context()->api_pointer = meaning.c_str();
+  send("one", QUILLBROOK_SCORE_INTERIM);
+  json = "{\"n\":2}";
+  meaning = "second";
+  tick();
+  EXPECT_STREQ(session()->json, "{\"n\":1}");
+  send("one", QUILLBROOK_SCORE_INTERIM);
+  context()->extra_pointer = context()->api_pointer = nullptr;
+  send("two", QUILLBROOK_SCORE_INTERIM);
+  EXPECT_STREQ(session()->json, "{\"n\":2}");
+  EXPECT_STREQ(session()->interpretation, "second");
+}
+
+// By which a dialplan is debugged.
+TEST_F(CallbackTest, ACallTellsItsStepsUnderDebug) {
+  create_and_start();
+  send("one", 80);
+  send("so far", QUILLBROOK_SCORE_INTERIM);
+  stand_in::advance_ms(250);
+  context()->hangup = 1;
+  debug = verbose = 1;
+  ast_verb_sys_level = 2;
+  send("two", 60);
+  ast_verb_sys_level = debug = verbose = 0;
+  std::string steps;
+  for (const stand_in::Line &line : stand_in::verbose_lines()) steps += line.text;
+  EXPECT_EQ(steps.substr(steps.find("CALLBACK: last_result")), R"(CALLBACK: last_result = 0
+CALLBACK: session duration [250]
+CALLBACK: speech duration [250]
+CALLBACK: DSP / VAD silence [0]
+CALLBACK: New text, no silence!
+CALLBACK: Silence started 0ms before...
+CALLBACK: completetimeout delay silence [stt=0,dsp=0] > 1000
+CALLBACK: incompletetimeout delay silence [0] < 3000
+CALLBACK: Forgive last interim =so far
+CALLBACK: Last text =one
+CALLBACK: New text =one two
+CALLBACK: text [one two] score=70
+CALLBACK: complete=hangup
+Set score = -2 !
+CALLBACK: finalize result
+CALLBACK: text [one two] score=70 len=7
+CALLBACK: realloc[7+2]
+CALLBACK: FINAL RESULT text [one two] score = 70 (completetimeout)
+)");
+}
+
+// The message is lost then, and nothing of what came before.
+TEST_F(CallbackTest, EveryAllocationMayFail) {
+  engine.endpointing = 1;
+  for (int nth = 1;; ++nth) {
+    plugin.loops = 0;
+    create_and_start();
+    send("one", 80);
+    send("two", QUILLBROOK_SCORE_INTERIM);
+    stand_in::fail(stand_in::Fault::Allocation, nth);
+    send("three", 80);
+    const int failed_early = stand_in::stop_failing();
+    EXPECT_STREQ(session()->text, failed_early ? "one" : "one.\nthree");
+    EXPECT_EQ(session()->text_interim == nullptr, !failed_early);
+    stand_in::fail(stand_in::Fault::Allocation, nth);
+    finish();
+    const int failed_late = stand_in::stop_failing();
+    const std::string text = get();
+    EXPECT_TRUE(text == "error" || text.rfind("one", 0) == 0) << text;
+    destroy();
+    if (!failed_early && !failed_late) break;
+  }
 }
 
 }  // namespace

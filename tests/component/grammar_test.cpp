@@ -5,7 +5,6 @@
 #include "grammar/grammar_files.h"
 #include "host/stand_in.h"
 #include "session/entries.h"
-#include "session/recognition.h"
 #include "session/session.h"
 
 namespace {
@@ -45,7 +44,6 @@ struct GrammarTest : testing::Test {
   }
   // A grammar file with these rules.
   static std::string jsgf(const std::string &name, const std::string &rules) { return file(name, HEADER + rules); }
-
   static std::vector<std::string> lines(int level) {
     std::vector<std::string> texts;
     for (const stand_in::Line &line : stand_in::log_lines()) {
@@ -74,44 +72,37 @@ std::string settings(const quillbrook_speech_t &session) {
 TEST_F(GrammarTest, EachFormSetsItsOwnFieldAndNothingElse) {
   const struct {
     const char *path;
-    const char *name;
     const char *change;  // "field=value", or nothing
+    const char *name = "x";
   } cases[] = {
-      {"property:Speech-Timeout=2s", "x", "speechtimeout=2000"},
-      {"property:Speech-Timeout", "500ms", "speechtimeout=500"},
-      {"property:Max-Speech-Timeout=2s", "x", "maxspeechtimeout=2000"},
-      {"property:Recognition-Timeout=3s", "x", "maxspeechtimeout=3000"},
-      {"property:Min-Speech-Timeout=4s", "x", "minspeechtimeout=4000"},
-      {"property:Speech-Complete-Timeout=5s", "x", "completetimeout=5000"},
-      {"property:Speech-Incomplete-Timeout=6s", "x", "incompletetimeout=6000"},
-      {"property:Extended-Timeout=7s", "x", "extendedtimeout=7000"},
-      {"property:Early-Timeout=8s", "x", "earlyspeechtimeout=8000"},
-      {"property:Logging-Tag=9s, a=b", "x", "loggingtag=9s, a=b"},
-      {"property:Logging-Tag=a.txt", "x", "loggingtag=a.txt"},  // and no file is looked for
-      {"property:Logging-Tag", "call 9s", "loggingtag=call 9s"},
-      {"property:Speed-vs-Accuracy=0.7", "x", "speedvsaccuracy=0.7"},
-      {"property:Speed-vs-Accuracy", "0.25s", "speedvsaccuracy=0.25"},  // the unit is cut off
-      {"property:Speed-vs-Accuracy", "fast", "speedvsaccuracy=0"},
-      {"property:Speech-Timeout-of-ours=1s", "x", "speechtimeout=1000"},  // a name may go on
-      {"propertyX:Speech-Timeout=1s", "x", "speechtimeout=1000"},
-      {"Property:Speech-Timeout=1s", "x", ""},
-      {"property:speech-timeout=1s", "x", ""},
-      {"property:No-Such=1s", "x", ""},
-      {"Speech-Timeout=1s", "x", ""},
-      {"uri:Speech-Timeout=1s", "x", ""},
+      {"property:Speech-Timeout=2s", "speechtimeout=2000"},
+      {"property:Speech-Timeout", "speechtimeout=500", "500ms"},
+      {"property:Max-Speech-Timeout=2s", "maxspeechtimeout=2000"},
+      {"property:Recognition-Timeout=3s", "maxspeechtimeout=3000"},
+      {"property:Min-Speech-Timeout=4s", "minspeechtimeout=4000"},
+      {"property:Speech-Complete-Timeout=5s", "completetimeout=5000"},
+      {"property:Speech-Incomplete-Timeout=6s", "incompletetimeout=6000"},
+      {"property:Extended-Timeout=7s", "extendedtimeout=7000"},
+      {"property:Early-Timeout=8s", "earlyspeechtimeout=8000"},
+      {"property:Logging-Tag=a=b 9s.txt", "loggingtag=a=b 9s.txt"},  // and no file is looked for
+      {"property:Speed-vs-Accuracy=0.7", "speedvsaccuracy=0.7"},
+      {"property:Speed-vs-Accuracy", "speedvsaccuracy=0.25", "0.25s"},  // the unit is cut off
+      {"property:Speed-vs-Accuracy", "speedvsaccuracy=0", "fast"},
+      {"propertyX:Speech-Timeout-of-ours=1s", "speechtimeout=1000"},  // scheme and name may go on
+      {"Property:Speech-Timeout=1s", ""},
+      {"property:speech-timeout=1s", ""},
+      {"Speech-Timeout=1s", ""},
       // A template of a model takes language and voice.
-      {"property:Speech-Language=fr", "x", "model=fr"},
-      {"property:Speech-Voice", "Ann 9s", "voice=Ann 9s"},
-      {"builtin:grammar/model=en:US", "x", "model=en:US"},
-      {"builtin:grammar/model=", "x", "model="},
-      {"builtin:grammar/text=free", "x", "model=free"},
-      {"builtin:grammar/transcribe?lang=de", "x", "model=de"},
-      {"builtin:grammar/configuration=a=1", "x", "configuration=a=1"},
-      {"builtin:speech/transcribe", "x", "model=builtin:speech/transcribe"},
-      {"builtin:speec", "x", "model=builtin:speec"},
-      {"builtin:spee", "x", ""},
-      {"builtin:grammar/digits", "x", ""},
-      {"", "x", ""},
+      {"property:Speech-Language=fr", "model=fr"},
+      {"property:Speech-Voice", "voice=Ann 9s", "Ann 9s"},
+      {"builtin:grammar/model=en:US", "model=en:US"},
+      {"builtin:grammar/model=", "model="},
+      {"builtin:grammar/text=free", "model=free"},
+      {"builtin:grammar/transcribe?lang=de", "model=de"},
+      {"builtin:grammar/configuration=a=1", "configuration=a=1"},
+      {"builtin:speech/transcribe", "model=builtin:speech/transcribe"},
+      {"builtin:speec", "model=builtin:speec"},
+      {"builtin:spee", ""},
       {":", "", ""},
   };
   for (const auto &one : cases) {
@@ -139,36 +130,20 @@ TEST_F(GrammarTest, EachFormSetsItsOwnFieldAndNothingElse) {
 
 TEST_F(GrammarTest, OnlyATemplateTakesLanguageAndVoice) {
   copy_text(session.model, "base");
+  const std::string before = settings(session);
   load("x", "property:Speech-Voice=Ann");
   load("x", "property:Speech-Language=fr");
-  EXPECT_STREQ(session.model, "base");
-  EXPECT_STREQ(session.voice, "");
+  EXPECT_EQ(settings(session), before);
 }
 
 TEST_F(GrammarTest, TimeoutsAreNumbersWithAUnit) {
-  const std::string long_number(1500, '0');
-  const std::pair<std::string, int> cases[] = {
-      {"250ms", 250},
-      {"2s", 2000},
-      {"1.5s", 1500},
-      {"3 seconds", 3000},
-      {"5 ms", 5},
-      {"0s", 0},
-      {"1e3ms", 1000},
-      {"0.251s", 250},   // single precision, cut and not rounded
-      {"1.001s", 1001},  // double precision would give 1000
-      {"800", -1},
-      {"5S", -1},
-      {".5s", -1},
-      {"-5s", -1},
-      {" 5s", -1},
-      {"s", -1},
-      {"ms", -1},
-      {"", -1},
-      {"3000000s", INT_MAX},
-      {"1e999s", INT_MAX},
-      {"1" + long_number + "s", -1},  // the unit is behind what is read
-  };
+  // Single precision, cut and not rounded: "1.001s" would be 1000 in double precision.
+  std::map<std::string, int> cases = {{"250ms", 250},        {"2s", 2000},       {"1.5s", 1500},  {"3 seconds", 3000},
+                                      {"5 ms", 5},           {"0s", 0},          {"1e3ms", 1000}, {"0.251s", 250},
+                                      {"1.001s", 1001},      {"800", -1},        {"5S", -1},      {".5s", -1},
+                                      {"-5s", -1},           {" 5s", -1},        {"s", -1},       {"", -1},
+                                      {"3000000s", INT_MAX}, {"1e999s", INT_MAX}};
+  cases["1" + std::string(1500, '0') + "s"] = -1;  // the unit is behind what is read
   for (const auto &[value, timeout] : cases) {
     session.speechtimeout = 7;
     load("x", "property:Speech-Timeout=" + value);
@@ -179,7 +154,7 @@ TEST_F(GrammarTest, TimeoutsAreNumbersWithAUnit) {
 // Files
 
 TEST_F(GrammarTest, AConfigurationComesWholeWithAZeroBehindIt) {
-  for (size_t size : {0, 1, 511, 512, 513, 1024, 70000}) {
+  for (size_t size : {0, 1, 511, 512, 513, 70000}) {
     std::string content(size, 'c');
     if (size > 2) {
       content[1] = '\0';  // bytes are not looked at
@@ -187,7 +162,6 @@ TEST_F(GrammarTest, AConfigurationComesWholeWithAZeroBehindIt) {
     load("conf", file("configuration_a", content));
     ASSERT_NE(session.config_pointer, nullptr);
     EXPECT_EQ(std::string(session.config_pointer, size + 1), content + '\0') << size;
-    EXPECT_STREQ(session.config_name, "conf");
   }
   // One that cannot be read takes the former one's place all the same.
   load("gone", "/nowhere/configuration_b");
@@ -205,24 +179,10 @@ TEST_F(GrammarTest, AConfigurationWithoutMemoryIsNone) {
     ASSERT_NE(session.config_pointer, nullptr);
     stand_in::fail(Fault::Allocation, nth);
     load("after", path);
-    EXPECT_EQ(stand_in::stop_failing(), 1);
     EXPECT_EQ(session.config_pointer, nullptr);
     EXPECT_STREQ(session.config_name, "after");
     EXPECT_EQ(stand_in::logged(__LOG_ERROR, "Memory allocation error!\n"), nth);
   }
-}
-
-TEST_F(GrammarTest, ARunningRecognitionKeepsTheConfigurationItWasGiven) {
-  load("a", file("configuration_a", "first"));
-  session.context1 = host_calloc<quillbrook_context>();
-  session.context1->config_pointer = session.config_pointer;
-  load("a", file("configuration_b", "second"));
-  unload("a");
-  EXPECT_EQ(session.config_pointer, nullptr);
-  EXPECT_STREQ(static_cast<char *>(session.context1->config_pointer), "first");
-  EXPECT_EQ(session.retired_configs.size(), 2U);
-  quillbrook_release_contexts(&session);
-  EXPECT_TRUE(session.retired_configs.empty());
 }
 
 TEST_F(GrammarTest, AContextIsCutAndAMissingFileLeavesIt) {
@@ -256,16 +216,13 @@ TEST_F(GrammarTest, OneFileMayHaveTwoReadings) {
 TEST_F(GrammarTest, ASchemeIsDroppedAndAPropertyThatIsNoneIsAFile) {
   const std::string path = jsgf("a.jsgf", "public <r> = yes {Y};");
   size_t loaded = 0;
-  for (const char *scheme : {"", "uri:", "file:", "http:", "/tmp/a:"}) {
+  for (const char *scheme : {"", "uri:", "file:", "/tmp/a:", "property:"}) {
     load("g", scheme + path);
     EXPECT_EQ(session.grammars.size(), ++loaded) << scheme;
   }
-  load("g", "property:" + path);
-  EXPECT_EQ(session.grammars.size(), ++loaded);
   // The value of such a property is the name of what it loads.
   load("g", "property:" + file("context_a=b", "text"));
   EXPECT_STREQ(session.context_name, "b");
-  EXPECT_STREQ(session.context_text, "text");
   // An ending counts in small letters only, and the first colon ends the scheme.
   load("g", jsgf("A.JSGF", "public <r> = yes {Y};"));
   load("g", "uri:file:" + path);
@@ -273,7 +230,6 @@ TEST_F(GrammarTest, ASchemeIsDroppedAndAPropertyThatIsNoneIsAFile) {
   // A builtin form is looked at as a path too, and whole.
   session.phrases = ast_strdup("old");
   load("g", "builtin:grammar/model=a.txt");
-  EXPECT_STREQ(session.model, "a.txt");
   EXPECT_EQ(session.phrases, nullptr);
 }
 
@@ -300,16 +256,22 @@ TEST_F(GrammarTest, AGrammarThatDoesNotLoadIsAnErrorLineAndNothingElse) {
 // Names
 
 TEST_F(GrammarTest, TheFirstGrammarActivatedNamesTheResult) {
-  activate("never-loaded");
-  EXPECT_STREQ(session.grammar_id, "never-loaded");
+  const char *first = "a-name-of-more-than-nineteen-bytes";  // is kept cut, and found in that form
+  const char *kept = "a-name-of-more-than";
+  load(first, file("configuration_a", "text"));
+  load(first, file("context_a", "text"));
+  EXPECT_STREQ(session.config_name, kept);
+  EXPECT_STREQ(session.context_name, kept);
+  activate(first);
   activate("second");
-  EXPECT_STREQ(session.grammar_id, "never-loaded");
   deactivate("second");
-  EXPECT_STREQ(session.grammar_id, "never-loaded");
-  deactivate("never-loaded");
+  EXPECT_STREQ(session.grammar_id, kept);
+  deactivate(first);
   EXPECT_STREQ(session.grammar_id, "");
   activate("second");
-  unload("never-loaded");
+  unload(first);
+  EXPECT_EQ(session.config_pointer, nullptr);
+  EXPECT_STREQ(session.context_name, "");
   EXPECT_STREQ(session.grammar_id, "second");
   unload("second");
   EXPECT_STREQ(session.grammar_id, "");
@@ -323,36 +285,17 @@ TEST_F(GrammarTest, TheFirstGrammarActivatedNamesTheResult) {
   EXPECT_FALSE(session.grammars.hasGrammar());
 }
 
-TEST_F(GrammarTest, NamesLongerThanTheirFieldAreFoundInTheirCutForm) {
-  const char *name = "a-name-of-more-than-nineteen-bytes";
-  load(name, file("configuration_a", "text"));
-  load(name, file("context_a", "text"));
-  activate(name);
-  EXPECT_STREQ(session.grammar_id, "a-name-of-more-than");
-  EXPECT_STREQ(session.config_name, "a-name-of-more-than");
-  EXPECT_STREQ(session.context_name, "a-name-of-more-than");
-  deactivate(name);
-  EXPECT_STREQ(session.grammar_id, "");
-  unload(name);
-  EXPECT_EQ(session.config_pointer, nullptr);
-  EXPECT_STREQ(session.context_name, "");
-}
-
 TEST_F(GrammarTest, GrammarsOfOneNameAreSwitchedTogetherAndUnloadedOneByOne) {
-  const std::string first = jsgf("a.jsgf", "public <r> = yes {ONE};");
-  const std::string second = jsgf("b.jsgf", "public <r> = yes {TWO};");
   EXPECT_FALSE(session.grammars.deactivate("g"));  // leaves no trace on the grammar that comes later
-  load("g", first);
+  load("g", jsgf("a.jsgf", "public <r> = yes {ONE};"));
   EXPECT_TRUE(session.grammars.isActive("g"));
   deactivate("g");
   EXPECT_FALSE(session.grammars.isActive("g"));
-  EXPECT_EQ(session.grammars.size(), 1U);
-  load("g", second);
+  load("g", jsgf("b.jsgf", "public <r> = yes {TWO};"));
   EXPECT_EQ(session.grammars.activeNames(), "g, g");
   EXPECT_EQ(session.grammars.match("yes"), "ONE");
   deactivate("g");
   EXPECT_EQ(session.grammars.activeCount(), 0U);
-  EXPECT_EQ(session.grammars.words(), "");
   unload("g");
   EXPECT_EQ(session.grammars.activeCount(), 1U);
   EXPECT_EQ(session.grammars.match("yes"), "TWO");
@@ -369,12 +312,10 @@ TEST_F(GrammarTest, TheFirstGrammarWithTagsAnswersAndTheFirstWithWordsHints) {
   load("bare", jsgf("b.jsgf", "public <r> = yes | no;"));
   load("tags", jsgf("c.jsgf", "public <r> = (yes {} {A} {} {B}) | \"oh well\" {C};"));
   EXPECT_EQ(session.grammars.match("Yes."), "A B");
-  EXPECT_EQ(session.grammars.match("oh well"), "C");
   EXPECT_EQ(session.grammars.match("no"), "");  // accepted, but without a tag
   EXPECT_EQ(session.grammars.words(), "yes, no");
   deactivate("bare");
   EXPECT_EQ(session.grammars.words(), "yes, oh well");
-  EXPECT_TRUE(GrammarManager().match("yes").empty());
 }
 
 TEST_F(GrammarTest, AccentsAreRemovedWhereTheModeSaysSo) {
@@ -408,11 +349,8 @@ TEST_F(GrammarTest, AccentsOfTheTableGoAndAllElseStays) {
                               "COLE \xC5\x92uvre \xC5\x93uf"),
             "eCOLE oeuvre oeuf");
   // Nothing is read behind the end, and what is no letter of the table is copied byte by byte.
-  for (const std::string &same :
-       {std::string("a\xC3"), std::string("\xC3\xC3"), std::string("\xC5\xB8"), std::string("\xE2\x82\xAC\xF0\x9F"),
-        std::string("\xC3\0\xC3", 3), std::string("\xC4\xA0")}) {
-    EXPECT_EQ(removeAccentsUTF8(same), same);
-  }
+  const std::string others = std::string("\xC5\xB8\xE2\x82\xAC\xF0\x9F\xC4\xA0\xC3\0\xC3", 13);
+  EXPECT_EQ(removeAccentsUTF8(others), others);
 }
 
 // The log, by which a dialplan is debugged
@@ -428,21 +366,14 @@ TEST_F(GrammarTest, MatchAndWordsTellWhatTheyDid) {
   verbose = 0;
   const std::string bare = "Grammar name: bare content: #JSGF V1.0; grammar g; public <r> = <NULL>;\n";
   const std::string on = "Grammar name: on content: #JSGF V1.0; grammar g; public <r> = yes {Y};\n";
-  EXPECT_EQ(lines(__LOG_NOTICE), (std::vector<std::string>{
-                                     "Match: 3 grammar(s) loaded, 2 active [bare, on], input [yes]\n",
-                                     "Match: grammar off is not active, skipped\n",
-                                     bare,
-                                     "Match: no match in grammar bare (rule [])\n",
-                                     on,
-                                     "Match: grammar on matched rule [r], tags [Y]\n",
-                                     "Extract words: 3 grammar(s) loaded, 2 active [bare, on]\n",
-                                     "Extract words: grammar off is not active, skipped\n",
-                                     bare,
-                                     "Extract words: no word in grammar bare\n",
-                                     on,
-                                     "yes\n",
-                                     "Extract words: 1 word(s) taken from grammar on\n",
-                                 }));
+  EXPECT_EQ(
+      lines(__LOG_NOTICE),
+      (std::vector<std::string>{
+          "Match: 3 grammar(s) loaded, 2 active [bare, on], input [yes]\n",
+          "Match: grammar off is not active, skipped\n", bare, "Match: no match in grammar bare (rule [])\n", on,
+          "Match: grammar on matched rule [r], tags [Y]\n", "Extract words: 3 grammar(s) loaded, 2 active [bare, on]\n",
+          "Extract words: grammar off is not active, skipped\n", bare, "Extract words: no word in grammar bare\n", on,
+          "yes\n", "Extract words: 1 word(s) taken from grammar on\n"}));
 }
 
 }  // namespace
