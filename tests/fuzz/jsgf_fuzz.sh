@@ -8,18 +8,15 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 folder=$1
 runs=${2:-10000}
-mkdir -p "$folder"
+cmake -S . -B "$folder" -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Release \
+  -DQUILLBROOK_SANITIZE=fuzzer -DCMAKE_UNITY_BUILD=ON >/dev/null
+ninja -C "$folder" jsgf_grammar_fuzz jsgf_match_fuzz
 for target in jsgf_grammar jsgf_match; do
-  program=$folder/${target}_fuzz
-  if [ -z "$(find "$program" -newer "tests/fuzz/${target}_fuzz.cpp" 2>/dev/null)" ] ||
-    [ -n "$(find jsgfkitxx tests/fuzz -name '*.[ch]*' -newer "$program")" ]; then
-    clang++ -std=c++17 -O1 -g -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=all -Ijsgfkitxx/include \
-      -Ijsgfkitxx/src -o "$program" "tests/fuzz/${target}_fuzz.cpp" jsgfkitxx/src/*.cpp
-  fi
   found=$folder/$target-corpus
   mkdir -p "$found"
   # What it finds goes to its own folder; the corpus in the tree is only read. The same seed, so the same inputs.
-  "$program" -runs="$runs" -seed=1 -max_len=2000 -timeout=20 -verbosity=0 -dict=tests/fuzz/jsgf_words.dict \
-    -artifact_prefix="$folder/$target-" "$found" "tests/fuzz/corpus/$target" configs/grammars
+  "$folder/tests/fuzz/${target}_fuzz" -runs="$runs" -seed=1 -max_len=2000 -timeout=20 -verbosity=0 \
+    -dict=tests/fuzz/jsgf_words.dict -artifact_prefix="$folder/$target-" "$found" "tests/fuzz/corpus/$target" \
+    configs/grammars
   printf '%s: %s inputs\n' "$target" "$runs"
 done
