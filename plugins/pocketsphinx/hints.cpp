@@ -7,7 +7,7 @@
 namespace pocketsphinx_plugin {
 namespace {
 
-constexpr std::string_view blanks = " \t\r\n";
+constexpr std::string_view white_space = " \t\r\n";
 constexpr size_t longest_word = 64;
 
 std::string lower_case(std::string_view text) {
@@ -17,9 +17,9 @@ std::string lower_case(std::string_view text) {
   return lower;
 }
 
-/* Takes the text up to one of the separators from the front of rest. */
-std::string_view take(std::string_view &rest, std::string_view separators) {
-  size_t end = rest.find_first_of(separators);
+/* Takes the text up to one of the white_space from the front of rest. */
+std::string_view take(std::string_view &rest, std::string_view white_space) {
+  size_t end = rest.find_first_of(white_space);
   std::string_view piece = rest.substr(0, end);
   rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
   return piece;
@@ -46,7 +46,7 @@ public:
     Hints::Phrase phrase;
     bool complete = true;
     while (!text.empty()) {
-      std::string_view word = take(text, blanks);
+      std::string_view word = take(text, white_space);
       if (!word.empty()) complete &= add_word(phrase, word);
     }
     if (complete && !phrase.empty() && seen_.insert(phrase).second) hints_.phrases.push_back(std::move(phrase));
@@ -97,7 +97,7 @@ Hints Hints::parse(std::string_view text, const Dictionary &dictionary) {
 std::string Hints::spell(std::string_view words) const {
   std::string text;
   while (!words.empty()) {
-    std::string word(take(words, blanks));
+    std::string word(take(words, white_space));
     if (word.empty()) continue;
     auto found = spelling.find(word);
     if (!text.empty()) text += ' ';

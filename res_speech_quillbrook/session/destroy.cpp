@@ -6,7 +6,7 @@
 
 namespace {
 
-void end_recognition(quillbrook_speech_t *session) {
+void abandon_recognition(quillbrook_speech_t *session) {
   session_notice(session, "Stop the process\n");
   quillbrook_stop_plugin(session);
   if (shared_load(session->context1->hangup) != QUILLBROOK_HANGUP_STOPPED) {
@@ -62,7 +62,7 @@ int quillbrook_recog_destroy(struct ast_speech *speech) {
     // The stream stops growing before the plugin is told to stop.
     quillbrook_close_stream(session);
     if (session->context1) {
-      end_recognition(session);
+      abandon_recognition(session);
     }
     remove_result_files(session);
     quillbrook_release_dsp(session);
