@@ -9,10 +9,10 @@
 namespace {
 
 // The host put the object to NOT_READY and a digit ended the recognition that runs: its caller has moved on. The host
-// takes the digits as the result and never collects ours.
-bool abandoned_by_digits(const struct ast_speech *speech, const quillbrook_speech_t *session) {
-  return shared_load(speech->state) == AST_SPEECH_STATE_NOT_READY && session->digits_pending &&
-         !session->engine->continuous;
+// takes the digits as the result and never collects ours. Digits count for one start.
+bool abandoned_by_digits(const struct ast_speech *speech, quillbrook_speech_t *session) {
+  const int digits = std::exchange(session->digits_pending, 0);
+  return digits && shared_load(speech->state) == AST_SPEECH_STATE_NOT_READY && !session->engine->continuous;
 }
 
 // A start on a running recognition releases the prompting wait.
@@ -80,7 +80,6 @@ void reset_recognition(quillbrook_speech_t *session) {
   session->scores_total = 0;
   session->scores_count = 0;
   session->incomplete_reported = 0;
-  session->digits_pending = 0;
   str_fifo_destroy(&session->last_results);
   str_fifo_init(&session->last_results);
 }
@@ -137,7 +136,8 @@ int quillbrook_recog_start(struct ast_speech *speech) {
   return guarded("quillbrook_recog_start", 0, [=] {
     quillbrook_speech_t *session = quillbrook_session_of(speech);
     session_notice(session, "Plugin name = %s\n", shown(session->engine->plugin_name));
-    if (session->context1 && !abandoned_by_digits(speech, session)) {
+    const bool abandoned = abandoned_by_digits(speech, session);
+    if (session->context1 && !abandoned) {
       go_on(speech, session);
       return 0;
     }
