@@ -89,15 +89,13 @@ void unload_profile(quillbrook_engine_t &engine, int index) {
 }
 
 enum ast_module_load_result load_module() {
-  return guarded("load_module", AST_MODULE_LOAD_FAILURE, [] {
-    quillbrook_engine_table_init();
-    quillbrook_statistics_init();
-    if (!load()) {
-      withdraw();
-      return AST_MODULE_LOAD_FAILURE;
-    }
+  quillbrook_engine_table_init();
+  quillbrook_statistics_init();
+  if (guarded("load_module", false, load)) {
     return AST_MODULE_LOAD_SUCCESS;
-  });
+  }
+  withdraw();
+  return AST_MODULE_LOAD_FAILURE;
 }
 
 int unload_module() {
