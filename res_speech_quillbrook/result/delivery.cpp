@@ -39,9 +39,9 @@ void deliver_json(const quillbrook_message &message) QUILLBROOK_REQUIRES(message
   }
 }
 
-std::string grammar_id_of(quillbrook_speech_t *session) {
+void copy_grammar_id(char (&grammar_id)[QUILLBROOK_GRAMMAR_NAME_SIZE], quillbrook_speech_t *session) {
   MutexLock held(session->grammar_lock);
-  return session->grammar_id;
+  copy_text(grammar_id, session->grammar_id);
 }
 
 // Memory may run out on a long text, and the transcript is to be delivered all the same.
@@ -81,15 +81,15 @@ void finalize_after_result(const quillbrook_message &message) {
 
 void deliver_nlsml(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
   quillbrook_speech_t *session = message.session;
-  const std::string grammar_id = grammar_id_of(session);
-  session_notice(session, "grammar %s\n", grammar_id.c_str());
+  char grammar_id[QUILLBROOK_GRAMMAR_NAME_SIZE];
+  copy_grammar_id(grammar_id, session);
+  session_notice(session, "grammar %s\n", grammar_id);
   char path[QUILLBROOK_RESULT_PATH_SIZE];
   next_result_path(path, session, "xml");
   trace(2, "Use interpretation = %s\n", shown(session->interpretation));
   trace(2, "Use text = %s\n", session->text);
   apply_grammars(session);
-  const quillbrook_nlsml document = {grammar_id.c_str(), session->score, session->text, session->interpretation,
-                                     session->json};
+  const quillbrook_nlsml document = {grammar_id, session->score, session->text, session->interpretation, session->json};
   if (quillbrook_write_result_file(path, [&document](FILE *file) { quillbrook_write_nlsml(file, document); })) {
     session_notice(session, "Recognition result: %s (with file %s)\n", session->text, path);
     str_fifo_push(&session->last_results, path);

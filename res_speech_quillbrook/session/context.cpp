@@ -1,6 +1,7 @@
 #include "context.h"
 
 #include "../result/callback.h"
+#include "../support/guard.h"
 
 namespace {
 
@@ -17,7 +18,8 @@ std::string grammar_words(quillbrook_speech_t *session) {
     return {};
   }
   session_notice(session, "Grammar normalize_phrases=%d\n", session->engine->normalize_phrases);
-  std::string words = session->grammars.words();
+  // Without memory for the words the recognition runs all the same, on the other phrases.
+  std::string words = guarded("GrammarManager::words", std::string(), [=] { return session->grammars.words(); });
   session_notice(session, "Grammar words: %s\n", words.c_str());
   return words;
 }

@@ -28,34 +28,35 @@ quillbrook_engine_t *find_engine(const char *engine_name, const char *&profile) 
   return nullptr;
 }
 
+struct engine_word {
+  const char *word;
+  char *quillbrook_engine_t::*text;
+};
+constexpr engine_word ENGINE_TEXTS[] = {
+    {"url", &quillbrook_engine_t::ws_url},
+    {"model", &quillbrook_engine_t::ws_model},
+    {"language", &quillbrook_engine_t::ws_language},
+    {"voice", &quillbrook_engine_t::ws_voice},
+    {"configuration", &quillbrook_engine_t::ws_configuration},
+    {"context", &quillbrook_engine_t::ws_context},
+    {"phrases", &quillbrook_engine_t::ws_phrases},
+    {"extra", &quillbrook_engine_t::ws_extra},
+};
+
 void log_engine(const quillbrook_engine_t &engine, const char *profile, const char *provider) {
-  if (!debug) {
-    return;
-  }
   const int index = static_cast<int>(&engine - quillbrook_engine);
-  ast_log(LOG_DEBUG, "Speech profile %s (provider %s, index %d)\n", profile, provider, index);
-  ast_log(LOG_DEBUG, "- profile %s\n", engine.name);
-  ast_log(LOG_DEBUG, "- plugin %s\n", shown(engine.plugin_name));
-  ast_log(LOG_DEBUG, "- url %s\n", shown(engine.ws_url));
-  ast_log(LOG_DEBUG, "- model %s\n", shown(engine.ws_model));
-  ast_log(LOG_DEBUG, "- language %s\n", shown(engine.ws_language));
-  ast_log(LOG_DEBUG, "- voice %s\n", shown(engine.ws_voice));
-  ast_log(LOG_DEBUG, "- configuration %s\n", shown(engine.ws_configuration));
-  ast_log(LOG_DEBUG, "- context %s\n", shown(engine.ws_context));
-  ast_log(LOG_DEBUG, "- phrases %s\n", shown(engine.ws_phrases));
-  ast_log(LOG_DEBUG, "- extra %s\n", shown(engine.ws_extra));
+  debug_log("Speech profile %s (provider %s, index %d)\n", profile, provider, index);
+  debug_log("- profile %s\n", engine.name);
+  debug_log("- plugin %s\n", shown(engine.plugin_name));
+  for (auto [word, text] : ENGINE_TEXTS) {
+    debug_log("- %s %s\n", word, shown(engine.*text));
+  }
 }
 
 void log_defaults(const quillbrook_speech_t *session) {
-  const quillbrook_engine_t &engine = *session->engine;
-  session_notice(session, "Create speech resource default url %s\n", shown(engine.ws_url));
-  session_notice(session, "Create speech resource default model %s\n", shown(engine.ws_model));
-  session_notice(session, "Create speech resource default language %s\n", shown(engine.ws_language));
-  session_notice(session, "Create speech resource default voice %s\n", shown(engine.ws_voice));
-  session_notice(session, "Create speech resource default configuration %s\n", shown(engine.ws_configuration));
-  session_notice(session, "Create speech resource default context %s\n", shown(engine.ws_context));
-  session_notice(session, "Create speech resource default phrases %s\n", shown(engine.ws_phrases));
-  session_notice(session, "Create speech resource default extra %s\n", shown(engine.ws_extra));
+  for (auto [word, text] : ENGINE_TEXTS) {
+    session_notice(session, "Create speech resource default %s %s\n", word, shown(session->engine->*text));
+  }
 }
 
 // Asks the companion application for a value of the call that runs on this thread. A value holds no control character;

@@ -1,4 +1,3 @@
-#include "../support/guard.h"
 #include "entries.h"
 #include "session.h"
 
