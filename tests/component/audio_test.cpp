@@ -3,35 +3,24 @@
 
 namespace {
 
-constexpr size_t WAV_HEADER = 44;
-
 class AudioTest : public SessionTest {
 protected:
   AudioTest() { engine.dsp = 1; }
-  std::string stream() { return stand_in::file_content(context()->filename).substr(WAV_HEADER); }
+  // Without the header.
+  std::string stream() { return stand_in::file_content(context()->filename).substr(44); }
 };
 
-TEST_F(AudioTest, EachFrameIsInTheFileWhenTheCallReturns) {
+// Telephones may send half a second at once. Odd last bytes come through as they are.
+TEST_F(AudioTest, EachFrameIsWholeInTheFileWhenTheCallReturns) {
   create_and_start();
   std::string sent;
-  for (int frame = 0; frame < 5; ++frame) {
-    const std::string audio(320, static_cast<char>('a' + frame));
-    write(audio.data(), 320);
-    sent += audio;
-    EXPECT_EQ(stream(), sent);
-  }
-}
-
-// Telephones may send half a second at once. Odd last bytes come through as they are.
-TEST_F(AudioTest, NoFrameIsTooLong) {
-  for (const int length : {2, 24, 276, 3199, 3200, 3201, 4000, 6401, 8000}) {
-    create_and_start();
+  for (const int length : {320, 2, 24, 276, 3199, 3200, 3201, 4000, 6401, 8000}) {
     std::string audio(length, '\0');
-    for (int at = 0; at < length; ++at) audio[at] = static_cast<char>(at * 7);
+    for (int at = 0; at < length; ++at) audio[at] = static_cast<char>(at * 7 + length);
     write(audio.data(), length);
     // A piece of one byte holds no sample.
-    EXPECT_EQ(stream(), audio.substr(0, length % 3200 == 1 ? length - 1 : length)) << length;
-    destroy();
+    sent += audio.substr(0, length % 3200 == 1 ? length - 1 : length);
+    ASSERT_EQ(stream(), sent) << length;
   }
 }
 
@@ -44,7 +33,6 @@ TEST_F(AudioTest, FramesWithoutASampleAreMeasuredOrNothing) {
   write(&byte, 0);
   write(&byte, 1);
   EXPECT_EQ(stand_in::logged(__LOG_NOTICE, named("Write with file closed!\n")), 0);
-  EXPECT_EQ(stand_in::noted("ast_dsp_silence"), 0);
   start();
   write(&byte, 0);
   EXPECT_EQ(stand_in::noted("ast_dsp_silence"), 0);

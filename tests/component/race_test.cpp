@@ -18,19 +18,12 @@ protected:
       for (int call = 0; !stopped_; ++call) {
         stand_in::advance_ms(20);
         context->extra_pointer = call % 3 ? nullptr : "{}";
-        switch (call % 5) {
-          case 0:
-            quillbrook_callback(context, "some words", QUILLBROOK_SCORE_INTERIM);
-            break;
-          case 1:
-            quillbrook_callback(context, "final words", 80);
-            break;
-          case 2:
-            quillbrook_callback(context, "", QUILLBROOK_SCORE_FINISH);
-            break;
-          default:
-            quillbrook_callback(context, nullptr, QUILLBROOK_SCORE_INTERIM);
-        }
+        const std::pair<const char *, int> messages[] = {{"some words", QUILLBROOK_SCORE_INTERIM},
+                                                         {"final words", 80},
+                                                         {"", QUILLBROOK_SCORE_FINISH},
+                                                         {nullptr, QUILLBROOK_SCORE_INTERIM},
+                                                         {nullptr, QUILLBROOK_SCORE_NO_CONFIDENCE}};
+        quillbrook_callback(context, messages[call % 5].first, messages[call % 5].second);
         ++reports_;
         std::this_thread::yield();
       }
@@ -74,7 +67,6 @@ TEST_F(RaceTest, TheDialplanAgainstThePlugin) {
 
 // A final that the module took is the caller's result, however close the get comes.
 TEST_F(RaceTest, AGetAgainstTheLastWords) {
-  int taken = 0;
   std::atomic<bool> go{false};
   std::atomic<int> answer{0};
   plugin.on_loop = [&](quillbrook_context *context) {
@@ -89,12 +81,9 @@ TEST_F(RaceTest, AGetAgainstTheLastWords) {
     ASSERT_TRUE(eventually([&] { return plugin.loops > 0; }));
     go = true;
     if (round % 2) std::this_thread::yield();
-    const std::string text = get();
+    EXPECT_EQ(get(), "word");
     EXPECT_EQ(answer, 0);
-    EXPECT_EQ(text, "word");
-    taken += text == "word";
   }
-  EXPECT_EQ(taken, ROUNDS);
 }
 
 // Frames that arrive while the stream is cut down wait, and none is lost or doubled.

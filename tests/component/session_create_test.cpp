@@ -37,57 +37,36 @@ TEST_F(CreateTest, BindsToTheEntryThatTheEngineNames) {
 }
 
 TEST_F(CreateTest, AsksTheCompanionWhoIsCalling) {
-  stand_in::answer_command(UNIQUEID, "1700000000.1");
-  stand_in::answer_command(REMOTE, "\033[1;31m+4930123\033[0m");
-  stand_in::answer_command(TAG, "order-7");
-  create();
-  EXPECT_STREQ(session()->uniqueid, "1700000000.1");
-  EXPECT_STREQ(session()->mark, "+4930123");
-  EXPECT_EQ(session()->name, address_name()) << "the tag is asked for only with logtag";
-  destroy();
-
-  engine.logtag = 1;
-  create();
-  EXPECT_STREQ(session()->name, "QBK-order-7");
-}
-
-TEST_F(CreateTest, AValueThatIsNoneLeavesTheFieldEmpty) {
-  engine.logtag = 1;
+  // What it prints to each command (a tag is asked for last), and what is left of it.
   struct Case {
-    const char *why;
     std::string text;
     int result;
+    std::string uniqueid, mark, tag;
   };
+  const std::string most(148, 'x'), long_tag(144, 't');
   const Case cases[] = {
-      {"refused, as the 16 series says it", "No such command\n", 2},
-      {"refused, as the 13 series says it", "No such command 'x' (type 'core show help x')\n", 0},
-      {"empty", "", 0},
-      {"a byte too long for every field", std::string(151, 'x'), 0},
-      {"with a control character", "a\tb", 0},
+      {"order-7", 0, "order-7", "order-7", "order-7"},
+      {"\033[1;31m+4930123\033[0m", 0, "+4930123", "+4930123", "+4930123"},
+      {"No such command\n", 2, "", "", ""},                                // as the 16 series refuses
+      {"No such command 'x' (type 'core show help x')\n", 0, "", "", ""},  // and the 13 series
+      {"a\tb", 0, "", "", ""},
+      {"", 0, "", "", ""},
+      {most, 0, most, most, most.substr(3)},
+      {most + "xx", 0, most + "xx", "", ""},
+      {most + "xxx", 0, "", "", ""},
+      {long_tag + "\xC3\xA9", 0, long_tag + "\xC3\xA9", long_tag + "\xC3\xA9", long_tag},
   };
-  for (const Case &value : cases) {
-    for (const char *command : {UNIQUEID, REMOTE, TAG}) {
-      stand_in::answer_command(command, value.text, value.result);
+  for (const int logtag : {0, 1}) {
+    engine.logtag = logtag;
+    for (const Case &test : cases) {
+      for (const char *command : {UNIQUEID, REMOTE, TAG}) stand_in::answer_command(command, test.text, test.result);
+      create();
+      EXPECT_EQ(session()->uniqueid, test.uniqueid);
+      EXPECT_EQ(session()->mark, test.mark);
+      EXPECT_EQ(session()->name, logtag && !test.tag.empty() ? "QBK-" + test.tag : address_name());
+      destroy();
     }
-    create();
-    EXPECT_STREQ(session()->uniqueid, "") << value.why;
-    EXPECT_STREQ(session()->mark, "") << value.why;
-    EXPECT_EQ(session()->name, address_name()) << value.why;
-    destroy();
   }
-  // The longest that fit.
-  stand_in::answer_command(UNIQUEID, std::string(150, 'u'));
-  stand_in::answer_command(REMOTE, std::string(148, 'r'));
-  create();
-  EXPECT_EQ(session()->uniqueid, std::string(150, 'u'));
-  EXPECT_EQ(session()->mark, std::string(148, 'r'));
-}
-
-TEST_F(CreateTest, ALongTagIsCutBetweenCharacters) {
-  engine.logtag = 1;
-  stand_in::answer_command(TAG, std::string(144, 't') + "\xC3\xA9");
-  create();
-  EXPECT_EQ(session()->name, "QBK-" + std::string(144, 't'));
 }
 
 TEST_F(CreateTest, TheLoggingTagIsAWordOrAValueOfTheCall) {
@@ -111,23 +90,16 @@ TEST_F(CreateTest, EveryAllocationMayFail) {
   for (const char *command : {UNIQUEID, REMOTE, TAG, PARAM}) {
     stand_in::answer_command(command, "value");
   }
-  for (int nth = 1;; ++nth) {
+  for (int nth = 1, failures = 1; failures; ++nth) {
     stand_in::fail(stand_in::Fault::Allocation, nth);
     const int result = quillbrook_recog_create(&speech, nullptr);
-    const int failures = stand_in::stop_failing();
-    if (result == 0) {
-      destroy();
-    } else {
-      EXPECT_EQ(speech.data, nullptr);
-      EXPECT_EQ(stand_in::logged(__LOG_ERROR, "Cannot allocate speech context!\n"), 1);
-      EXPECT_EQ(quillbrook_statistics_read().stats.sessions_total, 0U);
-    }
-    EXPECT_EQ(result != 0, nth == 1);
-    if (!failures) break;
+    failures = stand_in::stop_failing();
+    EXPECT_EQ(result, nth == 1 ? -1 : 0);
+    EXPECT_EQ(speech.data != nullptr, result == 0);
+    EXPECT_EQ(stand_in::logged(__LOG_ERROR, "Cannot allocate speech context!\n"), 1);
+    EXPECT_EQ(quillbrook_statistics_read().stats.sessions_total, static_cast<unsigned>(nth - 1));
+    if (result == 0) destroy();
   }
-  stand_in::fail(stand_in::Fault::TemporaryFile);
-  create();
-  EXPECT_STREQ(session()->uniqueid, "");
 }
 
 }  // namespace

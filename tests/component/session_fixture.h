@@ -143,13 +143,18 @@ protected:
   }
   // Both, until the plugin's loop runs.
   void create_and_start() {
+    const int before = plugin.loops;
     create();
     start();
-    ASSERT_TRUE(eventually([&] { return plugin.loops > 0; }));
+    ASSERT_TRUE(eventually([&] { return plugin.loops > before; }));
   }
   int send(const char *text, int score) { return quillbrook_callback(session()->context1, text, score); }
   int tick() { return send(nullptr, QUILLBROOK_SCORE_INTERIM); }
   int finish() { return send("", QUILLBROOK_SCORE_FINISH); }
+  void deliver(const char *text, int score) {
+    send(text, score);
+    finish();
+  }
   // The text of the result, and its score in `score`.
   std::string get() {
     ast_speech_result *result = quillbrook_recog_get(&speech);
@@ -169,6 +174,13 @@ protected:
   void write_ms(int milliseconds, int16_t sample) {
     const std::vector<int16_t> frame(160, sample);
     for (int written = 0; written < milliseconds; written += 20) write(frame.data(), 320);
+  }
+  // A grammar of the session, from a file that is gone again.
+  void load_grammar(const char *name, const std::string &rules) {
+    const std::string path = stand_in::real_path("/tmp/quillbrook_test.jsgf");
+    stand_in::write_file(path, "#JSGF V1.0;\ngrammar g;\n" + rules);
+    quillbrook_recog_load_grammar(&speech, name, path.c_str());
+    unlink(path.c_str());
   }
 
   quillbrook_speech_t *session() { return quillbrook_session_of(&speech); }

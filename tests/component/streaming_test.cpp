@@ -4,6 +4,7 @@
 namespace {
 
 using stand_in::Fault;
+using testing::ElementsAre;
 
 constexpr int WAV_HEADER = 44;
 
@@ -22,7 +23,7 @@ protected:
     for (int number = first; number <= last; ++number) write_ms(20, static_cast<int16_t>(number));
   }
   // The numbers of the frames in a stream file.
-  std::vector<int> numbers_in(const std::string &path) {
+  static std::vector<int> numbers_in(const std::string &path) {
     const std::string content = stand_in::file_content(path);
     std::vector<int> numbers;
     for (size_t at = WAV_HEADER; at + 320 <= content.size(); at += 320) {
@@ -35,22 +36,19 @@ protected:
 };
 
 TEST_F(StreamingTest, TheLoopBeginsWhenTheFileHoldsMoreThanTheMinimum) {
-  struct Case {
-    const char *format;
-    int bytes;  // of samples, for a file of exactly 100 ms, header included
-  };
-  for (const Case &test : {Case{"wav", 1600 - WAV_HEADER}, Case{"ulaw", 1600}}) {
-    set(engine.ws_format, test.format);
-    engine.minspeechtimeout = 100;
+  engine.minspeechtimeout = 100;
+  // Bytes of samples, for a file of exactly 100 ms, header included.
+  for (const auto &[format, bytes] : {std::make_pair("wav", 1600 - WAV_HEADER), std::make_pair("ulaw", 1600)}) {
+    set(engine.ws_format, format);
     plugin.loops = 0;
     create();
     start();
-    const std::vector<char> audio(test.bytes);
-    write(audio.data(), test.bytes);
+    const std::vector<char> audio(bytes);
+    write(audio.data(), bytes);
     wait_for_polls(3);
-    EXPECT_EQ(plugin.loops, 0) << test.format;
+    EXPECT_EQ(plugin.loops, 0) << format;
     write(audio.data(), 2);
-    EXPECT_TRUE(loop_entered()) << test.format;
+    EXPECT_TRUE(loop_entered()) << format;
     destroy();
   }
 }
@@ -65,14 +63,14 @@ TEST_F(StreamingTest, EarlySpeechIsKeptAndWhatComesBeforeItIsCut) {
   const std::string path = context()->filename;
   std::atomic<bool> looked{false};
   plugin.on_loop = [&](quillbrook_context *) {
-    EXPECT_THAT(numbers_in(path), testing::ElementsAre(8, 9, 10));
+    EXPECT_THAT(numbers_in(path), ElementsAre(8, 9, 10));
     looked = true;
   };
   start();
   ASSERT_TRUE(eventually([&] { return looked.load(); }));
   write_numbered(11, 12);
-  EXPECT_THAT(numbers_in(path), testing::ElementsAre(8, 9, 10, 11, 12));
-  EXPECT_THAT(stand_in::files(), testing::ElementsAre(path));
+  EXPECT_THAT(numbers_in(path), ElementsAre(8, 9, 10, 11, 12));
+  EXPECT_THAT(stand_in::files(), ElementsAre(path));
   EXPECT_EQ(session()->prompting, 0);
 }
 
@@ -82,116 +80,88 @@ TEST_F(StreamingTest, TheSecondStartMayComeFirst) {
   create();
   start();
   start();  // the thread still waits for audio
-  const std::string path = context()->filename;
   write_numbered(1, 10);
   ASSERT_TRUE(loop_entered());
-  EXPECT_THAT(numbers_in(path), testing::ElementsAre(9, 10));
+  EXPECT_THAT(numbers_in(context()->filename), ElementsAre(9, 10));
   // A third one has nobody to release.
   start();
   EXPECT_EQ(plugin.loops, 1);
   EXPECT_EQ(get(), "error");
 }
 
-struct RewindFailure {
-  Fault fault;
-  int nth;
-};
-class RewindFailureTest : public StreamingTest, public testing::WithParamInterface<RewindFailure> {};
-
-TEST_P(RewindFailureTest, ThePluginRunsAndFramesAreDropped) {
+TEST_F(StreamingTest, ThePluginRunsAndFramesAreDroppedWhenTheCutFails) {
   verbose = 1;
   engine.earlyspeechtimeout = 60;
-  create();
-  start();
-  write_numbered(1, 5);
-  stand_in::fail(GetParam().fault, GetParam().nth);
-  start();
-  ASSERT_TRUE(loop_entered());
-  write_numbered(6, 6);
-  EXPECT_EQ(stand_in::logged(__LOG_NOTICE, named("Write with file closed!\n")), 1);
-  send("heard", 70);
-  EXPECT_EQ(get(), "heard");
-  stand_in::reset();  // what could not be read stays, and the operator may want it
+  for (const Fault fault : {Fault::Rename, Fault::ReadStream, Fault::WriteStream}) {
+    plugin.loops = 0;
+    create();
+    start();
+    write_numbered(1, 5);
+    stand_in::fail(fault);
+    start();
+    ASSERT_TRUE(loop_entered());
+    write_numbered(6, 6);
+    EXPECT_EQ(stand_in::logged(__LOG_NOTICE, named("Write with file closed!\n")), 1);
+    send("heard", 70);
+    EXPECT_EQ(get(), "heard");
+    destroy();
+    stand_in::reset();  // what could not be read stays, and the operator may want it
+  }
 }
-INSTANTIATE_TEST_SUITE_P(Each, RewindFailureTest,
-                         testing::Values(RewindFailure{Fault::Rename, 1}, RewindFailure{Fault::ReadStream, 1},
-                                         RewindFailure{Fault::WriteStream, 1}));
 
 TEST_F(StreamingTest, TheWaitsEndWithoutThePlugin) {
   for (const bool prompting : {false, true}) {
     for (const bool deleted : {false, true}) {
-      plugin.loops = 0;
       engine.minspeechtimeout = prompting ? 0 : 1000;
       engine.earlyspeechtimeout = prompting ? 60 : 0;
       create();
       start();
       write_ms(20, 1);
       wait_for_polls(2);
-      if (deleted) {
-        unlink(context()->filename);
-        plugin.stop_finalize = 0;  // the thread ends by itself
-      }
+      if (deleted) unlink(context()->filename);
+      plugin.stop_finalize = !deleted;  // else the thread ends by itself
       EXPECT_EQ(get(), "error");
       EXPECT_EQ(plugin.loops, 0) << prompting << deleted;
-      plugin.stop_finalize = 1;
       destroy();
     }
   }
 }
 
-struct Report {
-  const char *extra;
-  bool failure;
-};
-class ReportTest : public StreamingTest, public testing::WithParamInterface<Report> {};
-
-TEST_P(ReportTest, OnlyAnErrorTextEndsTheRecognition) {
-  const Report &report = GetParam();
+TEST_F(StreamingTest, OnlyAnErrorTextEndsTheRecognition) {
+  const std::pair<std::string, bool> reports[] = {
+      {"ERROR: no model", true}, {"ERROR:", true}, {"error: no model", false}, {"my ERROR: no", false}, {"", false}};
   plugin.loop_waits = false;
-  plugin.on_loop = [&](quillbrook_context *context) { copy_text(context->extra, report.extra); };
   create();
-  start();
-  ASSERT_TRUE(eventually([&] { return plugin.ended == 1; }));
-  const std::string line = named("QuillBrook plugin error: " + std::string(report.extra) + "\n");
-  if (report.failure) {
-    EXPECT_TRUE(eventually([&] { return state() == DONE; }));
-    EXPECT_EQ(queued(), 1U);
+  for (const auto &[extra, failure] : reports) {
+    plugin.ended = 0;
+    plugin.on_loop = [text = extra](quillbrook_context *context) { copy_text(context->extra, text.c_str()); };
+    start();
+    ASSERT_TRUE(eventually([&] { return plugin.ended == 1; }));
+    EXPECT_TRUE(!failure || eventually([&] { return state() == DONE; })) << extra;
+    EXPECT_EQ(get(), "error");
+    EXPECT_EQ(state(), failure ? DONE : READY) << extra;
+    EXPECT_EQ(stand_in::logged(__LOG_WARNING, named("QuillBrook plugin error: " + extra + "\n")), failure);
   }
-  EXPECT_EQ(get(), "error");
-  EXPECT_EQ(stand_in::logged(__LOG_WARNING, line), report.failure ? 1 : 0);
-  EXPECT_EQ(stand_in::states().back(), report.failure ? DONE : READY);
-}
-INSTANTIATE_TEST_SUITE_P(Each, ReportTest,
-                         testing::Values(Report{"ERROR: no model", true}, Report{"ERROR:", true},
-                                         Report{"error: no model", false}, Report{"my ERROR: no", false},
-                                         Report{"", false}));
-
-TEST_F(StreamingTest, AnErrorBehindAResultDoesNotHideIt) {
-  plugin.loop_waits = false;
-  plugin.on_loop = [&](quillbrook_context *context) {
+  // Behind a result it does not hide that.
+  plugin.on_loop = [](quillbrook_context *context) {
     quillbrook_callback(context, "heard", 80);
     copy_text(context->extra, "ERROR: lost the provider");
   };
-  create();
   start();
-  ASSERT_TRUE(eventually([&] { return stand_in::mentioned("lost the provider") == 1; }));
+  ASSERT_TRUE(eventually([] { return stand_in::mentioned("lost the provider") == 1; }));
   EXPECT_EQ(get(), "heard");
   EXPECT_EQ(queued(), 0U);
 }
 
-class TwinTest : public StreamingTest {
-protected:
-  TwinTest() { twin = 1; }
-};
-
-TEST_F(TwinTest, BothContextsRunAndTheFirstReportWins) {
+TEST_F(StreamingTest, TwinsBothRunAndTheFirstReportWins) {
+  twin = 1;
   engine.earlyspeechtimeout = 60;
   std::mutex lock;
   std::set<quillbrook_context *> seen;
   plugin.on_loop = [&](quillbrook_context *context) {
     std::lock_guard<std::mutex> held(lock);
     seen.insert(context);
-    EXPECT_THAT(numbers_in(context->filename), testing::ElementsAre(3, 4, 5)) << "the cut has been made";
+    EXPECT_THAT(numbers_in(context->filename), ElementsAre(3, 4, 5)) << "the cut has been made";
   };
   create();
   start();
@@ -212,22 +182,21 @@ TEST_F(TwinTest, BothContextsRunAndTheFirstReportWins) {
   EXPECT_EQ(session()->context2, nullptr);
 }
 
-TEST_F(TwinTest, GoesOnWithOneWhenTheSecondCannotRun) {
-  plugin.on_init = [&](quillbrook_context *) { plugin.init_result = plugin.inits == 2; };
-  create_and_start();
-  EXPECT_EQ(stand_in::logged(__LOG_WARNING, "Failed to intialize quillbrook plugin2\n"), 1);
-  send("first", 90);
-  EXPECT_EQ(get(), "first");
-  EXPECT_EQ(plugin.loops, 1);
-}
-
-TEST_F(TwinTest, TheSecondDoesNotWaitForAFirstThatWasRefused) {
-  plugin.on_init = [&](quillbrook_context *) { plugin.init_result = plugin.inits == 1; };
-  create();
-  start();
-  EXPECT_TRUE(loop_entered());
-  EXPECT_EQ(quillbrook_callback(session()->context2, "second", 90), 0);
-  EXPECT_EQ(get(), "second");
+TEST_F(StreamingTest, ATwinRunsAloneWhenTheOtherIsRefused) {
+  twin = 1;
+  for (const int refused : {1, 2}) {
+    plugin.inits = plugin.loops = 0;
+    plugin.on_init = [&](quillbrook_context *) { plugin.init_result = plugin.inits == refused; };
+    create();
+    start();
+    EXPECT_TRUE(loop_entered());
+    EXPECT_EQ(stand_in::logged(__LOG_WARNING, "Failed to intialize quillbrook plugin\n"), 1);
+    EXPECT_EQ(stand_in::logged(__LOG_WARNING, "Failed to intialize quillbrook plugin2\n"), refused - 1);
+    EXPECT_EQ(quillbrook_callback(refused == 1 ? session()->context2 : context(), "one", 90), 0);
+    EXPECT_EQ(get(), "one");
+    EXPECT_EQ(plugin.loops, 1);
+    destroy();
+  }
 }
 
 }  // namespace

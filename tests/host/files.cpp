@@ -1,8 +1,7 @@
 // The module's files, kept apart in a folder of this process, and the host's file streams on them.
-#include "state.h"
+#include <filesystem>
 
-#include <dirent.h>
-#include <sys/stat.h>
+#include "state.h"
 
 extern "C" {
 int __real_open(const char *path, int flags, ...);
@@ -19,35 +18,27 @@ const std::string &sandbox() {
   static const std::string folder = [] {
     char pattern[] = "/tmp/stand_in_XXXXXX";
     std::string made = mkdtemp(pattern) ? pattern : "/nowhere";
-    for (const char *inner : {"/tmp", "/etc", "/etc/asterisk"}) {
-      mkdir((made + inner).c_str(), 0700);
-    }
+    std::filesystem::create_directories(made + "/tmp");
+    std::filesystem::create_directories(made + "/etc/asterisk");
     return made;
   }();
   return folder;
 }
+void remove_sandbox() { std::filesystem::remove_all(sandbox()); }
+void reset_files() {
+  for (const char *folder : {"/tmp", "/etc/asterisk"}) {
+    for (const auto &entry : std::filesystem::directory_iterator(sandbox() + folder)) {
+      std::filesystem::remove_all(entry.path());
+    }
+  }
+}
 
 namespace {
 
-std::vector<std::string> names_in(const std::string &folder) {
-  std::vector<std::string> names;
-  if (DIR *open = opendir(folder.c_str())) {
-    while (struct dirent *entry = readdir(open)) {
-      if (entry->d_name[0] != '.') {
-        names.emplace_back(entry->d_name);
-      }
-    }
-    closedir(open);
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-void remove_all(const std::string &folder) {
-  for (const std::string &name : names_in(folder)) {
-    std::string path = folder;
-    __real_unlink(path.append("/").append(name).c_str());
-  }
+// As `fails`, with the reason that the system gives.
+bool denied(Fault fault) {
+  errno = EACCES;
+  return fails(fault);
 }
 
 // The file is made, and the descriptor given has no room.
@@ -59,41 +50,27 @@ int open_full(const std::string &path, int flags) {
 }  // namespace
 
 std::string real_path(const std::string &path) {
-  for (const char *prefix : {"/tmp/quillbrook_", "/tmp/quillbrook2_", "/etc/asterisk/"}) {
-    if (path.rfind(prefix, 0) == 0) {
-      return sandbox() + path;
-    }
+  for (const char *prefix : {"/tmp/quillbrook_", "/tmp/quillbrook2_", "/tmp/cli-", "/etc/asterisk/"}) {
+    if (path.rfind(prefix, 0) == 0) return sandbox() + path;
   }
   return path;
 }
 
 std::vector<std::string> files() {
-  std::vector<std::string> paths = names_in(sandbox() + "/tmp");
-  for (std::string &path : paths) {
-    path.insert(0, "/tmp/");
+  std::vector<std::string> paths;
+  for (const auto &entry : std::filesystem::directory_iterator(sandbox() + "/tmp")) {
+    paths.push_back("/tmp/" + entry.path().filename().string());
   }
+  std::sort(paths.begin(), paths.end());
   return paths;
 }
-bool file_exists(const std::string &path) {
-  return access(real_path(path).c_str(), F_OK) == 0;
-}
+bool file_exists(const std::string &path) { return access(real_path(path).c_str(), F_OK) == 0; }
 std::string file_content(const std::string &path) {
   std::ifstream file(real_path(path), std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 void write_file(const std::string &path, const std::string &content) {
   std::ofstream(real_path(path), std::ios::binary) << content;
-}
-
-void reset_files() {
-  remove_all(sandbox() + "/tmp");
-  remove_all(sandbox() + "/etc/asterisk");
-}
-void remove_sandbox() {
-  reset_files();
-  for (const char *folder : {"/tmp", "/etc/asterisk", "/etc", ""}) {
-    rmdir((sandbox() + folder).c_str());
-  }
 }
 
 namespace {
@@ -108,15 +85,13 @@ struct Stream : ast_filestream {
 
 // Null for a type that the stand-in, like the host, has no format for.
 Stream *open_stream(const char *filename, const char *type, int flags, const char *mode) {
-  std::string kind = type;
-  if (kind != "wav" && kind != "ulaw" && kind != "sln") {
+  const std::string kind = type;
+  if (kind != "wav" && kind != "ulaw") {
     ast_log(LOG_WARNING, "No such format '%s'\n", type);
     return nullptr;
   }
   int descriptor = __real_open(real_path(std::string(filename) + "." + kind).c_str(), flags, 0600);
-  if (descriptor < 0) {
-    return nullptr;
-  }
+  if (descriptor < 0) return nullptr;
   auto *stream = new Stream{};
   stream->f = fdopen(descriptor, mode);
   stream->header_size = kind == "wav" ? WAV_HEADER_SIZE : 0;
@@ -124,9 +99,7 @@ Stream *open_stream(const char *filename, const char *type, int flags, const cha
   return stream;
 }
 
-Stream *own(struct ast_filestream *stream) {
-  return static_cast<Stream *>(stream);
-}
+Stream *own(struct ast_filestream *stream) { return static_cast<Stream *>(stream); }
 
 }  // namespace
 }  // namespace stand_in
@@ -140,39 +113,25 @@ int __wrap_open(const char *path, int flags, ...) {
   va_start(arguments, flags);
   mode_t mode = flags & O_CREAT ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  if (fails(Fault::Open)) {
-    errno = EACCES;
-    return -1;
-  }
+  if (denied(Fault::Open)) return -1;
   return fails(Fault::Write) ? open_full(real_path(path), flags) : __real_open(real_path(path).c_str(), flags, mode);
 }
 FILE *__wrap_fopen(const char *path, const char *mode) {
-  if (fails(Fault::Open)) {
-    errno = EACCES;
-    return nullptr;
-  }
+  if (denied(Fault::Open)) return nullptr;
   return fails(Fault::Write) ? fdopen(open_full(real_path(path), O_CREAT | O_WRONLY), mode)
                              : __real_fopen(real_path(path).c_str(), mode);
 }
-int __wrap_stat(const char *path, struct stat *status) {
-  return __real_stat(real_path(path).c_str(), status);
-}
+int __wrap_stat(const char *path, struct stat *status) { return __real_stat(real_path(path).c_str(), status); }
 int __wrap_rename(const char *from, const char *to) {
-  if (fails(Fault::Rename)) {
-    errno = EACCES;
-    return -1;
-  }
-  return __real_rename(real_path(from).c_str(), real_path(to).c_str());
+  return denied(Fault::Rename) ? -1 : __real_rename(real_path(from).c_str(), real_path(to).c_str());
 }
-int __wrap_unlink(const char *path) {
-  return __real_unlink(real_path(path).c_str());
-}
+int __wrap_unlink(const char *path) { return __real_unlink(real_path(path).c_str()); }
 int __wrap_mkstemp(char *pattern) {
-  if (fails(Fault::TemporaryFile)) {
-    errno = EMFILE;
-    return -1;
-  }
-  return __real_mkstemp(pattern);
+  if (denied(Fault::TemporaryFile)) return -1;
+  std::string real = real_path(pattern);
+  const int descriptor = __real_mkstemp(real.data());
+  strcpy(pattern + strlen(pattern) - 6, real.c_str() + real.size() - 6);
+  return descriptor;
 }
 
 // As in the host, only O_APPEND keeps what is there.
@@ -191,9 +150,7 @@ struct ast_filestream *ast_writefile(const char *filename, const char *type, con
 struct ast_filestream *ast_readfile(const char *filename, const char *type, const char *, int, int, mode_t) {
   note("ast_readfile");
   Stream *stream = fails(Fault::ReadStream) ? nullptr : open_stream(filename, type, O_RDONLY, "rb");
-  if (stream) {
-    fseek(stream->f, stream->header_size, SEEK_SET);
-  }
+  if (stream) fseek(stream->f, stream->header_size, SEEK_SET);
   return stream;
 }
 
@@ -208,9 +165,7 @@ int ast_closestream(struct ast_filestream *stream) {
 int ast_writestream(struct ast_filestream *stream, struct ast_frame *frame) {
   const char *bytes = static_cast<const char *>(frame->data.ptr);
   if (own(stream)->sample_size == 1 && frame->subclass.format == ast_format_slin) {
-    for (int sample = 0; sample < frame->samples; ++sample) {
-      fputc(bytes[2 * sample + 1], stream->f);
-    }
+    for (int sample = 0; sample < frame->samples; ++sample) fputc(bytes[2 * sample + 1], stream->f);
     return 0;
   }
   return fwrite(bytes, 1, frame->datalen, stream->f) == static_cast<size_t>(frame->datalen) ? 0 : -1;
@@ -238,15 +193,11 @@ struct ast_frame *ast_readframe(struct ast_filestream *stream) {
   frame->data.ptr = reinterpret_cast<char *>(frame + 1) + AST_FRIENDLY_OFFSET;
   frame->datalen = static_cast<int>(fread(frame->data.ptr, 1, room, stream->f));
   frame->samples = static_cast<int>(frame->datalen / sample_size);
-  if (frame->datalen > 0) {
-    return frame;
-  }
+  if (frame->datalen > 0) return frame;
   free(frame);
   return nullptr;
 }
 
-void ast_frame_free(struct ast_frame *frame, int) {
-  free(frame);
-}
+void ast_frame_free(struct ast_frame *frame, int) { free(frame); }
 
 }  // extern "C"

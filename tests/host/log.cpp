@@ -14,12 +14,16 @@ Log &state() {
 }
 
 std::string formatted(const char *format, va_list arguments) {
-  va_list again;
-  va_copy(again, arguments);
-  std::string text(vsnprintf(nullptr, 0, format, again), '\0');
-  va_end(again);
-  vsnprintf(text.data(), text.size() + 1, format, arguments);
-  return text;
+  char *text = nullptr;
+  std::string copy(vasprintf(&text, format, arguments) < 0 ? "(no memory)" : text);
+  free(text);
+  return copy;
+}
+
+template <typename Value>
+std::vector<Value> copy_of(std::vector<Value> Log::*list) {
+  stand_in::Guard guard(stand_in::state_lock());
+  return state().*list;
 }
 
 }  // namespace
@@ -31,39 +35,30 @@ void reset_log() {
   state() = {};
 }
 
-std::vector<Line> log_lines() {
-  Guard guard(state_lock());
-  return state().lines;
-}
-std::vector<Line> verbose_lines() {
-  Guard guard(state_lock());
-  return state().verbose;
-}
+std::vector<Line> log_lines() { return copy_of(&Log::lines); }
+std::vector<Line> verbose_lines() { return copy_of(&Log::verbose); }
+std::vector<std::string> notes() { return copy_of(&Log::notes); }
 
 int logged(int level, const std::string &text) {
-  Guard guard(state_lock());
-  return std::count_if(state().lines.begin(), state().lines.end(),
-                       [&](const Line &line) { return line.level == level && line.text == text; });
+  int count = 0;
+  for (const Line &line : log_lines()) count += line.level == level && line.text == text;
+  return count;
 }
-
 int mentioned(const std::string &part) {
-  Guard guard(state_lock());
-  auto matches = [&](const Line &line) { return line.text.find(part) != std::string::npos; };
-  return std::count_if(state().lines.begin(), state().lines.end(), matches) +
-         std::count_if(state().verbose.begin(), state().verbose.end(), matches);
+  int count = 0;
+  for (const auto list : {&Log::lines, &Log::verbose}) {
+    for (const Line &line : copy_of(list)) count += line.text.find(part) != std::string::npos;
+  }
+  return count;
 }
 
 void note(const std::string &call) {
   Guard guard(state_lock());
   state().notes.push_back(call);
 }
-std::vector<std::string> notes() {
-  Guard guard(state_lock());
-  return state().notes;
-}
 int noted(const std::string &call) {
-  Guard guard(state_lock());
-  return std::count(state().notes.begin(), state().notes.end(), call);
+  const std::vector<std::string> all = notes();
+  return std::count(all.begin(), all.end(), call);
 }
 
 }  // namespace stand_in
@@ -78,26 +73,19 @@ struct ast_flags ast_options = {0};
 void ast_log(int level, const char *, int, const char *, const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  std::string text = formatted(format, arguments);
+  const stand_in::Line line = {level, formatted(format, arguments)};
   va_end(arguments);
-  if (getenv("STAND_IN_LOG")) {
-    fprintf(stderr, "[%d] %s", level, text.c_str());
-  }
   stand_in::Guard guard(stand_in::state_lock());
-  state().lines.push_back({level, std::move(text)});
+  state().lines.push_back(line);
 }
-
 void __ast_verbose(const char *, int, const char *, int level, const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  std::string text = formatted(format, arguments);
+  const stand_in::Line line = {level, formatted(format, arguments)};
   va_end(arguments);
   stand_in::Guard guard(stand_in::state_lock());
-  state().verbose.push_back({level, std::move(text)});
+  state().verbose.push_back(line);
 }
-
-unsigned int ast_debug_get_by_module(const char *) {
-  return 0;
-}
+unsigned int ast_debug_get_by_module(const char *) { return 0; }
 
 }  // extern "C"

@@ -12,12 +12,11 @@ struct ast_channel : stand_in::Object {
   bool hung_up = false;
 };
 struct ast_format_cap : stand_in::Object {
-  ~ast_format_cap() override;
-  std::vector<struct ast_format *> formats;
+  ast_format_cap() { ++existing; }
+  ~ast_format_cap() override { --existing; }
+  static inline std::atomic<int> existing{0};
 };
-struct ast_format {
-  const char *name;
-};
+struct ast_format {};
 struct ast_dsp {
   int threshold = 256;
   int silence = 0;
@@ -41,25 +40,20 @@ struct Answer {
   int result;
 };
 struct Services {
-  std::set<std::string> invalid_configs;
   std::vector<ast_channel *> channels;
   std::map<std::string, Answer> answers;
   std::vector<ast_cli_entry *> commands;
   std::vector<ast_http_uri *> uris;
   std::vector<ast_speech_engine *> engines;
-  std::vector<int> states;
   const ast_module_info *info = nullptr;
   ast_module module;
-  int caps = 0;
 };
 Services &state() {
   static Services services;
   return services;
 }
 
-bool same(const std::string &a, const char *b) {
-  return strcasecmp(a.c_str(), b) == 0;
-}
+bool same(const std::string &a, const char *b) { return strcasecmp(a.c_str(), b) == 0; }
 
 std::string trimmed(const std::string &text) {
   size_t begin = text.find_first_not_of(" \t\r");
@@ -78,61 +72,36 @@ ast_variable *variable_list(const Variables &variables) {
   return list;
 }
 
-Exchange &exchange_of(ast_tcptls_session_instance *connection) {
-  return *reinterpret_cast<Exchange *>(connection);
-}
+Exchange &exchange_of(ast_tcptls_session_instance *connection) { return *reinterpret_cast<Exchange *>(connection); }
 
 std::vector<std::string> words_of(const std::string &line) {
   std::istringstream in(line);
   return {std::istream_iterator<std::string>(in), {}};
 }
 
-// The registered command whose words the line begins with, or null.
-ast_cli_entry *command_for(const std::string &line) {
-  for (ast_cli_entry *entry : state().commands) {
-    std::string command = entry->command;
-    if ((line + " ").rfind(command + " ", 0) == 0) {
-      return entry;
-    }
-  }
-  return nullptr;
+// The names of what is registered or linked.
+template <typename Records, typename Name>
+std::vector<std::string> names_of(const Records &records, Name name) {
+  Guard guard(state_lock());
+  std::vector<std::string> names;
+  for (auto *record : records) names.emplace_back(name(record));
+  return names;
 }
 
 }  // namespace
-
-ast_format_cap::~ast_format_cap() {
-  Guard guard(state_lock());
-  --state().caps;
-}
 
 namespace stand_in {
 
 void reset_services() {
   Guard guard(state_lock());
-  for (ast_channel *channel : state().channels) {
-    ao2_ref(channel, -1);
-  }
+  for (ast_channel *channel : state().channels) ao2_ref(channel, -1);
   state().channels.clear();
-  state().invalid_configs.clear();
   state().answers.clear();
-  state().states.clear();
 }
 
-std::vector<int> states() {
-  Guard guard(state_lock());
-  return state().states;
-}
-
-std::string config_path(const std::string &filename) {
-  return "/etc/asterisk/" + filename;
-}
+std::string config_path(const std::string &filename) { return "/etc/asterisk/" + filename; }
 void write_config(const std::string &filename, const std::string &content) {
   write_file(config_path(filename), content);
-}
-void write_invalid_config(const std::string &filename) {
-  write_config(filename, "[broken\n");
-  Guard guard(state_lock());
-  state().invalid_configs.insert(filename);
 }
 
 void add_channel(const std::string &uniqueid, bool hung_up) {
@@ -145,9 +114,7 @@ void add_channel(const std::string &uniqueid, bool hung_up) {
 int channel_references() {
   Guard guard(state_lock());
   int references = 0;
-  for (ast_channel *channel : state().channels) {
-    references += channel->references - 1;
-  }
+  for (ast_channel *channel : state().channels) references += channel->references - 1;
   return references;
 }
 
@@ -164,78 +131,46 @@ std::string run_command(const std::string &line) {
   return text;
 }
 std::vector<std::string> command_names() {
-  Guard guard(state_lock());
-  std::vector<std::string> names;
-  for (ast_cli_entry *entry : state().commands) {
-    names.emplace_back(entry->command);
-  }
-  return names;
+  return names_of(state().commands, [](auto *entry) { return entry->command; });
+}
+std::vector<std::string> http_uris() {
+  return names_of(state().uris, [](auto *uri) { return uri->uri; });
+}
+std::vector<std::string> engine_names() {
+  return names_of(state().engines, [](auto *engine) { return engine->name; });
 }
 
 Response http_request(const std::string &uri, ast_http_method method, const Variables &query, const Variables &body,
                       int body_error) {
-  ast_http_uri *handler = nullptr;
-  {
-    Guard guard(state_lock());
-    for (ast_http_uri *linked : state().uris) {
-      if (uri == linked->uri) {
-        handler = linked;
-      }
-    }
-  }
   Exchange exchange;
-  if (!handler) {
-    return exchange.response;
-  }
   exchange.body = &body;
   exchange.body_error = body_error;
-  ast_variable *parameters = variable_list(query);
-  handler->callback(&exchange.connection, handler, "", method, parameters, nullptr);
-  ast_variables_destroy(parameters);
+  std::vector<ast_http_uri *> uris;
+  {
+    Guard guard(state_lock());
+    uris = state().uris;
+  }
+  for (ast_http_uri *handler : uris) {
+    if (uri != handler->uri) continue;
+    ast_variable *parameters = variable_list(query);
+    handler->callback(&exchange.connection, handler, "", method, parameters, nullptr);
+    ast_variables_destroy(parameters);
+  }
   return exchange.response;
 }
-std::vector<std::string> http_uris() {
-  Guard guard(state_lock());
-  std::vector<std::string> uris;
-  for (ast_http_uri *linked : state().uris) {
-    uris.emplace_back(linked->uri);
-  }
-  return uris;
-}
 
-int load_module() {
-  return state().info ? state().info->load() : -1;
-}
-int unload_module() {
-  return state().info ? state().info->unload() : -1;
-}
-int reload_module() {
-  return state().info ? state().info->reload() : -1;
-}
-int module_references() {
-  return state().module.references;
-}
-std::vector<std::string> engine_names() {
-  Guard guard(state_lock());
-  std::vector<std::string> names;
-  for (ast_speech_engine *engine : state().engines) {
-    names.emplace_back(engine->name);
-  }
-  return names;
-}
+int load_module() { return state().info->load(); }
+int unload_module() { return state().info->unload(); }
+int reload_module() { return state().info->reload(); }
+int module_references() { return state().module.references; }
 ast_speech_engine *find_engine(const std::string &name) {
   Guard guard(state_lock());
   for (ast_speech_engine *engine : state().engines) {
-    if (same(name, engine->name)) {
-      return engine;
-    }
+    if (same(name, engine->name)) return engine;
   }
   return nullptr;
 }
-int format_caps() {
-  Guard guard(state_lock());
-  return state().caps;
-}
+int format_caps() { return ast_format_cap::existing; }
 
 }  // namespace stand_in
 
@@ -245,43 +180,29 @@ extern "C" {
 
 const char *ast_config_AST_SYSTEM_NAME = "stand-in";
 
+// A section without its bracket makes the file malformed.
 struct ast_config *ast_config_load2(const char *filename, const char *, struct ast_flags) {
-  {
-    Guard guard(state_lock());
-    if (state().invalid_configs.count(filename)) {
-      ast_log(LOG_WARNING, "parse error: no closing ']' in '%s'\n", filename);
-      return static_cast<ast_config *>(CONFIG_STATUS_FILEINVALID);
-    }
-  }
   std::ifstream file(real_path(config_path(filename)));
-  if (!file) {
-    return nullptr;
-  }
-  auto *config = new ast_config;
+  if (!file) return nullptr;
+  auto config = std::make_unique<ast_config>();
   for (std::string line; std::getline(file, line);) {
     line = trimmed(line.substr(0, line.find(';')));
-    size_t equals = line.find('=');
-    if (!line.empty() && line[0] == '[') {
-      config->sections.push_back({line.substr(1, line.find(']') - 1), {}});
+    const size_t equals = line.find('='), bracket = line.find(']');
+    if (line[0] == '[' && bracket == std::string::npos) return static_cast<ast_config *>(CONFIG_STATUS_FILEINVALID);
+    if (line[0] == '[') {
+      config->sections.push_back({line.substr(1, bracket - 1), {}});
     } else if (equals != std::string::npos && !config->sections.empty()) {
-      size_t value = line.compare(equals, 2, "=>") == 0 ? equals + 2 : equals + 1;
-      config->sections.back().second.emplace_back(trimmed(line.substr(0, equals)), trimmed(line.substr(value)));
+      config->sections.back().second.emplace_back(trimmed(line.substr(0, equals)), trimmed(line.substr(equals + 1)));
     }
   }
-  return config;
+  return config.release();
 }
-void ast_config_destroy(struct ast_config *config) {
-  delete config;
-}
+void ast_config_destroy(struct ast_config *config) { delete config; }
 const char *ast_variable_retrieve(struct ast_config *config, const char *category, const char *key) {
   for (auto &[name, variables] : config->sections) {
-    if (!same(name, category)) {
-      continue;
-    }
+    if (!same(name, category)) continue;
     for (auto &[variable, value] : variables) {
-      if (same(variable, key)) {
-        return value.c_str();
-      }
+      if (same(variable, key)) return value.c_str();
     }
   }
   return nullptr;
@@ -291,11 +212,9 @@ int ast_category_exist(const struct ast_config *config, const char *category, co
                      [&](const auto &section) { return same(section.first, category); });
 }
 int ast_true(const char *value) {
-  static const char *const words[] = {"yes", "true", "y", "t", "1", "on"};
-  return value && std::any_of(std::begin(words), std::end(words),
-                              [&](const char *word) { return strcasecmp(value, word) == 0; })
-             ? -1
-             : 0;
+  for (const char *word : {"yes", "true", "y", "t", "1", "on"})
+    if (value && strcasecmp(value, word) == 0) return -1;
+  return 0;
 }
 
 // Command line
@@ -308,9 +227,7 @@ void ast_cli(int fd, const char *format, ...) {
 }
 
 int __ast_cli_register_multiple(struct ast_cli_entry *entries, int count, struct ast_module *) {
-  if (fails(Fault::CliRegister)) {
-    return -1;
-  }
+  if (fails(Fault::CliRegister)) return -1;
   Guard guard(state_lock());
   for (int index = 0; index < count; ++index) {
     struct ast_cli_args arguments = {-1, 0, nullptr, nullptr, nullptr, 0, 0};
@@ -330,7 +247,7 @@ int ast_cli_unregister_multiple(struct ast_cli_entry *entries, int count) {
 
 int ast_cli_command_full(int, int, int fd, const char *line) {
   note(std::string("cli ") + line);
-  ast_cli_entry *entry;
+  ast_cli_entry *entry = nullptr;
   {
     Guard guard(state_lock());
     auto answer = state().answers.find(line);
@@ -338,25 +255,23 @@ int ast_cli_command_full(int, int, int fd, const char *line) {
       ast_cli(fd, "%s", answer->second.text.c_str());
       return answer->second.result;
     }
-    entry = command_for(line);
+    for (ast_cli_entry *registered : state().commands) {
+      const std::string command = std::string(registered->command) + " ";
+      if ((line + std::string(" ")).rfind(command, 0) == 0) entry = registered;
+    }
   }
   if (!entry) {
     ast_cli(fd, "No such command '%s' (type 'core show help %s' for other possible commands)\n", line, line);
     return 2;
   }
-  std::vector<std::string> words = words_of(line);
+  const std::vector<std::string> words = words_of(line);
   std::vector<const char *> argv;
-  argv.reserve(words.size() + 1);
-  for (const std::string &word : words) {
-    argv.push_back(word.c_str());
-  }
+  for (const std::string &word : words) argv.push_back(word.c_str());
   argv.push_back(nullptr);
   entry->args = static_cast<int>(words_of(entry->command).size());
   struct ast_cli_args arguments = {fd, static_cast<int>(words.size()), argv.data(), nullptr, nullptr, 0, 0};
   char *result = entry->handler(entry, CLI_HANDLER, &arguments);
-  if (result == CLI_SHOWUSAGE) {
-    ast_cli(fd, "%s", entry->usage);
-  }
+  if (result == CLI_SHOWUSAGE) ast_cli(fd, "%s", entry->usage);
   return result == CLI_SUCCESS ? 0 : 2;
 }
 
@@ -367,9 +282,7 @@ char *term_strip(char *out, const char *in, int room) {
     } else {
       *next++ = *in;
     }
-    if (!*in) {
-      break;
-    }
+    if (!*in) break;
   }
   return out;
 }
@@ -377,9 +290,7 @@ char *term_strip(char *out, const char *in, int room) {
 // HTTP
 
 int ast_http_uri_link(struct ast_http_uri *uri) {
-  if (fails(Fault::HttpLink)) {
-    return -1;
-  }
+  if (fails(Fault::HttpLink)) return -1;
   Guard guard(state_lock());
   state().uris.push_back(uri);
   return 0;
@@ -415,9 +326,7 @@ struct ast_variable *ast_http_get_post_vars(struct ast_tcptls_session_instance *
 }
 const char *ast_variable_find_in_list(const struct ast_variable *list, const char *name) {
   for (; list; list = list->next) {
-    if (strcasecmp(list->name, name) == 0) {
-      return list->value;
-    }
+    if (strcasecmp(list->name, name) == 0) return list->value;
   }
   return nullptr;
 }
@@ -446,15 +355,11 @@ int ast_speech_unregister(const char *name) {
   Guard guard(state_lock());
   auto &engines = state().engines;
   auto found = std::find(engines.begin(), engines.end(), find_engine(name));
-  if (found == engines.end()) {
-    return -1;
-  }
+  if (found == engines.end()) return -1;
   engines.erase(found);
   return 0;
 }
 int ast_speech_change_state(struct ast_speech *speech, int state_now) {
-  Guard guard(state_lock());
-  state().states.push_back(state_now);
   note("state " + std::to_string(state_now));
   __atomic_store_n(&speech->state, state_now, __ATOMIC_RELEASE);
   return 0;
@@ -462,21 +367,15 @@ int ast_speech_change_state(struct ast_speech *speech, int state_now) {
 
 // Formats, channels, detectors
 
-static struct ast_format slin = {"slin"};
+static struct ast_format slin;
 struct ast_format *ast_format_slin = &slin;
 
 struct ast_format_cap *__ast_format_cap_alloc(enum ast_format_cap_flags, const char *, const char *, int,
                                               const char *) {
-  if (fails(Fault::FormatCap)) {
-    return nullptr;
-  }
-  Guard guard(state_lock());
-  ++state().caps;
-  return new ast_format_cap;
+  return fails(Fault::FormatCap) ? nullptr : new ast_format_cap;
 }
-int __ast_format_cap_append(struct ast_format_cap *cap, struct ast_format *format, unsigned int, const char *,
-                            const char *, int, const char *) {
-  cap->formats.push_back(format);
+int __ast_format_cap_append(struct ast_format_cap *, struct ast_format *, unsigned int, const char *, const char *, int,
+                            const char *) {
   return 0;
 }
 
@@ -490,12 +389,8 @@ struct ast_channel *ast_channel_callback(ao2_callback_data_fn *match, void *arg,
   }
   return nullptr;
 }
-const char *ast_channel_uniqueid(const struct ast_channel *channel) {
-  return channel->uniqueid.c_str();
-}
-int ast_check_hangup(struct ast_channel *channel) {
-  return channel->hung_up;
-}
+const char *ast_channel_uniqueid(const struct ast_channel *channel) { return channel->uniqueid.c_str(); }
+int ast_check_hangup(struct ast_channel *channel) { return channel->hung_up; }
 
 struct ast_dsp *ast_dsp_new(void) {
   note("ast_dsp_new");
@@ -505,24 +400,13 @@ void ast_dsp_free(struct ast_dsp *dsp) {
   note("ast_dsp_free");
   delete dsp;
 }
-void ast_dsp_set_threshold(struct ast_dsp *dsp, int threshold) {
-  dsp->threshold = threshold;
-}
-int ast_dsp_get_threshold_from_settings(enum threshold) {
-  return 256;
-}
-// Silence is a frame whose mean level stays under the threshold.
+void ast_dsp_set_threshold(struct ast_dsp *dsp, int threshold) { dsp->threshold = threshold; }
+int ast_dsp_get_threshold_from_settings(enum threshold) { return 256; }
+// Silence is a frame that begins below the threshold: the frames of a test are all of one value.
 int ast_dsp_silence(struct ast_dsp *dsp, struct ast_frame *frame, int *total) {
   note("ast_dsp_silence");
-  if (frame->datalen < 2) {
-    return 0;
-  }
-  const auto *samples = static_cast<const int16_t *>(frame->data.ptr);
-  int64_t sum = 0;
-  for (int index = 0; index < frame->samples; ++index) {
-    sum += abs(samples[index]);
-  }
-  bool silent = sum < static_cast<int64_t>(dsp->threshold) * frame->samples;
+  if (frame->datalen < 2) return 0;
+  const bool silent = abs(*static_cast<const int16_t *>(frame->data.ptr)) < dsp->threshold;
   dsp->silence = silent ? dsp->silence + frame->samples / 8 : 0;
   __atomic_store_n(total, dsp->silence, __ATOMIC_RELEASE);
   return silent;
@@ -530,26 +414,23 @@ int ast_dsp_silence(struct ast_dsp *dsp, struct ast_frame *frame, int *total) {
 
 // Strings and the host's identity
 
-int __ast_str_helper(struct ast_str **buffer, ssize_t limit, int append, const char *format, va_list arguments,
-                     const char *, int, const char *) {
-  size_t used = append ? (*buffer)->__AST_STR_USED : 0;
+// Appends without a limit, which is all that the module asks for.
+int __ast_str_helper(struct ast_str **buffer, ssize_t, int, const char *format, va_list arguments, const char *, int,
+                     const char *) {
   va_list again;
   va_copy(again, arguments);
-  size_t length = vsnprintf(nullptr, 0, format, again);
+  const int length = vsnprintf(nullptr, 0, format, again);
   va_end(again);
-  size_t needed = used + length + 1;
-  if (needed > (*buffer)->__AST_STR_LEN && limit >= 0) {
-    size_t size = limit > 0 ? std::min(needed, static_cast<size_t>(limit)) : needed;
-    auto *grown = static_cast<ast_str *>(ast_realloc(*buffer, size + sizeof(ast_str)));
-    if (!grown) {
-      return AST_DYNSTR_BUILD_FAILED;
-    }
+  const size_t used = (*buffer)->__AST_STR_USED, needed = used + length + 1;
+  if (needed > (*buffer)->__AST_STR_LEN) {
+    auto *grown = static_cast<ast_str *>(ast_realloc(*buffer, needed + sizeof(ast_str)));
+    if (!grown) return AST_DYNSTR_BUILD_FAILED;
     *buffer = grown;
-    grown->__AST_STR_LEN = size;
+    grown->__AST_STR_LEN = needed;
   }
-  vsnprintf((*buffer)->__AST_STR_STR + used, (*buffer)->__AST_STR_LEN - used, format, arguments);
-  (*buffer)->__AST_STR_USED = used + strlen((*buffer)->__AST_STR_STR + used);
-  return static_cast<int>(length);
+  vsnprintf((*buffer)->__AST_STR_STR + used, needed - used, format, arguments);
+  (*buffer)->__AST_STR_USED = needed - 1;
+  return length;
 }
 
 const char *ast_build_hostname = "builder";
@@ -559,9 +440,7 @@ const char *ast_build_date = "unknown";
 const char *ast_build_user = "nobody";
 struct ast_eid ast_eid_default = {{0x02, 0x00, 0x00, 0x00, 0x00, 0x01}};
 
-const char *ast_get_version(void) {
-  return "16.28.0";
-}
+const char *ast_get_version(void) { return "16.28.0"; }
 char *ast_eid_to_str(char *text, int size, struct ast_eid *id) {
   snprintf(text, size, "%02x:%02x:%02x:%02x:%02x:%02x", id->eid[0], id->eid[1], id->eid[2], id->eid[3], id->eid[4],
            id->eid[5]);
@@ -591,8 +470,6 @@ struct ast_module *__ast_module_ref(struct ast_module *module, const char *, int
   ++module->references;
   return module;
 }
-void __ast_module_unref(struct ast_module *module, const char *, int, const char *) {
-  --module->references;
-}
+void __ast_module_unref(struct ast_module *module, const char *, int, const char *) { --module->references; }
 
 }  // extern "C"

@@ -1,8 +1,9 @@
 // A stand-in for the PBX: just what the module calls, for tests that link the module's own objects.
 //
 // Include it after gtest; it takes in the module's host.h. Everything below may be called from any thread. Paths that
-// begin with "/tmp/quillbrook_", "/tmp/quillbrook2_" or "/etc/asterisk/" are kept in a folder of this process, for the
-// module and for the tests that look at them through this header, so test programs can run side by side.
+// begin with "/tmp/quillbrook_", "/tmp/quillbrook2_", "/tmp/cli-" or "/etc/asterisk/" are kept in a folder of this
+// process, for the module and for the tests that look at them through this header, so test programs can run side by
+// side.
 #ifndef QUILLBROOK_TESTS_STAND_IN_H
 #define QUILLBROOK_TESTS_STAND_IN_H
 
@@ -60,12 +61,11 @@ int logged(int level, const std::string &text);
 // Lines of either kind that contain `part`.
 int mentioned(const std::string &part);
 
-// Names of noteworthy calls in their order: those of streams, detectors and states, and what tests note themselves.
+// Names of noteworthy calls in their order: those of streams and detectors, "state N", "cli COMMAND", and what tests
+// note themselves.
 void note(const std::string &call);
 std::vector<std::string> notes();
 int noted(const std::string &call);
-// Values given to ast_speech_change_state.
-std::vector<int> states();
 
 // Files of the module, by the path that the module knows.
 std::vector<std::string> files();
@@ -77,8 +77,6 @@ std::string real_path(const std::string &path);
 
 // The configuration directory.
 void write_config(const std::string &filename, const std::string &content);
-// The host takes it for malformed.
-void write_invalid_config(const std::string &filename);
 std::string config_path(const std::string &filename);
 
 // Channels that ast_channel_callback visits.

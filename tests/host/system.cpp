@@ -11,8 +11,6 @@
 #undef pthread_rwlock_rdlock
 #undef pthread_rwlock_wrlock
 #undef pthread_rwlock_unlock
-#undef pthread_mutex_t
-#undef pthread_rwlock_t
 
 namespace {
 
@@ -23,14 +21,12 @@ struct Plan {
   int before = 0;  // uses that pass before the failing ones
   int failing = 0;
 };
-struct SharedObject {
-  std::map<std::string, void *> symbols;
-};
+using Symbols = std::map<std::string, void *>;
 struct System {
   Plan plans[static_cast<size_t>(Fault::Count)];
   int failures = 0;
   size_t failing_size = 0;
-  std::map<std::string, std::unique_ptr<SharedObject>> plugins;
+  std::map<std::string, Symbols> plugins;
   int open_plugins = 0;
 };
 System &state() {
@@ -45,12 +41,8 @@ std::atomic<int64_t> clock_us{CLOCK_START_US};
 std::atomic<int64_t> slept{0};
 
 bool allocation_fails(size_t size) {
-  if (!failures_planned) {
-    return false;
-  }
-  if (stand_in::fails(Fault::Allocation)) {
-    return true;
-  }
+  if (!failures_planned) return false;
+  if (stand_in::fails(Fault::Allocation)) return true;
   Guard guard(stand_in::state_lock());
   return state().failing_size == size && ++state().failures;
 }
@@ -95,9 +87,7 @@ int stop_failing() {
 }
 
 bool fails(Fault fault) {
-  if (!failures_planned) {
-    return false;
-  }
+  if (!failures_planned) return false;
   Guard guard(state_lock());
   Plan &plan = state().plans[static_cast<size_t>(fault)];
   if (plan.before > 0) {
@@ -107,18 +97,10 @@ bool fails(Fault fault) {
   return plan.failing > 0 && plan.failing-- && ++state().failures;
 }
 
-void set_clock_ms(int64_t milliseconds) {
-  clock_us.store(milliseconds * 1000, std::memory_order_relaxed);
-}
-void advance_ms(int64_t milliseconds) {
-  clock_us.fetch_add(milliseconds * 1000, std::memory_order_relaxed);
-}
-int64_t clock_ms() {
-  return clock_us.load(std::memory_order_relaxed) / 1000;
-}
-int64_t slept_us() {
-  return slept.load(std::memory_order_relaxed);
-}
+void set_clock_ms(int64_t milliseconds) { clock_us.store(milliseconds * 1000, std::memory_order_relaxed); }
+void advance_ms(int64_t milliseconds) { clock_us.fetch_add(milliseconds * 1000, std::memory_order_relaxed); }
+int64_t clock_ms() { return clock_us.load(std::memory_order_relaxed) / 1000; }
+int64_t slept_us() { return slept.load(std::memory_order_relaxed); }
 
 void reset() {
   stop_failing();
@@ -132,7 +114,7 @@ void reset() {
 
 void add_plugin(const std::string &path, std::map<std::string, void *> symbols) {
   Guard guard(state_lock());
-  state().plugins[path] = std::make_unique<SharedObject>(SharedObject{std::move(symbols)});
+  state().plugins[path] = std::move(symbols);
 }
 
 int open_plugins() {
@@ -150,13 +132,7 @@ int __wrap_gettimeofday(struct timeval *now, void *) {
   return 0;
 }
 
-time_t __wrap_time(time_t *seconds) {
-  time_t now = clock_us.load(std::memory_order_relaxed) / 1'000'000;
-  if (seconds) {
-    *seconds = now;
-  }
-  return now;
-}
+time_t __wrap_time(time_t *) { return clock_us.load(std::memory_order_relaxed) / 1'000'000; }
 
 int __wrap_usleep(useconds_t microseconds) {
   slept.fetch_add(microseconds, std::memory_order_relaxed);
@@ -165,46 +141,32 @@ int __wrap_usleep(useconds_t microseconds) {
 }
 
 struct timeval ast_tvsub(struct timeval a, struct timeval b) {
-  int64_t us = (a.tv_sec - b.tv_sec) * INT64_C(1'000'000) + (a.tv_usec - b.tv_usec);
-  int64_t rest = us % 1'000'000;
-  if (rest < 0) {
-    rest += 1'000'000;
-  }
-  return {(us - rest) / 1'000'000, rest};
+  timeval difference;
+  timersub(&a, &b, &difference);
+  return difference;
 }
 
 void *__ast_calloc(size_t count, size_t size, const char *, int, const char *) {
   return tested(calloc(count, size), count * size);
 }
-void *__ast_malloc(size_t size, const char *, int, const char *) {
-  return tested(malloc(size), size);
-}
+void *__ast_malloc(size_t size, const char *, int, const char *) { return tested(malloc(size), size); }
 void *__ast_realloc(void *old, size_t size, const char *, int, const char *) {
   return allocation_fails(size) ? nullptr : realloc(old, size);
 }
 char *__ast_strdup(const char *text, const char *, int, const char *) {
   return text ? static_cast<char *>(tested(strdup(text), strlen(text) + 1)) : nullptr;
 }
-void __ast_free(void *memory, const char *, int, const char *) {
-  free(memory);
-}
+void __ast_free(void *memory, const char *, int, const char *) { free(memory); }
+
 int __ast_pthread_mutex_init(int, const char *, int, const char *, const char *, ast_mutex_t *mutex) {
-  pthread_mutexattr_t attributes;
-  pthread_mutexattr_init(&attributes);
-  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-  int result = pthread_mutex_init(&mutex->mutex, &attributes);
-  pthread_mutexattr_destroy(&attributes);
-  return result;
+  mutex->mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+  return 0;
 }
-int __ast_pthread_mutex_destroy(const char *, int, const char *, const char *, ast_mutex_t *mutex) {
-  return pthread_mutex_destroy(&mutex->mutex);
-}
-int __ast_pthread_mutex_lock(const char *, int, const char *, const char *, ast_mutex_t *mutex) {
-  return pthread_mutex_lock(&mutex->mutex);
-}
-int __ast_pthread_mutex_unlock(const char *, int, const char *, const char *, ast_mutex_t *mutex) {
-  return pthread_mutex_unlock(&mutex->mutex);
-}
+#define MUTEX_CALL(call) \
+  int __ast_##call(const char *, int, const char *, const char *, ast_mutex_t *mutex) { return call(&mutex->mutex); }
+MUTEX_CALL(pthread_mutex_destroy)
+MUTEX_CALL(pthread_mutex_lock)
+MUTEX_CALL(pthread_mutex_unlock)
 
 int __ast_rwlock_init(int, const char *, int, const char *, const char *, ast_rwlock_t *lock) {
   return pthread_rwlock_init(&lock->lock, nullptr);
@@ -212,15 +174,13 @@ int __ast_rwlock_init(int, const char *, int, const char *, const char *, ast_rw
 int __ast_rwlock_destroy(const char *, int, const char *, const char *, ast_rwlock_t *lock) {
   return pthread_rwlock_destroy(&lock->lock);
 }
-int __ast_rwlock_rdlock(const char *, int, const char *, ast_rwlock_t *lock, const char *) {
-  return pthread_rwlock_rdlock(&lock->lock);
-}
-int __ast_rwlock_wrlock(const char *, int, const char *, ast_rwlock_t *lock, const char *) {
-  return pthread_rwlock_wrlock(&lock->lock);
-}
-int __ast_rwlock_unlock(const char *, int, const char *, ast_rwlock_t *lock, const char *) {
-  return pthread_rwlock_unlock(&lock->lock);
-}
+#define RWLOCK_CALL(call)                                                                      \
+  int __ast_rwlock_##call(const char *, int, const char *, ast_rwlock_t *lock, const char *) { \
+    return pthread_rwlock_##call(&lock->lock);                                                 \
+  }
+RWLOCK_CALL(rdlock)
+RWLOCK_CALL(wrlock)
+RWLOCK_CALL(unlock)
 
 // The sanitizers need more stack than the host gives, so the size is not kept to.
 int ast_pthread_create_stack(pthread_t *thread, pthread_attr_t *, void *(*start)(void *), void *data, size_t,
@@ -231,30 +191,23 @@ int ast_pthread_create_stack(pthread_t *thread, pthread_attr_t *, void *(*start)
 int __ao2_ref(void *object, int delta, const char *, const char *, int, const char *) {
   auto *counted = static_cast<stand_in::Object *>(object);
   int before = counted->references.fetch_add(delta);
-  if (before + delta == 0) {
-    delete counted;
-  }
+  if (before + delta == 0) delete counted;
   return before;
 }
 void __ao2_cleanup_debug(void *object, const char *, const char *, int, const char *) {
-  if (object) {
-    ao2_ref(object, -1);
-  }
+  if (object) ao2_ref(object, -1);
 }
 
 void *__wrap_dlopen(const char *path, int) {
   Guard guard(stand_in::state_lock());
   auto found = state().plugins.find(path);
-  if (found == state().plugins.end()) {
-    return nullptr;
-  }
+  if (found == state().plugins.end()) return nullptr;
   ++state().open_plugins;
-  return found->second.get();
+  return &found->second;
 }
 void *__wrap_dlsym(void *handle, const char *symbol) {
-  auto &symbols = static_cast<SharedObject *>(handle)->symbols;
-  auto found = symbols.find(symbol);
-  return found == symbols.end() ? nullptr : found->second;
+  const Symbols &symbols = *static_cast<Symbols *>(handle);
+  return symbols.count(symbol) ? symbols.at(symbol) : nullptr;
 }
 char *__wrap_dlerror() {
   static char text[] = "cannot open shared object";
