@@ -5,11 +5,12 @@ import unittest
 from pathlib import Path
 
 import live
-from pbx import PrivatePbx, escape_dialplan
+from pbx import LIMIT, PrivatePbx, escape_dialplan
 
 ROOT = Path(__file__).resolve().parents[2]
 PAGE = (ROOT / "docs/dialplan.md").read_text(encoding="utf-8")
 MODULES = ("app_read", "app_stack", "func_cut", "func_env", "func_json", "func_logic", "func_strings")
+HUNG_UP = "the talker has nobody to talk to"
 SILENCE = "Playback(" + "&".join(["silence/10"] * 4) + ")"
 
 
@@ -42,18 +43,18 @@ class RecipeTest(unittest.TestCase):
     def plugin_path(cls, name):
         return str(live.build / "lib/quillbrook" / (cls.plugin or name))
 
-    def dial(self, recipe, talker=(SILENCE,), script="", leg="Local/s@talk", seconds=25):
-        """What the recipe says in Verbose lines, until its call has ended."""
+    def dial(self, recipe, talker=(SILENCE,), script="", seconds=LIMIT):
+        """What the recipe says in Verbose lines, until it has hung up."""
         self.script.write_text(script)
         steps = "\n".join(f"exten => s,{number},{escape_dialplan(step)}"
                           for number, step in enumerate(["Answer()", *talker], start=1))
-        self.pbx.write_file("extensions.conf", f"{self.dialplan}\n[talk]\n{steps}\n")
+        self.pbx.write_file("extensions.conf",
+                            f"{self.dialplan}\n[talk]\n{steps}\nexten => h,1,Verbose(1,{HUNG_UP})\n")
         self.pbx.cli("dialplan reload")
         before = len(self.said())
-        self.pbx.cli(f"channel originate {leg} extension s@{recipe}")
-        self.pbx.wait_until(lambda: "0 active channels" in self.pbx.cli("core show channels"), seconds,
-                            f"{recipe} did not end")
-        return self.said()[before:]
+        self.pbx.cli(f"channel originate Local/s@talk extension s@{recipe}")
+        self.pbx.wait_until(lambda: HUNG_UP in self.said()[before:], seconds, f"{recipe} did not end")
+        return self.said()[before:-1]
 
     def said(self):
         return [line.text for line in self.pbx.log() if line.source == "app_verbose.c"]
@@ -82,7 +83,7 @@ class ScriptedRecipeTest(RecipeTest):
         # 1.3 s of silence are a pause here.
         self.assertEqual(self.dial("number", script="bytes 4000\nfinal 90 four seven\nsleep 1300\nfinal 80 oh two"),
                          ["The number is 4702"])
-        self.assertEqual(self.dial("number", ["Wait(1)", "SendDTMF(4702)", SILENCE]), ["The number is 4702"])
+        self.assertEqual(self.dial("number", ["Wait(1)", "SendDTMF(4702#)", SILENCE]), ["The number is 4702"])
 
     def test_barge_in(self):
         # The prompt of the first menu lasts for longer than the call may.
@@ -96,7 +97,7 @@ class ScriptedRecipeTest(RecipeTest):
                          ["Dictated with 80 percent: dear Sir, it's late."])
 
     def test_notes(self):
-        pieces = "bytes 4000\nfinal 90 one\nsleep 2000\nfinal 90 two\nsleep 2000\nfinal 90 three"
+        pieces = "bytes 4000\nfinal 90 one\nsleep 1700\nfinal 90 two\nsleep 1700\nfinal 90 three"
         self.assertEqual(self.dial("notes", script=pieces),
                          ["Piece 1: one", "Piece 2: two", "Piece 3: three", "3 pieces"])
 

@@ -37,8 +37,7 @@ class ServerTest(unittest.TestCase):
         general = {"plugin": live.build / "lib/quillbrook/plugin_websocket.so", "phrases": DIGITS,
                    "configuration": "answer_timeout=1000", "completetimeout": 800, "incompletetimeout": 3000}
         cls.pbx = cls.enterClassContext(
-            PrivatePbx(live.build, quillbrook_conf=live.configuration(general, **profiles),
-                       environment=live.sanitizer_environment()))
+            PrivatePbx(live.build, quillbrook_conf=live.configuration(general, **profiles)))
         if not cls.pbx.load_module(MODULE):
             raise AssertionError(f"the module does not load: {cls.pbx.log()[-10:]}")
 
