@@ -59,17 +59,9 @@ class CallTest(LiveTest):
         self.assertEqual(self.ask("bytes 4000\nextra ERROR: no such model\nreturn"), ["result 1|0|error"])
         self.assertTrue(self.pbx.logged("QuillBrook plugin error: ERROR: no such model", "WARNING"))
 
-    def test_a_mistake_in_a_script_is_named(self):
-        self.assertEqual(self.ask("bytes 4000\nfinnal 3 x"), ["result 1|0|error"])
-        self.assertTrue(self.pbx.logged("ERROR: line 2: no such step: finnal", "WARNING"))
-
     def test_a_plugin_that_refuses_leaves_the_call_alive(self):
         self.assertEqual(self.ask("refuse", seconds=1), ["result 0||"])
         self.assertTrue(self.pbx.logged("Failed to intialize quillbrook plugin", "WARNING"))
-
-    def test_a_silent_caller_gets_no_result(self):
-        self.assertEqual(self.ask("until-stop", seconds=1), ["result 0||"])
-        self.wait_for_no_files()
 
     def test_an_interim_becomes_the_result_by_silence(self):
         before = ["SpeechLoadGrammar(x,property:Speech-Complete-Timeout=300ms)",
@@ -88,9 +80,10 @@ class CallTest(LiveTest):
         self.test_a_call_is_recognised_by_the_script_of_the_configuration()
 
     def test_the_end_of_the_dialplan_releases_what_runs(self):
-        for engine in ("quillbrook", "quillbrook:cont"):
-            self.pbx.call(["Answer()", f"SpeechCreate({engine})", self.script("until-stop"), "SpeechStart()",
-                           "SpeechBackground(silence/1,1)"]).wait()
+        calls = [self.pbx.call(["Answer()", f"SpeechCreate({engine})", self.script("until-stop"), "SpeechStart()",
+                                "SpeechBackground(silence/1,1)", RESULT]) for engine in ("quillbrook", "quillbrook:cont")]
+        for call in calls:
+            self.assertEqual(call.wait(), ["result 0||"])
         self.wait_for_no_files()
 
     def test_early_speech_is_cut_to_its_length(self):
@@ -103,16 +96,6 @@ class CallTest(LiveTest):
         # 16 bytes a millisecond, a header, and what came in while the plugin started.
         self.assertGreaterEqual(int(self.read_report()["bytes"]), 500 * 16)
         self.assertLess(int(self.read_report()["bytes"]), 1000 * 16)
-
-    def test_the_plugin_sees_the_call_s_settings(self):
-        before = ["SpeechLoadGrammar(x,property:Max-Speech-Timeout=7s)", "SpeechLoadGrammar(x,builtin:grammar/model=m)",
-                  "SpeechLoadGrammar(tag 9,property:Logging-Tag)"]
-        self.ask("report={report}\nbytes 1000\nshow\nfinal 5 x", before=before)
-        fields = self.read_report()
-        wanted = {"maxspeechtimeout": "7000", "model": "m", "param": "tag 9", "format": "wav", "buffer_size": "4000",
-                  "speedvsaccuracy": "-1.000000", "debug": "0", "interims": "1", "uniqueid": "", "mark": ""}
-        self.assertEqual({name: fields[name] for name in wanted}, wanted)
-        self.assertRegex(fields["filename"], r"^/tmp/quillbrook_0x[0-9a-f]+\.wav$")
 
     def test_many_calls_at_once(self):
         calls = [self.pbx.call(["Answer()", "SpeechCreate(quillbrook)",

@@ -5,11 +5,10 @@ from live import COMPANION, MODULE, LiveTest
 from pbx import report
 
 SCRIPT = "report={report}\nbytes 1000\nshow uniqueid mark param\nfinal 90 yes"
-GENERAL = {"logtag": "yes", "loggingtag": "param"}
 
 
-class WithCompanionTest(LiveTest):
-    general = GENERAL
+class CompanionTest(LiveTest):
+    general = {"logtag": "yes", "loggingtag": "param"}
     load = (COMPANION, MODULE)
 
     def test_the_call_s_values_reach_the_plugin_and_the_log(self):
@@ -33,15 +32,6 @@ class WithCompanionTest(LiveTest):
 
     def test_a_thread_without_a_call_has_no_values(self):
         self.assertEqual(self.pbx.cli("tandrel show session threadid uniqueid"), "")
-
-
-class WithoutCompanionTest(LiveTest):
-    general = GENERAL
-
-    def test_the_values_are_empty(self):
-        self.assertEqual(self.ask(SCRIPT), ["result 1|90|yes"])
-        self.assertEqual(self.read_report(), {"uniqueid": "", "mark": "", "param": ""})
-        self.assertTrue(self.pbx.logged("(QBK-0x"))
 
 
 if __name__ == "__main__":

@@ -1,4 +1,4 @@
-"""Each property and each form of a grammar path from a real dialplan, and what the plugin and the document say of it."""
+"""Grammar paths from a real dialplan, and what the plugin and the result documents say of them."""
 
 from pathlib import Path
 
@@ -10,7 +10,8 @@ JSGF = "#JSGF V1.0 UTF-8;\ngrammar g;\n"
 
 
 class GrammarTest(LiveTest):
-    profiles = {"open": {"model": "?", "voice": "nobody"}, "nlsml": {"returnnlsml": "yes", "normalize_phrases": "yes"}}
+    profiles = {"open": {"model": "?", "voice": "nobody"}, "json": {"returnjson": "yes"},
+                "nlsml": {"returnnlsml": "yes", "normalize_phrases": "yes"}}
     complaints = ("Cannot load JSGF grammar", "Cannot read grammar")
 
     def file(self, name, content):
@@ -26,34 +27,30 @@ class GrammarTest(LiveTest):
         self.assertEqual(lines, ["result 1|90|yes"])
         return self.read_report()
 
-    def document(self, text, *steps):
-        """The document of one question on the NLSML engine, without line feeds."""
-        call = self.pbx.call(["Answer()", "SpeechCreate(quillbrook:nlsml)", self.script(f"bytes 2000\nfinal 90 {text}"),
-                              *steps, "SpeechStart()", "SpeechBackground(silence/1,5)", report("path ${SPEECH_TEXT(0)}"),
-                              "Wait(0.5)"])
-        content = Path(call.wait_for("path ").split(" ")[1]).read_text(encoding="utf-8")
+    def document(self, script, *steps, engine="nlsml"):
+        """Score and content of the document of one question; the file is gone with the call."""
+        call = self.pbx.call(["Answer()", f"SpeechCreate(quillbrook:{engine})", self.script(f"bytes 2000\n{script}"),
+                              *steps, "SpeechStart()", "SpeechBackground(silence/1,5)",
+                              report("path ${SPEECH_SCORE(0)} ${SPEECH_TEXT(0)}"), "Wait(0.5)"])
+        _, score, path = call.wait_for("path ").split(" ")
+        content = Path(path).read_bytes().decode()
         call.wait()
-        return content.replace("\n", "")
+        self.wait_for_no_files()
+        return int(score), content
 
-    def test_properties_reach_the_plugin(self):
+    def test_properties_and_builtin_forms_reach_the_plugin(self):
         record = self.seen("x,property:Speed-vs-Accuracy=0.25", "1500ms,property:Speech-Complete-Timeout",
-                           "x,property:Speech-Incomplete-Timeout=4s", "x,property:Max-Speech-Timeout=3s",
-                           "x,property:Recognition-Timeout=9.5s", "x,property:Logging-Tag=tag, with a comma=1")
-        self.assertEqual([record[field] for field in ("speedvsaccuracy", "completetimeout", "incompletetimeout",
-                                                      "maxspeechtimeout", "param")],
-                         ["0.250000", "1500", "4000", "9500", "tag, with a comma=1"])
-
-    def test_a_model_left_open_takes_voice_and_language(self):
+                           "x,property:Speech-Incomplete-Timeout=4s", "x,property:Recognition-Timeout=9.5s",
+                           "x,property:Logging-Tag=tag, with a comma=1", "x,builtin:grammar/model=big:2",
+                           "x,builtin:grammar/configuration=a=1,b=2")
+        wanted = {"speedvsaccuracy": "0.250000", "completetimeout": "1500", "incompletetimeout": "4000",
+                  "maxspeechtimeout": "9500", "param": "tag, with a comma=1", "model": "big:2",
+                  "configuration": "a=1,b=2", "format": "wav", "buffer_size": "4000", "interims": "1", "uniqueid": ""}
+        self.assertEqual({name: record[name] for name in wanted}, wanted)
+        self.assertRegex(record["filename"], r"^/tmp/quillbrook_0x[0-9a-f]+\.wav$")
         record = self.seen("x,property:Speech-Voice=Ann", "fr-FR,property:Speech-Language",
                            "x,property:Speech-Voice=too late", engine="quillbrook:open")
         self.assertEqual((record["voice"], record["model"]), ("Ann", "fr-FR"))
-
-    def test_builtin_forms_reach_the_plugin(self):
-        for path, model in (("builtin:grammar/model=big:2", "big:2"), ("builtin:grammar/text=free", "free"),
-                            ("builtin:grammar/transcribe?lang=de", "de"),
-                            ("builtin:speech/transcribe", "builtin:speech/transcribe")):
-            self.assertEqual(self.seen(f"x,{path}")["model"], model, path)
-        self.assertEqual(self.seen("x,builtin:grammar/configuration=a=1,b=2")["configuration"], "a=1,b=2")
 
     def test_timeouts_that_the_module_keeps_to_itself(self):
         self.assertGreaterEqual(int(self.seen("x,property:Min-Speech-Timeout=900ms")["bytes"]), 44 + 900 * 16)
@@ -87,18 +84,22 @@ class GrammarTest(LiveTest):
         self.assertTrue(self.pbx.logged(f"Cannot load JSGF grammar g = {path}: line 3, column ", "ERROR"))
         self.assertTrue(self.pbx.logged("Erreur ouverture: /no/such.jsgf: No such file", "ERROR"))
 
-    def test_documents_carry_the_tags_of_the_active_grammar(self):
+    def test_documents(self):
+        self.assertEqual(self.document('json {"text":"a\\\\nb", "x":[1]}\nfinal 87 a', engine="json"),
+                         (87, '{"text":"a\\nb", "x":[1]}'))
         path = self.file("cafe.jsgf", JSGF + "public <r> = [un] café {DRINK} [s'il vous plaît {POLITE}] | rien;")
         load = [f"SpeechLoadGrammar(drinks,{path})", "SpeechActivateGrammar(drinks)"]
-        head = '<result grammar="drinks">  <interpretation grammar="drinks" confidence='
-        self.assertIn(head + '"90">    <instance>DRINK POLITE</instance>    <input mode="speech">Un cafe, s\'il vous plaît'
-                      .replace("'", "&apos;"), self.document("Un cafe, s'il vous plaît!", *load))
+        self.assertEqual(
+            self.document("json {}\nfinal 90 Un cafe, s'il vous plaît!", *load),
+            (90, '<?xml version="1.0"?>\n<result grammar="drinks">\n  <interpretation grammar="drinks" '
+                 'confidence="90">\n    <instance>DRINK POLITE<json>{}</json></instance>\n    <input mode="speech">'
+                 'Un cafe, s&apos;il vous plaît!</input>\n  </interpretation>\n</result>\n'))
         for text in ("un thé", "rien"):  # what is not accepted, and what is accepted without a tag
-            self.assertIn(head + f'"0">    <instance/>    <input mode="speech">{text}<nomatch/></input>',
-                          self.document(text, *load))
-        off = [*load, "SpeechDeactivateGrammar(drinks)"]
-        self.assertIn('<result grammar="">  <interpretation grammar="" confidence="90">    <instance>rien</instance>',
-                      self.document("rien", *off))
+            self.assertIn(f'<instance/>\n    <input mode="speech">{text}<nomatch/></input>',
+                          self.document(f"final 90 {text}", *load)[1])
+        score, content = self.document("final 90 rien", *load, "SpeechDeactivateGrammar(drinks)")
+        self.assertEqual(score, 90)
+        self.assertIn("<instance>rien</instance>", content)
 
 
 if __name__ == "__main__":
