@@ -13,6 +13,9 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/configs/grammars DESTINATION /usr/share/
   FILES_MATCHING PATTERN *.jsgf)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md DESTINATION ${QUILLBROOK_DOC_DIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${QUILLBROOK_DOC_DIR}/docs)
+foreach(plugin dummy pocketsphinx websocket)
+  install(FILES ${PROJECT_SOURCE_DIR}/plugins/${plugin}/README.md DESTINATION ${QUILLBROOK_DOC_DIR}/plugins/${plugin})
+endforeach()
 install(FILES
   ${PROJECT_SOURCE_DIR}/configs/quillbrook.conf.sample
   ${PROJECT_SOURCE_DIR}/configs/extensions.conf.sample

@@ -105,8 +105,6 @@ class CallTest(LiveTest):
             self.assertEqual(call.wait(), [f"result 1|90|caller {number}"])
         self.wait_for_no_files()
 
-
-class UnloadTest(LiveTest):
     def mapped(self):
         with open(f"/proc/{self.pbx.pid}/maps", encoding="utf-8") as maps:
             return [line for line in maps if "quillbrook" in line]

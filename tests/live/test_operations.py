@@ -6,7 +6,6 @@ Files in expected/ hold each text with the values that vary as <name>; PLACEHOLD
 import contextlib
 import json
 import re
-import shutil
 import socket
 import subprocess
 import time
@@ -14,6 +13,7 @@ from pathlib import Path
 
 import live
 from live import MODULE, LiveTest
+from pbx import LIMIT
 
 EXPECTED = Path(__file__).parent / "expected"
 MONITORING = Path(__file__).parents[2] / "docs/monitoring"
@@ -48,6 +48,14 @@ def masked(line, expected):
 
 class OperationsTest(LiveTest):
     maxDiff = None
+    general = {"name": "Main", "debug": "yes"}
+    profiles = {
+        "first": {"url": "wss://one.example/v1", "model": "m1", "language": "en", "voice": "v1", "context": "c1",
+                  "configuration": "k1", "phrases": "yes,no", "extra": "x1", "format": "ulaw", "buffersize": "1600",
+                  "endpointing": "yes", "returnjson": "yes", "keepfiles": "yes", "closetimeout": "300",
+                  "timeouts": "no", "completetimeout": "700", "incompletetimeout": "900", "providertimeout": "50"},
+        "second": {"returnnlsml": "yes", "waitclose": "yes", "completetimeout": "400"},
+    }
 
     def assert_expected(self, text, name):
         expected = (EXPECTED / f"{name}.txt").read_text(encoding="utf-8")
@@ -59,7 +67,7 @@ class OperationsTest(LiveTest):
     def request(self, method, path, headers="", body=""):
         """Status and body of the answer; of an error page, which is the server's, only the reason."""
         message = f"{method} /{path} HTTP/1.1\r\nHost: pbx\r\nConnection: close\r\n{headers}\r\n{body}"
-        with socket.create_connection(("127.0.0.1", self.pbx.http_port), timeout=10) as connection:
+        with socket.create_connection(("127.0.0.1", self.pbx.http_port), timeout=LIMIT) as connection:
             connection.sendall(message.encode())
             with contextlib.suppress(OSError):  # the answer is there and the connection closed
                 connection.shutdown(socket.SHUT_WR)
@@ -72,17 +80,6 @@ class OperationsTest(LiveTest):
 
     def metric(self, name):
         return re.search(rf"^asterisk_quillbrook_{name}{{.*}} (.*)$", self.metrics(), re.MULTILINE)[1]
-
-
-class TextsTest(OperationsTest):
-    general = {"name": "Main", "debug": "yes"}
-    profiles = {
-        "first": {"url": "wss://one.example/v1", "model": "m1", "language": "en", "voice": "v1", "context": "c1",
-                  "configuration": "k1", "phrases": "yes,no", "extra": "x1", "format": "ulaw", "buffersize": "1600",
-                  "endpointing": "yes", "returnjson": "yes", "keepfiles": "yes", "closetimeout": "300",
-                  "timeouts": "no", "completetimeout": "700", "incompletetimeout": "900", "providertimeout": "50"},
-        "second": {"returnnlsml": "yes", "waitclose": "yes", "completetimeout": "400"},
-    }
 
     def setUp(self):
         super().setUp()
@@ -130,7 +127,7 @@ class TextsTest(OperationsTest):
         before = len(self.pbx.logged("HTTP JSGF"))
         self.request("GET", "quillbrook_jsgf?other=1&value=%C3%A9%20%25s&value=2")
         self.request("POST", "quillbrook_jsgf", FORM + "Content-Length: 9\r\n", "value=abc")
-        self.pbx.wait_until(lambda: len(self.pbx.logged("HTTP JSGF")) >= before + 2, 5, "no trace")
+        self.pbx.wait_until(lambda: len(self.pbx.logged("HTTP JSGF")) >= before + 2, LIMIT, "no trace")
         self.assertEqual(self.pbx.logged("HTTP JSGF")[before:],
                          ["  == HTTP JSGF get walue = é %s.", "  == HTTP JSGF get walue = (null)."])
 
@@ -155,7 +152,7 @@ class TextsTest(OperationsTest):
             calls[name] = self.pbx.call(
                 ["Answer()", f"SpeechCreate(quillbrook:{name})", f"SpeechLoadGrammar(script,{path})", "SpeechStart()",
                  "SpeechBackground(silence/1,5)", live.RESULT, "SpeechDestroy()"])
-        self.pbx.wait_until(lambda: self.metric("sessions_active") == "2", 5, "the calls did not meet")
+        self.pbx.wait_until(lambda: self.metric("sessions_active") == "2", LIMIT, "the calls did not meet")
         ends = {name: call.wait() for name, call in calls.items()}
         self.assertRegex(ends["first"][0], r"^result 1\|80\|/tmp/quillbrook_.*\.json$")
         self.assertRegex(ends["second"][0], r"^result 1\|80\|/tmp/quillbrook_.*\.xml$")
@@ -169,20 +166,9 @@ class TextsTest(OperationsTest):
         self.assert_expected(shown, "two_profiles")
 
 
-class WebOffTest(OperationsTest):
-    general = {"web": "no", "webenabled": "yes"}
-
-    def test_only_the_metrics_are_off(self):
-        self.assertEqual(self.request("GET", "quillbrook_metrics")[0], 404)
-        self.assertEqual(self.request("GET", "quillbrook_jsgf"), (200, "OK"))
-
-
-class MonitoringTest(OperationsTest):
-    """The metrics in the eyes of Prometheus, and what docs/monitoring builds on them."""
+    # --- The metrics in the eyes of Prometheus, and what docs/monitoring builds on them ------------------------------------
 
     def promtool(self, *arguments, text=None, cwd=None):
-        if not shutil.which("promtool"):
-            self.fail("promtool is not installed: run setup/packages.sh test")
         return subprocess.run(["promtool", *arguments], input=text, capture_output=True, text=True, timeout=60,
                               cwd=cwd, check=False)
 
@@ -210,11 +196,11 @@ class MonitoringTest(OperationsTest):
         calls = [self.pbx.call(["Answer()", "SpeechCreate(quillbrook)", self.script("bytes 16000\nfinal 80 good"),
                                 "SpeechStart()", "SpeechBackground(silence/1,5)", live.RESULT])
                  for _ in range(4)]
-        end = time.monotonic() + 10
+        end = time.monotonic() + LIMIT
         while not all(call.ended for call in calls) and time.monotonic() < end:
             self.assertEqual(self.metrics().count("\n"), 42)
         self.assertEqual([call.wait() for call in calls], [["result 1|80|good"]] * 4)
-        self.pbx.wait_until(lambda: self.metric("sessions_active") == "0", 5, "a session stayed")
+        self.pbx.wait_until(lambda: self.metric("sessions_active") == "0", LIMIT, "a session stayed")
 
 
 if __name__ == "__main__":

@@ -15,7 +15,9 @@ import unittest
 from pathlib import Path
 
 import live
+from pbx import LIMIT
 
+PACKAGE = "/tmp/quillbrook.deb"
 CONFIG = "/etc/asterisk/quillbrook.conf"
 LOG_FOLDER = "/var/log/quillbrook"
 LOG = "/var/log/asterisk/messages"
@@ -38,7 +40,7 @@ exec sleep 600
 
 def run(command, **options):
     return subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          text=True, errors="replace", timeout=120, check=False, **options)
+                          text=True, errors="replace", timeout=2 * LIMIT, check=False, **options)
 
 
 class Machine:
@@ -94,26 +96,22 @@ class PackageTest(unittest.TestCase):
         packages = list(Path(folder).glob("*.deb"))
         assert answer.returncode == 0 and len(packages) == 1, answer.stdout
         cls.package = packages[0]
-        cls.machine.put("/tmp/quillbrook.deb", cls.package.read_bytes())
-        cls.addClassCleanup(cls.machine.sh, "dpkg --purge quillbrook; rm -f /tmp/quillbrook.deb", check=False)
-
-    def field(self, name):
-        return run(["dpkg-deb", "-f", str(self.package), name]).stdout.strip()
+        cls.machine.put(PACKAGE, cls.package.read_bytes())
+        cls.addClassCleanup(cls.machine.sh, f"dpkg --purge quillbrook; rm -f {PACKAGE}", check=False)
 
     def test_depends_on_the_major_version_that_it_was_built_for(self):
         version = run(["dpkg-query", "-W", "-f=${Version}", "asterisk-dev"]).stdout
-        epoch, major = re.match(r"(\d+:)?(\d+)\.", version).groups()
-        epoch = epoch or ""
-        depends = self.field("Depends").split(", ")
-        self.assertIn(f"asterisk (>= {epoch}{major}~)", depends)
-        self.assertIn(f"asterisk (<< {epoch}{int(major) + 1}~)", depends)
+        epoch, major = re.match(r"(\d+:|)(\d+)\.", version).groups()
+        depends = run(["dpkg-deb", "-f", str(self.package), "Depends"]).stdout.strip().split(", ")
+        self.assertLessEqual({f"asterisk (>= {epoch}{major}~)", f"asterisk (<< {epoch}{int(major) + 1}~)"}, set(depends))
         self.assertTrue(any(part.startswith("libstdc++6 ") for part in depends), depends)
         # On a system with the next major version it is refused.
-        other = "sed \"/^Package: asterisk$/,/^$/s/^Version: .*/Version: $1/\" /var/lib/dpkg/status >/tmp/status"
-        self.machine.sh(other, f"{epoch}{int(major) + 1}.0.0")
-        self.addCleanup(self.machine.sh, "rm -f /tmp/status")
-        answer = self.machine.sh("LC_ALL=C apt-get -o Dir::State::status=/tmp/status --simulate install "
-                                 "/tmp/quillbrook.deb", check=False)
+        status = "/tmp/status"
+        self.machine.sh('sed "/^Package: asterisk$/,/^$/s/^Version: .*/Version: $1/" /var/lib/dpkg/status >"$2"',
+                        f"{epoch}{int(major) + 1}.0.0", status)
+        self.addCleanup(self.machine.sh, f"rm -f {status}")
+        answer = self.machine.sh(f"LC_ALL=C apt-get -o Dir::State::status={status} --simulate install {PACKAGE}",
+                                 check=False)
         self.assertIn(f"quillbrook : Depends: asterisk (< {epoch}{int(major) + 1}~)", answer)
 
     def test_an_installation_by_hand_puts_everything_where_it_is_looked_for(self):
@@ -123,13 +121,13 @@ class PackageTest(unittest.TestCase):
             files = {f"/{path.relative_to(root)}" for path in Path(root).rglob("*") if not path.is_dir()}
         plugins = {f"/usr/lib/quillbrook/{path.name}" for path in (live.build / "lib/quillbrook").glob("*.so")}
         self.assertEqual(plugins - files, {"/usr/lib/quillbrook/plugin_example.so"})  # for reading, not for use
-        self.assertEqual({"/usr/lib/asterisk/modules/res_speech_quillbrook.so", "/usr/include/quillbrook.h",
-                          "/etc/asterisk/quillbrook.conf.sample", "/usr/bin/jsgf-match",
-                          "/usr/share/quillbrook/grammars/yesno.jsgf"} - files, set())
+        self.assertLessEqual({"/usr/lib/asterisk/modules/res_speech_quillbrook.so", "/usr/include/quillbrook.h",
+                              f"{CONFIG}.sample", "/usr/bin/jsgf-match", "/usr/share/quillbrook/grammars/yesno.jsgf"},
+                             files)
         self.assertFalse({path for path in files if "/local/" in path or path == CONFIG})
 
     def test_installs_answers_a_call_and_is_purged(self):
-        self.machine.sh("dpkg -i /tmp/quillbrook.deb")
+        self.machine.sh(f"dpkg -i {PACKAGE}")
         files = self.machine.sh("dpkg -L quillbrook").split()
         self.assertEqual([path for path in files if "/local/" in path or path.endswith(".conf.sample")],
                          ["/usr/share/doc/quillbrook/examples/extensions.conf.sample",
@@ -171,7 +169,7 @@ class PackageTest(unittest.TestCase):
             self.assertRegex(self.call("quillbrook:example", "NoOp()"), r"^\d+:speech \d+$")
         finally:
             pbx.terminate()
-            pbx.wait(20)
+            pbx.wait(LIMIT)
 
     def rx(self, command):
         return self.machine.sh("asterisk -rx \"$1\"", command, check=False)
@@ -198,7 +196,7 @@ class PackageTest(unittest.TestCase):
         return found[0]
 
     def wait_until(self, condition, complaint):
-        end = time.monotonic() + 40
+        end = time.monotonic() + LIMIT
         while not condition():
             self.assertLess(time.monotonic(), end, complaint + ": " + self.machine.sh(f"tail -n 20 {LOG}", check=False))
             time.sleep(0.1)
