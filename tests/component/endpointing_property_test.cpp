@@ -10,16 +10,13 @@
 
 namespace {
 
-struct Settings {
-  bool timeouts, waitclose, continuous, sentences;
-  int close, speech, extended, provider;
-};
-
 struct Model {
-  Settings set;
+  explicit Model(const quillbrook_engine_t &settings) : set(settings) {}
+
+  const quillbrook_engine_t &set;
   // The plugin's record.
-  int complete, incomplete, finalize = 0;
-  bool quantum, hangup = false;
+  int complete = set.completetimeout, incomplete = set.incompletetimeout, finalize = 0;
+  bool quantum = false, hangup = false;
   // The recognition.
   std::optional<int64_t> first_text, silent_since, closing_since;
   bool closed = false, error_told = false;
@@ -29,7 +26,7 @@ struct Model {
 
   std::string joined(const std::string &a, const std::string &b) const {
     if (a.empty() || b.empty()) return a + b;
-    return a + (set.sentences ? ".\n" : " ") + b;
+    return a + (set.endpointing ? ".\n" : " ") + b;
   }
 
   int message(int64_t now, const char *words, int confidence, int dsp) {
@@ -45,7 +42,7 @@ struct Model {
     bool held = false;
     if (set.waitclose && finalize > 0 && !closed) {
       if (!closing_since) closing_since = now;
-      held = now < *closing_since + set.close;
+      held = now < *closing_since + set.closetimeout;
     }
     if (!said.empty() && !first_text) {
       first_text = now;
@@ -58,7 +55,7 @@ struct Model {
         silent_since = now;
         error_told = false;
       }
-      if (!session_end && confidence > 0 && finalize == 0) *silent_since -= set.provider;
+      if (!session_end && confidence > 0 && finalize == 0) *silent_since -= set.providertimeout;
       if (set.timeouts) timed_out = expire(now, dsp) && !held;
     }
 
@@ -84,8 +81,9 @@ struct Model {
     const int64_t silent = now - *silent_since;
     bool finish = false;
     if (complete != 0) {
-      if (set.speech != 0 && set.extended != 0 && now - *first_text > set.speech && complete <= 2500) {
-        complete = set.extended;
+      if (set.speechtimeout != 0 && set.extendedtimeout != 0 && now - *first_text > set.speechtimeout &&
+          complete <= 2500) {
+        complete = set.extendedtimeout;
       }
       const bool over = std::max<int64_t>(silent, dsp) > complete;
       if (over && finalize == 0) {
@@ -114,7 +112,7 @@ struct Model {
     text = joined(text, interim);
     interim.clear();
     if (text.empty()) return;
-    results.push_back(text + (set.sentences ? "." : ""));
+    results.push_back(text + (set.endpointing ? "." : ""));
     text.clear();
   }
 };
@@ -129,30 +127,19 @@ protected:
   bool one_in(int count) { return std::uniform_int_distribution<int>(1, count)(random) == 1; }
 
   Model begin() {
-    Settings set = {!one_in(8),
-                    one_in(2),
-                    one_in(3),
-                    one_in(4),
-                    pick({500, 2000}),
-                    pick({0, 1000, 4000}),
-                    pick({0, 300, 4000}),
-                    pick({0, 0, 300, 1250})};
-    engine.timeouts = set.timeouts;
-    engine.waitclose = set.waitclose;
-    engine.continuous = set.continuous;
-    engine.endpointing = set.sentences;
-    engine.closetimeout = set.close;
-    engine.speechtimeout = set.speech;
-    engine.extendedtimeout = set.extended;
-    engine.providertimeout = set.provider;
+    engine.timeouts = !one_in(8);
+    engine.waitclose = one_in(2);
+    engine.continuous = one_in(3);
+    engine.endpointing = one_in(4);
+    engine.closetimeout = pick({500, 2000});
+    engine.speechtimeout = pick({0, 1000, 4000});
+    engine.extendedtimeout = pick({0, 300, 4000});
+    engine.providertimeout = pick({0, 0, 300, 1250});
     engine.completetimeout = pick({0, 300, 1000, 1000, 2500, 2501, -1});
     engine.incompletetimeout = pick({0, 300, 1000, 1500, 3000, 3000, -1});
     create();
     start();
-    Model model = {};
-    model.set = set;
-    model.complete = engine.completetimeout;
-    model.incomplete = engine.incompletetimeout;
+    Model model(engine);
     model.quantum = one_in(2);
     context()->quantum = model.quantum;
     return model;
@@ -163,8 +150,8 @@ protected:
     if (model.silent_since) {
       limits = {*model.silent_since + model.complete, *model.silent_since + model.incomplete};
     }
-    if (model.first_text) limits.push_back(*model.first_text + model.set.speech);
-    if (model.closing_since) limits.push_back(*model.closing_since + model.set.close);
+    if (model.first_text) limits.push_back(*model.first_text + model.set.speechtimeout);
+    if (model.closing_since) limits.push_back(*model.closing_since + model.set.closetimeout);
     if (!limits.empty() && one_in(2)) {
       const int64_t limit = limits[std::uniform_int_distribution<size_t>(0, limits.size() - 1)(random)];
       const int64_t target = limit + pick({-1, 0, 1});

@@ -141,13 +141,4 @@ TEST_F(EndpointingTest, APluginThatIsAskedToFinalizeAndCloses) {
   }
 }
 
-TEST_F(EndpointingTest, SettingsForLongSpeechReachARunningRecognition) {
-  hear_first_text(1000, 9000);
-  quillbrook_recog_load_grammar(&speech, "", "property:Speech-Timeout=2s");
-  quillbrook_recog_load_grammar(&speech, "", "property:Extended-Timeout=3s");
-  quillbrook_recog_load_grammar(&speech, "", "property:Speech-Complete-Timeout=7s");
-  at(2001, "still speaking");
-  EXPECT_EQ(context()->completetimeout, 3000);
-}
-
 }  // namespace
