@@ -13,7 +13,7 @@ from live import MODULE, RESULT, PrivatePbx  # noqa: E402
 from pbx import SOUNDS, free_port  # noqa: E402
 
 DIGITS = "zero,one,two,three,four,five,six,seven,eight,nine"
-TALKER = [f"Playback(silence/1&{SOUNDS}/digits/7&silence/5)"]
+SAYS_SEVEN = f"Playback(silence/1&{SOUNDS}/digits/7&silence/2)"
 MISBEHAVIOURS = ("mute", "die", "die-once", "die-after-words", "garbage")
 
 
@@ -53,7 +53,7 @@ class ServerTest(unittest.TestCase):
     def ask(self, engine, questions=1):
         return self.pbx.call(["Answer()", f"SpeechCreate(quillbrook:{engine})", "SpeechStart()"]
                              + ["SpeechBackground(silence/1,8)", RESULT] * questions + ["SpeechDestroy()"],
-                             TALKER * questions)
+                             [SAYS_SEVEN] * questions + ["Playback(silence/10)"])
 
     def test_words_are_recognised_by_the_server(self):
         calls = [self.ask(engine) for engine in ("plain", "trusted", "die-once")]
