@@ -6,8 +6,7 @@ namespace {
 class AudioTest : public SessionTest {
 protected:
   AudioTest() { engine.dsp = 1; }
-  // Without the header.
-  std::string stream() { return stand_in::file_content(context()->filename).substr(44); }
+  std::string stream() { return stand_in::file_content(context()->filename).substr(WAV_HEADER); }
 };
 
 // Telephones may send half a second at once. Odd last bytes come through as they are.

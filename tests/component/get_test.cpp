@@ -72,54 +72,50 @@ TEST_F(GetTest, ContinuousResultsComeOneByOneOnOneContext) {
   EXPECT_EQ(plugin.stops, 0);
 }
 
-struct HangUp {
-  const char *name;
-  bool continuous, waitclose, known, hung_up, queued;
-  bool reports;  // plugin_stop brings the last words and the session's end
-  bool waits;
-  const char *result;
-};
-void PrintTo(const HangUp &test, std::ostream *out) {
-  *out << test.name;
-}
-class HangUpTest : public GetTest, public testing::WithParamInterface<HangUp> {};
-
-TEST_P(HangUpTest, WaitsForTheFinalReportOnlyWhenThereIsOne) {
-  const HangUp &test = GetParam();
-  engine.continuous = test.continuous;
-  engine.waitclose = test.waitclose;
-  engine.completetimeout = 1000;
-  stand_in::add_channel("other", true);
-  if (test.known) stand_in::add_channel("u1", test.hung_up);
-  plugin.on_stop = [&](quillbrook_context *context) {
-    if (!test.reports || plugin.stops > 0) return;
-    quillbrook_callback(context, "last words", 80);
-    quillbrook_callback(context, nullptr, QUILLBROOK_SCORE_END);
+TEST_F(GetTest, AHangUpWaitsForTheFinalReportOnlyWhenThereIsOne) {
+  const struct {
+    const char *name;
+    bool continuous, waitclose, known, hung_up, queued;
+    bool reports;  // plugin_stop brings the last words and the session's end
+    bool waits;
+    const char *result;
+  } cases[] = {
+      {"the report comes", true, true, true, true, false, true, true, "last words"},
+      {"no report", true, true, true, true, false, false, true, "error"},
+      {"waitclose off", true, false, true, true, false, true, false, "error"},
+      {"the caller is there", true, true, true, false, false, true, false, "error"},
+      {"the channel is gone", true, true, false, true, false, true, false, "error"},
+      {"a result waits", true, true, true, true, true, true, false, "early"},
+      {"single-shot", false, true, true, true, true, true, false, "early"},
   };
-  create_and_start();
-  if (test.queued) deliver("early", 70);
-  const int64_t slept = stand_in::slept_us();
-  EXPECT_EQ(get(), test.result);
-  EXPECT_EQ(stand_in::logged(__LOG_NOTICE, named("Hangup: stop the plugin and wait for its final report.\n")),
-            test.waits ? 1 : 0);
-  EXPECT_EQ(stand_in::mentioned("Final report received (last_results=1).\n"), test.waits && test.reports ? 1 : 0);
-  if (test.waits && !test.reports) {
-    EXPECT_EQ(stand_in::mentioned("Final report not received (last_results=0).\n"), 1);
-    EXPECT_EQ(stand_in::slept_us() - slept, 2'000'000);
+  engine.completetimeout = 1000;
+  for (const auto &test : cases) {
+    SCOPED_TRACE(test.name);
+    engine.continuous = test.continuous;
+    engine.waitclose = test.waitclose;
+    stand_in::add_channel("other", true);
+    if (test.known) stand_in::add_channel("u1", test.hung_up);
+    plugin.on_stop = [&](quillbrook_context *context) {
+      if (!test.reports) return;
+      quillbrook_callback(context, "last words", 80);
+      quillbrook_callback(context, nullptr, QUILLBROOK_SCORE_END);
+    };
+    create_and_start();
+    if (test.queued) deliver("early", 70);
+    const int64_t slept = stand_in::slept_us();
+    EXPECT_EQ(get(), test.result);
+    EXPECT_EQ(stand_in::logged(__LOG_NOTICE, named("Hangup: stop the plugin and wait for its final report.\n")),
+              test.waits);
+    EXPECT_EQ(stand_in::mentioned("Final report received (last_results=1).\n"), test.waits && test.reports);
+    EXPECT_EQ(stand_in::mentioned("Final report not received (last_results=0).\n"), test.waits && !test.reports);
+    if (test.waits && !test.reports) {
+      EXPECT_EQ(stand_in::slept_us() - slept, 2'000'000);
+    }
+    EXPECT_EQ(stand_in::channel_references(), 0);
+    destroy();
+    stand_in::reset();
+    stand_in::answer_command("tandrel show session threadid uniqueid", "u1");
   }
-  EXPECT_EQ(stand_in::channel_references(), 0);
 }
-
-const HangUp hang_ups[] = {
-    // continuous, waitclose, known, hung_up, queued, reports, waits
-    {"the report comes", true, true, true, true, false, true, true, "last words"},
-    {"no report", true, true, true, true, false, false, true, "error"},
-    {"waitclose off", true, false, true, true, false, true, false, "error"},
-    {"the caller is there", true, true, true, false, false, true, false, "error"},
-    {"the channel is gone", true, true, false, true, false, true, false, "error"},
-    {"a result waits", true, true, true, true, true, true, false, "early"},
-    {"single-shot", false, true, true, true, true, true, false, "early"},
-};
-INSTANTIATE_TEST_SUITE_P(Each, HangUpTest, testing::ValuesIn(hang_ups));
 
 }  // namespace

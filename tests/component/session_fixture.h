@@ -44,10 +44,8 @@ public:
   int init_result = 0;
   int stop_hangup = QUILLBROOK_HANGUP_STOPPED;  // what plugin_stop leaves in `hangup`
   int stop_finalize = 1;                        // and in `finalize`
-  std::function<void(quillbrook_context *)> on_init;
-  std::function<void(quillbrook_context *)> on_loop;  // runs before the wait
-  std::function<void(quillbrook_context *)> on_stop;
-  std::function<void(quillbrook_context *)> on_end;  // runs behind the wait
+  std::function<void(quillbrook_context *)> on_init, on_stop;
+  std::function<void(quillbrook_context *)> on_loop, on_end;  // in front of the wait and behind it
   bool loop_waits = true;
 
   std::atomic<int> inits{0}, loops{0}, stops{0}, ended{0};
@@ -100,6 +98,8 @@ private:
   std::set<quillbrook_context *> stopped_;
 };
 
+constexpr int WAV_HEADER = 44;
+
 class SessionTest : public testing::Test {
 protected:
   SessionTest() : engine(quillbrook_engine[0]) {
@@ -120,9 +120,7 @@ protected:
   }
   ~SessionTest() override {
     if (speech.data) destroy();
-    for (quillbrook_engine_t &entry : quillbrook_engine) {
-      quillbrook_engine_release_texts(entry);
-    }
+    for (quillbrook_engine_t &entry : quillbrook_engine) quillbrook_engine_release_texts(entry);
     ast_mutex_destroy(&speech.lock);
     quillbrook_statistics_destroy();
     debug = verbose = twin = 0;
@@ -174,6 +172,21 @@ protected:
   void write_ms(int milliseconds, int16_t sample) {
     const std::vector<int16_t> frame(160, sample);
     for (int written = 0; written < milliseconds; written += 20) write(frame.data(), 320);
+  }
+  // The same with a number for each frame, and the numbers of the whole frames in a file.
+  void write_numbered(int first, int last) {
+    for (int number = first; number <= last; ++number) write_ms(20, static_cast<int16_t>(number));
+  }
+  static std::vector<int> numbers_in(const std::string &path) {
+    const std::string content = stand_in::file_content(path);
+    std::vector<int> numbers;
+    for (size_t at = WAV_HEADER; at + 320 <= content.size(); at += 320) {
+      int16_t samples[160];
+      memcpy(samples, content.data() + at, sizeof(samples));
+      EXPECT_THAT(samples, testing::Each(samples[0]));
+      numbers.push_back(samples[0]);
+    }
+    return numbers;
   }
   // A grammar of the session, from a file that is gone again.
   void load_grammar(const char *name, const std::string &rules) {

@@ -6,8 +6,6 @@ namespace {
 using stand_in::Fault;
 using testing::ElementsAre;
 
-constexpr int WAV_HEADER = 44;
-
 class StreamingTest : public SessionTest {
 protected:
   // Lets the streaming thread look at the file a few times more.
@@ -17,21 +15,6 @@ protected:
   }
   bool loop_entered() {
     return eventually([&] { return plugin.loops > 0; });
-  }
-  // Numbered samples, one frame of 20 ms for each number.
-  void write_numbered(int first, int last) {
-    for (int number = first; number <= last; ++number) write_ms(20, static_cast<int16_t>(number));
-  }
-  // The numbers of the frames in a stream file.
-  static std::vector<int> numbers_in(const std::string &path) {
-    const std::string content = stand_in::file_content(path);
-    std::vector<int> numbers;
-    for (size_t at = WAV_HEADER; at + 320 <= content.size(); at += 320) {
-      int16_t sample;
-      memcpy(&sample, content.data() + at, sizeof(sample));
-      numbers.push_back(sample);
-    }
-    return numbers;
   }
 };
 

@@ -75,12 +75,11 @@ void write_file(const std::string &path, const std::string &content) {
 
 namespace {
 
-constexpr size_t WAV_HEADER_SIZE = 44;
-constexpr int FRAME_SAMPLES = 160;
+constexpr char WAV_HEADER[44] = "RIFF\0\0\0\0WAVEfmt ";
+constexpr int FRAME_BYTES = 320;
 
 struct Stream : ast_filestream {
-  size_t header_size;
-  size_t sample_size;
+  bool ulaw;
 };
 
 // Null for a type that the stand-in, like the host, has no format for.
@@ -94,12 +93,9 @@ Stream *open_stream(const char *filename, const char *type, int flags, const cha
   if (descriptor < 0) return nullptr;
   auto *stream = new Stream{};
   stream->f = fdopen(descriptor, mode);
-  stream->header_size = kind == "wav" ? WAV_HEADER_SIZE : 0;
-  stream->sample_size = kind == "ulaw" ? 1 : 2;
+  stream->ulaw = kind == "ulaw";
   return stream;
 }
-
-Stream *own(struct ast_filestream *stream) { return static_cast<Stream *>(stream); }
 
 }  // namespace
 }  // namespace stand_in
@@ -117,9 +113,7 @@ int __wrap_open(const char *path, int flags, ...) {
   return fails(Fault::Write) ? open_full(real_path(path), flags) : __real_open(real_path(path).c_str(), flags, mode);
 }
 FILE *__wrap_fopen(const char *path, const char *mode) {
-  if (denied(Fault::Open)) return nullptr;
-  return fails(Fault::Write) ? fdopen(open_full(real_path(path), O_CREAT | O_WRONLY), mode)
-                             : __real_fopen(real_path(path).c_str(), mode);
+  return denied(Fault::Open) ? nullptr : __real_fopen(real_path(path).c_str(), mode);
 }
 int __wrap_stat(const char *path, struct stat *status) { return __real_stat(real_path(path).c_str(), status); }
 int __wrap_rename(const char *from, const char *to) {
@@ -139,65 +133,53 @@ struct ast_filestream *ast_writefile(const char *filename, const char *type, con
   note("ast_writefile");
   flags |= O_WRONLY | O_CREAT | (flags & O_APPEND ? 0 : O_TRUNC);
   Stream *stream = fails(Fault::WriteStream) ? nullptr : open_stream(filename, type, flags, "wb");
-  if (stream && stream->header_size) {
-    char header[WAV_HEADER_SIZE] = "RIFF\0\0\0\0WAVEfmt ";
-    fwrite(header, 1, sizeof(header), stream->f);
+  if (stream && !stream->ulaw) {
+    fwrite(WAV_HEADER, 1, sizeof(WAV_HEADER), stream->f);
     fflush(stream->f);
   }
   return stream;
 }
-
-struct ast_filestream *ast_readfile(const char *filename, const char *type, const char *, int, int, mode_t) {
-  note("ast_readfile");
-  Stream *stream = fails(Fault::ReadStream) ? nullptr : open_stream(filename, type, O_RDONLY, "rb");
-  if (stream) fseek(stream->f, stream->header_size, SEEK_SET);
-  return stream;
-}
-
 int ast_closestream(struct ast_filestream *stream) {
   note("ast_closestream");
   fclose(stream->f);
-  delete own(stream);
+  delete static_cast<Stream *>(stream);
+  return 0;
+}
+// Of signed linear samples a mu-law file gets the upper byte.
+int ast_writestream(struct ast_filestream *stream, struct ast_frame *frame) {
+  const char *bytes = static_cast<const char *>(frame->data.ptr);
+  if (!static_cast<Stream *>(stream)->ulaw) {
+    return fwrite(bytes, 1, frame->datalen, stream->f) == static_cast<size_t>(frame->datalen) ? 0 : -1;
+  }
+  for (int sample = 0; sample < frame->samples; ++sample) fputc(bytes[2 * sample + 1], stream->f);
   return 0;
 }
 
-// Signed linear into a file of one byte a sample: the upper byte.
-int ast_writestream(struct ast_filestream *stream, struct ast_frame *frame) {
-  const char *bytes = static_cast<const char *>(frame->data.ptr);
-  if (own(stream)->sample_size == 1 && frame->subclass.format == ast_format_slin) {
-    for (int sample = 0; sample < frame->samples; ++sample) fputc(bytes[2 * sample + 1], stream->f);
-    return 0;
-  }
-  return fwrite(bytes, 1, frame->datalen, stream->f) == static_cast<size_t>(frame->datalen) ? 0 : -1;
+// Reading, which the tests do with WAV only. Places are in samples, behind the header.
+struct ast_filestream *ast_readfile(const char *filename, const char *type, const char *, int, int, mode_t) {
+  note("ast_readfile");
+  Stream *stream = fails(Fault::ReadStream) ? nullptr : open_stream(filename, type, O_RDONLY, "rb");
+  if (stream) ast_seekstream(stream, 0, SEEK_SET);
+  return stream;
 }
-
 int ast_seekstream(struct ast_filestream *stream, off_t samples, int whence) {
-  off_t bytes = samples * static_cast<off_t>(own(stream)->sample_size);
-  return fseek(stream->f, whence == SEEK_SET ? bytes + own(stream)->header_size : bytes, whence);
+  return fseek(stream->f, 2 * samples + (whence == SEEK_SET ? sizeof(WAV_HEADER) : 0), whence);
 }
-
-off_t ast_tellstream(struct ast_filestream *stream) {
-  return (ftell(stream->f) - own(stream)->header_size) / own(stream)->sample_size;
-}
-
+off_t ast_tellstream(struct ast_filestream *stream) { return (ftell(stream->f) - sizeof(WAV_HEADER)) / 2; }
 int ast_stream_rewind(struct ast_filestream *stream, off_t milliseconds) {
   return ast_seekstream(stream, std::max<off_t>(0, ast_tellstream(stream) - milliseconds * 8), SEEK_SET);
 }
-
 struct ast_frame *ast_readframe(struct ast_filestream *stream) {
-  size_t sample_size = own(stream)->sample_size;
-  size_t room = FRAME_SAMPLES * sample_size;
-  auto *frame = static_cast<ast_frame *>(calloc(1, sizeof(ast_frame) + AST_FRIENDLY_OFFSET + room));
+  auto *frame = static_cast<ast_frame *>(calloc(1, sizeof(ast_frame) + AST_FRIENDLY_OFFSET + FRAME_BYTES));
   frame->frametype = AST_FRAME_VOICE;
-  frame->subclass.format = sample_size == 1 ? nullptr : ast_format_slin;
+  frame->subclass.format = ast_format_slin;
   frame->data.ptr = reinterpret_cast<char *>(frame + 1) + AST_FRIENDLY_OFFSET;
-  frame->datalen = static_cast<int>(fread(frame->data.ptr, 1, room, stream->f));
-  frame->samples = static_cast<int>(frame->datalen / sample_size);
+  frame->datalen = static_cast<int>(fread(frame->data.ptr, 1, FRAME_BYTES, stream->f));
+  frame->samples = frame->datalen / 2;
   if (frame->datalen > 0) return frame;
   free(frame);
   return nullptr;
 }
-
 void ast_frame_free(struct ast_frame *frame, int) { free(frame); }
 
 }  // extern "C"

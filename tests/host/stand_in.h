@@ -49,7 +49,8 @@ int64_t clock_ms();
 // Sum of what was asked of usleep, which gives up the processor for an instant only.
 int64_t slept_us();
 
-// Lines of ast_log, and of the host's verbose output.
+// Lines of ast_log, and of the host's verbose output, since the last reset.
+void reset_log();
 struct Line {
   int level;
   std::string text;

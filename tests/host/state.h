@@ -49,7 +49,6 @@ private:
 };
 
 // Each file's part of reset().
-void reset_log();
 void reset_files();
 void reset_services();
 
