@@ -194,7 +194,10 @@ bool WordSplitter::next() {
   if (buffer_.empty()) {
     return false;
   }
-  word_ = marksOnly_ ? std::string_view(buffer_) : std::string_view(buffer_).substr(begin, end - begin);
+  word_ = buffer_;
+  if (begin != std::string::npos) {  // else it is punctuation alone
+    word_ = word_.substr(begin, end - begin);
+  }
   return true;
 }
 

@@ -216,7 +216,7 @@ TEST(Language, TextsAreComparedByTheirWords) {
       {"a-1", {"A-1"}, {"a 1"}},
       {"co\u00ADop", {"\uFEFFCo\u200Bop"}, {}},
       {"oui", {"oui !", "- oui … ?"}, {}},
-      {"two \"+\" two", {"two + two"}, {"two two"}},
+      {"two \"+\" two %", {"two + two %", "two + two %!"}, {"two two %"}},
       {"really \"?\"", {"really ?"}, {"really?"}},
       {"\"ça va ?\"", {"Ça va ?", "Ça va?", "ça va"}, {"va"}},
       {"c++", {"c"}, {"c++"}},  // a grammar's c followed by operators
