@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <ctime>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -34,24 +36,13 @@ std::string repeated(const std::string &text, size_t count) {
   return all;
 }
 
-void runOnSmallStack(const std::function<void()> &work) {
-  constexpr size_t kStack = size_t{256} * 1024;
+TEST(Limits, DepthAndLengthTakeNoStack) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
-  ASSERT_EQ(pthread_attr_setstacksize(&attributes, kStack), 0);
-  pthread_t thread{};
-  const auto entry = [](void *argument) -> void * {
-    (*static_cast<const std::function<void()> *>(argument))();
-    return nullptr;
-  };
-  ASSERT_EQ(pthread_create(&thread, &attributes, entry, const_cast<std::function<void()> *>(&work)), 0);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attributes);
-}
-
-TEST(Limits, DepthAndLengthTakeNoStack) {
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, size_t{256} * 1024), 0);
+  ASSERT_EQ(pthread_setattr_default_np(&attributes), 0);
   constexpr size_t kDeep = 100'000;
-  runOnSmallStack([] {
+  std::thread([] {
     const auto groups = load(kHead + "public <r> = " + repeated("(", kDeep) + "x {T}" + repeated(")", kDeep) + ";");
     EXPECT_EQ(groups->getMatchingPublicRule("x"), "r");
     const auto optional = load(kHead + "public <r> = " + repeated("[a ", kDeep) + "x" + repeated("]", kDeep) + ";");
@@ -72,24 +63,16 @@ TEST(Limits, DepthAndLengthTakeNoStack) {
     const auto tags = Grammar::getMatchingTags(recursive->matchesRule(recursive->getRule("r0"), words));
     EXPECT_EQ(std::count(tags.begin(), tags.end(), "T"), 2);
     EXPECT_THROW(load(kHead + "public <r> = " + repeated("(", kDeep)), std::runtime_error);
-  });
+  }).join();
 }
 
-const std::string kAllSyntax =
-    "\xEF\xBB\xBF#JSGF V1.0 ISO8859-1 fr;\n"
-    "/** @author n */ grammar com.acme.all;\n"
-    "import <com.acme.sizes.small>; import <com.acme.milk.*>; // one, all\n"
-    "public <order> = [/2/ please | /0.5/ \"if you \\\"please\\\"\"] (<drink> {D} | <sizes.small> | <VOID>)+ <NULL> "
-    "{n};\n"
-    "<drink> = tea {T\\}} {} | \xC3\xA9"
-    "clair* {E}+ | twenty-one <all.list>;\n"
-    "public <list> = one | two [and <list> {L}] /* end */;";
-
 TEST(Limits, EachPrefixLoadsOrThrows) {
-  ASSERT_NO_THROW(load(kAllSyntax));
-  for (size_t length = 0; length < kAllSyntax.size(); ++length) {
+  std::ifstream file(JSGF_ALL_SYNTAX);
+  const std::string all{std::istreambuf_iterator<char>(file), {}};
+  EXPECT_EQ(load(all)->getMatchingPublicRule("please tea"), "order");
+  for (size_t length = 0; length < all.size(); ++length) {
     try {
-      const auto grammar = load(kAllSyntax.substr(0, length));
+      const auto grammar = load(all.substr(0, length));
       grammar->getMatchingPublicRule("please tea twenty one two and one");
       grammar->getAllWords();
     } catch (const std::runtime_error &error) {
