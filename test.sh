@@ -1,25 +1,32 @@
 #!/usr/bin/env bash
-# Runs every check: formatting, static analysis, component tests (plain, with address and undefined-behaviour
-# sanitizers, with the thread sanitizer), live tests on a private PBX, a short fuzzing. Exits non-zero when anything
-# failed.
+# Runs every check: formatting, component tests with sanitizers, live tests in a private PBX, a short fuzzing, static
+# analysis. Exits non-zero when anything failed.
 #
-# Usage: ./test.sh
+# Usage: ./test.sh [--thorough]
+#   --thorough  for a release; takes several times as long: the component tests also as compiled for release, every
+#               live test with the address sanitizer, a longer fuzzing, the analyser's full depth
 #
-# Installs what is missing. Builds are kept in build/ (release), build-address/, build-thread/, build-fuzz/ and
+# Installs what is missing. Builds are kept in build/ (what ships), build-address/, build-thread/, build-fuzz/ and
 # build-tidy/; their check-*.log hold the details. The live tests mostly wait, so they run beside the later builds.
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
-started=$SECONDS
+case ${1:-} in
+  '') fuzz_inputs=2000 depth=shallow live_with_sanitizer='calls|grammar' ;;
+  --thorough) fuzz_inputs=1000000 depth=deep live_with_sanitizer=live ;;
+  *) echo "usage: $0 [--thorough]" >&2 && exit 2 ;;
+esac
 jobs=$(nproc)
+# Files are compiled in bundles, which share the work on their headers.
+sanitized=(-DQUILLBROOK_TESTS=ON -DCMAKE_BUILD_TYPE=Debug -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12)
 failures=()
 summary=()
 
-say() { printf 'test: %s\n' "$1"; }
+say() { printf 'test: %3d s: %s\n' "$SECONDS" "$1"; }
 
 # check NAME COMMAND...: runs a step; on failure shows the end of what it printed and returns 1.
 check() {
-  local name=$1 log status=0 begun=$SECONDS
+  local name=$1 log status=0
   shift
   log=$(mktemp)
   say "$name"
@@ -29,31 +36,22 @@ check() {
     say "FAILED: $name"
     status=1
   fi
-  say "    $((SECONDS - begun)) s"
   rm -f "$log"
   return "$status"
 }
 
-configure() {
-  local folder=$1
-  shift
-  cmake -S . -B "$folder" -G Ninja -DQUILLBROOK_TESTS=ON "$@"
-}
-
-# build FOLDER OPTION...: configures and builds; a build that is up to date takes a second.
-build() { configure "$@" && nice -n 10 ninja -C "$1" -j "$jobs"; }
+# build FOLDER OPTION...: configures and builds. At a low priority, because the live tests beside it keep a clock.
+build() { cmake -S . -B "$1" -G Ninja "${@:2}" && nice -n 10 ninja -C "$1" -j "$jobs"; }
 
 # build_label LABEL FOLDER OPTION...: the same, of no more than what the tests of a label run.
 build_label() {
-  local label=$1
-  shift
-  configure "$@" || return 1
-  ctest --test-dir "$1" -L "$label" --show-only=json-v1 | python3 -c '
+  cmake -S . -B "$2" -G Ninja "${@:3}" || return 1
+  ctest --test-dir "$2" -L "$1" --show-only=json-v1 | python3 -c '
 import json, os, sys
 folder = os.path.realpath(sys.argv[1]) + "/"
 words = [word for test in json.load(sys.stdin)["tests"] for word in test.get("command", [])]
-print("\n".join(sorted({word[len(folder):] for word in words if word.startswith(folder)})))' "$1" |
-    nice -n 10 xargs ninja -C "$1" -j "$jobs"
+print("\n".join(sorted({word[len(folder):] for word in words if word.startswith(folder)})))' "$2" |
+    nice -n 10 xargs ninja -C "$2" -j "$jobs"
 }
 
 # run_tests NAME FOLDER OPTION...: runs ctest, shows what failed, and keeps its closing line.
@@ -76,80 +74,57 @@ check_format() { sources '*.cpp' '*.h' '*.c' | xargs clang-format --dry-run -Wer
 
 check_scripts() {
   local file
-  for file in demo.sh test.sh setup/packages.sh .ci/run; do bash -n "$file" || return 1; done
+  sources '*.sh' .ci/run | while read -r file; do bash -n "$file" || return 1; done || return 1
   sources '*.py' | xargs env PYTHONPYCACHEPREFIX="$PWD/build/pycache" python3 -m py_compile
 }
 
-# Files that have passed are passed over until they, a header or the checks change.
-check_tidy() {
-  cmake -S . -B build-tidy -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang || return 1
-  mkdir -p build-tidy/passed
-  local common
-  common=$({ clang-tidy --version; cat .clang-tidy; sources '*.h' | xargs cat; } | sha256sum | cut -c1-16)
-  export common
-  # Tests are built and run three times over; the analysis is for what ships.
-  sources '*.cpp' | grep -vE '^(tests|bench)/' | nice -n 10 xargs -P "$jobs" -I {} bash -c '
-    stamp=build-tidy/passed/$({ echo "$common"; cat "$1"; } | sha256sum | cut -c1-32)
-    [ -e "$stamp" ] && exit 0
-    clang-tidy --quiet -p build-tidy "$1" 2>/dev/null && touch "$stamp"' tidy {}
-}
-
-# start_live NAME FOLDER: runs the live tests in the background, in a process group so that all of it can be ended.
-live_pids=()
-live_logs=()
+# start_live NAME FOLDER OPTION...: live tests in the background, in a process group so that all of it can be ended.
+live_pid=
 start_live() {
   say "$1 tests, beside what follows"
-  live_logs+=("$(mktemp)")
+  live_log=$(mktemp)
   set -m
-  { failures=(); run_tests "$1" "$2" -L live -j 2; exit ${#failures[@]}; } >"${live_logs[-1]}" 2>&1 &
-  live_pids+=($!)
+  { failures=(); run_tests "$@" -j 2; exit ${#failures[@]}; } >"$live_log" 2>&1 &
+  live_pid=$!
   set +m
 }
 
 finish_live() {
-  local index
-  for index in "${!live_pids[@]}"; do
-    wait "${live_pids[index]}" || failures+=("live tests $((index + 1))")
-    cat "${live_logs[index]}"
-    summary+=("$(sed -nE 's/^test: (live.*: .*)/\1/p' "${live_logs[index]}")")
-  done
+  wait "$live_pid" || failures+=(live)
+  live_pid=
+  cat "$live_log"
+  summary+=("$(sed -nE 's/^test: .*(live.*: .*)/\1/p' "$live_log")")
+  rm -f "$live_log"
 }
 
 end_live() {
-  local pid
-  for pid in "${live_pids[@]}"; do kill -- "-$pid" 2>/dev/null; done
-  wait
-  rm -f "${live_logs[@]}"
+  [ -z "$live_pid" ] || { kill -- "-$live_pid" 2>/dev/null; wait; rm -f "$live_log"; }
 }
 trap end_live EXIT
-
-check_fuzz() {
-  local script
-  for script in tests/fuzz/*_fuzz.sh; do nice -n 10 "$script" build-fuzz 2000 || return 1; done
-}
 
 say 'looking for the packages it needs'
 setup/packages.sh test || exit 1
 
 check 'formatting' check_format
 check 'scripts' check_scripts
-check 'release build (build/)' build build -DCMAKE_BUILD_TYPE=Release || exit 1
-run_tests 'component' build -LE live -j "$jobs"
-
-start_live 'live' build
-check 'build with address and undefined-behaviour sanitizers' build build-address -DCMAKE_BUILD_TYPE=Debug -DQUILLBROOK_SANITIZE=address
+check 'release build' build build -DCMAKE_BUILD_TYPE=Release || exit 1
+start_live 'live' build -L live
+check 'build with address and undefined-behaviour sanitizers' build build-address -DQUILLBROOK_SANITIZE=address "${sanitized[@]}"
 run_tests 'component, address sanitizer' build-address -LE live -j "$jobs"
-start_live 'live, address sanitizer' build-address
-check 'build with thread sanitizer' build_label threads build-thread -DCMAKE_BUILD_TYPE=Debug -DQUILLBROOK_SANITIZE=thread
+check 'build with thread sanitizer' build_label threads build-thread -DQUILLBROOK_SANITIZE=thread "${sanitized[@]}"
 run_tests 'component, thread sanitizer' build-thread -L threads -j "$jobs"
-check 'fuzzing, a short while' check_fuzz
-check 'static analysis' check_tidy
-
+finish_live
+start_live 'live, address sanitizer' build-address -L live -R "$live_with_sanitizer"
+check 'fuzzing' nice -n 10 tests/fuzz/jsgf_fuzz.sh build-fuzz "$fuzz_inputs"
+check 'static analysis' nice -n 10 tests/tidy.sh build-tidy "$depth"
+if [ "$depth" = deep ]; then
+  check 'build of the component tests for release' build build-component -DQUILLBROOK_TESTS=ON -DCMAKE_BUILD_TYPE=Release
+  run_tests 'component' build-component -LE live -j "$jobs"
+fi
 finish_live
 
 echo
 for line in "${summary[@]}"; do say "$line"; done
-say "$((SECONDS - started)) seconds"
 if [ ${#failures[@]} -gt 0 ]; then
   say "FAILED: ${failures[*]}"
   exit 1

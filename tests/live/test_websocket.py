@@ -1,16 +1,13 @@
 """Calls in a real PBX through the WebSocket plugin: the offline recogniser behind the server, and servers that fail."""
 
 import subprocess
-import sys
 import tempfile
 import unittest
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "live"))
-
-import live  # noqa: E402
-from live import MODULE, RESULT, PrivatePbx  # noqa: E402
-from pbx import SOUNDS, free_port  # noqa: E402
+import live
+from live import MODULE, RESULT, PrivatePbx
+from pbx import SOUNDS, free_port
 
 DIGITS = "zero,one,two,three,four,five,six,seven,eight,nine"
 SAYS_SEVEN = f"Playback(silence/1&{SOUNDS}/digits/7&silence/2)"
