@@ -39,13 +39,13 @@ TEST_F(DocumentTest, NlsmlFormsByteByByte) {
   quillbrook_recog_activate_grammar(&speech, "a<&>\"'");
   context()->extra_pointer = "{\"a\":\"<b>\"}";
   context()->api_pointer = "meaning";
-  deliver("R&D\nat 5", 87);
+  deliver("R&D\t\n\x01\x7F", 87);
   EXPECT_EQ(document(2),
             "<?xml version=\"1.0\"?>\n"
             "<result grammar=\"a&lt;&amp;&gt;&quot;&apos;\">\n"
             "  <interpretation grammar=\"a&lt;&amp;&gt;&quot;&apos;\" confidence=\"87\">\n"
             "    <instance>meaning<json>{&quot;a&quot;:&quot;&lt;b&gt;&quot;}</json></instance>\n"
-            "    <input mode=\"speech\">R&amp;D\nat 5</input>\n"
+            "    <input mode=\"speech\">R&amp;D\t\n \x7F</input>\n"
             "  </interpretation>\n"
             "</result>\n");
   session()->score = 0;

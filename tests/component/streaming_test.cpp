@@ -146,6 +146,9 @@ TEST_F(StreamingTest, TwinsBothRunAndTheFirstReportWins) {
     seen.insert(context);
     EXPECT_THAT(numbers_in(context->filename), ElementsAre(3, 4, 5)) << "the cut has been made";
   };
+  plugin.on_end = [](quillbrook_context *) {
+    for (int turn = 0; turn < 1000; ++turn) std::this_thread::yield();
+  };
   create();
   start();
   quillbrook_context *second = session()->context2;
@@ -162,6 +165,7 @@ TEST_F(StreamingTest, TwinsBothRunAndTheFirstReportWins) {
   EXPECT_EQ(send("first", 90), -1);
   EXPECT_EQ(get(), "second");
   EXPECT_EQ(plugin.stops, 2);
+  EXPECT_EQ(plugin.ended, 2) << "both have been waited for";
   EXPECT_EQ(session()->context2, nullptr);
 }
 

@@ -4,8 +4,11 @@
 #undef localtime_r
 
 // What the host keeps behind its opaque names.
+struct NoCase {
+  bool operator()(const std::string &a, const std::string &b) const { return strcasecmp(a.c_str(), b.c_str()) < 0; }
+};
 struct ast_config {
-  std::vector<std::pair<std::string, std::vector<std::pair<std::string, std::string>>>> sections;
+  std::map<std::string, std::map<std::string, std::string, NoCase>, NoCase> sections;
 };
 struct ast_channel : stand_in::Object {
   std::string uniqueid;
@@ -52,8 +55,6 @@ Services &state() {
   static Services services;
   return services;
 }
-
-bool same(const std::string &a, const char *b) { return strcasecmp(a.c_str(), b) == 0; }
 
 std::string trimmed(const std::string &text) {
   size_t begin = text.find_first_not_of(" \t\r");
@@ -166,7 +167,7 @@ int module_references() { return state().module.references; }
 ast_speech_engine *find_engine(const std::string &name) {
   Guard guard(state_lock());
   for (ast_speech_engine *engine : state().engines) {
-    if (same(name, engine->name)) return engine;
+    if (strcasecmp(name.c_str(), engine->name) == 0) return engine;
   }
   return nullptr;
 }
@@ -185,31 +186,28 @@ struct ast_config *ast_config_load2(const char *filename, const char *, struct a
   std::ifstream file(real_path(config_path(filename)));
   if (!file) return nullptr;
   auto config = std::make_unique<ast_config>();
+  std::string section;
   for (std::string line; std::getline(file, line);) {
     line = trimmed(line.substr(0, line.find(';')));
     const size_t equals = line.find('='), bracket = line.find(']');
-    if (line[0] == '[' && bracket == std::string::npos) return static_cast<ast_config *>(CONFIG_STATUS_FILEINVALID);
     if (line[0] == '[') {
-      config->sections.push_back({line.substr(1, bracket - 1), {}});
-    } else if (equals != std::string::npos && !config->sections.empty()) {
-      config->sections.back().second.emplace_back(trimmed(line.substr(0, equals)), trimmed(line.substr(equals + 1)));
+      if (bracket == std::string::npos) return static_cast<ast_config *>(CONFIG_STATUS_FILEINVALID);
+      section = line.substr(1, bracket - 1);
+      config->sections[section];
+    } else if (equals != std::string::npos) {
+      config->sections[section].emplace(trimmed(line.substr(0, equals)), trimmed(line.substr(equals + 1)));
     }
   }
   return config.release();
 }
 void ast_config_destroy(struct ast_config *config) { delete config; }
 const char *ast_variable_retrieve(struct ast_config *config, const char *category, const char *key) {
-  for (auto &[name, variables] : config->sections) {
-    if (!same(name, category)) continue;
-    for (auto &[variable, value] : variables) {
-      if (same(variable, key)) return value.c_str();
-    }
-  }
-  return nullptr;
+  const auto &section = config->sections[category];
+  const auto found = section.find(key);
+  return found == section.end() ? nullptr : found->second.c_str();
 }
 int ast_category_exist(const struct ast_config *config, const char *category, const char *) {
-  return std::any_of(config->sections.begin(), config->sections.end(),
-                     [&](const auto &section) { return same(section.first, category); });
+  return config->sections.count(category);
 }
 int ast_true(const char *value) {
   for (const char *word : {"yes", "true", "y", "t", "1", "on"})
