@@ -103,6 +103,7 @@ TEST_F(GetTest, AHangUpWaitsForTheFinalReportOnlyWhenThereIsOne) {
     create_and_start();
     if (test.queued) deliver("early", 70);
     const int64_t slept = stand_in::slept_us();
+    const int stops = plugin.stops;
     EXPECT_EQ(get(), test.result);
     EXPECT_EQ(stand_in::logged(__LOG_NOTICE, named("Hangup: stop the plugin and wait for its final report.\n")),
               test.waits);
@@ -112,6 +113,8 @@ TEST_F(GetTest, AHangUpWaitsForTheFinalReportOnlyWhenThereIsOne) {
       EXPECT_EQ(stand_in::slept_us() - slept, 2'000'000);
     }
     EXPECT_EQ(stand_in::channel_references(), 0);
+    if (test.waits && test.reports) get();  // a closed plugin has nothing more to say
+    EXPECT_EQ(plugin.stops - stops, test.waits || !test.continuous);
     destroy();
     stand_in::reset();
     stand_in::answer_command("tandrel show session threadid uniqueid", "u1");
