@@ -103,7 +103,7 @@ class Call:
 
 
 class PrivatePbx:
-    def __init__(self, build, quillbrook_conf=None, modules=(), files=None, environment=None, keep=False):
+    def __init__(self, build, quillbrook_conf=None, modules=(), files=None, environment=None):
         """build: the build tree. modules: further host modules. files: configuration files by name. environment:
         variables in place of those that it is given."""
         self.build = Path(build).resolve()
@@ -112,7 +112,6 @@ class PrivatePbx:
         if quillbrook_conf is not None:
             self._files["quillbrook.conf"] = quillbrook_conf
         self._environment = dict(environment or {})
-        self._keep = keep
         self._process = None
         self._calls = 0
         self._dialplan = {}
@@ -204,8 +203,7 @@ class PrivatePbx:
             self._process.kill()
             self._process.wait()
         self.error_output = self._error_lines() or self.error_output
-        if not self._keep:
-            shutil.rmtree(self.folder, ignore_errors=True)
+        shutil.rmtree(self.folder, ignore_errors=True)
 
     @property
     def running(self):
