@@ -84,7 +84,7 @@ start_live() {
   say "$1 tests, beside what follows"
   live_log=$(mktemp)
   set -m
-  { failures=(); run_tests "$@" -j 2; exit ${#failures[@]}; } >"$live_log" 2>&1 &
+  { failures=(); run_tests "$@" -j 4; exit ${#failures[@]}; } >"$live_log" 2>&1 &
   live_pid=$!
   set +m
 }
