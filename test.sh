@@ -18,7 +18,7 @@ case ${1:-} in
 esac
 jobs=$(nproc)
 # Files are compiled in bundles, which share the work on their headers.
-sanitized=(-DQUILLBROOK_TESTS=ON -DCMAKE_BUILD_TYPE=Debug -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12)
+sanitized=(-DQUILLBROOK_TESTS=ON -DCMAKE_BUILD_TYPE=Debug -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=5)
 failures=()
 summary=()
 
