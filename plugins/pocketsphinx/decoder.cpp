@@ -48,8 +48,8 @@ Library::~Library() {
 }
 
 const Cepstrum &Decoder::usual_means() {
-  static constexpr Cepstrum means{53.55F, 8.65F, 8.45F,  1.47F,  6.03F,  -8.47F, -1.30F,
-                                  -2.51F, 4.92F, -0.75F, -5.52F, -1.22F, 0.23F};
+  static constexpr Cepstrum means{58.00F, 5.07F, 9.84F, 7.72F,  -0.88F, -6.92F, -0.39F,
+                                  1.20F,  1.67F, 7.10F, -8.12F, 3.54F,  1.04F};
   return means;
 }
 

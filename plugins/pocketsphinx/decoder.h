@@ -72,7 +72,7 @@ public:
   /* Cepstral means of the channel, which the decoder follows while it listens. */
   Cepstrum means() const;
   void set_means(const Cepstrum &means);
-  /* Means to begin a call with: those of repeated samples of telephone speech. */
+  /* Means to begin a call with: those of the recorded prompts, as the front end makes them. */
   static const Cepstrum &usual_means();
 
   /* False when it has been given so many words that a fresh one is better. */

@@ -4,6 +4,9 @@
  * The acoustic model is made for 16 kHz. Samples of a lower rate are repeated: the mirror images that this puts above
  * the telephone's band stand in for the sounds that the telephone cut, and recognition is better with them than with
  * an empty band.
+ *
+ * All samples are rounded as mu-law rounds them, whatever the line they came by. That makes faint noise silent, which
+ * would else fill the band between speech and its image, and it makes all lines alike.
  */
 #ifndef POCKETSPHINX_FRONT_END_H
 #define POCKETSPHINX_FRONT_END_H
@@ -35,10 +38,7 @@ public:
 
   void set_sample_rate(int samples_a_second) { sample_rate_ = samples_a_second; }
 
-  /*
-   * Appends the frames of speech in these samples. Frames of silence are dropped. Best called with 20 ms. The first
-   * 300 ms of a stream are held back until they are complete.
-   */
+  /* Appends the frames of speech in these samples. Frames of silence are dropped. Best called with 20 ms. */
   void feed(const int16_t *samples, size_t count, std::vector<Cepstrum> &frames);
 
   bool in_speech() const;
@@ -48,8 +48,6 @@ public:
 
 private:
   void to_model_rate(const int16_t *samples, size_t count);
-  void process(const int16_t *samples, size_t count, std::vector<Cepstrum> &frames);
-  void acquaint();
 
   static constexpr size_t most_frames = 64;
 
@@ -58,10 +56,7 @@ private:
   int phase_ = 0;
   int sum_ = 0;
   int summed_ = 0;
-  unsigned noise_ = 1;         /* state of the generator */
-  std::vector<int16_t> wide_;  /* samples at the model's rate */
-  std::vector<int16_t> first_; /* of the stream, until there are enough to tell the background from the speech */
-  bool acquainted_ = false;
+  std::vector<int16_t> wide_; /* samples at the model's rate */
   std::array<Cepstrum, most_frames> block_{};
   std::array<float *, most_frames> rows_{};
 };

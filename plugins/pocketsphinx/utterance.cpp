@@ -8,7 +8,7 @@ namespace pocketsphinx_plugin {
 namespace {
 
 /* Frames this far below the loudest, in the first cepstral coefficient, are silence and say nothing of the channel. */
-constexpr float silence_depth = 30.0F;
+constexpr float silence_depth = 45.0F;
 constexpr double greatest_weight = 300; /* the channel is never known so well that it could not change */
 constexpr size_t block = 8;             /* frames between two looks around: 1 ms of work, or 40 with a language model */
 

@@ -18,7 +18,7 @@ namespace pocketsphinx_plugin {
 /* The channel of a call as the decoder has come to know it: means over frames of speech. */
 struct Channel {
   Cepstrum means = Decoder::usual_means();
-  double weight = 40; /* in frames: a line that cuts the band is far from the usual, and should win soon */
+  double weight = 100; /* in frames: two to three words */
 
   /* The means that fit these frames best, given what is known of the channel. */
   Cepstrum adapted_to(const std::vector<Cepstrum> &frames) const;
