@@ -43,17 +43,6 @@ check() {
 # build FOLDER OPTION...: configures and builds. At a low priority, because the live tests beside it keep a clock.
 build() { cmake -S . -B "$1" -G Ninja "${@:2}" && nice -n 10 ninja -C "$1" -j "$jobs"; }
 
-# build_label LABEL FOLDER OPTION...: the same, of no more than what the tests of a label run.
-build_label() {
-  cmake -S . -B "$2" -G Ninja "${@:3}" || return 1
-  ctest --test-dir "$2" -L "$1" --show-only=json-v1 | python3 -c '
-import json, os, sys
-folder = os.path.realpath(sys.argv[1]) + "/"
-words = [word for test in json.load(sys.stdin)["tests"] for word in test.get("command", [])]
-print("\n".join(sorted({word[len(folder):] for word in words if word.startswith(folder)})))' "$2" |
-    nice -n 10 xargs ninja -C "$2" -j "$jobs"
-}
-
 # run_tests NAME FOLDER OPTION...: runs ctest, shows what failed, and keeps its closing line.
 run_tests() {
   local name=$1 folder=$2 log="$2/check-${1//[^a-z]/-}.log" closing cases
@@ -111,7 +100,7 @@ check 'release build' build build -DCMAKE_BUILD_TYPE=Release || exit 1
 start_live 'live' build -L live
 check 'build with address and undefined-behaviour sanitizers' build build-address -DQUILLBROOK_SANITIZE=address "${sanitized[@]}"
 run_tests 'component, address sanitizer' build-address -LE live -j "$jobs"
-check 'build with thread sanitizer' build_label threads build-thread -DQUILLBROOK_SANITIZE=thread "${sanitized[@]}"
+check 'build with thread sanitizer' build build-thread -DQUILLBROOK_SANITIZE=thread "${sanitized[@]}"
 run_tests 'component, thread sanitizer' build-thread -L threads -j "$jobs"
 finish_live
 start_live 'live, address sanitizer' build-address -L live -R "$live_with_sanitizer"

@@ -12,7 +12,7 @@ folder=$1
 mode=${2:-deep}
 # Most of the time goes into headers, so files are looked at in bundles that share them.
 cmake -S . -B "$folder" -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-  -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=16 >/dev/null
+  -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=8 >/dev/null
 # In a bundle each file is included, which is no fault there, and is analysed only when that is asked for.
 find "$folder" -path '*/Unity/*' -name 'unity_*' ! -path '*/tests/*' -size +0 \( -name '*.cxx' -o -name '*.c' \) -print0 |
   xargs -0 -P "$(nproc)" -n 1 clang-tidy --quiet -p "$folder" --checks=-bugprone-suspicious-include \
