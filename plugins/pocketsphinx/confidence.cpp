@@ -8,8 +8,8 @@ namespace {
 
 /* The logistic curve that gives the share of right answers at a shortfall, when half of the answers are right. Fitted
  * with tests/pocketsphinx/calibrate. */
-constexpr double even_chance = 1.94;
-constexpr double steepness = 1.98;
+constexpr double even_chance = 2.93;
+constexpr double steepness = 1.88;
 constexpr double hopeless = 100.0;
 
 }  // namespace
