@@ -74,8 +74,8 @@ TEST(Pocketsphinx, RecognisesOneUtteranceAfterTheOther) {
   EXPECT_EQ(results[2].text, "nine");
   for (const Report &each : results) EXPECT_GE(each.score, 40);
   EXPECT_EQ(call.reports().front().score, QUILLBROOK_SCORE_INTERIM);
-  EXPECT_EQ(call.record.quantum, 1);
   call.stop();
+  EXPECT_EQ(call.record.quantum, 1);
   EXPECT_EQ(call.reports().back().score, QUILLBROOK_SCORE_END);
   EXPECT_STREQ(call.record.extra, "");
 }
@@ -157,8 +157,8 @@ TEST(Pocketsphinx, LeavesEndpointingToTheModule) {
   call.play(quiet(1200)); /* the module delivers in here, when 800 ms have brought no new text */
   call.play(in_a_row({digit(9)}, 200));
   call.play(quiet(300));
-  EXPECT_EQ(call.record.quantum, 0);
   call.stop();
+  EXPECT_EQ(call.record.quantum, 0);
   std::vector<Report> reports = call.reports();
   EXPECT_EQ(reports.back().score, QUILLBROOK_SCORE_END) << call.record.extra;
   reports.pop_back();
