@@ -15,7 +15,7 @@ struct Parameters {
   bool endpointing = true;    /* endpointing: false sends interims and ticks only */
   bool loop = true;           /* loop: several hints may follow each other in one utterance */
   int silence_ms = 500;       /* silence: quiet time that ends an utterance */
-  int threshold = 40;         /* threshold: a final with a lower confidence becomes a no-match; 0 accepts everything */
+  int threshold = 30;         /* threshold: a final with a lower confidence becomes a no-match; 0 accepts everything */
   int longest_ms = 30000;     /* longest: speech after which an utterance is ended without a pause */
   std::string model;          /* model: directory; empty for the one that Debian installs */
   std::string dictionary;     /* dict: file; empty for the model's */
