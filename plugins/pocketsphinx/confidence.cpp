@@ -7,7 +7,7 @@ namespace pocketsphinx_plugin {
 namespace {
 
 /* The logistic curve that gives the share of right answers at a shortfall, when half of the answers are right. Fitted
- * with tests/pocketsphinx/calibrate. */
+ * with bench/pocketsphinx/calibrate. */
 constexpr double even_chance = 2.93;
 constexpr double steepness = 1.88;
 constexpr double hopeless = 100.0;
