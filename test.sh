@@ -67,29 +67,42 @@ check_scripts() {
   sources '*.py' | xargs env PYTHONPYCACHEPREFIX="$PWD/build/pycache" python3 -m py_compile
 }
 
-# start_live NAME FOLDER OPTION...: live tests in the background, in a process group so that all of it can be ended.
-live_pid=
-start_live() {
+# start_tests NAME FOLDER OPTION...: run_tests in the background, in a process group so that all of it can be ended.
+# Tests mostly wait, so twice as many run as there are processors.
+names=()
+pids=()
+logs=()
+start_tests() {
   say "$1 tests, beside what follows"
-  live_log=$(mktemp)
+  names+=("$1")
+  logs+=("$(mktemp)")
   set -m
-  { failures=(); run_tests "$@" -j 4; exit ${#failures[@]}; } >"$live_log" 2>&1 &
-  live_pid=$!
+  { failures=(); run_tests "$@" -j $((2 * jobs)); exit ${#failures[@]}; } >"${logs[-1]}" 2>&1 &
+  pids+=($!)
   set +m
 }
 
-finish_live() {
-  wait "$live_pid" || failures+=(live)
-  live_pid=
-  cat "$live_log"
-  summary+=("$(sed -nE 's/^test: .*(live.*: .*)/\1/p' "$live_log")")
-  rm -f "$live_log"
+# finish_tests: waits for all of them and shows what they said.
+finish_tests() {
+  local index
+  for index in "${!pids[@]}"; do
+    wait "${pids[index]}" || failures+=("${names[index]}")
+    cat "${logs[index]}"
+    summary+=("$(sed -nE 's/^test: [^:]*: (.*: .* cases\))/\1/p' "${logs[index]}")")
+  done
+  end_tests
 }
 
-end_live() {
-  [ -z "$live_pid" ] || { kill -- "-$live_pid" 2>/dev/null; wait; rm -f "$live_log"; }
+end_tests() {
+  local pid
+  for pid in "${pids[@]}"; do kill -- "-$pid" 2>/dev/null; done
+  wait
+  rm -f "${logs[@]}"
+  names=()
+  pids=()
+  logs=()
 }
-trap end_live EXIT
+trap end_tests EXIT
 
 say 'looking for the packages it needs'
 setup/packages.sh test || exit 1
@@ -97,20 +110,21 @@ setup/packages.sh test || exit 1
 check 'formatting' check_format
 check 'scripts' check_scripts
 check 'release build' build build -DCMAKE_BUILD_TYPE=Release || exit 1
-start_live 'live' build -L live
+start_tests 'live' build -L live
 check 'build with address and undefined-behaviour sanitizers' build build-address -DQUILLBROOK_SANITIZE=address "${sanitized[@]}"
-run_tests 'component, address sanitizer' build-address -LE live -j "$jobs"
+start_tests 'component, address sanitizer' build-address -LE live
 check 'build with thread sanitizer' build build-thread -DQUILLBROOK_SANITIZE=thread "${sanitized[@]}"
-run_tests 'component, thread sanitizer' build-thread -L threads -j "$jobs"
-finish_live
-start_live 'live, address sanitizer' build-address -L live -R "$live_with_sanitizer"
+finish_tests
+# Not beside the component tests: ctest keeps one log for a folder.
+start_tests 'live, address sanitizer' build-address -L live -R "$live_with_sanitizer"
+start_tests 'component, thread sanitizer' build-thread -L threads
 check 'fuzzing' nice -n 10 tests/fuzz/jsgf_fuzz.sh build-fuzz "$fuzz_inputs"
 check 'static analysis' nice -n 10 tests/tidy.sh build-tidy "$depth"
 if [ "$depth" = deep ]; then
   check 'build of the component tests for release' build build-component -DQUILLBROOK_TESTS=ON -DCMAKE_BUILD_TYPE=Release
-  run_tests 'component' build-component -LE live -j "$jobs"
+  start_tests 'component' build-component -LE live
 fi
-finish_live
+finish_tests
 
 echo
 for line in "${summary[@]}"; do say "$line"; done

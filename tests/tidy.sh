@@ -14,7 +14,7 @@ mode=${2:-deep}
 cmake -S . -B "$folder" -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
   -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=8 >/dev/null
 # In a bundle each file is included, which is no fault there, and is analysed only when that is asked for.
-find "$folder" -path '*/Unity/*' -name 'unity_*' ! -path '*/tests/*' -size +0 \( -name '*.cxx' -o -name '*.c' \) -print0 |
-  xargs -0 -P "$(nproc)" -n 1 clang-tidy --quiet -p "$folder" --checks=-bugprone-suspicious-include \
+sed -nE 's/^ *"file": "(.*)"$/\1/p' "$folder/compile_commands.json" | grep -v '/demo/' |
+  xargs -P "$(nproc)" -n 1 clang-tidy --quiet -p "$folder" --checks=-bugprone-suspicious-include \
     --extra-arg=-Xclang --extra-arg=-analyzer-opt-analyze-headers \
     --extra-arg=-Xclang --extra-arg=-analyzer-config --extra-arg=-Xclang --extra-arg="mode=$mode" 2>/dev/null
