@@ -26,6 +26,10 @@ double shortfall(const std::vector<Segment> &words, const std::vector<Segment> &
 /* 1 to 100. The curve is fitted to recorded words inside and outside of hint lists: see README.md. */
 int confidence(double shortfall);
 
+/* Any sound finds words of a whole language that fit it about as well as phones do, right or wrong. So with the
+ * language model every final has the share of words that are right on average. */
+constexpr int language_model_confidence = 40;
+
 }  // namespace pocketsphinx_plugin
 
 #endif

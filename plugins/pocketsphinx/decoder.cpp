@@ -58,12 +58,13 @@ const Cepstrum &Decoder::usual_means() {
 }
 
 Decoder::Decoder(ModelFiles files) : files_(std::move(files)) {
-  /* Scores are relative to the best state among those that are computed. All of them are, or a score would depend on
-   * the size of the list, and could not be compared with that of the phones. */
   cmd_ln_t *config = cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", files_.acoustic.c_str(), "-cmn", "live", "-bestpath",
-                                 "no", "-fwdflat", "no", "-allphone_ci", "yes", "-compallsen", "yes", nullptr);
+                                 "no", "-fwdflat", "no", "-allphone_ci", "yes", nullptr);
   if (config == nullptr) throw std::runtime_error("the library refuses its settings");
   if (files_.language_model.empty()) {
+    /* Scores are relative to the best state among those that are computed. All of them are, or a score would depend on
+     * the size of the list, and could not be compared with that of the phones. */
+    cmd_ln_set_boolean_r(config, "-compallsen", TRUE);
     cmd_ln_set_int_r(config, "-pl_window", 0);
     cmd_ln_set_float_r(config, "-wip", word_insertion);
   } else {

@@ -98,18 +98,27 @@ bool UtteranceDecoder::decode_again(const Cepstrum &means) {
 }
 
 void UtteranceDecoder::judge(Result &result) {
+  if (hints_ == nullptr) {
+    /* No second run: it would keep the caller waiting for a third of the time that he spoke. */
+    result.text = decoder_.hypothesis();
+    result.confidence = result.text.empty() ? 0 : language_model_confidence;
+  } else {
+    judge_hints(result);
+  }
+  if (!result.text.empty()) channel_.learn(frames_);
+}
+
+void UtteranceDecoder::judge_hints(Result &result) {
   Cepstrum means = channel_.adapted_to(frames_);
-  /* With the language model a second run would keep the caller waiting for a third of the time that he spoke. */
-  if (hints_ != nullptr && !decode_again(means)) return;
+  if (!decode_again(means)) return;
   std::string text = decoder_.hypothesis();
   if (text.empty()) return;
   std::vector<Segment> words = decoder_.segments();
   decoder_.search_phones();
-  if (!decode_again(hints_ != nullptr ? means : channel_.means)) return;
+  if (!decode_again(means)) return;
   result.text = spell(text);
   result.shortfall = shortfall(words, decoder_.segments());
   result.confidence = confidence(result.shortfall);
-  channel_.learn(frames_);
 }
 
 Result UtteranceDecoder::finish() {

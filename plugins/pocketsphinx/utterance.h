@@ -28,7 +28,7 @@ struct Channel {
 struct Result {
   std::string text;     /* empty when no word was understood */
   int confidence = 0;   /* 1 to 100 with a text */
-  double shortfall = 0; /* that the confidence comes from */
+  double shortfall = 0; /* that the confidence comes from, with hints */
 };
 
 class UtteranceDecoder {
@@ -68,6 +68,7 @@ private:
   bool search(size_t first_frame);
   bool decode_again(const Cepstrum &means);
   void judge(Result &result);
+  void judge_hints(Result &result);
   void begin();
   std::string spell(const std::string &text) const { return hints_ == nullptr ? text : hints_->spell(text); }
 
