@@ -3,8 +3,7 @@
 //
 // Include it first in every file: it takes in the system's and the language's headers before the PBX's, because those
 // turn names such as pthread_mutex_lock, free and localtime_r into errors.
-#ifndef QUILLBROOK_HOST_H
-#define QUILLBROOK_HOST_H
+#pragma once
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -120,5 +119,3 @@ inline struct ast_format_cap *host_format_cap_slin() {
 inline void host_format_cap_release(struct ast_format_cap *formats) {
   ao2_cleanup(formats);
 }
-
-#endif

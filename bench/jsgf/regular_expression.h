@@ -1,10 +1,7 @@
-#ifndef JSGF_BENCH_REGULAR_EXPRESSION_H
-#define JSGF_BENCH_REGULAR_EXPRESSION_H
+#pragma once
 
 #include <string>
 
 // The regular expression for a grammar's public rule: a blank behind each word, and a capture for each tag. Takes
 // grammars of lower-case words, references without recursion, groups, repeats and tags, with nothing nested deeply.
 std::string toRegularExpression(const std::string &jsgf);
-
-#endif

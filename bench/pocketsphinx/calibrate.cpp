@@ -1,12 +1,10 @@
-/*
- * How well recorded words are recognised, and how well the confidence tells right answers from wrong ones. Prints the
- * figures that plugins/pocketsphinx/README.md quotes, and the curve that plugins/pocketsphinx/confidence.cpp holds.
- *
- *   pocketsphinx-calibrate [FOLDER]
- *
- * FOLDER holds the prompts of the package asterisk-core-sounds-en-wav, /usr/share/asterisk/sounds/en when not given.
- * Takes five minutes of processor time.
- */
+// How well recorded words are recognised, and how well the confidence tells right answers from wrong ones. Prints the
+// figures that plugins/pocketsphinx/README.md quotes, and the curve that plugins/pocketsphinx/confidence.cpp holds.
+//
+//   pocketsphinx-calibrate [FOLDER]
+//
+// FOLDER holds the prompts of the package asterisk-core-sounds-en-wav, /usr/share/asterisk/sounds/en when not given.
+// Takes five minutes of processor time.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -111,14 +109,14 @@ double processor_seconds() {
   return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
 }
 
-/* What the search and the confidence cost, and for how much audio. */
+// What the search and the confidence cost, and for how much audio.
 struct Cost {
   double audio = 0;
   double listening = 0;
   double finishing = 0;
 };
 
-/* One word, or string of words, in a call whose channel is known so well. */
+// One word, or string of words, in a call whose channel is known so well.
 Result hear(Decoder &decoder, const Hints &hints, const Samples &speech, Channel &channel, Cost &cost) {
   constexpr int quiet_ms = 500;
   UtteranceDecoder utterance(decoder, &hints, quiet_ms, channel, [] { return true; });
@@ -140,13 +138,13 @@ struct Outcome {
   double shortfall;
 };
 
-/* An answer without a word is as wrong as can be, and cannot be accepted. */
+// An answer without a word is as wrong as can be, and cannot be accepted.
 Outcome outcome(const Result &result, const std::string &said) {
   constexpr double no_word = 100;
   return {result.text == said && !said.empty(), result.text.empty() ? no_word : result.shortfall};
 }
 
-/* The logistic curve through the outcomes, right and wrong ones weighing the same, by gradient descent. */
+// The logistic curve through the outcomes, right and wrong ones weighing the same, by gradient descent.
 void print_curve(const std::vector<Outcome> &right, const std::vector<Outcome> &wrong) {
   double even = 1;
   double steep = 1;
@@ -191,7 +189,7 @@ std::vector<std::string> words_of(const std::string &text) {
   return words;
 }
 
-/* Insertions, deletions and substitutions that lead from one to the other. */
+// Insertions, deletions and substitutions that lead from one to the other.
 size_t word_errors(const std::vector<std::string> &said, const std::vector<std::string> &heard) {
   std::vector<size_t> row(heard.size() + 1);
   for (size_t j = 0; j < row.size(); ++j) row[j] = j;
@@ -207,7 +205,7 @@ size_t word_errors(const std::vector<std::string> &said, const std::vector<std::
   return row.back();
 }
 
-/* Four digits in a row, each digit in each place, with so much quiet between two. */
+// Four digits in a row, each digit in each place, with so much quiet between two.
 void print_strings(Decoder &decoder, const Hints &hints, const std::vector<Samples> &digits, const List &list,
                    int pause_ms) {
   size_t said = 0;

@@ -1,14 +1,12 @@
-/*
- * A speech server for demonstrations and live tests: the WebSocket protocol in front, a plugin behind it.
- *
- *   recognising_server --plugin FILE [--port N] [--configuration TEXT] [--certificate FILE --key FILE] [--behave HOW]
- *
- * Prints "port N" when it listens on the loopback address, and serves until it gets SIGTERM or SIGINT. Each connection
- * is one run of the plugin in FILE: chunks of audio go into its stream file, each is answered by what the plugin says
- * at that moment, and the client's end of audio by its last words. With --behave the server is one that fails:
- * "mute" never answers, "die" is gone after the first audio, "die-after-words" after the first words,
- * "die-once" on its first connection only, "garbage" answers with no JSON.
- */
+// A speech server for demonstrations and live tests: the WebSocket protocol in front, a plugin behind it.
+//
+//   recognising_server --plugin FILE [--port N] [--configuration TEXT] [--certificate FILE --key FILE] [--behave HOW]
+//
+// Prints "port N" when it listens on the loopback address, and serves until it gets SIGTERM or SIGINT. Each connection
+// is one run of the plugin in FILE: chunks of audio go into its stream file, each is answered by what the plugin says
+// at that moment, and the client's end of audio by its last words. With --behave the server is one that fails:
+// "mute" never answers, "die" is gone after the first audio, "die-after-words" after the first words,
+// "die-once" on its first connection only, "garbage" answers with no JSON.
 #include <dlfcn.h>
 #include <pthread.h>
 #include <unistd.h>
@@ -34,7 +32,7 @@ using nlohmann::json;
 using speech_server::Message;
 using speech_server::Peer;
 
-/* What a client lists among its phrases that wants to hear of speech that is none of them. */
+// What a client lists among its phrases that wants to hear of speech that is none of them.
 constexpr char kUnknownWord[] = "[unk]";
 
 struct Plugin {
@@ -56,7 +54,7 @@ Plugin load(const std::string &file) {
           reinterpret_cast<quillbrook_function_stop *>(symbol("quillbrook_stop"))};
 }
 
-/* One run of the plugin, with the part of the module played by this server. */
+// One run of the plugin, with the part of the module played by this server.
 class Recognition {
 public:
   Recognition(const Plugin &plugin, const std::string &configuration, const json &config) : plugin_(plugin) {
@@ -111,7 +109,7 @@ public:
     fwrite(audio.data(), 1, audio.size(), file_);
     fflush(file_);
   }
-  /* What there is to say now: a piece that is final, else the present hypothesis. */
+  // What there is to say now: a piece that is final, else the present hypothesis.
   std::string answer() {
     const std::lock_guard<std::mutex> guard(lock_);
     if (finals_.empty()) return json{{"partial", interim_}}.dump();
@@ -119,7 +117,7 @@ public:
     finals_.pop_front();
     return oldest;
   }
-  /* The last piece, for which the plugin is asked to come to an end. */
+  // The last piece, for which the plugin is asked to come to an end.
   std::string last_answer() {
     constexpr std::chrono::seconds kLimit{5};
     __atomic_store_n(&record_.finalize, 1, __ATOMIC_RELEASE);
@@ -166,14 +164,14 @@ private:
   int silence_ = 0;
   bool says_unknown_ = false;
   std::thread loop_;
-  std::mutex lock_; /* guards what follows */
+  std::mutex lock_;  // guards what follows
   std::condition_variable changed_;
   std::string interim_;
   std::deque<std::string> finals_;
   bool over_ = false;
 };
 
-/* Whether the connection goes on after this answer. */
+// Whether the connection goes on after this answer.
 bool say(Peer &peer, const std::string &behaviour, const std::string &answer) {
   if (behaviour == "mute") return true;
   if (behaviour == "die" || (behaviour == "die-once" && peer.number() == 0)) return false;

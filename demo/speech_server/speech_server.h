@@ -1,9 +1,7 @@
-/*
- * The server's side of the WebSocket protocol, for servers that behave and for servers that do not.
- *
- * A Server accepts connections on a port of the loopback address and runs one function for each, on a thread of its
- * own. That function decides what the server does: the helpers of Peer speak the protocol, raw() says anything.
- */
+// The server's side of the WebSocket protocol, for servers that behave and for servers that do not.
+//
+// A Server accepts connections on a port of the loopback address and runs one function for each, on a thread of its
+// own. That function decides what the server does: the helpers of Peer speak the protocol, raw() says anything.
 #pragma once
 
 #include <openssl/ssl.h>
@@ -25,7 +23,7 @@ struct Message {
   bool is_end_of_audio() const { return opcode == kText && payload == R"({"eof" : 1})"; }
 };
 
-/* The bytes of a server's frame; `announced` may promise more than follows. */
+// The bytes of a server's frame; `announced` may promise more than follows.
 std::string frame(unsigned opcode, std::string_view payload, bool last = true, size_t announced = 0);
 
 class Peer {
@@ -35,23 +33,23 @@ public:
   Peer(const Peer &) = delete;
   Peer &operator=(const Peer &) = delete;
 
-  /* 0 for the server's first connection, 1 for its second, ... */
+  // 0 for the server's first connection, 1 for its second, ...
   int number() const { return number_; }
-  /* TLS, when the server has it, and the WebSocket handshake with `more` right behind it. False when the client did
-   * not go through with it. */
+  // TLS, when the server has it, and the WebSocket handshake with `more` right behind it. False when the client did
+  // not go through with it.
   bool accept(std::string_view more = {});
-  /* The client's next message; pings are answered, pongs kept. False when the client is gone. */
+  // The client's next message; pings are answered, pongs kept. False when the client is gone.
   bool receive(Message &message);
-  /* Whether the client has sent something that was not read yet. */
+  // Whether the client has sent something that was not read yet.
   bool has_input() const;
-  /* Text in one frame. */
+  // Text in one frame.
   void say(std::string_view text) { raw(frame(kText, text)); }
   void raw(std::string_view bytes);
-  /* Reads and throws away until the client is gone. */
+  // Reads and throws away until the client is gone.
   void ignore();
-  /* The pongs received, one behind the other. */
+  // The pongs received, one behind the other.
   const std::string &pongs() const { return pongs_; }
-  /* Ends reads and writes, from any thread. */
+  // Ends reads and writes, from any thread.
   void shut_down() const;
 
 private:
@@ -67,13 +65,13 @@ class Server {
 public:
   using Serve = std::function<void(Peer &)>;
   struct Certificate {
-    std::string file; /* PEM */
+    std::string file;  // PEM
     std::string key;
   };
 
-  /* Port 0: any free one. Throws std::runtime_error. */
+  // Port 0: any free one. Throws std::runtime_error.
   explicit Server(Serve serve, int port = 0, const Certificate &certificate = {});
-  /* Ends all connections and waits for their threads. */
+  // Ends all connections and waits for their threads.
   ~Server();
   Server(const Server &) = delete;
   Server &operator=(const Server &) = delete;
@@ -95,7 +93,7 @@ private:
   int port_ = 0;
   SSL_CTX *tls_context_ = nullptr;
   std::atomic<int> connections_{0};
-  std::list<Connection> open_; /* the acceptor's, and the destructor's after it */
+  std::list<Connection> open_;  // the acceptor's, and the destructor's after it
   std::thread acceptor_;
 };
 

@@ -1,5 +1,4 @@
-#ifndef JSGFKITXX_H
-#define JSGFKITXX_H
+#pragma once
 
 // JSGF grammars: reads a grammar file and tells which public rule a text satisfies and with which tags.
 //
@@ -77,5 +76,3 @@ private:
   std::shared_ptr<const jsgf::Program> program_;
   std::unique_ptr<jsgf::LastMatch> lastMatch_;  // has a lock of its own
 };
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef JSGFKITXX_CASE_FOLDING_H
-#define JSGFKITXX_CASE_FOLDING_H
+#pragma once
 
 namespace jsgf {
 
@@ -8,5 +7,3 @@ namespace jsgf {
 char32_t foldCase(char32_t character);
 
 }  // namespace jsgf
-
-#endif

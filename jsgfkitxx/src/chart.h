@@ -1,5 +1,4 @@
-#ifndef JSGFKITXX_CHART_H
-#define JSGFKITXX_CHART_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -111,5 +110,3 @@ private:
 };
 
 }  // namespace jsgf
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef JSGFKITXX_COMPILER_H
-#define JSGFKITXX_COMPILER_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -92,5 +91,3 @@ private:
 void buildReverseTables(Program &program);
 
 }  // namespace jsgf
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef JSGFKITXX_MATCH_H
-#define JSGFKITXX_MATCH_H
+#pragma once
 
 #include <cstdint>
 #include <optional>
@@ -28,5 +27,3 @@ private:
 };
 
 }  // namespace jsgf
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef JSGFKITXX_PARSER_H
-#define JSGFKITXX_PARSER_H
+#pragma once
 
 #include <cstddef>
 #include <string>
@@ -71,5 +70,3 @@ private:
 };
 
 }  // namespace jsgf
-
-#endif

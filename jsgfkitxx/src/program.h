@@ -1,5 +1,4 @@
-#ifndef JSGFKITXX_PROGRAM_H
-#define JSGFKITXX_PROGRAM_H
+#pragma once
 
 #include <cstdint>
 #include <istream>
@@ -129,5 +128,3 @@ inline uint32_t Program::wordBefore(uint32_t next, uint32_t word) const {
 }
 
 }  // namespace jsgf
-
-#endif

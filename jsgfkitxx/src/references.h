@@ -1,5 +1,4 @@
-#ifndef JSGFKITXX_REFERENCES_H
-#define JSGFKITXX_REFERENCES_H
+#pragma once
 
 #include <cstdint>
 #include <string_view>
@@ -48,5 +47,3 @@ struct Components {
 Components resolveReferences(std::string_view source, const RuleIndex &index, Syntax &syntax);
 
 }  // namespace jsgf
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef JSGFKITXX_REFUSAL_H
-#define JSGFKITXX_REFUSAL_H
+#pragma once
 
 #include <cstddef>
 #include <string>
@@ -15,5 +14,3 @@ namespace jsgf {
 std::string describeCharacter(std::string_view source, size_t offset);
 
 }  // namespace jsgf
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef JSGFKITXX_SOURCE_TEXT_H
-#define JSGFKITXX_SOURCE_TEXT_H
+#pragma once
 
 #include <cstddef>
 #include <istream>
@@ -17,5 +16,3 @@ struct SourceText {
 SourceText readSource(std::istream &in);
 
 }  // namespace jsgf
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef JSGFKITXX_SYNTAX_H
-#define JSGFKITXX_SYNTAX_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -85,5 +84,3 @@ struct Syntax {
 };
 
 }  // namespace jsgf
-
-#endif

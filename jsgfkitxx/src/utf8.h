@@ -1,5 +1,4 @@
-#ifndef JSGFKITXX_UTF8_H
-#define JSGFKITXX_UTF8_H
+#pragma once
 
 #include <cstddef>
 #include <string>
@@ -17,5 +16,3 @@ char32_t decodeUtf8(std::string_view text, size_t at, size_t &length);
 void appendUtf8(std::string &text, char32_t character);
 
 }  // namespace jsgf
-
-#endif

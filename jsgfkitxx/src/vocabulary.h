@@ -1,5 +1,4 @@
-#ifndef JSGFKITXX_VOCABULARY_H
-#define JSGFKITXX_VOCABULARY_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -36,5 +35,3 @@ private:
 };
 
 }  // namespace jsgf
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef JSGFKITXX_WALK_H
-#define JSGFKITXX_WALK_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -104,5 +103,3 @@ private:
 };
 
 }  // namespace jsgf
-
-#endif

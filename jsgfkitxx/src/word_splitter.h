@@ -1,5 +1,4 @@
-#ifndef JSGFKITXX_WORD_SPLITTER_H
-#define JSGFKITXX_WORD_SPLITTER_H
+#pragma once
 
 #include <cstddef>
 #include <string>
@@ -40,5 +39,3 @@ private:
 };
 
 }  // namespace jsgf
-
-#endif

@@ -6,8 +6,8 @@
 namespace pocketsphinx_plugin {
 namespace {
 
-/* The logistic curve that gives the share of right answers at a shortfall, when half of the answers are right. Fitted
- * with bench/pocketsphinx/calibrate. */
+// The logistic curve that gives the share of right answers at a shortfall, when half of the answers are right. Fitted
+// with bench/pocketsphinx/calibrate.
 constexpr double even_chance = 2.93;
 constexpr double steepness = 1.88;
 constexpr double hopeless = 100.0;
@@ -15,7 +15,7 @@ constexpr double hopeless = 100.0;
 }  // namespace
 
 double shortfall(const std::vector<Segment> &words, const std::vector<Segment> &phones) {
-  std::vector<double> free; /* the phones' score, frame by frame */
+  std::vector<double> free;  // the phones' score, frame by frame
   double all = 0;
   for (const Segment &phone : phones) {
     if (phone.last_frame < phone.first_frame) continue;

@@ -22,20 +22,20 @@ constexpr const char *language_search = "language";
 constexpr const char *phones_search = "phones";
 
 constexpr size_t most_words = 20000;
-/* The library's ring of 12 frames also holds the 5 that the language model's search looks ahead: a longer block would
- * overwrite frames that are still to be scored. */
+// The library's ring of 12 frames also holds the 5 that the language model's search looks ahead: a longer block would
+// overwrite frames that are still to be scored.
 constexpr size_t frames_at_a_time = 4;
 
-/* Probability of one more word. Much less than the library's 0.65: short words are soon heard in the ends of long ones.
- * It is part of a word's score, and so of the confidence, where it counts most against words of few frames. */
+// Probability of one more word. Much less than the library's 0.65: short words are soon heard in the ends of long ones.
+// It is part of a word's score, and so of the confidence, where it counts most against words of few frames.
 constexpr double word_insertion = 0.005;
 
-/* Scores are logarithms to this base, shifted right by this many bits. */
+// Scores are logarithms to this base, shifted right by this many bits.
 constexpr double log_base = 1.0001;
 constexpr int score_shift = 10;
 
-/* The library ends the process after a fatal message. It must not: the calls of a whole machine are in it. It is
- * left by an exception instead, which gives up the memory of the object that was being made. */
+// The library ends the process after a fatal message. It must not: the calls of a whole machine are in it. It is
+// left by an exception instead, which gives up the memory of the object that was being made.
 void on_library_message(void *, err_lvl_t level, const char *, ...) {
   if (level == ERR_FATAL) throw std::runtime_error("the model's files are damaged or there is no memory for them");
 }
@@ -62,8 +62,8 @@ Decoder::Decoder(ModelFiles files) : files_(std::move(files)) {
                                  "no", "-fwdflat", "no", "-allphone_ci", "yes", nullptr);
   if (config == nullptr) throw std::runtime_error("the library refuses its settings");
   if (files_.language_model.empty()) {
-    /* Scores are relative to the best state among those that are computed. All of them are, or a score would depend on
-     * the size of the list, and could not be compared with that of the phones. */
+    // Scores are relative to the best state among those that are computed. All of them are, or a score would depend on
+    // the size of the list, and could not be compared with that of the phones.
     cmd_ln_set_boolean_r(config, "-compallsen", TRUE);
     cmd_ln_set_int_r(config, "-pl_window", 0);
     cmd_ln_set_float_r(config, "-wip", word_insertion);
@@ -87,7 +87,7 @@ Decoder::Decoder(ModelFiles files) : files_(std::move(files)) {
 }
 
 Decoder::~Decoder() {
-  /* The phone search keeps its last result until the next utterance, and forgets it when it is freed. */
+  // The phone search keeps its last result until the next utterance, and forgets it when it is freed.
   search_phones();
   if (ps_start_utt(decoder_) == 0) ps_end_utt(decoder_);
   ps_free(decoder_);
@@ -145,7 +145,7 @@ void Decoder::begin() {
 }
 
 void Decoder::process(const Cepstrum *frames, size_t count) {
-  /* The library normalises frames in place, and wants a pointer to each. */
+  // The library normalises frames in place, and wants a pointer to each.
   Cepstrum block[frames_at_a_time];
   float *rows[frames_at_a_time];
   while (count > 0) {

@@ -7,11 +7,11 @@
 namespace pocketsphinx_plugin {
 namespace {
 
-constexpr size_t most_workers = 2; /* decoders made at a time: more would only starve calls of the processor */
-/* Decoders kept ready: 4 MB each for hints, 92 MB each with the language model. */
+constexpr size_t most_workers = 2;  // decoders made at a time: more would only starve calls of the processor
+// Decoders kept ready: 4 MB each for hints, 92 MB each with the language model.
 constexpr std::ptrdiff_t most_idle_small = 8;
 constexpr std::ptrdiff_t most_idle_large = 2;
-constexpr size_t most_dictionaries = 4; /* dictionaries kept: one for each model in use */
+constexpr size_t most_dictionaries = 4;  // dictionaries kept: one for each model in use
 
 }  // namespace
 
@@ -23,7 +23,7 @@ DecoderPool::~DecoderPool() {
   for (Worker &worker : workers_) worker.thread.join();
 }
 
-/* Joins workers that have nothing left to do but return. */
+// Joins workers that have nothing left to do but return.
 void DecoderPool::reap() {
   for (auto worker = workers_.begin(); worker != workers_.end();) {
     if (worker->ended) {
@@ -129,7 +129,7 @@ Recogniser DecoderPool::take(const Ticket &ticket) {
 }
 
 void DecoderPool::cancel(const Ticket &ticket) {
-  Recogniser surplus; /* freed after the lock is */
+  Recogniser surplus;  // freed after the lock is
   std::lock_guard<std::mutex> guard(lock_);
   ticket->abandoned = true;
   auto found = std::find(waiting_.begin(), waiting_.end(), ticket);
@@ -139,7 +139,7 @@ void DecoderPool::cancel(const Ticket &ticket) {
 
 void DecoderPool::give_back(Recogniser recogniser) {
   if (recogniser.decoder == nullptr || !recogniser.decoder->is_reusable()) return;
-  Recogniser surplus; /* freed after the lock is */
+  Recogniser surplus;  // freed after the lock is
   std::lock_guard<std::mutex> guard(lock_);
   surplus = keep(std::move(recogniser));
 }

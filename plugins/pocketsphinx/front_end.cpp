@@ -13,7 +13,7 @@ namespace pocketsphinx_plugin {
 namespace {
 constexpr int model_rate = 16000;
 
-/* A sample as it arrives through a line of ITU-T G.711 mu-law: 16 steps between a power of two and the next. */
+// A sample as it arrives through a line of ITU-T G.711 mu-law: 16 steps between a power of two and the next.
 int16_t companded(int sample) {
   constexpr int bias = 132;
   constexpr int loudest = 32635;
@@ -44,7 +44,7 @@ FrontEnd::~FrontEnd() {
   fe_free(fe_);
 }
 
-/* Repeats samples of a lower rate; takes the mean of neighbours of a higher one. */
+// Repeats samples of a lower rate; takes the mean of neighbours of a higher one.
 void FrontEnd::to_model_rate(const int16_t *samples, size_t count) {
   wide_.clear();
   for (size_t i = 0; i < count; ++i) {
@@ -67,7 +67,7 @@ void FrontEnd::feed(const int16_t *samples, size_t count, std::vector<Cepstrum> 
     size_t before = left;
     fe_process_frames(fe_, &next, &left, rows_.data(), &made, nullptr);
     frames.insert(frames.end(), block_.begin(), block_.begin() + made);
-    if (left == before && made == 0) break; /* the library takes no more: nothing to gain by asking again */
+    if (left == before && made == 0) break;  // the library takes no more: nothing to gain by asking again
   }
 }
 

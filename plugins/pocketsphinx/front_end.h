@@ -1,15 +1,12 @@
-/*
- * From telephone samples to cepstral frames, with the library's voice activity detector in between.
- *
- * The acoustic model is made for 16 kHz. Samples of a lower rate are repeated: the mirror images that this puts above
- * the telephone's band stand in for the sounds that the telephone cut, and recognition is better with them than with
- * an empty band.
- *
- * All samples are rounded as mu-law rounds them, whatever the line they came by. That makes faint noise silent, which
- * would else fill the band between speech and its image, and it makes all lines alike.
- */
-#ifndef POCKETSPHINX_FRONT_END_H
-#define POCKETSPHINX_FRONT_END_H
+// From telephone samples to cepstral frames, with the library's voice activity detector in between.
+//
+// The acoustic model is made for 16 kHz. Samples of a lower rate are repeated: the mirror images that this puts above
+// the telephone's band stand in for the sounds that the telephone cut, and recognition is better with them than with
+// an empty band.
+//
+// All samples are rounded as mu-law rounds them, whatever the line they came by. That makes faint noise silent, which
+// would else fill the band between speech and its image, and it makes all lines alike.
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -27,10 +24,8 @@ using Cepstrum = std::array<float, 13>;
 
 class FrontEnd {
 public:
-  /*
-   * Reads the model's feature settings from `config`, which it keeps no hold of. quiet_ms: how long it must have been
-   * quiet before in_speech() turns false. Throws std::runtime_error when the library refuses the settings.
-   */
+  // Reads the model's feature settings from `config`, which it keeps no hold of. quiet_ms: how long it must have been
+  // quiet before in_speech() turns false. Throws std::runtime_error when the library refuses the settings.
   FrontEnd(cmd_ln_s *config, int quiet_ms);
   ~FrontEnd();
   FrontEnd(const FrontEnd &) = delete;
@@ -38,12 +33,12 @@ public:
 
   void set_sample_rate(int samples_a_second) { sample_rate_ = samples_a_second; }
 
-  /* Appends the frames of speech in these samples. Frames of silence are dropped. Best called with 20 ms. */
+  // Appends the frames of speech in these samples. Frames of silence are dropped. Best called with 20 ms.
   void feed(const int16_t *samples, size_t count, std::vector<Cepstrum> &frames);
 
   bool in_speech() const;
 
-  /* Lets the detector begin anew, with what it knows of the background noise. */
+  // Lets the detector begin anew, with what it knows of the background noise.
   void end_utterance();
 
 private:
@@ -56,11 +51,9 @@ private:
   int phase_ = 0;
   int sum_ = 0;
   int summed_ = 0;
-  std::vector<int16_t> wide_; /* samples at the model's rate */
+  std::vector<int16_t> wide_;  // samples at the model's rate
   std::array<Cepstrum, most_frames> block_{};
   std::array<float *, most_frames> rows_{};
 };
 
 }  // namespace pocketsphinx_plugin
-
-#endif

@@ -17,7 +17,7 @@ std::string lower_case(std::string_view text) {
   return lower;
 }
 
-/* Takes the text up to one of the white_space from the front of rest. */
+// Takes the text up to one of the white_space from the front of rest.
 std::string_view take(std::string_view &rest, std::string_view white_space) {
   size_t end = rest.find_first_of(white_space);
   std::string_view piece = rest.substr(0, end);
@@ -33,7 +33,7 @@ std::string_view trim_punctuation(std::string_view word) {
 }
 
 bool is_known(const Dictionary &dictionary, const std::string &word) {
-  /* "read(2)" is how a dictionary names the second way to say "read". */
+  // "read(2)" is how a dictionary names the second way to say "read".
   return !word.empty() && word.size() <= longest_word && word.find('(') == std::string::npos &&
          !dictionary.pronunciations(word).empty();
 }
@@ -61,7 +61,7 @@ private:
     return true;
   }
 
-  /* As written, without marks around it ("yes!"), or as the parts between hyphens ("twenty-one"). */
+  // As written, without marks around it ("yes!"), or as the parts between hyphens ("twenty-one").
   bool add_word(Hints::Phrase &phrase, std::string_view written) {
     if (add_spelled(phrase, written) || add_spelled(phrase, trim_punctuation(written))) return true;
     Hints::Phrase parts;

@@ -20,7 +20,7 @@ bool is_readable(const std::string &path) {
   return access(path.c_str(), R_OK) == 0;
 }
 
-/* The files without which the library ends the whole process instead of reporting an error. */
+// The files without which the library ends the whole process instead of reporting an error.
 void require_acoustic_model(const std::string &directory) {
   for (const char *name : {"mdef", "means", "variances", "transition_matrices", "feat.params"}) {
     if (!is_readable(directory + "/" + name)) {

@@ -7,7 +7,7 @@ namespace pocketsphinx_plugin {
 namespace {
 
 constexpr std::string_view separators = ",; \t\r\n";
-constexpr size_t most_complaints = 8; /* a configuration of noise must not become a log file of noise */
+constexpr size_t most_complaints = 8;  // a configuration of noise must not become a log file of noise
 
 std::optional<bool> to_switch(std::string_view value) {
   if (value == "yes" || value == "on" || value == "true" || value == "1") return true;
@@ -36,7 +36,7 @@ bool assign_path(std::string &field, std::string_view value) {
   return true;
 }
 
-/* False when the key is known and the value is not acceptable; nullopt when the key is unknown. */
+// False when the key is known and the value is not acceptable; nullopt when the key is unknown.
 std::optional<bool> set(Parameters &parameters, std::string_view key, std::string_view value) {
   if (key == "endpointing") return assign(parameters.endpointing, to_switch(value));
   if (key == "loop") return assign(parameters.loop, to_switch(value));

@@ -1,6 +1,4 @@
-/*
- * The three functions of the plugin. No exception leaves them.
- */
+// The three functions of the plugin. No exception leaves them.
 #include <quillbrook.h>
 
 #include <cstdio>
@@ -12,7 +10,7 @@ namespace {
 
 using namespace pocketsphinx_plugin;
 
-/* Shared by all calls. Freed when the plugin is unloaded. */
+// Shared by all calls. Freed when the plugin is unloaded.
 DecoderPool pool;
 ChannelMemory channels;
 

@@ -12,19 +12,19 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds poll_interval{20};
 constexpr milliseconds tick_interval{20};
-constexpr int piece_ms = 20;   /* audio between two looks at the end of speech */
-constexpr int backlog_ms = 60; /* audio taken in between two ticks when the file is ahead of us */
-/* A noise without words that is shorter than this, the quiet around it not counted, is no attempt to say something. */
+constexpr int piece_ms = 20;    // audio between two looks at the end of speech
+constexpr int backlog_ms = 60;  // audio taken in between two ticks when the file is ahead of us
+// A noise without words that is shorter than this, the quiet around it not counted, is no attempt to say something.
 constexpr int shortest_attempt_ms = 500;
-constexpr int quiet_kept_ms = 200;  /* the detector hands over this much from before the speech */
-constexpr int short_quiet_ms = 150; /* ends speech, not the utterance, when the module does the endpointing */
+constexpr int quiet_kept_ms = 200;   // the detector hands over this much from before the speech
+constexpr int short_quiet_ms = 150;  // ends speech, not the utterance, when the module does the endpointing
 constexpr milliseconds sign_of_life_interval{100};
 constexpr int longest_held_ms = 120000;
 constexpr size_t most_channels = 256;
 constexpr size_t longest_tag = 150;
 constexpr size_t longest_sentence = 400;
 
-/* A text of the record: zero-terminated by contract, and within its buffer also when it is not. */
+// A text of the record: zero-terminated by contract, and within its buffer also when it is not.
 std::string text_of(const char (&field)[QUILLBROOK_TEXT_SIZE]) {
   return {field, strnlen(field, sizeof field)};
 }
@@ -54,7 +54,7 @@ Recognition::Recognition(quillbrook_context *context, DecoderPool &pool, Channel
       parameters_(Parameters::parse(text_of(context->configuration))),
       call_(context->uniqueid == nullptr ? "" : context->uniqueid) {
   for (const std::string &complaint : parameters_.complaints) log(complaint);
-  /* Without endpointing of our own nothing is held back that finalize could bring out. */
+  // Without endpointing of our own nothing is held back that finalize could bring out.
   __atomic_store_n(&context_->quantum, parameters_.endpointing ? 1 : 0, __ATOMIC_RELAXED);
   if (context_->filename == nullptr || context_->format == nullptr || context_->callback == nullptr) {
     throw std::runtime_error("the record names no stream file");
@@ -73,7 +73,7 @@ Recognition::~Recognition() {
   if (!call_.empty()) channels_.keep(call_, channel_);
 }
 
-/* One line to the log that the engine's calls share, or to the process's error output. */
+// One line to the log that the engine's calls share, or to the process's error output.
 void Recognition::log(const std::string &sentence) const {
   FILE *file = context_->filelog == nullptr ? stderr : context_->filelog;
   std::string line =
@@ -88,7 +88,7 @@ bool Recognition::is_stopped() const {
   return __atomic_load_n(&context_->hangup, __ATOMIC_ACQUIRE) != 0;
 }
 
-/* True once: the flag stays up. */
+// True once: the flag stays up.
 bool Recognition::is_asked_to_finish() {
   if (finish_seen_ || __atomic_load_n(&context_->finalize, __ATOMIC_ACQUIRE) <= 0) return false;
   finish_seen_ = true;
@@ -104,7 +104,7 @@ void Recognition::tick_if_due() {
   if (Clock::now() - reported_ >= tick_interval) report(nullptr, QUILLBROOK_SCORE_INTERIM);
 }
 
-/* False when the call ended before there was a decoder. */
+// False when the call ended before there was a decoder.
 bool Recognition::get_ready() {
   while (!pool_.wait(order_, poll_interval)) {
     if (is_stopped()) return false;
@@ -135,7 +135,7 @@ bool Recognition::get_ready() {
   return true;
 }
 
-/* Takes in what the file has, up to some tens of milliseconds of it. False when it has nothing new. */
+// Takes in what the file has, up to some tens of milliseconds of it. False when it has nothing new.
 bool Recognition::hear_some() {
   samples_.clear();
   size_t most = static_cast<size_t>(std::max(stream_->sample_rate(), 8000)) * backlog_ms / 1000;
@@ -164,11 +164,9 @@ void Recognition::report_interim() {
   report(marked_ ? (interim_ + " ").c_str() : interim_.c_str(), QUILLBROOK_SCORE_INTERIM);
 }
 
-/*
- * The module measures silence from the last text that was new, and a word is new only when it is nearly over: pauses
- * would seem as long as the word behind them. So as long as speech is heard, and the module does the endpointing, the
- * text comes again with a blank behind it, and once more without when the speech is over.
- */
+// The module measures silence from the last text that was new, and a word is new only when it is nearly over: pauses
+// would seem as long as the word behind them. So as long as speech is heard, and the module does the endpointing, the
+// text comes again with a blank behind it, and once more without when the speech is over.
 bool Recognition::is_sign_of_life_due() const {
   if (parameters_.endpointing) return false;
   if (!utterance_->in_speech()) return marked_;
@@ -189,17 +187,15 @@ void Recognition::finish_utterance() {
   if (context_->debug != 0) log("'" + result.text + "' with confidence " + std::to_string(result.confidence));
 }
 
-/* The module wants what there is. It has waited for silence already: so the result may go out at once. */
+// The module wants what there is. It has waited for silence already: so the result may go out at once.
 void Recognition::wind_up() {
   if (utterance_ && utterance_->has_speech()) finish_utterance();
   report(nullptr, QUILLBROOK_SCORE_FINISH);
 }
 
-/*
- * Without endpointing of our own, the module closes the result when its detector or the lack of new text has shown
- * silence for the complete timeout. We see what it sees. What was said until then is delivered: what follows is another
- * result.
- */
+// Without endpointing of our own, the module closes the result when its detector or the lack of new text has shown
+// silence for the complete timeout. We see what it sees. What was said until then is delivered: what follows is another
+// result.
 void Recognition::start_over_after_result() {
   if (interim_.empty()) return;
   int timeout = __atomic_load_n(&context_->completetimeout, __ATOMIC_RELAXED);

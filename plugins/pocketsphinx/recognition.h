@@ -1,8 +1,5 @@
-/*
- * One run of quillbrook_loop: follows the stream file of one call and reports what it hears.
- */
-#ifndef POCKETSPHINX_RECOGNITION_H
-#define POCKETSPHINX_RECOGNITION_H
+// One run of quillbrook_loop: follows the stream file of one call and reports what it hears.
+#pragma once
 
 #include <quillbrook.h>
 
@@ -19,7 +16,7 @@
 
 namespace pocketsphinx_plugin {
 
-/* What is known of the channels of calls, from one recognition of a call to its next. Thread-safe. */
+// What is known of the channels of calls, from one recognition of a call to its next. Thread-safe.
 class ChannelMemory {
 public:
   Channel recall(const std::string &call);
@@ -30,19 +27,19 @@ private:
     std::string call;
     Channel channel;
   };
-  std::mutex lock_; /* guards entries_; innermost */
+  std::mutex lock_;  // guards entries_; innermost
   std::deque<Entry> entries_;
 };
 
 class Recognition {
 public:
-  /* Throws std::runtime_error with a sentence for the operator. */
+  // Throws std::runtime_error with a sentence for the operator.
   Recognition(quillbrook_context *context, DecoderPool &pool, ChannelMemory &channels);
   ~Recognition();
   Recognition(const Recognition &) = delete;
   Recognition &operator=(const Recognition &) = delete;
 
-  /* Returns after plugin_stop. Throws std::runtime_error with a sentence for the operator. */
+  // Returns after plugin_stop. Throws std::runtime_error with a sentence for the operator.
   void run();
 
 private:
@@ -73,19 +70,17 @@ private:
   Hints hints_;
   Channel channel_;
   std::optional<StreamReader> stream_;
-  std::optional<UtteranceDecoder> utterance_; /* empty when no hint can be understood */
+  std::optional<UtteranceDecoder> utterance_;  // empty when no hint can be understood
   bool with_hints_ = false;
-  int longest_ms_; /* of speech in one utterance */
+  int longest_ms_;  // of speech in one utterance
 
   std::vector<int16_t> samples_;
-  std::string interim_;           /* reported last, and not yet followed by a final */
-  Clock::time_point reported_{};  /* last call of the callback */
-  bool marked_ = false;           /* with a blank behind it */
-  Clock::time_point new_words_{}; /* last time that it had a text that was new */
+  std::string interim_;            // reported last, and not yet followed by a final
+  Clock::time_point reported_{};   // last call of the callback
+  bool marked_ = false;            // with a blank behind it
+  Clock::time_point new_words_{};  // last time that it had a text that was new
   bool finish_seen_ = false;
-  bool sound_ = false; /* the decoder has not thrown: another call may have it */
+  bool sound_ = false;  // the decoder has not thrown: another call may have it
 };
 
 }  // namespace pocketsphinx_plugin
-
-#endif

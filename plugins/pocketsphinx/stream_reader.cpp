@@ -12,11 +12,11 @@
 namespace pocketsphinx_plugin {
 namespace {
 
-constexpr size_t longest_header = 65536; /* a WAV file whose samples begin later than this is refused */
+constexpr size_t longest_header = 65536;  // a WAV file whose samples begin later than this is refused
 constexpr int lowest_rate = 8000;
 constexpr int highest_rate = 48000;
 
-/* WAVE format tags (Microsoft's multimedia registrations). */
+// WAVE format tags (Microsoft's multimedia registrations).
 constexpr unsigned tag_linear = 1;
 constexpr unsigned tag_alaw = 6;
 constexpr unsigned tag_ulaw = 7;
@@ -27,14 +27,14 @@ unsigned little_endian(const uint8_t *bytes, int count) {
   return value;
 }
 
-/* ITU-T G.711: sign, 3 bits of exponent, 4 bits of mantissa; all bits inverted. */
+// ITU-T G.711: sign, 3 bits of exponent, 4 bits of mantissa; all bits inverted.
 int16_t from_ulaw(uint8_t code) {
   code = static_cast<uint8_t>(~code);
   int magnitude = ((((code & 0x0F) << 3) + 0x84) << ((code & 0x70) >> 4)) - 0x84;
   return static_cast<int16_t>((code & 0x80) != 0 ? -magnitude : magnitude);
 }
 
-/* ITU-T G.711: as above, with every other bit inverted and the lowest segment linear. */
+// ITU-T G.711: as above, with every other bit inverted and the lowest segment linear.
 int16_t from_alaw(uint8_t code) {
   code ^= 0x55;
   int exponent = (code & 0x70) >> 4;
@@ -86,7 +86,7 @@ StreamReader::~StreamReader() {
   close(file_);
 }
 
-/* Reads until buffer_ holds `wanted` bytes. False when the file does not have that many yet. */
+// Reads until buffer_ holds `wanted` bytes. False when the file does not have that many yet.
 bool StreamReader::fill(size_t wanted) {
   while (held_ < wanted) {
     ssize_t got = ::read(file_, buffer_.data() + held_, wanted - held_);
@@ -138,7 +138,7 @@ void StreamReader::take_format() {
   header_ = Header::chunk;
 }
 
-/* True when the samples come next. */
+// True when the samples come next.
 bool StreamReader::read_header() {
   while (header_ != Header::none) {
     size_t wanted = header_ == Header::riff     ? 12
@@ -192,7 +192,7 @@ size_t StreamReader::read(std::vector<int16_t> &samples, size_t most) {
     }
     count += whole;
     held_ -= whole * width;
-    memmove(buffer_.data(), buffer_.data() + whole * width, held_); /* half a sample at most */
+    memmove(buffer_.data(), buffer_.data() + whole * width, held_);  // half a sample at most
   }
   return count;
 }

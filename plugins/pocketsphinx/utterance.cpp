@@ -7,10 +7,10 @@
 namespace pocketsphinx_plugin {
 namespace {
 
-/* Frames this far below the loudest, in the first cepstral coefficient, are silence and say nothing of the channel. */
+// Frames this far below the loudest, in the first cepstral coefficient, are silence and say nothing of the channel.
 constexpr float silence_depth = 45.0F;
-constexpr double greatest_weight = 300; /* the channel is never known so well that it could not change */
-constexpr size_t block = 8;             /* frames between two looks around: 1 ms of work, or 40 with a language model */
+constexpr double greatest_weight = 300;  // the channel is never known so well that it could not change
+constexpr size_t block = 8;              // frames between two looks around: 1 ms of work, or 40 with a language model
 
 struct SpeechMean {
   Cepstrum mean{};
@@ -79,7 +79,7 @@ std::string UtteranceDecoder::hypothesis() const {
   return begun_ ? spell(decoder_.hypothesis()) : std::string();
 }
 
-/* False when it was given up. */
+// False when it was given up.
 bool UtteranceDecoder::search(size_t first_frame) {
   for (size_t done = first_frame; done < frames_.size(); done += block) {
     decoder_.process(frames_.data() + done, std::min(block, frames_.size() - done));
@@ -88,7 +88,7 @@ bool UtteranceDecoder::search(size_t first_frame) {
   return true;
 }
 
-/* False when it was given up. Leaves the decoder at the end of an utterance either way. */
+// False when it was given up. Leaves the decoder at the end of an utterance either way.
 bool UtteranceDecoder::decode_again(const Cepstrum &means) {
   decoder_.set_means(means);
   decoder_.begin();
@@ -99,7 +99,7 @@ bool UtteranceDecoder::decode_again(const Cepstrum &means) {
 
 void UtteranceDecoder::judge(Result &result) {
   if (hints_ == nullptr) {
-    /* No second run: it would keep the caller waiting for a third of the time that he spoke. */
+    // No second run: it would keep the caller waiting for a third of the time that he spoke.
     result.text = decoder_.hypothesis();
     result.confidence = result.text.empty() ? 0 : language_model_confidence;
   } else {

@@ -1,8 +1,5 @@
-/*
- * From samples to the text of one utterance after the other, with a decoder that belongs to one call.
- */
-#ifndef POCKETSPHINX_UTTERANCE_H
-#define POCKETSPHINX_UTTERANCE_H
+// From samples to the text of one utterance after the other, with a decoder that belongs to one call.
+#pragma once
 
 #include <functional>
 #include <optional>
@@ -15,29 +12,29 @@
 
 namespace pocketsphinx_plugin {
 
-/* The channel of a call as the decoder has come to know it: means over frames of speech. */
+// The channel of a call as the decoder has come to know it: means over frames of speech.
 struct Channel {
   Cepstrum means = Decoder::usual_means();
-  double weight = 100; /* in frames: two to three words */
+  double weight = 100;  // in frames: two to three words
 
-  /* The means that fit these frames best, given what is known of the channel. */
+  // The means that fit these frames best, given what is known of the channel.
   Cepstrum adapted_to(const std::vector<Cepstrum> &frames) const;
   void learn(const std::vector<Cepstrum> &frames);
 };
 
 struct Result {
-  std::string text;     /* empty when no word was understood */
-  int confidence = 0;   /* 1 to 100 with a text */
-  double shortfall = 0; /* that the confidence comes from, with hints */
+  std::string text;      // empty when no word was understood
+  int confidence = 0;    // 1 to 100 with a text
+  double shortfall = 0;  // that the confidence comes from, with hints
 };
 
 class UtteranceDecoder {
 public:
-  /* Called after each few frames of work, so that the owner can attend to other things. False: he wants no result any
-   * more. */
+  // Called after each few frames of work, so that the owner can attend to other things. False: he wants no result any
+  // more.
   using Between = std::function<bool()>;
 
-  /* hints may be empty for a decoder with a language model. The arguments outlive this object. */
+  // hints may be empty for a decoder with a language model. The arguments outlive this object.
   UtteranceDecoder(Decoder &decoder, const Hints *hints, int quiet_ms, Channel &channel, Between between);
   ~UtteranceDecoder();
   UtteranceDecoder(const UtteranceDecoder &) = delete;
@@ -45,23 +42,23 @@ public:
 
   void set_sample_rate(int samples_a_second) { front_end_.set_sample_rate(samples_a_second); }
 
-  /* At most some 20 ms at a time: the end of speech is noticed between calls. */
+  // At most some 20 ms at a time: the end of speech is noticed between calls.
   void feed(const int16_t *samples, size_t count);
 
-  /* Something that may be speech has been heard since the last finish(). */
+  // Something that may be speech has been heard since the last finish().
   bool has_speech() const { return begun_; }
-  /* It is being heard, or ended less than the quiet time ago. */
+  // It is being heard, or ended less than the quiet time ago.
   bool in_speech() const { return front_end_.in_speech(); }
   int speech_ms() const { return static_cast<int>(frames_.size()) * frame_ms; }
 
-  /* What the caller seems to have said by now. */
+  // What the caller seems to have said by now.
   std::string hypothesis() const;
 
-  /* Ends the utterance: decodes it again with what is known by now of the channel, and judges the outcome. Without a
-   * text when it was given up. */
+  // Ends the utterance: decodes it again with what is known by now of the channel, and judges the outcome. Without a
+  // text when it was given up.
   Result finish();
 
-  /* Forgets the words up to here, not the sounds behind the last of them. */
+  // Forgets the words up to here, not the sounds behind the last of them.
   void drop_words();
 
 private:
@@ -77,10 +74,8 @@ private:
   Channel &channel_;
   FrontEnd front_end_;
   Between between_;
-  std::vector<Cepstrum> frames_; /* of this utterance */
+  std::vector<Cepstrum> frames_;  // of this utterance
   bool begun_ = false;
 };
 
 }  // namespace pocketsphinx_plugin
-
-#endif

@@ -11,9 +11,9 @@ namespace quillbrook::websocket {
 
 namespace {
 
-constexpr char kReplacement[] = "\xEF\xBF\xBD"; /* U+FFFD */
+constexpr char kReplacement[] = "\xEF\xBF\xBD";  // U+FFFD
 
-/* Length of the UTF-8 sequence (RFC 3629) that the text begins with, 0 when it begins with none. */
+// Length of the UTF-8 sequence (RFC 3629) that the text begins with, 0 when it begins with none.
 size_t sequence_length(std::string_view text) {
   const auto byte = [&](size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
   const auto continues = [&](size_t i) { return (byte(i) & 0xc0) == 0x80; };
@@ -32,7 +32,7 @@ size_t sequence_length(std::string_view text) {
   return 0;
 }
 
-/* The value of the escape \uXXXX that the text begins with, -1 when it begins with none. */
+// The value of the escape \uXXXX that the text begins with, -1 when it begins with none.
 int unicode_escape(std::string_view text) {
   if (text.size() < 6 || text[0] != '\\' || text[1] != 'u') return -1;
   int value = 0;
@@ -43,7 +43,7 @@ int unicode_escape(std::string_view text) {
   return value;
 }
 
-/* Copies the escape that the text begins with; half of a surrogate pair is replaced. Returns its length. */
+// Copies the escape that the text begins with; half of a surrogate pair is replaced. Returns its length.
 size_t copy_escape(std::string_view text, std::string &out) {
   const int value = unicode_escape(text);
   if (value < 0) {
@@ -69,7 +69,7 @@ bool in_word(char c) {
   return isalnum(static_cast<unsigned char>(c)) != 0 || c == '+' || c == '-' || c == '.';
 }
 
-/* Copies the number or word outside of strings that the text begins with. Returns its length. */
+// Copies the number or word outside of strings that the text begins with. Returns its length.
 size_t copy_word(std::string_view text, std::string &out) {
   size_t length = 1;
   while (length < text.size() && in_word(text[length])) ++length;
@@ -90,7 +90,7 @@ std::string cleaned(const std::string &text) {
   return clean.substr(first, clean.find_last_not_of(' ') - first + 1);
 }
 
-/* Picks the few values wanted out of the parser's events; builds no document. */
+// Picks the few values wanted out of the parser's events; builds no document.
 class Reader : public nlohmann::json_sax<nlohmann::json> {
 public:
   Answer answer() const {

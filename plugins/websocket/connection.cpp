@@ -14,7 +14,7 @@ namespace quillbrook::websocket {
 namespace {
 
 constexpr size_t kReadSize = 16384;
-/* A server that sends pings and reads nothing must not make the queue grow without end. */
+// A server that sends pings and reads nothing must not make the queue grow without end.
 constexpr size_t kOutputLimit = 65536;
 
 }  // namespace

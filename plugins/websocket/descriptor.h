@@ -4,7 +4,7 @@
 
 namespace quillbrook::websocket {
 
-/* Owns a file descriptor. */
+// Owns a file descriptor.
 class Descriptor {
 public:
   explicit Descriptor(int value = -1) : value_(value) {}

@@ -19,7 +19,7 @@ std::string base64(const unsigned char *bytes, int size) {
   return {reinterpret_cast<const char *>(text), static_cast<size_t>(length)};
 }
 
-/* What the server has to answer to a key: SHA-1 over the key and a fixed text, in base 64. */
+// What the server has to answer to a key: SHA-1 over the key and a fixed text, in base 64.
 std::string accept_value(const std::string &key) {
   const std::string text = key + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
   unsigned char digest[EVP_MAX_MD_SIZE];
@@ -34,7 +34,7 @@ std::string trimmed(const std::string &text) {
   return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-/* The value of a header, the first of that name; empty when there is none. */
+// The value of a header, the first of that name; empty when there is none.
 std::string header(const std::string &head, const char *name) {
   const size_t length = strlen(name);
   for (size_t end = head.find("\r\n"); end != std::string::npos; end = head.find("\r\n", end)) {
@@ -47,7 +47,7 @@ std::string header(const std::string &head, const char *name) {
   return "";
 }
 
-/* Whether a header's list of words separated by commas has this one. */
+// Whether a header's list of words separated by commas has this one.
 bool lists(const std::string &values, const char *word) {
   size_t from = 0;
   while (from <= values.size()) {

@@ -1,4 +1,4 @@
-/* The HTTP exchange that opens a WebSocket connection (RFC 6455, section 4), as text. */
+// The HTTP exchange that opens a WebSocket connection (RFC 6455, section 4), as text.
 #pragma once
 
 #include <string>
@@ -7,13 +7,13 @@
 
 namespace quillbrook::websocket {
 
-/* A fresh value for the header Sec-WebSocket-Key. */
+// A fresh value for the header Sec-WebSocket-Key.
 std::string new_key();
 
-/* The client's request, with the empty line at its end. */
+// The client's request, with the empty line at its end.
 std::string upgrade_request(const Url &url, const std::string &key);
 
-/* Throws Failure unless `head`, the answer up to its empty line, opens a connection for that key. */
+// Throws Failure unless `head`, the answer up to its empty line, opens a connection for that key.
 void check_upgrade(const std::string &head, const std::string &key);
 
 }  // namespace quillbrook::websocket

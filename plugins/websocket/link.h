@@ -1,10 +1,8 @@
-/*
- * One record of the module, seen from the plugin: what the module is told, what it asks for, and the waiting.
- *
- * All waiting of a recognition goes through wait(), which gives the module a tick every 30 ms, however long the wait
- * is, and looks for a stop as often. Only the streaming thread uses a Link; the record's shared fields are read and
- * written atomically, since plugin_stop writes them from another thread.
- */
+// One record of the module, seen from the plugin: what the module is told, what it asks for, and the waiting.
+//
+// All waiting of a recognition goes through wait(), which gives the module a tick every 30 ms, however long the wait
+// is, and looks for a stop as often. Only the streaming thread uses a Link; the record's shared fields are read and
+// written atomically, since plugin_stop writes them from another thread.
 #pragma once
 
 #include <poll.h>
@@ -20,48 +18,48 @@ using Clock = std::chrono::steady_clock;
 using Moment = Clock::time_point;
 using Milliseconds = std::chrono::milliseconds;
 
-/* The longest time between two calls of the module; its contract asks for 100 ms. */
+// The longest time between two calls of the module; its contract asks for 100 ms.
 constexpr Milliseconds kTurn{30};
 
 class Link {
 public:
-  /* The record must outlive the link. */
+  // The record must outlive the link.
   explicit Link(quillbrook_context *context) : context_(context), next_turn_(Clock::now()) {}
 
   const quillbrook_context &record() const { return *context_; }
   bool stopped() const { return __atomic_load_n(&context_->hangup, __ATOMIC_ACQUIRE) == QUILLBROOK_HANGUP_STOPPED; }
   bool finalize_raised() const { return __atomic_load_n(&context_->finalize, __ATOMIC_ACQUIRE) > 0; }
-  /* Takes back what the module asked for out of the silence before these words; a stop stays what it is. */
+  // Takes back what the module asked for out of the silence before these words; a stop stays what it is.
   void lower_finalize();
-  /* False from the first refusal on: a result is out, or the call is over. */
+  // False from the first refusal on: a result is out, or the call is over.
   bool listening() const { return listening_; }
 
   void tick() { call("", QUILLBROOK_SCORE_INTERIM); }
   void interim(const std::string &text) { call(text.c_str(), QUILLBROOK_SCORE_INTERIM); }
-  /* A final piece with its confidence, 1 to 100, and the provider's JSON that it comes from. */
+  // A final piece with its confidence, 1 to 100, and the provider's JSON that it comes from.
   void piece(const std::string &text, int confidence, const std::string &json);
-  /* Nothing was understood. */
+  // Nothing was understood.
   void no_match(const std::string &json) { piece("?", QUILLBROOK_SCORE_NO_CONFIDENCE, json); }
-  /* Asks for the result of the words up to now. */
+  // Asks for the result of the words up to now.
   void finish() { call("", QUILLBROOK_SCORE_FINISH); }
-  /* The provider's session is over. Said once. */
+  // The provider's session is over. Said once.
   void end();
 
-  /* Leaves the failure in the record. */
+  // Leaves the failure in the record.
   void fail(const std::string &reason);
-  /* One line into the plugins' log file, when there is one and debug output is asked for. */
+  // One line into the plugins' log file, when there is one and debug output is asked for.
   void debug(const char *event, const std::string &detail) const;
 
   enum class Wait { kReady, kElapsed, kStopped };
-  /* Whether a stop ends a wait. Not when the last words are still being fetched. */
+  // Whether a stop ends a wait. Not when the last words are still being fetched.
   enum class Heed { kStop, kNothing };
-  /* Waits until the descriptor has one of the events of poll(2), or until the moment. -1: for the moment alone. */
+  // Waits until the descriptor has one of the events of poll(2), or until the moment. -1: for the moment alone.
   Wait wait(int descriptor, short events, Moment until, Heed heed = Heed::kStop);
-  /* The same for several, which poll(2) then has filled in. */
+  // The same for several, which poll(2) then has filled in.
   Wait wait(pollfd *watched, nfds_t count, Moment until, Heed heed = Heed::kStop);
-  /* As wait(), up to the module's next turn at most. */
+  // As wait(), up to the module's next turn at most.
   Wait wait_a_turn(int descriptor, short events, Heed heed = Heed::kStop);
-  /* As wait(), for the way to a server: throws Stopped, and Failure(reason) when the time is up. */
+  // As wait(), for the way to a server: throws Stopped, and Failure(reason) when the time is up.
   void wait_or_fail(int descriptor, short events, Moment until, const char *reason);
 
 private:

@@ -1,6 +1,4 @@
-/*
- * The plugin's three entries. The library's and our own exceptions end here: nothing is thrown into the module.
- */
+// The plugin's three entries. The library's and our own exceptions end here: nothing is thrown into the module.
 #include <pthread.h>
 
 #include <csignal>
@@ -15,7 +13,7 @@
 namespace quillbrook::websocket {
 namespace {
 
-/* Keeps a write to a connection that is gone from ending the process: the TLS library writes without MSG_NOSIGNAL. */
+// Keeps a write to a connection that is gone from ending the process: the TLS library writes without MSG_NOSIGNAL.
 class WithoutBrokenPipe {
 public:
   WithoutBrokenPipe() {

@@ -9,17 +9,17 @@ namespace quillbrook::websocket {
 
 namespace {
 
-/* Chunks under way without an answer. With the answers to wait for, it is what a network of some hundred milliseconds
- * and a recogniser that lags behind need to catch up with the call. */
+// Chunks under way without an answer. With the answers to wait for, it is what a network of some hundred milliseconds
+// and a recogniser that lags behind need to catch up with the call.
 constexpr size_t kWindow = 8;
 
-/* What a stopped plugin still gives the server for its last words; the caller's channel waits for it. */
+// What a stopped plugin still gives the server for its last words; the caller's channel waits for it.
 constexpr Milliseconds kFarewell{70};
 
-/* Servers compare this message letter by letter, so the blanks belong to it. */
+// Servers compare this message letter by letter, so the blanks belong to it.
 constexpr char kEndOfAudio[] = R"({"eof" : 1})";
 
-/* Phrases separated by commas. The record cuts a long list at its end: the last phrase may then be half a word. */
+// Phrases separated by commas. The record cuts a long list at its end: the last phrase may then be half a word.
 std::vector<std::string> phrases_of(const std::string &text) {
   const bool cut = text.size() + 1 >= QUILLBROOK_TEXT_SIZE;
   std::vector<std::string> phrases;

@@ -1,14 +1,12 @@
-/*
- * One recognition: audio out of the stream file to the server, words from the server to the module.
- *
- * The server is asked in utterances. An utterance ends for the plugin when the module raises finalize (or the speech
- * grows too long): what audio there is goes out, an end mark behind it, and with the server's last result the module
- * is told to finish. A module that goes on listening after its result (a continuous one) gets the next utterance over
- * a new connection; else the plugin only ticks until it is stopped.
- *
- * A connection that is lost before the first word of an utterance is made once more, and the audio that brought no
- * words yet is sent again. Words that were heard are finished at once, in every kind of failure.
- */
+// One recognition: audio out of the stream file to the server, words from the server to the module.
+//
+// The server is asked in utterances. An utterance ends for the plugin when the module raises finalize (or the speech
+// grows too long): what audio there is goes out, an end mark behind it, and with the server's last result the module
+// is told to finish. A module that goes on listening after its result (a continuous one) gets the next utterance over
+// a new connection; else the plugin only ticks until it is stopped.
+//
+// A connection that is lost before the first word of an utterance is made once more, and the audio that brought no
+// words yet is sent again. Words that were heard are finished at once, in every kind of failure.
 #pragma once
 
 #include <string>
@@ -24,11 +22,11 @@ namespace quillbrook::websocket {
 
 class Recognition {
 public:
-  /* Throws Failure when the record's settings or file cannot be used. */
+  // Throws Failure when the record's settings or file cannot be used.
   explicit Recognition(Link &link);
 
-  /* Returns when the plugin is stopped. Throws Failure when the recognition cannot go on; words that were heard have
-   * then been finished. */
+  // Returns when the plugin is stopped. Throws Failure when the recognition cannot go on; words that were heard have
+  // then been finished.
   void run();
 
 private:
@@ -59,17 +57,17 @@ private:
   const Url url_;
   const Settings settings_;
   StreamFile audio_;
-  std::vector<Chunk> unanswered_; /* chunks that an answer is due for, oldest first */
+  std::vector<Chunk> unanswered_;  // chunks that an answer is due for, oldest first
   Moment last_answer_;
-  size_t wordless_until_ = 0; /* up to this sample there is nothing that has to be sent again */
-  size_t speech_from_ = 0;    /* the sample that had been sent when the first word came */
-  bool heard_ = false;        /* words came since the last finish */
-  bool pieces_ = false;       /* and some of them in final pieces */
-  bool wound_up_ = false;     /* an utterance has been finished */
-  bool reconnected_ = false;  /* since the last word */
-  bool end_sent_ = false;     /* the server knows that no more audio comes */
-  bool last_result_ = false;  /* and has answered that */
-  std::string interim_;       /* what the module knows */
+  size_t wordless_until_ = 0;  // up to this sample there is nothing that has to be sent again
+  size_t speech_from_ = 0;     // the sample that had been sent when the first word came
+  bool heard_ = false;         // words came since the last finish
+  bool pieces_ = false;        // and some of them in final pieces
+  bool wound_up_ = false;      // an utterance has been finished
+  bool reconnected_ = false;   // since the last word
+  bool end_sent_ = false;      // the server knows that no more audio comes
+  bool last_result_ = false;   // and has answered that
+  std::string interim_;        // what the module knows
   std::string chunk_;
 };
 

@@ -1,8 +1,6 @@
-/*
- * Names are looked up by c-ares, on this thread and with sockets that can be waited for beside a stop. The C library's
- * own functions either stand still for as long as the name server does, or run on threads that outlive a recognition
- * (and getaddrinfo_a's gai_suspend, with a time limit, leaves them a pointer into a stack frame that is gone).
- */
+// Names are looked up by c-ares, on this thread and with sockets that can be waited for beside a stop. The C library's
+// own functions either stand still for as long as the name server does, or run on threads that outlive a recognition
+// (and getaddrinfo_a's gai_suspend, with a time limit, leaves them a pointer into a stack frame that is gone).
 #include "resolver.h"
 
 #include <ares.h>
@@ -20,7 +18,7 @@ namespace quillbrook::websocket {
 
 namespace {
 
-/* Addresses of one host that are tried. */
+// Addresses of one host that are tried.
 constexpr size_t kMostAddresses = 4;
 
 struct Lookup {
@@ -37,7 +35,7 @@ void add(const sockaddr *socket, socklen_t length, std::vector<Address> &found) 
   found.push_back(address);
 }
 
-/* Called by the library, which no exception may pass: the room in `found` is there. */
+// Called by the library, which no exception may pass: the room in `found` is there.
 void take_result(void *argument, int status, int, ares_addrinfo *result) {
   auto *lookup = static_cast<Lookup *>(argument);
   lookup->done = true;
@@ -49,7 +47,7 @@ void take_result(void *argument, int status, int, ares_addrinfo *result) {
   ares_freeaddrinfo(result);
 }
 
-/* An address in digits needs no looking up. */
+// An address in digits needs no looking up.
 void add_numeric(const std::string &host, const std::string &port, std::vector<Address> &found) {
   addrinfo hints = {};
   hints.ai_socktype = SOCK_STREAM;
@@ -84,7 +82,7 @@ public:
     ares_getaddrinfo(channel_, host.c_str(), port.c_str(), &hints, take_result, &lookup);
   }
 
-  /* Waits for one thing to happen and does what follows from it. */
+  // Waits for one thing to happen and does what follows from it.
   Link::Wait step(Link &link, Moment deadline) {
     std::array<ares_socket_t, ARES_GETSOCK_MAXNUM> sockets{};
     const auto wanted = static_cast<unsigned>(ares_getsock(channel_, sockets.data(), ARES_GETSOCK_MAXNUM));

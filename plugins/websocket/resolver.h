@@ -1,4 +1,4 @@
-/* Host names to addresses, without standing still for the name server. */
+// Host names to addresses, without standing still for the name server.
 #pragma once
 
 #include <sys/socket.h>
@@ -15,8 +15,8 @@ struct Address {
   socklen_t length = 0;
 };
 
-/* The addresses of a host in the order to try them, at least one. Gives the module its turns while it waits.
- * Throws Failure, and Stopped. */
+// The addresses of a host in the order to try them, at least one. Gives the module its turns while it waits.
+// Throws Failure, and Stopped.
 std::vector<Address> resolve(Link &link, const std::string &host, const std::string &port, Moment deadline);
 
 }  // namespace quillbrook::websocket

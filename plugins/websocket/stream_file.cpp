@@ -11,7 +11,7 @@ namespace quillbrook::websocket {
 
 namespace {
 
-/* Samples a second of the raw linear formats, by extension. */
+// Samples a second of the raw linear formats, by extension.
 constexpr struct {
   const char *format;
   int rate;
@@ -24,7 +24,7 @@ uint32_t little_endian(const uint8_t *bytes, int count) {
   return value;
 }
 
-/* ITU-T G.711: segments of 16 steps, each step twice as wide as in the segment below. */
+// ITU-T G.711: segments of 16 steps, each step twice as wide as in the segment below.
 int16_t from_mu_law(uint8_t code) {
   constexpr int kBias = 0x84;
   const int inverted = ~code & 0xff;

@@ -30,7 +30,7 @@ bool is_address(const std::string &host) {
   return inet_pton(AF_INET, host.c_str(), &any) == 1 || inet_pton(AF_INET6, host.c_str(), &any) == 1;
 }
 
-/* One address. Returns 0, or the error. */
+// One address. Returns 0, or the error.
 int connect_to(Link &link, const Address &address, Moment deadline, Descriptor &result) {
   Descriptor made(socket(address.socket.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   if (made.get() < 0) return errno;

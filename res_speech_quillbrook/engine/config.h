@@ -1,11 +1,8 @@
 // The configuration: read once, while the module loads, from "quillbrook.conf" or "res-speech-quillbrook.conf" in the
 // host's configuration directory. docs/configuration.md tells each key.
-#ifndef QUILLBROOK_ENGINE_CONFIG_H
-#define QUILLBROOK_ENGINE_CONFIG_H
+#pragma once
 
 // Fills the engine table and the module's settings. 0, or -1 (after a message) when the module must not load: no
 // usable file, a log file that cannot be opened, or no memory. What had been read by then stays in the table, for its
 // owner to release.
 int quillbrook_engine_config_load();
-
-#endif

@@ -1,7 +1,6 @@
 // The keys of the configuration, for both kinds of section, in one table: what the loader reads, and what the sample
 // file and docs/configuration.md are checked against.
-#ifndef QUILLBROOK_ENGINE_CONFIG_KEYS_H
-#define QUILLBROOK_ENGINE_CONFIG_KEYS_H
+#pragma once
 
 #include <variant>
 
@@ -69,5 +68,3 @@ const config_key &config_profile_key(int place);
 // The field of a key, in `engine` or of the whole module. Null when the key keeps another type there.
 int *config_number(const config_key &key, quillbrook_engine_t &engine);
 char **config_text(const config_key &key, quillbrook_engine_t &engine);
-
-#endif

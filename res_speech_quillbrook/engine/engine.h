@@ -4,8 +4,7 @@
 // hold the profiles, in the order of the configuration's list, and serve "quillbrook:NAME". An empty name ends every
 // walk over the profiles. The table is written while the module loads and unloads, and only read in between, so it has
 // no lock: sessions keep a pointer to their entry for their whole life.
-#ifndef QUILLBROOK_ENGINE_ENGINE_H
-#define QUILLBROOK_ENGINE_ENGINE_H
+#pragma once
 
 #include "../host.h"
 #include "../support/log.h"
@@ -91,5 +90,3 @@ void quillbrook_for_each_profile(Visit &&visit) {
     visit(quillbrook_engine[index], index);
   }
 }
-
-#endif

@@ -1,6 +1,5 @@
 // The shared object behind an engine: where it is looked for, and the functions found in it.
-#ifndef QUILLBROOK_ENGINE_PLUGIN_LIBRARY_H
-#define QUILLBROOK_ENGINE_PLUGIN_LIBRARY_H
+#pragma once
 
 #include "engine.h"
 
@@ -19,5 +18,3 @@ bool quillbrook_plugin_open(quillbrook_engine_t &engine);
 
 // Closes the entry's plugin, if it has one, and clears its functions. 0, or the result of dlclose.
 int quillbrook_plugin_close(quillbrook_engine_t &engine);
-
-#endif

@@ -1,7 +1,6 @@
 // The module's engines in the host's speech API: the default engine "quillbrook" and one engine for each profile. All
 // share the same functions; they differ by the table entry that a session binds to.
-#ifndef QUILLBROOK_ENGINE_SPEECH_ENGINES_H
-#define QUILLBROOK_ENGINE_SPEECH_ENGINES_H
+#pragma once
 
 #include "engine.h"
 
@@ -18,5 +17,3 @@ bool quillbrook_unregister_profile_engine(int index);
 
 // Releases the formats of the default engine.
 void quillbrook_release_default_formats();
-
-#endif

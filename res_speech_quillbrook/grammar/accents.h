@@ -1,6 +1,5 @@
 // Letters without their accents.
-#ifndef QUILLBROOK_GRAMMAR_ACCENTS_H
-#define QUILLBROOK_GRAMMAR_ACCENTS_H
+#pragma once
 
 #include <string>
 
@@ -8,5 +7,3 @@
 // and U+0153) replaced by plain lower-case letters. All other bytes are copied, also where they are not UTF-8; plain
 // capitals keep their case.
 std::string removeAccentsUTF8(const std::string &s);
-
-#endif

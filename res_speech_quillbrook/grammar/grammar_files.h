@@ -5,8 +5,7 @@
 //   .../context_...         a text for the provider, up to 2,047 bytes
 //   ....jsgf                a grammar
 //   ....txt                 phrases to expect, used while no grammar has words
-#ifndef QUILLBROOK_GRAMMAR_GRAMMAR_FILES_H
-#define QUILLBROOK_GRAMMAR_GRAMMAR_FILES_H
+#pragma once
 
 #include "../session/session.h"
 
@@ -16,5 +15,3 @@ void quillbrook_load_files(quillbrook_speech_t &session, const char *name, const
 // Makes `text`, a heap string or null, the session's configuration. The former one is released, or kept for as long as
 // the running recognition may look at it.
 void quillbrook_replace_config(quillbrook_speech_t &session, char *text);
-
-#endif

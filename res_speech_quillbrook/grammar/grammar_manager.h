@@ -6,8 +6,7 @@
 //
 // The set has no lock: its owner guards it (session/session.h). Loading parses, which takes long, so it is done on a
 // set of its own, and `adopt` then moves the result in.
-#ifndef QUILLBROOK_GRAMMAR_GRAMMAR_MANAGER_H
-#define QUILLBROOK_GRAMMAR_GRAMMAR_MANAGER_H
+#pragma once
 
 #include "../host.h"
 
@@ -76,5 +75,3 @@ private:
   std::set<std::string> inactive;
   int normalize_mode;
 };
-
-#endif

@@ -1,7 +1,6 @@
 // The settings that a grammar path carries instead of naming a file: properties ("property:Speech-Timeout=2s") and
 // builtin forms ("builtin:grammar/model=NAME").
-#ifndef QUILLBROOK_GRAMMAR_PROPERTY_H
-#define QUILLBROOK_GRAMMAR_PROPERTY_H
+#pragma once
 
 #include "../session/session.h"
 
@@ -14,5 +13,3 @@ void quillbrook_set_builtin(quillbrook_speech_t &session, const char *path);
 
 // Whether `text` begins with `prefix`.
 bool quillbrook_begins_with(const char *text, const char *prefix);
-
-#endif

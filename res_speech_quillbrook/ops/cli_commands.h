@@ -1,6 +1,5 @@
 // The module's commands on the host's command line. docs/operations.md shows what each prints.
-#ifndef QUILLBROOK_OPS_CLI_COMMANDS_H
-#define QUILLBROOK_OPS_CLI_COMMANDS_H
+#pragma once
 
 #include "../host.h"
 
@@ -12,5 +11,3 @@ extern ast_cli_entry cli_quillbrook[QUILLBROOK_CLI_COMMANDS];
 // Registers all commands. 0, or -1 when the host refused one; none is then left registered.
 int quillbrook_cli_register();
 void quillbrook_cli_unregister();
-
-#endif

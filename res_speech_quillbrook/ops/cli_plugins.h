@@ -1,6 +1,5 @@
 // The command "quillbrook show plugins".
-#ifndef QUILLBROOK_OPS_CLI_PLUGINS_H
-#define QUILLBROOK_OPS_CLI_PLUGINS_H
+#pragma once
 
 #include "../engine/engine.h"
 
@@ -9,5 +8,3 @@ void quillbrook_cli_show_plugins(int fd);
 
 // Prints one entry, which stands at `index` in the table.
 void quillbrook_cli_show_plugin(int fd, int index, const quillbrook_engine_t *engine);
-
-#endif

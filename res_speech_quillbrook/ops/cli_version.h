@@ -1,6 +1,5 @@
 // The command "quillbrook show version".
-#ifndef QUILLBROOK_OPS_CLI_VERSION_H
-#define QUILLBROOK_OPS_CLI_VERSION_H
+#pragma once
 
 #include "../host.h"
 
@@ -14,5 +13,3 @@ void quillbrook_get_os_release(char *buf, size_t size);
 // The same from an open file in that format: the first line that begins with PRETTY_NAME=, without the double quotes
 // around its value (os-release(5)). `buf` is left alone when there is none.
 void quillbrook_read_os_release(FILE *file, char *buf, size_t size);
-
-#endif

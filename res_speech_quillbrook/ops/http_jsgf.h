@@ -1,6 +1,5 @@
 // The URI "quillbrook_jsgf" of the host's HTTP server: traces its parameter `value` and answers "OK".
-#ifndef QUILLBROOK_OPS_HTTP_JSGF_H
-#define QUILLBROOK_OPS_HTTP_JSGF_H
+#pragma once
 
 #include "../host.h"
 
@@ -16,5 +15,3 @@ bool quillbrook_jsgf_uri_link();
 
 // Unlinks the URI if it is linked.
 void quillbrook_jsgf_uri_unlink();
-
-#endif

@@ -1,7 +1,6 @@
 // The counters and dates in the text exposition format of Prometheus, under the URI "quillbrook_metrics" of the host's
 // HTTP server. docs/operations.md tells each metric.
-#ifndef QUILLBROOK_OPS_HTTP_METRICS_H
-#define QUILLBROOK_OPS_HTTP_METRICS_H
+#pragma once
 
 #include "../host.h"
 
@@ -14,5 +13,3 @@ int quillbrook_http_metrics_callback(ast_tcptls_session_instance *ser, const ast
 // Links or unlinks the URI so that quillbrook_webregged follows quillbrook_webenabled. Only the load and the unload
 // call it. When the host refuses the link, quillbrook_webregged stays clear.
 void quillbrook_http_update();
-
-#endif

@@ -1,6 +1,5 @@
 // What the module's two URIs on the host's HTTP server have in common.
-#ifndef QUILLBROOK_OPS_HTTP_URI_H
-#define QUILLBROOK_OPS_HTTP_URI_H
+#pragma once
 
 #include "../host.h"
 
@@ -12,5 +11,3 @@ bool http_uri_link(ast_http_uri &uri);
 // Error replies. Nothing else may be sent for that request.
 void http_reply_unsupported_method(ast_tcptls_session_instance *ser);
 void http_reply_out_of_memory(ast_tcptls_session_instance *ser);
-
-#endif

@@ -1,6 +1,5 @@
 // The module's counters and activity dates: of the whole process, not of an engine or a session.
-#ifndef QUILLBROOK_OPS_STATISTICS_H
-#define QUILLBROOK_OPS_STATISTICS_H
+#pragma once
 
 #include "../host.h"
 
@@ -63,5 +62,3 @@ struct quillbrook_statistics_snapshot {
   double score_average() const;
 };
 quillbrook_statistics_snapshot quillbrook_statistics_read();
-
-#endif

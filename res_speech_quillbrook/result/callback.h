@@ -1,7 +1,6 @@
 // The one door through which plugins report (quillbrook.h tells the messages). All decisions of a recognition are made
 // inside this call, on the stack of the plugin's thread: there is no timer thread.
-#ifndef QUILLBROOK_RESULT_CALLBACK_H
-#define QUILLBROOK_RESULT_CALLBACK_H
+#pragma once
 
 #include "quillbrook.h"
 
@@ -9,5 +8,3 @@
 // session pass one after the other. Also called by quillbrook_recog_get, with a score of -2, to force a finish.
 // A null `context` is refused.
 int quillbrook_callback(quillbrook_context *context, const char *text, int score);
-
-#endif

@@ -6,8 +6,7 @@
 // caller who says nothing is never timed out here. A timer can only fire on a call from the plugin.
 //
 // All hold the session's result_lock and are called in this order.
-#ifndef QUILLBROOK_RESULT_ENDPOINTING_H
-#define QUILLBROOK_RESULT_ENDPOINTING_H
+#pragma once
 
 #include "message.h"
 
@@ -24,5 +23,3 @@ void quillbrook_note_first_text(quillbrook_message &message) QUILLBROOK_REQUIRES
 // `completetimeout` and `incompletetimeout` of its record rewritten; the message becomes a finish; or "error" is
 // queued.
 void quillbrook_run_timers(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock);
-
-#endif

@@ -1,6 +1,5 @@
 // One call of the callback on its way through the phases.
-#ifndef QUILLBROOK_RESULT_MESSAGE_H
-#define QUILLBROOK_RESULT_MESSAGE_H
+#pragma once
 
 #include "../session/session.h"
 
@@ -15,5 +14,3 @@ struct quillbrook_message {
   bool has_text() const { return text && text[0]; }
   bool is_finish() const { return score == QUILLBROOK_SCORE_FINISH; }
 };
-
-#endif

@@ -1,8 +1,7 @@
 // The NLSML result document (Natural Language Semantics Markup Language for the Speech Interface Framework, W3C Working
 // Draft of November 2000, as far as speech resources use it): what was heard stands in `input`, what it means in
 // `instance`. docs/results.md tells the forms byte by byte.
-#ifndef QUILLBROOK_RESULT_NLSML_H
-#define QUILLBROOK_RESULT_NLSML_H
+#pragma once
 
 #include "../host.h"
 
@@ -17,5 +16,3 @@ struct quillbrook_nlsml {
 
 // Writes the document. Write errors show in ferror(file).
 void quillbrook_write_nlsml(FILE *file, const quillbrook_nlsml &document);
-
-#endif

@@ -1,6 +1,5 @@
 // Result files: their names, and how they are written.
-#ifndef QUILLBROOK_RESULT_RESULT_FILE_H
-#define QUILLBROOK_RESULT_RESULT_FILE_H
+#pragma once
 
 #include "../host.h"
 
@@ -31,5 +30,3 @@ bool quillbrook_write_result_file(const char *path, Write &&write) {
   write(file);
   return quillbrook_finish_result_file(file, path);
 }
-
-#endif

@@ -3,8 +3,7 @@
 //
 // All hold the session's result_lock and are called in this order. A message for whose text there is no memory is
 // dropped; what was stored before stays.
-#ifndef QUILLBROOK_RESULT_TRANSCRIPT_H
-#define QUILLBROOK_RESULT_TRANSCRIPT_H
+#pragma once
 
 #include "message.h"
 
@@ -28,5 +27,3 @@ void quillbrook_append_final(quillbrook_message &message) QUILLBROOK_REQUIRES(me
 
 // Merges a stored interim into the text. A result made of an interim alone gets the score 50.
 void quillbrook_close_text(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock);
-
-#endif

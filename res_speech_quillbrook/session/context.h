@@ -1,6 +1,5 @@
 // The record that a plugin gets for a recognition.
-#ifndef QUILLBROOK_SESSION_CONTEXT_H
-#define QUILLBROOK_SESSION_CONTEXT_H
+#pragma once
 
 #include "session.h"
 
@@ -8,5 +7,3 @@
 // is memory of the record's own (it stays null when there is none); quillbrook_release_contexts releases it.
 void quillbrook_fill_context(quillbrook_context *context, struct ast_speech *speech, quillbrook_speech_t *session,
                              const char *filename);
-
-#endif

@@ -3,8 +3,7 @@
 //
 // A non-zero result of the grammar commands hangs up the caller, so they and `start` always give 0: what went wrong
 // shows in the log, and in the text that `get` returns.
-#ifndef QUILLBROOK_SESSION_ENTRIES_H
-#define QUILLBROOK_SESSION_ENTRIES_H
+#pragma once
 
 #include "../host.h"
 
@@ -36,5 +35,3 @@ int quillbrook_recog_dtmf(struct ast_speech *speech, const char *dtmf);         
 int quillbrook_recog_change(struct ast_speech *speech, const char *name, const char *value);                     // 0
 int quillbrook_recog_get_settings(struct ast_speech *speech, const char *name, char *buf, size_t len);           // -1
 int quillbrook_recog_change_results_type(struct ast_speech *speech, enum ast_speech_results_type results_type);  // -1
-
-#endif

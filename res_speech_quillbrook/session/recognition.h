@@ -3,8 +3,7 @@
 //
 // Their order is what makes the freeing safe: the plugin is told to stop, its threads are joined, and only then is a
 // context freed.
-#ifndef QUILLBROOK_SESSION_RECOGNITION_H
-#define QUILLBROOK_SESSION_RECOGNITION_H
+#pragma once
 
 #include "session.h"
 
@@ -26,5 +25,3 @@ void quillbrook_release_dsp(quillbrook_speech_t *session);
 
 // All of the above, for a recognition whose result nobody wants any more.
 void quillbrook_abandon_recognition(quillbrook_speech_t *session);
-
-#endif

@@ -14,8 +14,7 @@
 //   leaf locks     the queue's own (str_fifo.h) and quillbrook_stat_lock (ops/statistics.h)
 // The host's lock of ast_speech may be held by our caller; the module never takes it. None of ours is held while a
 // plugin's function runs or a thread is joined.
-#ifndef QUILLBROOK_SESSION_SESSION_H
-#define QUILLBROOK_SESSION_SESSION_H
+#pragma once
 
 #include "../engine/engine.h"
 #include "../grammar/grammar_manager.h"
@@ -131,5 +130,3 @@ inline void quillbrook_release_text(char *&text) {
 inline quillbrook_speech_t *quillbrook_session_of(const struct ast_speech *speech) {
   return static_cast<quillbrook_speech_t *>(shared_load(speech->data));
 }
-
-#endif

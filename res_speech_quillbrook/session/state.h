@@ -1,7 +1,6 @@
 // The host's state of a speech object. A state is set together with what it says about the queue of results, under
 // result_lock, so that a READY never covers the DONE of a result that came in between.
-#ifndef QUILLBROOK_SESSION_STATE_H
-#define QUILLBROOK_SESSION_STATE_H
+#pragma once
 
 #include "session.h"
 
@@ -15,5 +14,3 @@ void quillbrook_set_done(struct ast_speech *speech, quillbrook_speech_t *session
 
 void quillbrook_set_ready(struct ast_speech *speech, quillbrook_speech_t *session)
     QUILLBROOK_REQUIRES(session->result_lock);
-
-#endif

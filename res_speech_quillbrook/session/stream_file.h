@@ -1,6 +1,5 @@
 // The stream file: the audio of a recognition on disk, grown by the module and read by the plugin.
-#ifndef QUILLBROOK_SESSION_STREAM_FILE_H
-#define QUILLBROOK_SESSION_STREAM_FILE_H
+#pragma once
 
 #include "session.h"
 
@@ -22,5 +21,3 @@ struct ast_filestream *quillbrook_create_stream(const quillbrook_stream_name &na
 // Replaces the stream file by one that holds only the last `earlyspeechtimeout` milliseconds, and goes on writing
 // there. Frames wait meanwhile. On a failure the stream stays closed. Streaming thread.
 void quillbrook_rewind_stream(quillbrook_speech_t *session);
-
-#endif

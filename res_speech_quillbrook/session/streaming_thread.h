@@ -1,8 +1,7 @@
 // The streaming thread: waits until the stream file holds enough audio and the prompts have ended, cuts the file down
 // to the early speech if the session asks for that, and then stays in the plugin's loop. When the loop returns, it
 // turns the plugin's failure report into a result.
-#ifndef QUILLBROOK_SESSION_STREAMING_THREAD_H
-#define QUILLBROOK_SESSION_STREAMING_THREAD_H
+#pragma once
 
 #include "session.h"
 
@@ -15,5 +14,3 @@ int launch_quillbrook_thread2(quillbrook_speech_t *session);
 // have ended.
 void *quillbrook_thread(void *data);
 void *quillbrook_thread2(void *data);
-
-#endif

@@ -1,6 +1,5 @@
 // Copies of texts into fixed buffers.
-#ifndef QUILLBROOK_SUPPORT_BOUNDED_TEXT_H
-#define QUILLBROOK_SUPPORT_BOUNDED_TEXT_H
+#pragma once
 
 #include "../host.h"
 
@@ -13,5 +12,3 @@ template <size_t Size>
 void copy_text(char (&target)[Size], const char *text) {
   copy_text(target, Size, text);
 }
-
-#endif

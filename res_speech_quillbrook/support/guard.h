@@ -1,6 +1,5 @@
 // The guard around every function that the host or a plugin calls: neither is prepared for a C++ exception.
-#ifndef QUILLBROOK_SUPPORT_GUARD_H
-#define QUILLBROOK_SUPPORT_GUARD_H
+#pragma once
 
 #include <cxxabi.h>
 
@@ -21,5 +20,3 @@ Result guarded(const char *entry, Result failed, Body &&body) {
   }
   return failed;
 }
-
-#endif

@@ -1,6 +1,5 @@
 // JSON strings in pure ASCII.
-#ifndef QUILLBROOK_SUPPORT_JSON_ESCAPE_H
-#define QUILLBROOK_SUPPORT_JSON_ESCAPE_H
+#pragma once
 
 #include <cstddef>
 
@@ -10,5 +9,3 @@
 // use. Exported by the module for its plugins.
 extern "C" __attribute__((visibility("default"))) int json_escape_unicode_copy(char *dst, const char *src,
                                                                                size_t dst_size);
-
-#endif

@@ -1,8 +1,7 @@
 // The module's log lines. Warnings and errors go straight to ast_log; what is written only under a flag of the
 // configuration goes through these. Macros, so that the log names the file and line of the caller, and so that the
 // arguments are not worked out when nothing is written.
-#ifndef QUILLBROOK_SUPPORT_LOG_H
-#define QUILLBROOK_SUPPORT_LOG_H
+#pragma once
 
 #include "../host.h"
 
@@ -57,5 +56,3 @@ extern int verbose;  // 0 or 1: NOTICE lines about sessions
 inline const char *shown(const char *text) {
   return text ? text : "(null)";
 }
-
-#endif

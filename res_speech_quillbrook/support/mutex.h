@@ -1,7 +1,6 @@
 // A lock and its holder, with the annotations by which clang checks who holds what (-Wthread-safety; other compilers
 // see plain code).
-#ifndef QUILLBROOK_SUPPORT_MUTEX_H
-#define QUILLBROOK_SUPPORT_MUTEX_H
+#pragma once
 
 #include "../host.h"
 
@@ -45,5 +44,3 @@ public:
 private:
   ast_mutex_t &mutex_;
 };
-
-#endif

@@ -1,8 +1,7 @@
 // Plain variables that two threads share: flags and small values that one side sets and the other polls. They keep
 // their plain type, because the plugin's record and the host's are binary contracts, and every access goes through
 // here. Acquire and release: what was written before a flag was set is seen by whoever sees the flag.
-#ifndef QUILLBROOK_SUPPORT_SHARED_FLAG_H
-#define QUILLBROOK_SUPPORT_SHARED_FLAG_H
+#pragma once
 
 template <typename T>
 T shared_load(const T &flag) {
@@ -22,5 +21,3 @@ template <typename T>
 void shared_set_bits(T &flags, T bits) {
   __atomic_fetch_or(&flags, bits, __ATOMIC_ACQ_REL);
 }
-
-#endif

@@ -1,6 +1,5 @@
 // A first-in, first-out queue of strings with a lock of its own, for results that wait until the host collects them.
-#ifndef QUILLBROOK_SUPPORT_STR_FIFO_H
-#define QUILLBROOK_SUPPORT_STR_FIFO_H
+#pragma once
 
 #include "../host.h"
 
@@ -33,5 +32,3 @@ size_t str_fifo_count(str_fifo *fifo);
 
 // 1 when nothing is queued (or the queue is null), else 0.
 int str_fifo_empty(str_fifo *fifo);
-
-#endif

@@ -1,6 +1,5 @@
 // Whole files as texts.
-#ifndef QUILLBROOK_SUPPORT_TEXT_FILE_H
-#define QUILLBROOK_SUPPORT_TEXT_FILE_H
+#pragma once
 
 #include <cstdio>
 
@@ -11,5 +10,3 @@ FILE *open_regular_file(const char *filename);
 // The content of a regular file as a terminated string that the caller releases with ast_free, or null on any failure,
 // without a message. A zero byte in the file ends the string for who reads it as one.
 char *load_file_to_string(const char *filename);
-
-#endif

@@ -1,6 +1,5 @@
 // Text and attribute values of XML documents.
-#ifndef QUILLBROOK_SUPPORT_XML_ESCAPE_H
-#define QUILLBROOK_SUPPORT_XML_ESCAPE_H
+#pragma once
 
 #include "../host.h"
 
@@ -8,5 +7,3 @@
 // line feed and carriage return as blanks. Bytes of 0x80 and above pass unchanged. Nothing for a null argument. Write
 // errors show in ferror(out).
 void xml_fputs_escaped(FILE *out, const char *s);
-
-#endif

@@ -4,8 +4,7 @@
 //
 // The plugin's loop waits for plugin_stop unless the test gives it something to do. Messages are sent by the test
 // itself, which is a plugin's thread as good as any.
-#ifndef QUILLBROOK_TESTS_SESSION_FIXTURE_H
-#define QUILLBROOK_TESTS_SESSION_FIXTURE_H
+#pragma once
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -213,5 +212,3 @@ protected:
 constexpr int READY = AST_SPEECH_STATE_READY;
 constexpr int DONE = AST_SPEECH_STATE_DONE;
 constexpr int NOT_READY = AST_SPEECH_STATE_NOT_READY;
-
-#endif

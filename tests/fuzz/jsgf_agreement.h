@@ -1,5 +1,4 @@
-#ifndef JSGF_FUZZ_AGREEMENT_H
-#define JSGF_FUZZ_AGREEMENT_H
+#pragma once
 
 #include <algorithm>
 #include <cstdio>
@@ -60,5 +59,3 @@ inline void check(const std::string &source, std::string text) {
 }
 
 }  // namespace jsgf_fuzz
-
-#endif

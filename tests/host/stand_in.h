@@ -4,8 +4,7 @@
 // begin with "/tmp/quillbrook_", "/tmp/quillbrook2_", "/tmp/cli-" or "/etc/asterisk/" are kept in a folder of this
 // process, for the module and for the tests that look at them through this header, so test programs can run side by
 // side.
-#ifndef QUILLBROOK_TESTS_STAND_IN_H
-#define QUILLBROOK_TESTS_STAND_IN_H
+#pragma once
 
 #include "host.h"
 
@@ -118,5 +117,3 @@ ast_speech_engine *find_engine(const std::string &name);
 int format_caps();
 
 }  // namespace stand_in
-
-#endif

@@ -1,6 +1,5 @@
 // What the files of the stand-in share.
-#ifndef QUILLBROOK_TESTS_HOST_STATE_H
-#define QUILLBROOK_TESTS_HOST_STATE_H
+#pragma once
 
 #include "stand_in.h"
 
@@ -63,5 +62,3 @@ struct Object {
 };
 
 }  // namespace stand_in
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef JSGF_TESTS_ORACLE_H
-#define JSGF_TESTS_ORACLE_H
+#pragma once
 
 // A slow matcher over the written-out grammar, plain enough to be right: it tries all decisions depth first in written
 // order, and between two words never comes back to a choice that it stands in.
@@ -191,5 +190,3 @@ private:
 };
 
 }  // namespace oracle
-
-#endif

@@ -1,7 +1,6 @@
 // A plugin opened as the module opens it, and one recognition driven as the module drives it, for tests of plugins.
 // A program of such tests links the library plugin_driver, which has its main, and is run as: PROGRAM PLUGIN.so
-#ifndef TESTS_PLUGIN_PLUGIN_DRIVER_H
-#define TESTS_PLUGIN_PLUGIN_DRIVER_H
+#pragma once
 
 #include <gtest/gtest.h>
 
@@ -108,5 +107,3 @@ private:
   bool result_out_ = false;
   bool returned_ = false;
 };
-
-#endif

@@ -1,6 +1,4 @@
-/*
- * The parts that take text and bytes from elsewhere: parameters, hints, the stream file.
- */
+// The parts that take text and bytes from elsewhere: parameters, hints, the stream file.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -58,7 +56,7 @@ const std::string riff = "RIFF" + number(0, 4) + "WAVE";
 using Samples = std::vector<int16_t>;
 
 TEST(StreamReader, TakesSamplesAsTheyComeByteByByte) {
-  /* A chunk before the format, one of odd size behind it, and sizes unset: as long as the host writes, they are. */
+  // A chunk before the format, one of odd size behind it, and sizes unset: as long as the host writes, they are.
   std::string bytes = riff + chunk("LIST", 4, "abcd") + format_chunk(1, 1, 8000, 16) + chunk("note", 3, "xyz\0") +
                       std::string(1, '\0') + chunk("data", 0, "") + number(1, 2) + number(0xFFFF, 2) +
                       number(0x8000, 2);
@@ -91,7 +89,7 @@ TEST(StreamReader, GivesAtMostWhatWasAskedForAndLosesNothing) {
 }
 
 TEST(StreamReader, DecodesCompandedSamples) {
-  /* Extremes, smallest steps and one value from the middle, from the tables of G.711. */
+  // Extremes, smallest steps and one value from the middle, from the tables of G.711.
   Samples ulaw;
   StreamReader(File(std::string("\x00\x80\x7F\xFF\x55", 5)).path(), "ulaw").read(ulaw, 5);
   EXPECT_EQ(ulaw, (Samples{-32124, 32124, 0, 0, -716}));

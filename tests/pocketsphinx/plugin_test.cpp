@@ -1,6 +1,4 @@
-/*
- * The plugin as a call sees it, on recorded speech. Run as: pocketsphinx_test PLUGIN.so
- */
+// The plugin as a call sees it, on recorded speech. Run as: pocketsphinx_test PLUGIN.so
 #include <algorithm>
 #include <cstring>
 
@@ -11,7 +9,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto patience = 60s; /* for sanitizers on a busy machine */
+constexpr auto patience = 60s;  // for sanitizers on a busy machine
 const std::string sounds = "/usr/share/asterisk/sounds/en/";
 const std::string digit_names = "zero,one,two,three,four,five,six,seven,eight,nine";
 
@@ -19,7 +17,7 @@ Samples digit(int which) {
   return read_wav(sounds + "digits/" + std::to_string(which) + ".wav");
 }
 
-/* A recognition that goes on after a result. */
+// A recognition that goes on after a result.
 struct Call : Recognition {
   explicit Call(const std::string &hints, const std::string &configuration = "", const std::string &format = "wav")
       : Recognition(format) {
@@ -31,9 +29,9 @@ struct Call : Recognition {
   void hear(const Samples &samples) const {
     append({reinterpret_cast<const char *>(samples.data()), samples.size() * sizeof(int16_t)});
   }
-  /* Tests have no caller whose patience counts: the audio comes at once. */
+  // Tests have no caller whose patience counts: the audio comes at once.
   void say(const std::vector<Samples> &words, int pause_ms = 800) const { hear(in_a_row(words, pause_ms)); }
-  /* 20 ms at a time, with 20 ms between two. */
+  // 20 ms at a time, with 20 ms between two.
   void play(const Samples &samples) const {
     constexpr size_t frame = 160;
     auto due = std::chrono::steady_clock::now();
@@ -44,7 +42,7 @@ struct Call : Recognition {
     }
   }
 
-  /* Those with a score, in this range; waits until there are so many of them or the loop has returned. */
+  // Those with a score, in this range; waits until there are so many of them or the loop has returned.
   std::vector<Report> scored(size_t count, int lowest = 0, int highest = 100) {
     const auto end = std::chrono::steady_clock::now() + patience;
     while (true) {
@@ -56,7 +54,7 @@ struct Call : Recognition {
       std::this_thread::sleep_for(5ms);
     }
   }
-  /* The only result. A text that says what went wrong when there is none. */
+  // The only result. A text that says what went wrong when there is none.
   Report result() {
     const std::vector<Report> found = scored(1);
     return found.empty() ? Report{"nothing", 0} : found.front();
@@ -80,7 +78,7 @@ TEST(Pocketsphinx, RecognisesOneUtteranceAfterTheOther) {
   EXPECT_STREQ(call.record.extra, "");
 }
 
-/* With few hints the library used to compute scores on another scale than with many. */
+// With few hints the library used to compute scores on another scale than with many.
 TEST(Pocketsphinx, IsAsSureAmongManyHintsAsAmongFew) {
   const std::string many =
       "um,uh,well,oh,yes,yeah,yep,yup,sure,okay,correct,exactly,of,course,right,it,is,do,would,am,no,nope,not,really,"
@@ -144,7 +142,7 @@ TEST(Pocketsphinx, WindsUpWhenAskedTo) {
 
 TEST(Pocketsphinx, LeavesEndpointingToTheModule) {
   {
-    Call before(digit_names, "endpointing=no"); /* leaves its decoder in the middle of an utterance */
+    Call before(digit_names, "endpointing=no");  // leaves its decoder in the middle of an utterance
     before.start();
     before.hear(digit(7));
     EXPECT_TRUE(before.wait_reports(1));
@@ -154,7 +152,7 @@ TEST(Pocketsphinx, LeavesEndpointingToTheModule) {
   call.record.incompletetimeout = 5000;
   call.start();
   call.play(in_a_row({digit(1), digit(3)}, 200));
-  call.play(quiet(1200)); /* the module delivers in here, when 800 ms have brought no new text */
+  call.play(quiet(1200));  // the module delivers in here, when 800 ms have brought no new text
   call.play(in_a_row({digit(9)}, 200));
   call.play(quiet(300));
   call.stop();
@@ -194,7 +192,7 @@ TEST(Pocketsphinx, ReportsWhatKeepsItFromWorking) {
 
 TEST(Pocketsphinx, TakesTextsOfAnyKind) {
   Call call("");
-  memset(call.record.phrases, 'a', QUILLBROOK_TEXT_SIZE); /* no end, no word */
+  memset(call.record.phrases, 'a', QUILLBROOK_TEXT_SIZE);  // no end, no word
   memset(call.record.configuration, 0xFF, QUILLBROOK_TEXT_SIZE);
   memset(call.record.model, 'm', QUILLBROOK_TEXT_SIZE);
   memset(call.record.param, '%', QUILLBROOK_TEXT_SIZE);
@@ -207,10 +205,8 @@ TEST(Pocketsphinx, TakesTextsOfAnyKind) {
   EXPECT_STREQ(call.record.extra, "");
 }
 
-/*
- * The library would end the process over these files. In a process of its own, whose leaks nobody counts: what the
- * library had begun to make is given up.
- */
+// The library would end the process over these files. In a process of its own, whose leaks nobody counts: what the
+// library had begun to make is given up.
 TEST(PocketsphinxDeathTest, SurvivesADamagedModel) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   constexpr int survived = 7;

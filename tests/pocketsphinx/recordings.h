@@ -1,8 +1,5 @@
-/*
- * Recorded speech at 8 kHz, and quiet around it.
- */
-#ifndef TESTS_POCKETSPHINX_RECORDINGS_H
-#define TESTS_POCKETSPHINX_RECORDINGS_H
+// Recorded speech at 8 kHz, and quiet around it.
+#pragma once
 
 #include <cstdint>
 #include <cstring>
@@ -14,7 +11,7 @@
 
 using Samples = std::vector<int16_t>;
 
-/* Of a wav file with 16 bits at 8 kHz and a header of 44 bytes. */
+// Of a wav file with 16 bits at 8 kHz and a header of 44 bytes.
 inline Samples read_wav(const std::string &path) {
   std::ifstream file(path, std::ios::binary);
   std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
@@ -24,7 +21,7 @@ inline Samples read_wav(const std::string &path) {
   return samples;
 }
 
-/* Faint noise, as a telephone line has it. */
+// Faint noise, as a telephone line has it.
 inline Samples quiet(int milliseconds) {
   Samples samples(static_cast<size_t>(milliseconds) * 8);
   unsigned state = 1;
@@ -35,7 +32,7 @@ inline Samples quiet(int milliseconds) {
   return samples;
 }
 
-/* All of them, with so much quiet ahead of each and behind the last. */
+// All of them, with so much quiet ahead of each and behind the last.
 inline Samples in_a_row(const std::vector<Samples> &parts, int pause_ms) {
   const Samples pause = quiet(pause_ms);
   Samples all = pause;
@@ -45,5 +42,3 @@ inline Samples in_a_row(const std::vector<Samples> &parts, int pause_ms) {
   }
   return all;
 }
-
-#endif

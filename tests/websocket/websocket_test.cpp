@@ -1,7 +1,5 @@
-/*
- * The plugin against servers that behave and servers that do not. Each test says in its server function what the
- * server does; a Call plays the module: it owns the record and the stream file, and keeps what the plugin reports.
- */
+// The plugin against servers that behave and servers that do not. Each test says in its server function what the
+// server does; a Call plays the module: it owns the record and the stream file, and keeps what the plugin reports.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -30,14 +28,14 @@ size_t entries(const char *folder) {
   return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
 }
 
-/* The header of a WAV file under way: its sizes are not set, and a chunk that nobody knows stands in it. */
+// The header of a WAV file under way: its sizes are not set, and a chunk that nobody knows stands in it.
 std::string wav_header(int rate) {
   std::string header("RIFF\0\0\0\0WAVEjunk\3\0\0\0abc\0fmt \20\0\0\0\1\0\1\0........\2\0\20\0data\0\0\0\0", 56);
   for (int i = 0; i < 4; ++i) header[36 + i] = static_cast<char>(rate >> 8 * i);
   return header;
 }
 
-/* A call to the server at this URL. */
+// A call to the server at this URL.
 struct Call : Recognition {
   explicit Call(const std::string &url, const std::string &configuration = "", const std::string &format = "wav")
       : Recognition(format) {
@@ -54,7 +52,7 @@ std::string url_of(const Server &server) {
   return "ws://127.0.0.1:" + std::to_string(server.port());
 }
 
-/* A server that hears "yes" in any audio, and is sure of it at its end. */
+// A server that hears "yes" in any audio, and is sure of it at its end.
 void recognise(Peer &peer) {
   Message message;
   if (!peer.accept()) return;
@@ -69,14 +67,14 @@ void recognise(Peer &peer) {
   }
 }
 
-/* Up to the first chunk of audio. */
+// Up to the first chunk of audio.
 void greet(Peer &peer) {
   Message message;
   if (!peer.accept()) return;
   while (peer.receive(message) && message.opcode != kBinary) continue;
 }
 
-/* A certificate for the name, signed by itself. */
+// A certificate for the name, signed by itself.
 Server::Certificate certificate(const std::string &name) {
   Server::Certificate files = {scratch_folder() + "/" + name + ".pem", scratch_folder() + "/" + name + ".key"};
   const std::string command =
@@ -204,7 +202,7 @@ TEST(Conversation, ACatchingUpClientWaitsForAnswers) {
 
 constexpr char kShort[] = "connect_timeout=300, answer_timeout=300";
 
-/* Runs a call that must fail by itself. The module has its turns until then, and nothing of the call stays. */
+// Runs a call that must fail by itself. The module has its turns until then, and nothing of the call stays.
 void expect_failure(const Server::Serve &serve, const std::vector<Report> &reports, const std::string &reason,
                     int connections) {
   const size_t files = entries("/proc/self/fd");
@@ -224,7 +222,7 @@ void expect_failure(const Server::Serve &serve, const std::vector<Report> &repor
   EXPECT_EQ(entries("/proc/self/fd"), files);
 }
 
-/* Says this, and nothing more. */
+// Says this, and nothing more.
 Server::Serve saying(const std::string &bytes) {
   return [bytes](Peer &peer) {
     peer.raw(bytes);
