@@ -14,7 +14,7 @@ namespace {
 
 // The host gives each dialplan thread a call id of its own and notes it in the channel that it runs. Channels without
 // a dialplan, such as the far legs of a dial, may share that id.
-int match_dialplan_thread(void *object, void * , void *data, int) {
+int match_dialplan_thread(void *object, void *, void *data, int) {
   auto *channel = static_cast<struct ast_channel *>(object);
   const ast_callid wanted = *static_cast<const ast_callid *>(data);
   return ast_channel_pbx(channel) && ast_channel_callid(channel) == wanted ? CMP_MATCH | CMP_STOP : 0;

@@ -40,7 +40,7 @@ std::string repeated(const std::string &text, size_t count) {
   return all;
 }
 
-double cpuSeconds() {
+double cpu_seconds() {
   timespec time{};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
@@ -48,27 +48,27 @@ double cpuSeconds() {
 
 // Nanoseconds of processor time for one run each of two pieces of work, taken in turns; the best of all turns, since
 // other work on the machine only ever adds.
-std::pair<double, double> nanosecondsOf(const std::function<void()> &first, const std::function<void()> &second) {
+std::pair<double, double> nanoseconds_of(const std::function<void()> &first, const std::function<void()> &second) {
   const auto seconds = [](const std::function<void()> &work, size_t runs) {
-    const double start = cpuSeconds();
+    const double start = cpu_seconds();
     for (size_t i = 0; i < runs; ++i) {
       work();
     }
-    return cpuSeconds() - start;
+    return cpu_seconds() - start;
   };
-  const auto runsFor = [&](const std::function<void()> &work) {
+  const auto runs_for = [&](const std::function<void()> &work) {
     constexpr double kTurn = 0.01;
     return std::max<size_t>(1, static_cast<size_t>(kTurn / std::max(seconds(work, 1), 1e-7)));
   };
-  const size_t firstRuns = runsFor(first);
-  const size_t secondRuns = runsFor(second);
-  double firstBest = 1e9;
-  double secondBest = 1e9;
+  const size_t first_runs = runs_for(first);
+  const size_t second_runs = runs_for(second);
+  double first_best = 1e9;
+  double second_best = 1e9;
   for (int turn = 0; turn < 15; ++turn) {
-    firstBest = std::min(firstBest, seconds(first, firstRuns) / static_cast<double>(firstRuns));
-    secondBest = std::min(secondBest, seconds(second, secondRuns) / static_cast<double>(secondRuns));
+    first_best = std::min(first_best, seconds(first, first_runs) / static_cast<double>(first_runs));
+    second_best = std::min(second_best, seconds(second, second_runs) / static_cast<double>(second_runs));
   }
-  return {firstBest * 1e9, secondBest * 1e9};
+  return {first_best * 1e9, second_best * 1e9};
 }
 
 std::string duration(double nanoseconds) {
@@ -81,13 +81,13 @@ std::string duration(double nanoseconds) {
   return text;
 }
 
-bool allWithin = true;
+bool all_within = true;
 
 void row(const std::string &what, const std::string &first, const std::string &second, double ratio, double bound) {
   std::printf("| %-44s | %10s | %10s | %6.2f |", what.c_str(), first.c_str(), second.c_str(), ratio);
   if (bound > 0) {
     std::printf(" %5.1f |%s\n", bound, ratio <= bound ? "" : "  <-- above its bound");
-    allWithin = allWithin && ratio <= bound;
+    all_within = all_within && ratio <= bound;
   } else {
     std::printf("       |\n");
   }
@@ -100,7 +100,7 @@ void title(const char *what, const char *first, const char *second) {
 }
 
 // What the module does with a transcript: find the rule, then take the tags.
-size_t matchWithGrammar(const Grammar &grammar, const std::string &text) {
+size_t match_with_grammar(const Grammar &grammar, const std::string &text) {
   const std::string rule = grammar.getMatchingPublicRule(text);
   size_t count = 0;
   if (!rule.empty()) {
@@ -143,7 +143,7 @@ struct Sample {
   std::vector<std::string> texts;  // in lower case, a blank behind each word; the last one doesn't fit
 };
 
-std::string sampleFile(const char *name) {
+std::string sample_file(const char *name) {
   std::ifstream in(std::string(SAMPLE_GRAMMARS) + "/" + name);
   std::string text{std::istreambuf_iterator<char>(in), {}};
   std::transform(text.begin(), text.end(), text.begin(), [](char c) { return c == 'I' ? 'i' : c; });
@@ -151,7 +151,7 @@ std::string sampleFile(const char *name) {
 }
 
 // Names of a few syllables.
-std::string madeUpName(std::minstd_rand &random) {
+std::string made_up_name(std::minstd_rand &random) {
   constexpr const char *kSyllables[] = {"ba", "den", "kor", "li", "mon", "ra", "sel", "ta", "vin", "wes", "hu", "jo"};
   std::string name;
   for (size_t count = 2 + random() % 3; count > 0; --count) {
@@ -160,11 +160,11 @@ std::string madeUpName(std::minstd_rand &random) {
   return name;
 }
 
-std::string cityList(size_t count) {
+std::string city_list(size_t count) {
   std::minstd_rand random(7);
   std::string list = "paris {c0} | new york {c1} | san francisco {c2} | boston {c3}";
   for (size_t i = 4; i < count; ++i) {
-    list += " | " + madeUpName(random) + (i % 3 == 0 ? " city" : "") + " {c" + std::to_string(i) + "}";
+    list += " | " + made_up_name(random) + (i % 3 == 0 ? " city" : "") + " {c" + std::to_string(i) + "}";
   }
   return list;
 }
@@ -172,13 +172,13 @@ std::string cityList(size_t count) {
 std::vector<Sample> samples() {
   return {
       {"yes or no",
-       sampleFile("yesno.jsgf"),
+       sample_file("yesno.jsgf"),
        {"yes ", "um no thank you ", "yes it is please ", "that's not right ", "maybe later "}},
       {"digits",
-       sampleFile("digits.jsgf"),
+       sample_file("digits.jsgf"),
        {"one ", "four two zero ", "one two three four five six seven eight nine ", "one two please "}},
       {"pizza order",
-       sampleFile("pizza.jsgf"),
+       sample_file("pizza.jsgf"),
        {"two large pizzas with ham and olives please ",
         "i'd like a small thin crust pizza with extra cheese ham and tuna ",
         "hello can i get three pizzas and one big pizza without onions ", "a pizza with ham and "}},
@@ -187,7 +187,7 @@ std::vector<Sample> samples() {
            "public <r> = [i want | i need] [a] (flight | ticket) [from <city> {from}] to <city> {to} [<day> {day}]"
            " [please]; <day> = today | tomorrow | [next] (monday | tuesday | wednesday | thursday | friday);"
            "<city> = " +
-           cityList(80) + ";",
+           city_list(80) + ";",
        {"a flight from paris to new york tomorrow please ", "i want a ticket to boston ",
         "flight to san francisco next friday ", "a flight from paris tomorrow "}},
       {"hotel",
@@ -213,7 +213,7 @@ std::vector<Sample> samples() {
              std::minstd_rand random(3);
              std::string list = "sales {sales} | customer service {service} | lost baggage {bags}";
              for (int i = 0; i < 37; ++i) {
-               list += " | " + madeUpName(random) + " {d" + std::to_string(i) + "}";
+               list += " | " + made_up_name(random) + " {d" + std::to_string(i) + "}";
              }
              return list;
            }() +
@@ -223,17 +223,17 @@ std::vector<Sample> samples() {
   };
 }
 
-void compareWithRe2() {
+void compare_with_re2() {
   title("realistic grammars against RE2: match", "library", "RE2");
   double sum = 0;
   size_t count = 0;
   for (const Sample &sample : samples()) {
     const auto grammar = load(sample.source);
-    Regex regex(toRegularExpression(sample.source));
+    Regex regex(to_regular_expression(sample.source));
     for (const std::string &text : sample.texts) {
-      const bool shouldMatch = &text != &sample.texts.back();
-      if (grammar->getMatchingPublicRule(text).empty() == shouldMatch ||
-          RE2::FullMatch(text, regex.expression) != shouldMatch) {
+      const bool should_match = &text != &sample.texts.back();
+      if (grammar->getMatchingPublicRule(text).empty() == should_match ||
+          RE2::FullMatch(text, regex.expression) != should_match) {
         std::fprintf(stderr, "%s: \"%s\" is judged wrongly\n", sample.name.c_str(), text.c_str());
         std::exit(2);
       }
@@ -245,8 +245,9 @@ void compareWithRe2() {
         }
       };
     };
-    const auto [library, re2] = nanosecondsOf(all([&](const std::string &text) { matchWithGrammar(*grammar, text); }),
-                                              all([&](const std::string &text) { regex.match(text); }));
+    const auto [library, re2] =
+        nanoseconds_of(all([&](const std::string &text) { match_with_grammar(*grammar, text); }),
+                       all([&](const std::string &text) { regex.match(text); }));
     const auto texts = static_cast<double>(sample.texts.size());
     row(sample.name, duration(library / texts), duration(re2 / texts), library / re2, 4);
     sum += library / re2;
@@ -256,13 +257,13 @@ void compareWithRe2() {
 
   title("realistic grammars against RE2: load", "library", "RE2");
   for (const Sample &sample : samples()) {
-    const std::string pattern = toRegularExpression(sample.source);
-    const auto [library, re2] = nanosecondsOf([&] { load(sample.source); }, [&] { RE2 compiled(pattern); });
+    const std::string pattern = to_regular_expression(sample.source);
+    const auto [library, re2] = nanoseconds_of([&] { load(sample.source); }, [&] { RE2 compiled(pattern); });
     row(sample.name, duration(library), duration(re2), library / re2, 0.5);
   }
 }
 
-void compareLengths() {
+void compare_lengths() {
   constexpr size_t kShort = 5000;
   constexpr size_t kLong = 40'000;
   title("8 times the words", "5,000", "40,000");
@@ -283,7 +284,7 @@ void compareLengths() {
     const std::string shorter = text(kShort);
     const std::string longer = text(kLong);
     const auto [five, forty] =
-        nanosecondsOf([&] { matchWithGrammar(*grammar, shorter); }, [&] { matchWithGrammar(*grammar, longer); });
+        nanoseconds_of([&] { match_with_grammar(*grammar, shorter); }, [&] { match_with_grammar(*grammar, longer); });
     row(sample.what, duration(five), duration(forty), forty / five, 12);
   }
 }
@@ -293,7 +294,7 @@ std::vector<std::string> phrases(size_t count) {
   std::minstd_rand random(11);
   std::vector<std::string> vocabulary;
   for (int i = 0; i < 4000; ++i) {
-    vocabulary.push_back(madeUpName(random));
+    vocabulary.push_back(made_up_name(random));
   }
   std::vector<std::string> all;
   for (size_t i = 0; i < count; ++i) {
@@ -306,7 +307,7 @@ std::vector<std::string> phrases(size_t count) {
   return all;
 }
 
-std::string phraseGrammar(const std::vector<std::string> &list, size_t count) {
+std::string phrase_grammar(const std::vector<std::string> &list, size_t count) {
   std::string source = kHead + "public <r> = ";
   for (size_t i = 0; i < count; ++i) {
     source += (i == 0 ? "" : "| ") + list[i] + "{" + std::to_string(i) + "}\n";
@@ -314,31 +315,31 @@ std::string phraseGrammar(const std::vector<std::string> &list, size_t count) {
   return source + ";";
 }
 
-void compareSizes() {
+void compare_sizes() {
   constexpr size_t kMany = 50'000;
   constexpr size_t kFew = 500;
   const std::vector<std::string> list = phrases(kMany);
-  const std::string source = phraseGrammar(list, kMany);
-  const auto few = load(phraseGrammar(list, kFew));
+  const std::string source = phrase_grammar(list, kMany);
+  const auto few = load(phrase_grammar(list, kFew));
 
-  heapBytesAtMost = heapBytes;
-  const size_t before = heapBytes;
+  heap_bytes_at_most = heap_bytes;
+  const size_t before = heap_bytes;
   const auto many = load(source);
-  const auto perByte = [&](size_t bytes) {
+  const auto per_byte = [&](size_t bytes) {
     return static_cast<double>(bytes - before) / static_cast<double>(source.size());
   };
-  const double kept = perByte(heapBytes);
-  const double most = perByte(heapBytesAtMost);
+  const double kept = per_byte(heap_bytes);
+  const double most = per_byte(heap_bytes_at_most);
 
   title("100 times the alternatives", "500", "50,000");
   const auto all = [&](const Grammar &grammar) {
     return [&] {
       for (size_t i = 0; i < 100; ++i) {
-        matchWithGrammar(grammar, list[i * (kFew / 100)]);
+        match_with_grammar(grammar, list[i * (kFew / 100)]);
       }
     };
   };
-  const auto [fewTime, manyTime] = nanosecondsOf(all(*few), all(*many));
+  const auto [fewTime, manyTime] = nanoseconds_of(all(*few), all(*many));
   row("match of one of the 500", duration(fewTime / 100), duration(manyTime / 100), manyTime / fewTime, 1.5);
 
   title("50,000 phrases: load", "library", "RE2");
@@ -348,19 +349,19 @@ void compareSizes() {
   }
   RE2::Options options;
   options.set_max_mem(int64_t{4} << 30U);
-  const auto [library, re2] = nanosecondsOf([&] { load(source); }, [&] { RE2 compiled(pattern, options); });
+  const auto [library, re2] = nanoseconds_of([&] { load(source); }, [&] { RE2 compiled(pattern, options); });
   row(std::to_string(source.size()) + " bytes of source, no captures", duration(library), duration(re2), library / re2,
       0.5);
 
   title("50,000 phrases: size", "25,000", "50,000");
-  const std::string half = phraseGrammar(list, kMany / 2);
-  const auto [halfTime, wholeTime] = nanosecondsOf([&] { load(half); }, [&] { load(source); });
+  const std::string half = phrase_grammar(list, kMany / 2);
+  const auto [halfTime, wholeTime] = nanoseconds_of([&] { load(half); }, [&] { load(source); });
   row("load, twice the bytes", duration(halfTime), duration(wholeTime), wholeTime / halfTime, 2.5);
   row("heap kept, bytes for a source byte", "", "", kept, 24);
   row("heap at most while loading", "", "", most, 24);
 }
 
-void loadOnSmallStack() {
+void load_on_small_stack() {
   constexpr size_t kStack = size_t{256} * 1024;
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
@@ -369,9 +370,9 @@ void loadOnSmallStack() {
   const auto work = [](void *) -> void * {
     constexpr size_t kDeep = 100'000;
     const std::string source = kHead + "public <r> = " + repeated("(", kDeep) + "x" + repeated(")", kDeep) + ";";
-    const double start = cpuSeconds();
+    const double start = cpu_seconds();
     load(source);
-    const double seconds = cpuSeconds() - start;
+    const double seconds = cpu_seconds() - start;
     std::printf("\n100,000 nested groups, loaded and released on a stack of 256 KiB: %.1f ms\n", seconds * 1e3);
     return nullptr;
   };
@@ -385,10 +386,10 @@ void loadOnSmallStack() {
 }  // namespace
 
 int main() {
-  compareWithRe2();
-  compareLengths();
-  compareSizes();
-  loadOnSmallStack();
-  std::printf("\n%s\n", allWithin ? "All ratios are within their bounds." : "Some ratios are above their bounds.");
-  return allWithin ? 0 : 1;
+  compare_with_re2();
+  compare_lengths();
+  compare_sizes();
+  load_on_small_stack();
+  std::printf("\n%s\n", all_within ? "All ratios are within their bounds." : "Some ratios are above their bounds.");
+  return all_within ? 0 : 1;
 }

@@ -94,6 +94,6 @@ private:
 
 }  // namespace
 
-std::string toRegularExpression(const std::string &jsgf) {
+std::string to_regular_expression(const std::string &jsgf) {
   return Translator(jsgf).pattern;
 }

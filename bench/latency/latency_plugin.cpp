@@ -23,7 +23,7 @@
 
 namespace {
 
-constexpr useconds_t FILE_POLL = 1000;
+constexpr useconds_t kFilePoll = 1000;
 std::atomic<int> utterances{0};
 
 int64_t microseconds(const timespec &time) {
@@ -40,7 +40,7 @@ bool stopped(const quillbrook_context *context) {
   return __atomic_load_n(&context->hangup, __ATOMIC_ACQUIRE) != 0;
 }
 
-struct settings {
+struct Settings {
   int bytes = 0;
   int tick = 0;
   char path[1024] = "";
@@ -58,7 +58,7 @@ int64_t wait_for_utterance(quillbrook_context *context, int bytes) {
       context->callback(context, nullptr, QUILLBROOK_SCORE_INTERIM);
       last_tick = now();
     }
-    usleep(FILE_POLL);
+    usleep(kFilePoll);
   }
   return 0;
 }
@@ -83,7 +83,7 @@ PLUGIN_EXPORT int quillbrook_init(quillbrook_context *) {
 }
 
 PLUGIN_EXPORT void *quillbrook_loop(quillbrook_context *context) {
-  settings wanted;
+  Settings wanted;
   if (sscanf(context->configuration, "%d %d %1023s", &wanted.bytes, &wanted.tick, wanted.path) != 3) {
     snprintf(context->extra, sizeof(context->extra), "ERROR: the configuration is not BYTES TICK PATH");
     return nullptr;

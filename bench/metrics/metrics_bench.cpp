@@ -26,9 +26,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-constexpr auto frame_time = 20ms;
-constexpr auto message_time = 100ms;
-constexpr int dialplan_threads = 4;
+constexpr auto kFrameTime = 20ms;
+constexpr auto kMessageTime = 100ms;
+constexpr int kDialplanThreads = 4;
 
 // Durations from all threads, in microseconds. Each thread collects its own and hands them in at the end of the phase.
 class Durations {
@@ -92,9 +92,9 @@ int plugin_init(quillbrook_context *) {
 
 void *plugin_loop(quillbrook_context *context) {
   Collector collector(messages);
-  for (auto next = Clock::now(); __atomic_load_n(&context->hangup, __ATOMIC_ACQUIRE) == 0; next += message_time) {
+  for (auto next = Clock::now(); __atomic_load_n(&context->hangup, __ATOMIC_ACQUIRE) == 0; next += kMessageTime) {
     collector.add(microseconds([&] { context->callback(context, "good mor", QUILLBROOK_SCORE_INTERIM); }));
-    std::this_thread::sleep_until(next + message_time);
+    std::this_thread::sleep_until(next + kMessageTime);
   }
   return nullptr;
 }
@@ -118,11 +118,11 @@ void run_sessions(int count, const std::atomic<bool> &ended) {
   {
     Collector collector(frames);
     std::vector<int16_t> audio(160, 1000);
-    for (auto next = Clock::now(); !ended; next += frame_time) {
+    for (auto next = Clock::now(); !ended; next += kFrameTime) {
       for (ast_speech &speech : speeches) {
         collector.add(microseconds([&] { quillbrook_recog_write(&speech, audio.data(), 320); }));
       }
-      std::this_thread::sleep_until(next + frame_time);
+      std::this_thread::sleep_until(next + kFrameTime);
     }
   }
   for (ast_speech &speech : speeches) {
@@ -152,7 +152,7 @@ void run_phase(const char *name, Clock::duration length, Clock::duration pause) 
   }
   ++phase;
   const double processor = processor_seconds() - processor_before;
-  std::this_thread::sleep_for(3 * message_time);  // all threads have handed in
+  std::this_thread::sleep_for(3 * kMessageTime);  // all threads have handed in
   const double share = 100 * processor / std::chrono::duration<double>(length).count();
   printf("%s: processor %.1f %% of one core\n", name, share);
   frames.print("frame");
@@ -164,7 +164,7 @@ void run_phase(const char *name, Clock::duration length, Clock::duration pause) 
 
 int main(int argc, char **argv) {
   const std::chrono::seconds length(argc > 1 ? std::max(1, atoi(argv[1])) : 10);
-  const int sessions = argc > 2 ? std::max(dialplan_threads, atoi(argv[2])) : 100;
+  const int sessions = argc > 2 ? std::max(kDialplanThreads, atoi(argv[2])) : 100;
   setvbuf(stdout, nullptr, _IOLBF, 0);
 
   stand_in::reset();
@@ -179,8 +179,8 @@ int main(int argc, char **argv) {
 
   std::atomic<bool> ended{false};
   std::vector<std::thread> threads;
-  for (int index = 0; index < dialplan_threads; ++index) {
-    const int count = sessions / dialplan_threads + (index < sessions % dialplan_threads ? 1 : 0);
+  for (int index = 0; index < kDialplanThreads; ++index) {
+    const int count = sessions / kDialplanThreads + (index < sessions % kDialplanThreads ? 1 : 0);
     threads.emplace_back([count, &ended] { run_sessions(count, ended); });
   }
   while (quillbrook_statistics_read().stats.sessions_active < static_cast<unsigned>(sessions)) {
@@ -190,7 +190,7 @@ int main(int argc, char **argv) {
   printf("%d sessions, %d s a phase. Microseconds:   count   median      99%%    99.9%%      max\n", sessions,
          static_cast<int>(length.count()));
   ++phase;
-  std::this_thread::sleep_for(3 * message_time);
+  std::this_thread::sleep_for(3 * kMessageTime);
   frames.clear();
   messages.clear();
   run_phase("not scraped", length, length);

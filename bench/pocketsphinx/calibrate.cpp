@@ -23,7 +23,7 @@
 
 namespace {
 
-using namespace pocketsphinx_plugin;
+using namespace quillbrook::pocketsphinx;
 
 struct Recording {
   std::string file;
@@ -118,9 +118,9 @@ struct Cost {
 
 // One word, or string of words, in a call whose channel is known so well.
 Result hear(Decoder &decoder, const Hints &hints, const Samples &speech, Channel &channel, Cost &cost) {
-  constexpr int quiet_ms = 500;
-  UtteranceDecoder utterance(decoder, &hints, quiet_ms, channel, [] { return true; });
-  Samples all = in_a_row({speech}, quiet_ms);
+  constexpr int kQuietMs = 500;
+  UtteranceDecoder utterance(decoder, &hints, kQuietMs, channel, [] { return true; });
+  Samples all = in_a_row({speech}, kQuietMs);
   double start = processor_seconds();
   for (size_t begin = 0; begin < all.size(); begin += 160) {
     utterance.feed(all.data() + begin, std::min<size_t>(160, all.size() - begin));
@@ -140,8 +140,8 @@ struct Outcome {
 
 // An answer without a word is as wrong as can be, and cannot be accepted.
 Outcome outcome(const Result &result, const std::string &said) {
-  constexpr double no_word = 100;
-  return {result.text == said && !said.empty(), result.text.empty() ? no_word : result.shortfall};
+  constexpr double kNoWord = 100;
+  return {result.text == said && !said.empty(), result.text.empty() ? kNoWord : result.shortfall};
 }
 
 // The logistic curve through the outcomes, right and wrong ones weighing the same, by gradient descent.

@@ -23,10 +23,10 @@
 
 #define JSGFKITXX_EXPORT __attribute__((visibility("default")))
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 class LastMatch;
 class Program;
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf
 
 // A rule of a grammar. Keeps what it needs of the grammar alive.
 class Rule;
@@ -73,6 +73,6 @@ public:
 
 private:
   std::string name_;
-  std::shared_ptr<const jsgf::Program> program_;
-  std::unique_ptr<jsgf::LastMatch> lastMatch_;  // has a lock of its own
+  std::shared_ptr<const quillbrook::jsgf::Program> program_;
+  std::unique_ptr<quillbrook::jsgf::LastMatch> last_match_;  // has a lock of its own
 };

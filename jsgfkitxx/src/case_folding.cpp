@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <iterator>
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 namespace {
 
@@ -75,7 +75,7 @@ constexpr FoldedRange kFolded[] = {
 
 }  // namespace
 
-char32_t foldCase(char32_t character) {
+char32_t fold_case(char32_t character) {
   if (character < 0x80) {
     return character >= 'A' && character <= 'Z' ? character + ('a' - 'A') : character;
   }
@@ -87,4 +87,4 @@ char32_t foldCase(char32_t character) {
   return static_cast<char32_t>(static_cast<int32_t>(character) + range->distance);
 }
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

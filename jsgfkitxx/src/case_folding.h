@@ -1,9 +1,9 @@
 #pragma once
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 // Simple case folding, one character to one: Latin, Greek, Cyrillic, Armenian and the full-width Latin letters. Others
 // come back unchanged.
-char32_t foldCase(char32_t character);
+char32_t fold_case(char32_t character);
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

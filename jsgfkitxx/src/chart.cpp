@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <new>
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 namespace {
 
@@ -13,7 +13,7 @@ constexpr size_t kMaxItems = size_t{1} << 26U;
 
 }  // namespace
 
-size_t ItemTable::slotOf(uint32_t place, uint32_t goal) const {
+size_t ItemTable::slot_of(uint32_t place, uint32_t goal) const {
   const size_t mask = slots_.size() - 1;
   const uint64_t key = (static_cast<uint64_t>(goal) << 32U | place) * 0x9E3779B97F4A7C15U;
   size_t slot = static_cast<size_t>(key >> 32U) & mask;
@@ -24,15 +24,15 @@ size_t ItemTable::slotOf(uint32_t place, uint32_t goal) const {
 }
 
 uint32_t ItemTable::find(uint32_t place, uint32_t goal) const {
-  const uint32_t item = slots_[slotOf(place, goal)];
+  const uint32_t item = slots_[slot_of(place, goal)];
   return item >= first_ ? item : 0;
 }
 
-uint32_t ItemTable::findOrAdd(uint32_t place, uint32_t goal, uint32_t item) {
+uint32_t ItemTable::find_or_add(uint32_t place, uint32_t goal, uint32_t item) {
   if ((count_ + 1) * 2 > slots_.size()) {
     grow();
   }
-  const size_t slot = slotOf(place, goal);
+  const size_t slot = slot_of(place, goal);
   if (slots_[slot] >= first_) {
     return slots_[slot];
   }
@@ -46,40 +46,40 @@ void ItemTable::grow() {
   old.swap(slots_);
   for (const uint32_t item : old) {
     if (item >= first_) {
-      slots_[slotOf(items_[item].place, items_[item].goal)] = item;
+      slots_[slot_of(items_[item].place, items_[item].goal)] = item;
     }
   }
 }
 
-void ItemTable::restartAt(size_t first) {
+void ItemTable::restart_at(size_t first) {
   std::fill(slots_.begin(), slots_.end(), 0);
-  startAt(first);
+  start_at(first);
 }
 
 Chart::Chart(const Program &program, const std::vector<uint32_t> &text)
-    : program_(program), text_(text), positionStart_(text.size() + 1), table_(items_) {
+    : program_(program), text_(text), position_start_(text.size() + 1), table_(items_) {
   items_.reserve(8 * (text.size() + 1));
   items_.push_back({kNowhere, 0, 0, 0});
-  goals_.push_back({0, textLength(), 0});
+  goals_.push_back({0, text_length(), 0});
   if (!program.calls.empty()) {
     joins_.push_back({});
     waiters_.push_back({});
-    goalOfComponent_.assign(program.ends.size(), 0);
+    goal_of_component_.assign(program.ends.size(), 0);
   }
-  size_t wordItemsEnd = 0;
-  startPosition(textLength());
+  size_t word_items_end = 0;
+  start_position(text_length());
   items_.push_back({program.ends[0], 0, 0, 0});
-  closePosition(textLength());
-  for (uint32_t position = textLength(); position-- > 0;) {
-    const uint32_t from = positionStart_[position + 1];
+  close_position(text_length());
+  for (uint32_t position = text_length(); position-- > 0;) {
+    const uint32_t from = position_start_[position + 1];
     const auto to = static_cast<uint32_t>(items_.size());
-    startPosition(position);
+    start_position(position);
     for (uint32_t behind = from; behind < to; ++behind) {
       const Item item = items_[behind];
-      if (program.places[item.place].behindWord == 0) {
+      if (program.places[item.place].behind_word == 0) {
         continue;
       }
-      const uint32_t place = program.wordBefore(item.place, text[position]);
+      const uint32_t place = program.word_before(item.place, text[position]);
       if (place != kNowhere) {
         items_.push_back({place, item.goal, behind, 0});
       }
@@ -87,41 +87,41 @@ Chart::Chart(const Program &program, const std::vector<uint32_t> &text)
     if (items_.size() == to) {
       return;
     }
-    wordItemsEnd = items_.size();
-    closePosition(position);
+    word_items_end = items_.size();
+    close_position(position);
   }
   // Other items are in the table already.
-  for (size_t item = positionStart_[0]; item < wordItemsEnd; ++item) {
-    table_.findOrAdd(items_[item].place, items_[item].goal, static_cast<uint32_t>(item));
+  for (size_t item = position_start_[0]; item < word_items_end; ++item) {
+    table_.find_or_add(items_[item].place, items_[item].goal, static_cast<uint32_t>(item));
   }
-  reachesStart_ = true;
+  reaches_start_ = true;
 }
 
-void Chart::startPosition(uint32_t position) {
-  positionStart_[position] = static_cast<uint32_t>(items_.size());
-  table_.startAt(items_.size());
+void Chart::start_position(uint32_t position) {
+  position_start_[position] = static_cast<uint32_t>(items_.size());
+  table_.start_at(items_.size());
 }
 
-void Chart::fillTable(uint32_t position, ItemTable &table) const {
-  const size_t end = position == 0 ? items_.size() : positionStart_[position - 1];
-  table.restartAt(positionStart_[position]);
-  for (size_t item = positionStart_[position]; item < end; ++item) {
-    table.findOrAdd(items_[item].place, items_[item].goal, static_cast<uint32_t>(item));
+void Chart::fill_table(uint32_t position, ItemTable &table) const {
+  const size_t end = position == 0 ? items_.size() : position_start_[position - 1];
+  table.restart_at(position_start_[position]);
+  for (size_t item = position_start_[position]; item < end; ++item) {
+    table.find_or_add(items_[item].place, items_[item].goal, static_cast<uint32_t>(item));
   }
 }
 
 // Adds all items that reach one of the position's items without a word.
-void Chart::closePosition(uint32_t position) {
+void Chart::close_position(uint32_t position) {
   if (items_.size() > kMaxItems) {
     throw std::bad_alloc();
   }
-  for (uint32_t index = positionStart_[position]; index < items_.size(); ++index) {
+  for (uint32_t index = position_start_[position]; index < items_.size(); ++index) {
     const uint32_t place = items_[index].place;
     const uint32_t goal = items_[index].goal;
     if (static_cast<PlaceKind>(program_.places[place].kind) == PlaceKind::kEntry) {
       complete(index);
     }
-    for (uint32_t i = program_.edgesBegin[place]; i < program_.edgesBegin[place + 1]; ++i) {
+    for (uint32_t i = program_.edges_begin[place]; i < program_.edges_begin[place + 1]; ++i) {
       const Edge edge = program_.edges[i];
       if (static_cast<PlaceKind>(program_.places[edge.source].kind) == PlaceKind::kCall) {
         await(edge.source, index, position);
@@ -133,7 +133,7 @@ void Chart::closePosition(uint32_t position) {
 }
 
 void Chart::add(uint32_t place, uint32_t goal, uint32_t target, uint32_t branch) {
-  const uint32_t known = table_.findOrAdd(place, goal, static_cast<uint32_t>(items_.size()));
+  const uint32_t known = table_.find_or_add(place, goal, static_cast<uint32_t>(items_.size()));
   if (known == 0) {
     items_.push_back({place, goal, target, branch});
   } else if (branch < items_[known].branch) {
@@ -145,10 +145,10 @@ void Chart::add(uint32_t place, uint32_t goal, uint32_t target, uint32_t branch)
 // The place behind a call was reached: its callee has to end here.
 void Chart::await(uint32_t call, uint32_t back, uint32_t position) {
   const Callee &callee = program_.callees[program_.calls[program_.places[call].value].callee];
-  uint32_t goal = goalOfComponent_[callee.component];
+  uint32_t goal = goal_of_component_[callee.component];
   if (goal == 0 || goals_[goal].end != position) {
     goal = static_cast<uint32_t>(goals_.size());
-    goalOfComponent_[callee.component] = goal;
+    goal_of_component_[callee.component] = goal;
     goals_.push_back({callee.component, position, 0});
     items_.push_back({program_.ends[callee.component], goal, 0, 0});
   }
@@ -156,9 +156,9 @@ void Chart::await(uint32_t call, uint32_t back, uint32_t position) {
   goals_[goal].waiters = static_cast<uint32_t>(waiters_.size() - 1);
   // An entry that was reached before is not completed again. (One that's still to be completed gives this join twice,
   // which does no harm.)
-  const uint32_t entry = callee.canBeEmpty ? table_.find(callee.entry, goal) : 0;
+  const uint32_t entry = callee.can_be_empty ? table_.find(callee.entry, goal) : 0;
   if (entry != 0) {
-    addJoin(call, entry, back);
+    add_join(call, entry, back);
   }
 }
 
@@ -168,14 +168,14 @@ void Chart::complete(uint32_t entry) {
   for (uint32_t waiter = goals_[items_[entry].goal].waiters; waiter != 0; waiter = waiters_[waiter].next) {
     const uint32_t call = waiters_[waiter].call;
     if (program_.calls[program_.places[call].value].callee == callee) {
-      addJoin(call, entry, waiters_[waiter].back);
+      add_join(call, entry, waiters_[waiter].back);
     }
   }
 }
 
-void Chart::addJoin(uint32_t call, uint32_t entry, uint32_t back) {
+void Chart::add_join(uint32_t call, uint32_t entry, uint32_t back) {
   const uint32_t goal = items_[back].goal;
-  uint32_t item = table_.findOrAdd(call, goal, static_cast<uint32_t>(items_.size()));
+  uint32_t item = table_.find_or_add(call, goal, static_cast<uint32_t>(items_.size()));
   if (item == 0) {
     item = static_cast<uint32_t>(items_.size());
     items_.push_back({call, goal, 0, 0});
@@ -184,4 +184,4 @@ void Chart::addJoin(uint32_t call, uint32_t entry, uint32_t back) {
   items_[item].target = static_cast<uint32_t>(joins_.size() - 1);
 }
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

@@ -6,7 +6,7 @@
 
 #include "program.h"
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 // For each position of a text, the places from which the rest of the text can be spoken. Filled from the last position
 // to the first, so that only places are met that lead to the end; a walk from the front then needs no looking ahead.
@@ -35,19 +35,19 @@ public:
   explicit ItemTable(const std::vector<Item> &items) : items_(items), slots_(kFirstSize, 0) {}
 
   // Forgets all; only items from `first` on will be added, each above those of all earlier positions ...
-  void startAt(size_t first) { first_ = first, count_ = 0; }
+  void start_at(size_t first) { first_ = first, count_ = 0; }
   // ... or in any order.
-  void restartAt(size_t first);
+  void restart_at(size_t first);
 
   // 0 when there is none.
   uint32_t find(uint32_t place, uint32_t goal) const;
   // Adds `item` for the place and the goal, whose fields needn't be set yet, unless there is one; gives that or 0.
-  uint32_t findOrAdd(uint32_t place, uint32_t goal, uint32_t item);
+  uint32_t find_or_add(uint32_t place, uint32_t goal, uint32_t item);
 
 private:
   static constexpr size_t kFirstSize = 64;
 
-  size_t slotOf(uint32_t place, uint32_t goal) const;
+  size_t slot_of(uint32_t place, uint32_t goal) const;
   void grow();
 
   const std::vector<Item> &items_;
@@ -64,17 +64,17 @@ public:
   Chart &operator=(const Chart &) = delete;
 
   // The item of a place at the start of the text with the whole text as its goal; 0 when there is none.
-  uint32_t itemAtStart(uint32_t place) const { return reachesStart_ ? table_.find(place, 0) : 0; }
+  uint32_t item_at_start(uint32_t place) const { return reaches_start_ ? table_.find(place, 0) : 0; }
 
   const Item &item(uint32_t index) const { return items_[index]; }
   const Join &join(uint32_t index) const { return joins_[index]; }
-  uint32_t goalEnd(uint32_t goal) const { return goals_[goal].end; }
-  uint32_t textLength() const { return static_cast<uint32_t>(text_.size()); }
+  uint32_t goal_end(uint32_t goal) const { return goals_[goal].end; }
+  uint32_t text_length() const { return static_cast<uint32_t>(text_.size()); }
 
   const std::vector<Item> &items() const { return items_; }
 
   // Makes a table of all items of one position.
-  void fillTable(uint32_t position, ItemTable &table) const;
+  void fill_table(uint32_t position, ItemTable &table) const;
 
 private:
   struct Goal {
@@ -90,12 +90,12 @@ private:
     uint32_t next;
   };
 
-  void startPosition(uint32_t position);
-  void closePosition(uint32_t position);
+  void start_position(uint32_t position);
+  void close_position(uint32_t position);
   void add(uint32_t place, uint32_t goal, uint32_t target, uint32_t branch);
   void await(uint32_t call, uint32_t back, uint32_t position);
   void complete(uint32_t entry);
-  void addJoin(uint32_t call, uint32_t entry, uint32_t back);
+  void add_join(uint32_t call, uint32_t entry, uint32_t back);
 
   const Program &program_;
   const std::vector<uint32_t> &text_;
@@ -103,10 +103,10 @@ private:
   std::vector<Join> joins_;
   std::vector<Goal> goals_;
   std::vector<Waiter> waiters_;
-  std::vector<uint32_t> goalOfComponent_;  // the newest
-  std::vector<uint32_t> positionStart_;
+  std::vector<uint32_t> goal_of_component_;  // the newest
+  std::vector<uint32_t> position_start_;
   ItemTable table_;
-  bool reachesStart_ = false;
+  bool reaches_start_ = false;
 };
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 namespace {
 
@@ -17,7 +17,7 @@ constexpr uint64_t kCopyGrowth = 4;
 constexpr uint32_t kMaxNumber = (1U << 28U) - 1;
 constexpr uint32_t kEndOfText = 0;
 
-uint64_t saturatingAdd(uint64_t a, uint64_t b) {
+uint64_t saturating_add(uint64_t a, uint64_t b) {
   constexpr uint64_t kMost = uint64_t{1} << 62U;
   return std::min(a + b, kMost);
 }
@@ -28,39 +28,39 @@ Compiler::Compiler(const Syntax &syntax, const Components &components, RuleShari
     : syntax_(syntax), components_(components), sharing_(sharing), program_(program) {}
 
 void Compiler::compile() {
-  const size_t ruleCount = syntax_.rules.size();
-  calleeOfRule_.assign(ruleCount, kNowhere);
-  publicEntry_.assign(ruleCount, kNowhere);
-  entryOfRule_.assign(ruleCount, kNowhere);
+  const size_t rule_count = syntax_.rules.size();
+  callee_of_rule_.assign(rule_count, kNowhere);
+  public_entry_.assign(rule_count, kNowhere);
+  entry_of_rule_.assign(rule_count, kNowhere);
   program_.places.reserve(syntax_.symbols.size());
-  program_.tagCells.reserve(syntax_.tags.size() + 1);
-  program_.tagCells.push_back({0, 0});
-  program_.ends.push_back(addPlace(PlaceKind::kEnd, 0, kNowhere));
-  growWordSlots();
+  program_.tag_cells.reserve(syntax_.tags.size() + 1);
+  program_.tag_cells.push_back({0, 0});
+  program_.ends.push_back(add_place(PlaceKind::kEnd, 0, kNowhere));
+  grow_word_slots();
 
-  chooseCalled();
-  findReferred();
+  choose_called();
+  find_referred();
   for (size_t component = 0; component < components_.list.size(); ++component) {
     if (called_[component] && referred_[component]) {
-      compileCallees(components_.list[component]);
+      compile_callees(components_.list[component]);
     }
   }
-  program_.rules.resize(ruleCount);
-  for (uint32_t rule = 0; rule < ruleCount; ++rule) {
-    program_.rules[rule].isPublic = syntax_.rules[rule].isPublic;
-    if (syntax_.rules[rule].isPublic) {
-      program_.rules[rule].entry = compilePublic(rule);
+  program_.rules.resize(rule_count);
+  for (uint32_t rule = 0; rule < rule_count; ++rule) {
+    program_.rules[rule].is_public = syntax_.rules[rule].is_public;
+    if (syntax_.rules[rule].is_public) {
+      program_.rules[rule].entry = compile_public(rule);
     }
   }
 }
 
 // Decides which components are called and which are copied to each place that refers to them.
-void Compiler::chooseCalled() {
+void Compiler::choose_called() {
   const size_t count = components_.list.size();
   std::vector<uint64_t> size(count, 0);
   std::vector<uint32_t> uses(count, 0);
   called_.assign(count, false);
-  const auto component = [&](uint32_t rule) { return components_.ofRule[rule]; };
+  const auto component = [&](uint32_t rule) { return components_.of_rule[rule]; };
   // Symbols after copying; a call is one.
   const auto measure = [&](uint32_t number) {
     uint64_t sum = 0;
@@ -69,21 +69,21 @@ void Compiler::chooseCalled() {
       const RuleDefinition &definition = syntax_.rules[rule];
       for (uint32_t at = definition.begin; at < definition.end; ++at) {
         const Symbol symbol = syntax_.symbols[at];
-        const bool isReference = symbol.kind == SymbolKind::kReference;
-        const uint32_t target = isReference ? component(syntax_.references[symbol.value].target) : number;
-        sum = saturatingAdd(sum, target == number || called_[target] ? 1 : size[target]);
+        const bool is_reference = symbol.kind == SymbolKind::kReference;
+        const uint32_t target = is_reference ? component(syntax_.references[symbol.value].target) : number;
+        sum = saturating_add(sum, target == number || called_[target] ? 1 : size[target]);
       }
     }
     return sum;
   };
   uint64_t whole = 0;
   for (uint32_t number = 0; number < count; ++number) {
-    called_[number] = sharing_ == RuleSharing::kEverywhere || components_.list[number].tagsAfterRecursion;
+    called_[number] = sharing_ == RuleSharing::kEverywhere || components_.list[number].tags_after_recursion;
     size[number] = measure(number);
   }
   for (uint32_t rule = 0; rule < syntax_.rules.size(); ++rule) {
-    if (syntax_.rules[rule].isPublic) {
-      whole = saturatingAdd(whole, size[component(rule)]);
+    if (syntax_.rules[rule].is_public) {
+      whole = saturating_add(whole, size[component(rule)]);
       ++uses[component(rule)];
     }
   }
@@ -102,12 +102,12 @@ void Compiler::chooseCalled() {
   }
 }
 
-void Compiler::findReferred() {
+void Compiler::find_referred() {
   referred_.assign(components_.list.size(), false);
   std::vector<bool> needed(components_.list.size(), false);
   for (uint32_t rule = 0; rule < syntax_.rules.size(); ++rule) {
-    if (syntax_.rules[rule].isPublic) {
-      needed[components_.ofRule[rule]] = true;
+    if (syntax_.rules[rule].is_public) {
+      needed[components_.of_rule[rule]] = true;
     }
   }
   // A component stands behind those that it refers to.
@@ -118,7 +118,7 @@ void Compiler::findReferred() {
         if (syntax_.symbols[at].kind != SymbolKind::kReference) {
           continue;
         }
-        const uint32_t target = components_.ofRule[syntax_.references[syntax_.symbols[at].value].target];
+        const uint32_t target = components_.of_rule[syntax_.references[syntax_.symbols[at].value].target];
         needed[target] = true;
         referred_[target] = referred_[target] || target != number;
       }
@@ -126,30 +126,30 @@ void Compiler::findReferred() {
   }
 }
 
-void Compiler::compileCallees(const Component &component) {
+void Compiler::compile_callees(const Component &component) {
   const auto number = static_cast<uint32_t>(program_.ends.size());
-  const uint32_t end = addPlace(PlaceKind::kEnd, number, kNowhere);
+  const uint32_t end = add_place(PlaceKind::kEnd, number, kNowhere);
   program_.ends.push_back(end);
   current_ = {end, 0};
-  openRecursion(0);
+  open_recursion(0);
   for (uint32_t i = 0; i < component.count; ++i) {
     const uint32_t rule = components_.rules[component.first + i];
     const auto callee = static_cast<uint32_t>(program_.callees.size());
-    calleeOfRule_[rule] = callee;
-    entryOfRule_[rule] = addPlace(PlaceKind::kEntry, addBranches(1), callee);
-    program_.callees.push_back({entryOfRule_[rule], number, false, false});
+    callee_of_rule_[rule] = callee;
+    entry_of_rule_[rule] = add_place(PlaceKind::kEntry, add_branches(1), callee);
+    program_.callees.push_back({entry_of_rule_[rule], number, false, false});
     entered_.push_back(rule);
   }
-  continueRecursion();
+  continue_recursion();
   run();
 }
 
-Link Compiler::compilePublic(uint32_t rule) {
-  if (publicEntry_[rule] != kNowhere) {
-    return {publicEntry_[rule], 0};
+Link Compiler::compile_public(uint32_t rule) {
+  if (public_entry_[rule] != kNowhere) {
+    return {public_entry_[rule], 0};
   }
   current_ = {kEndOfText, 0};
-  enterRule(rule, 0);
+  enter_rule(rule, 0);
   run();
   return current_;
 }
@@ -161,188 +161,188 @@ void Compiler::run() {
 }
 
 void Compiler::read(Symbol symbol) {
-  const bool isDead = current_.place == kNowhere;
+  const bool is_dead = current_.place == kNowhere;
   switch (symbol.kind) {
     case SymbolKind::kWord:
-      if (!isDead) {
-        current_.place = wordPlace(symbol.value, current_.place);
+      if (!is_dead) {
+        current_.place = word_place(symbol.value, current_.place);
       }
-      endItem();
+      end_item();
       break;
     case SymbolKind::kReference:
-      readReference(syntax_.references[symbol.value]);
+      read_reference(syntax_.references[symbol.value]);
       break;
     case SymbolKind::kVoid:
       current_ = {};
-      endItem();
+      end_item();
       break;
     case SymbolKind::kNull:
-      endItem();
+      end_item();
       break;
     case SymbolKind::kTag:
-      if (!isDead) {
-        program_.tagCells.push_back({symbol.value, current_.tags});
-        current_.tags = static_cast<uint32_t>(program_.tagCells.size() - 1);
+      if (!is_dead) {
+        program_.tag_cells.push_back({symbol.value, current_.tags});
+        current_.tags = static_cast<uint32_t>(program_.tag_cells.size() - 1);
       }
       break;
     case SymbolKind::kStar:
-      openRepeat(FrameKind::kStar);
+      open_repeat(FrameKind::kStar);
       break;
     case SymbolKind::kPlus:
-      openRepeat(FrameKind::kPlus);
+      open_repeat(FrameKind::kPlus);
       break;
     case SymbolKind::kBar:
-      endAlternative();
+      end_alternative();
       current_ = frames_.back().next;
       break;
     case SymbolKind::kWeight:
       weight_ = syntax_.weights[symbol.value];
       break;
     case SymbolKind::kGroupClose:
-      openGroup(FrameKind::kGroup);
+      open_group(FrameKind::kGroup);
       break;
     case SymbolKind::kOptionalClose:
-      openGroup(FrameKind::kOptional);
+      open_group(FrameKind::kOptional);
       break;
     case SymbolKind::kGroupOpen:
     case SymbolKind::kOptionalOpen:
-      closeGroup();
+      close_group();
       break;
     case SymbolKind::kRuleOpen:
-      closeBody();
+      close_body();
       break;
   }
 }
 
-void Compiler::readReference(const Reference &reference) {
+void Compiler::read_reference(const Reference &reference) {
   if (current_.place == kNowhere) {
-    endItem();
+    end_item();
     return;
   }
-  if (components_.ofRule[reference.rule] == components_.ofRule[reference.target]) {
+  if (components_.of_rule[reference.rule] == components_.of_rule[reference.target]) {
     // The last item of its rule: what follows is what follows the rule, behind the tags that were read.
     const Link next = frames_[recursions_.back()].next;
-    const uint32_t entry = entryInRecursion(reference.target);
-    current_ = {current_ == next ? entry : addPlace(PlaceKind::kJump, current_.tags, entry), 0};
-    endItem();
+    const uint32_t entry = entry_in_recursion(reference.target);
+    current_ = {current_ == next ? entry : add_place(PlaceKind::kJump, current_.tags, entry), 0};
+    end_item();
     return;
   }
-  if (!isCalled(reference.target)) {
-    enterRule(reference.target, position_);
+  if (!is_called(reference.target)) {
+    enter_rule(reference.target, position_);
     return;
   }
-  const uint32_t callee = calleeOfRule_[reference.target];
+  const uint32_t callee = callee_of_rule_[reference.target];
   if (program_.branches[program_.places[program_.callees[callee].entry].value].place == kNowhere) {
     current_ = {};
   } else {
     program_.calls.push_back({callee, current_});
-    current_ = {addPlace(PlaceKind::kCall, program_.calls.size() - 1, kNowhere), 0};
+    current_ = {add_place(PlaceKind::kCall, program_.calls.size() - 1, kNowhere), 0};
   }
-  endItem();
+  end_item();
 }
 
 // Copies a rule to before current_.
-void Compiler::enterRule(uint32_t rule, uint32_t resume) {
-  if (components_.list[components_.ofRule[rule]].isRecursive) {
-    openRecursion(resume);
-    entryInRecursion(rule);
-    continueRecursion();
+void Compiler::enter_rule(uint32_t rule, uint32_t resume) {
+  if (components_.list[components_.of_rule[rule]].is_recursive) {
+    open_recursion(resume);
+    entry_in_recursion(rule);
+    continue_recursion();
   } else {
-    openBody(rule, kNowhere, resume);
+    open_body(rule, kNowhere, resume);
   }
 }
 
-void Compiler::openRecursion(uint32_t resume) {
+void Compiler::open_recursion(uint32_t resume) {
   recursions_.push_back(static_cast<uint32_t>(frames_.size()));
   const auto base = static_cast<uint32_t>(entered_.size());
   frames_.push_back({FrameKind::kRecursion, current_, base, kNowhere, resume, base});
 }
 
 // The entry of a rule in the innermost recursion.
-uint32_t Compiler::entryInRecursion(uint32_t rule) {
-  if (entryOfRule_[rule] == kNowhere) {
-    entryOfRule_[rule] = addPlace(PlaceKind::kAlternatives, addBranches(1), 1);
+uint32_t Compiler::entry_in_recursion(uint32_t rule) {
+  if (entry_of_rule_[rule] == kNowhere) {
+    entry_of_rule_[rule] = add_place(PlaceKind::kAlternatives, add_branches(1), 1);
     entered_.push_back(rule);
   }
-  return entryOfRule_[rule];
+  return entry_of_rule_[rule];
 }
 
-void Compiler::continueRecursion() {
+void Compiler::continue_recursion() {
   Frame &frame = frames_.back();
   if (frame.done < entered_.size()) {
     const uint32_t rule = entered_[frame.done++];
     current_ = frame.next;
-    openBody(rule, entryOfRule_[rule], 0);
+    open_body(rule, entry_of_rule_[rule], 0);
     return;
   }
   const Frame closed = frame;
   frames_.pop_back();
   recursions_.pop_back();
-  current_ = {entryOfRule_[entered_[closed.base]], 0};
+  current_ = {entry_of_rule_[entered_[closed.base]], 0};
   for (size_t i = closed.base; i < entered_.size(); ++i) {
     if (closed.next == Link{kEndOfText, 0}) {
-      publicEntry_[entered_[i]] = entryOfRule_[entered_[i]];
+      public_entry_[entered_[i]] = entry_of_rule_[entered_[i]];
     }
-    entryOfRule_[entered_[i]] = kNowhere;
+    entry_of_rule_[entered_[i]] = kNowhere;
   }
   entered_.resize(closed.base);
   if (!frames_.empty()) {
     position_ = closed.resume;
-    endItem();
+    end_item();
   }
 }
 
-void Compiler::openBody(uint32_t rule, uint32_t entry, uint32_t resume) {
+void Compiler::open_body(uint32_t rule, uint32_t entry, uint32_t resume) {
   frames_.push_back({FrameKind::kRule, current_, static_cast<uint32_t>(alternatives_.size()), entry, resume, 0});
   position_ = syntax_.rules[rule].end;
 }
 
-void Compiler::closeBody() {
-  endAlternative();
+void Compiler::close_body() {
+  end_alternative();
   const Frame closed = frames_.back();
-  const Link link = takeAlternatives(closed);
+  const Link link = take_alternatives(closed);
   frames_.pop_back();
   if (closed.place != kNowhere) {
     program_.branches[program_.places[closed.place].value] = link;
-    continueRecursion();
+    continue_recursion();
     return;
   }
   current_ = link;
   if (!frames_.empty()) {
     position_ = closed.resume;
-    endItem();
+    end_item();
   }
 }
 
-void Compiler::openGroup(FrameKind kind) {
+void Compiler::open_group(FrameKind kind) {
   frames_.push_back({kind, current_, static_cast<uint32_t>(alternatives_.size()), kNowhere, 0, 0});
 }
 
-void Compiler::closeGroup() {
-  endAlternative();
-  current_ = takeAlternatives(frames_.back());
+void Compiler::close_group() {
+  end_alternative();
+  current_ = take_alternatives(frames_.back());
   frames_.pop_back();
-  endItem();
+  end_item();
 }
 
-void Compiler::endAlternative() {
+void Compiler::end_alternative() {
   alternatives_.push_back({current_, weight_});
   weight_ = kNoWeight;
 }
 
 // The entry to the alternatives of a group or rule: a choice among those that can be spoken, the heavier ones first.
-Link Compiler::takeAlternatives(const Frame &frame) {
+Link Compiler::take_alternatives(const Frame &frame) {
   ordered_.clear();
-  bool isWeighted = false;
+  bool is_weighted = false;
   for (size_t i = alternatives_.size(); i-- > frame.base;) {
     const Alternative &alternative = alternatives_[i];
-    isWeighted = isWeighted || alternative.weight != kNoWeight;
+    is_weighted = is_weighted || alternative.weight != kNoWeight;
     if (alternative.link.place != kNowhere && alternative.weight != 0) {
       ordered_.push_back(alternative);
     }
   }
   alternatives_.resize(frame.base);
-  if (isWeighted) {
+  if (is_weighted) {
     std::stable_sort(ordered_.begin(), ordered_.end(),
                      [](const Alternative &a, const Alternative &b) { return a.weight > b.weight; });
   }
@@ -352,29 +352,29 @@ Link Compiler::takeAlternatives(const Frame &frame) {
   if (ordered_.size() <= 1) {
     return ordered_.empty() ? Link{} : ordered_.front().link;
   }
-  const uint32_t first = addBranches(ordered_.size());
+  const uint32_t first = add_branches(ordered_.size());
   for (size_t i = 0; i < ordered_.size(); ++i) {
     program_.branches[first + i] = ordered_[i].link;
   }
-  return {addPlace(PlaceKind::kAlternatives, first, ordered_.size()), 0};
+  return {add_place(PlaceKind::kAlternatives, first, ordered_.size()), 0};
 }
 
-void Compiler::openRepeat(FrameKind kind) {
+void Compiler::open_repeat(FrameKind kind) {
   uint32_t place = kNowhere;
   const Link next = current_;
   if (next.place != kNowhere) {
-    place = addPlace(PlaceKind::kAlternatives, addBranches(2), 2);
+    place = add_place(PlaceKind::kAlternatives, add_branches(2), 2);
     current_ = {place, 0};
   }
   frames_.push_back({kind, next, 0, place, 0, 0});
 }
 
 // An item and what leads up to it is read: the repeats of it are complete.
-void Compiler::endItem() {
+void Compiler::end_item() {
   while (frames_.back().kind == FrameKind::kStar || frames_.back().kind == FrameKind::kPlus) {
     const Frame repeat = frames_.back();
     frames_.pop_back();
-    const bool isStar = repeat.kind == FrameKind::kStar;
+    const bool is_star = repeat.kind == FrameKind::kStar;
     if (repeat.place == kNowhere) {
       continue;
     }
@@ -384,16 +384,16 @@ void Compiler::endItem() {
       // A body that can't be spoken, or only by saying nothing: there are no rounds to choose.
       choice.next = 1;
       branches[0] = repeat.next;
-      current_ = isStar ? repeat.next : current_;
+      current_ = is_star ? repeat.next : current_;
       continue;
     }
     branches[0] = current_;
     branches[1] = repeat.next;
-    current_ = isStar ? Link{repeat.place, 0} : current_;
+    current_ = is_star ? Link{repeat.place, 0} : current_;
   }
 }
 
-uint32_t Compiler::addPlace(PlaceKind kind, size_t value, size_t next) {
+uint32_t Compiler::add_place(PlaceKind kind, size_t value, size_t next) {
   if (program_.places.size() >= kMaxNumber || value > kMaxNumber) {
     throw std::runtime_error("line 1, column 1: the grammar is too large");
   }
@@ -405,47 +405,47 @@ uint32_t Compiler::addPlace(PlaceKind kind, size_t value, size_t next) {
   return static_cast<uint32_t>(program_.places.size() - 1);
 }
 
-uint32_t Compiler::addBranches(size_t count) {
+uint32_t Compiler::add_branches(size_t count) {
   const size_t first = program_.branches.size();
   program_.branches.resize(first + count);
   return static_cast<uint32_t>(first);
 }
 
 // The place for a word before `next`; the same one each time.
-uint32_t Compiler::wordPlace(uint32_t word, uint32_t next) {
-  if (wordPlaces_ * 2 >= program_.wordSlots.size()) {
-    growWordSlots();
+uint32_t Compiler::word_place(uint32_t word, uint32_t next) {
+  if (word_places_ * 2 >= program_.word_slots.size()) {
+    grow_word_slots();
   }
-  const size_t mask = program_.wordSlots.size() - 1;
-  size_t slot = program_.wordSlot(next, word) & mask;
-  for (; program_.wordSlots[slot] != 0; slot = (slot + 1) & mask) {
-    const uint32_t known = program_.wordSlots[slot] - 1;
+  const size_t mask = program_.word_slots.size() - 1;
+  size_t slot = program_.word_slot(next, word) & mask;
+  for (; program_.word_slots[slot] != 0; slot = (slot + 1) & mask) {
+    const uint32_t known = program_.word_slots[slot] - 1;
     if (program_.places[known].value == word && program_.places[known].next == next) {
       return known;
     }
   }
-  const uint32_t place = addPlace(PlaceKind::kWord, word, next);
-  program_.places[next].behindWord = 1;
-  program_.wordSlots[slot] = place + 1;
-  ++wordPlaces_;
+  const uint32_t place = add_place(PlaceKind::kWord, word, next);
+  program_.places[next].behind_word = 1;
+  program_.word_slots[slot] = place + 1;
+  ++word_places_;
   return place;
 }
 
-void Compiler::growWordSlots() {
-  const size_t least = std::max<size_t>(16, program_.wordSlots.size() * 2);
-  const std::vector<uint32_t> old = std::move(program_.wordSlots);
-  program_.wordSlots.assign(least, 0);
+void Compiler::grow_word_slots() {
+  const size_t least = std::max<size_t>(16, program_.word_slots.size() * 2);
+  const std::vector<uint32_t> old = std::move(program_.word_slots);
+  program_.word_slots.assign(least, 0);
   const size_t mask = least - 1;
   for (const uint32_t entry : old) {
     if (entry != 0) {
       const Place &place = program_.places[entry - 1];
-      size_t slot = program_.wordSlot(place.next, place.value) & mask;
-      while (program_.wordSlots[slot] != 0) {
+      size_t slot = program_.word_slot(place.next, place.value) & mask;
+      while (program_.word_slots[slot] != 0) {
         slot = (slot + 1) & mask;
       }
-      program_.wordSlots[slot] = entry;
+      program_.word_slots[slot] = entry;
     }
   }
 }
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

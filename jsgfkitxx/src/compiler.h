@@ -8,7 +8,7 @@
 #include "references.h"
 #include "syntax.h"
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 // Turns rules into places. A rule is read from its end to its start, so that what follows is known before what leads
 // to it; groups and copied rules wait on a stack of frames.
@@ -36,43 +36,43 @@ private:
     double weight;
   };
 
-  void chooseCalled();
-  void findReferred();
-  void compileCallees(const Component &component);
-  Link compilePublic(uint32_t rule);
+  void choose_called();
+  void find_referred();
+  void compile_callees(const Component &component);
+  Link compile_public(uint32_t rule);
   void run();
 
   void read(Symbol symbol);
-  void enterRule(uint32_t rule, uint32_t resume);
-  void openRecursion(uint32_t resume);
-  void continueRecursion();
-  void openBody(uint32_t rule, uint32_t entry, uint32_t resume);
-  void closeBody();
-  void openRepeat(FrameKind kind);
-  void openGroup(FrameKind kind);
-  void closeGroup();
-  void endAlternative();
-  void endItem();
-  void readReference(const Reference &reference);
-  Link takeAlternatives(const Frame &frame);
+  void enter_rule(uint32_t rule, uint32_t resume);
+  void open_recursion(uint32_t resume);
+  void continue_recursion();
+  void open_body(uint32_t rule, uint32_t entry, uint32_t resume);
+  void close_body();
+  void open_repeat(FrameKind kind);
+  void open_group(FrameKind kind);
+  void close_group();
+  void end_alternative();
+  void end_item();
+  void read_reference(const Reference &reference);
+  Link take_alternatives(const Frame &frame);
 
-  bool isCalled(uint32_t rule) const { return called_[components_.ofRule[rule]]; }
-  uint32_t addPlace(PlaceKind kind, size_t value, size_t next);
-  uint32_t addBranches(size_t count);
-  uint32_t wordPlace(uint32_t word, uint32_t next);
-  void growWordSlots();
-  uint32_t entryInRecursion(uint32_t rule);
+  bool is_called(uint32_t rule) const { return called_[components_.of_rule[rule]]; }
+  uint32_t add_place(PlaceKind kind, size_t value, size_t next);
+  uint32_t add_branches(size_t count);
+  uint32_t word_place(uint32_t word, uint32_t next);
+  void grow_word_slots();
+  uint32_t entry_in_recursion(uint32_t rule);
 
   const Syntax &syntax_;
   const Components &components_;
   const RuleSharing sharing_;
   Program &program_;
 
-  std::vector<bool> called_;            // by component
-  std::vector<bool> referred_;          // by component: a public rule needs it through a reference
-  std::vector<uint32_t> calleeOfRule_;  // kNowhere for a rule that isn't called
-  std::vector<uint32_t> publicEntry_;   // by rule: its entry in a recursion that goes on at the end of the text
-  std::vector<uint32_t> entryOfRule_;   // by rule: its entry in an open recursion
+  std::vector<bool> called_;              // by component
+  std::vector<bool> referred_;            // by component: a public rule needs it through a reference
+  std::vector<uint32_t> callee_of_rule_;  // kNowhere for a rule that isn't called
+  std::vector<uint32_t> public_entry_;    // by rule: its entry in a recursion that goes on at the end of the text
+  std::vector<uint32_t> entry_of_rule_;   // by rule: its entry in an open recursion
 
   uint32_t position_ = 0;  // the symbol before it is read next
   Link current_;           // where the part of the rule that has been read begins
@@ -82,12 +82,12 @@ private:
   std::vector<uint32_t> entered_;          // rules with an entry in an open recursion
   std::vector<uint32_t> recursions_;       // the kRecursion frames
   std::vector<Alternative> ordered_;
-  size_t wordPlaces_ = 0;
+  size_t word_places_ = 0;
 
   static constexpr double kNoWeight = -1;
 };
 
 // Fills the tables of the program that lead backwards, and what follows from them.
-void buildReverseTables(Program &program);
+void build_reverse_tables(Program &program);
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

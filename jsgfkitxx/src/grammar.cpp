@@ -11,7 +11,7 @@
 
 class Rule {
 public:
-  std::shared_ptr<const jsgf::Program> program;
+  std::shared_ptr<const quillbrook::jsgf::Program> program;
   uint32_t index;
 };
 
@@ -20,7 +20,7 @@ public:
   std::string_view tag;  // in the program; "" for a word
 };
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 // What getMatchingPublicRule found last. Callers go on with matchesRule for the same text and rule, which then has its
 // answer here: matching costs one pass instead of two.
@@ -48,28 +48,28 @@ private:
   std::vector<Step> steps_;
 };
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf
 
 namespace {
 
-using jsgf::Step;
+using quillbrook::jsgf::Step;
 
 // All steps of a match in one block, which the pointers to them share.
 struct MatchBlock {
-  std::shared_ptr<const jsgf::Program> program;
+  std::shared_ptr<const quillbrook::jsgf::Program> program;
   std::vector<MatchInfo> steps;
 };
 
-bool hasTag(const jsgf::Program &program, const std::vector<Step> &steps) {
+bool has_tag(const quillbrook::jsgf::Program &program, const std::vector<Step> &steps) {
   return std::any_of(steps.begin(), steps.end(),
-                     [&](Step step) { return step != jsgf::kWordStep && !program.tags[step].empty(); });
+                     [&](Step step) { return step != quillbrook::jsgf::kWordStep && !program.tags[step].empty(); });
 }
 
 }  // namespace
 
 Grammar::Grammar(std::istream &in)
-    : program_(jsgf::Program::load(in)), lastMatch_(std::make_unique<jsgf::LastMatch>()) {
-  name_ = program_->grammarName;
+    : program_(quillbrook::jsgf::Program::load(in)), last_match_(std::make_unique<quillbrook::jsgf::LastMatch>()) {
+  name_ = program_->grammar_name;
 }
 
 Grammar::~Grammar() = default;
@@ -90,28 +90,28 @@ std::string Grammar::getText() const {
 }
 
 std::string Grammar::getMatchingPublicRule(std::string text) const {
-  const jsgf::Match match(*program_, text);
-  uint32_t found = jsgf::RuleIndex::kNoRule;
+  const quillbrook::jsgf::Match match(*program_, text);
+  uint32_t found = quillbrook::jsgf::RuleIndex::kNoRule;
   std::vector<Step> steps;
   for (uint32_t rule = 0; rule < program_->rules.size(); ++rule) {
     auto derivation = match.derive(rule);
     if (!derivation) {
       continue;
     }
-    const bool isTagged = hasTag(*program_, *derivation);
-    if (isTagged || found == jsgf::RuleIndex::kNoRule) {
+    const bool is_tagged = has_tag(*program_, *derivation);
+    if (is_tagged || found == quillbrook::jsgf::RuleIndex::kNoRule) {
       found = rule;
       steps = std::move(*derivation);
     }
-    if (isTagged) {
+    if (is_tagged) {
       break;
     }
   }
-  if (found == jsgf::RuleIndex::kNoRule) {
+  if (found == quillbrook::jsgf::RuleIndex::kNoRule) {
     return {};
   }
-  lastMatch_->set(std::move(text), found, std::move(steps));
-  return std::string(program_->ruleIndex.nameOf(found));
+  last_match_->set(std::move(text), found, std::move(steps));
+  return std::string(program_->rule_index.name_of(found));
 }
 
 std::shared_ptr<Rule> Grammar::getRule(const std::string &name) const {
@@ -119,8 +119,8 @@ std::shared_ptr<Rule> Grammar::getRule(const std::string &name) const {
   if (simple.size() > 2 && simple.front() == '<' && simple.back() == '>') {
     simple = simple.substr(1, simple.size() - 2);
   }
-  const uint32_t rule = program_->ruleIndex.find(simple);
-  return rule == jsgf::RuleIndex::kNoRule ? nullptr : std::make_shared<Rule>(Rule{program_, rule});
+  const uint32_t rule = program_->rule_index.find(simple);
+  return rule == quillbrook::jsgf::RuleIndex::kNoRule ? nullptr : std::make_shared<Rule>(Rule{program_, rule});
 }
 
 // Callers' signature: the pointers come by value.
@@ -130,9 +130,9 @@ MatchVector Grammar::matchesRule(std::shared_ptr<Rule> rule, const std::string &
   if (rule == nullptr || rule->program != program_) {
     return result;
   }
-  auto steps = lastMatch_->get(text, rule->index);
+  auto steps = last_match_->get(text, rule->index);
   if (!steps) {
-    steps = jsgf::Match(*program_, text).derive(rule->index);
+    steps = quillbrook::jsgf::Match(*program_, text).derive(rule->index);
   }
   if (!steps) {
     return result;
@@ -142,7 +142,7 @@ MatchVector Grammar::matchesRule(std::shared_ptr<Rule> rule, const std::string &
   block->steps.reserve(steps->size());
   result.reserve(steps->size());
   for (const Step step : *steps) {
-    block->steps.push_back({step == jsgf::kWordStep ? std::string_view() : program_->tags[step]});
+    block->steps.push_back({step == quillbrook::jsgf::kWordStep ? std::string_view() : program_->tags[step]});
     result.emplace_back(block, &block->steps.back());
   }
   return result;

@@ -2,7 +2,7 @@
 
 #include "word_splitter.h"
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 Match::Match(const Program &program, std::string_view text) : program_(program) {
   words_.reserve(text.size() / 4 + 1);
@@ -11,7 +11,7 @@ Match::Match(const Program &program, std::string_view text) : program_(program) 
     const uint32_t word = program.words.find(splitter.word());
     if (word != Vocabulary::kUnknown) {
       words_.push_back(word);
-    } else if (!splitter.marksOnly()) {
+    } else if (!splitter.marks_only()) {
       return;
     }
   }
@@ -22,11 +22,11 @@ Match::Match(const Program &program, std::string_view text) : program_(program) 
 
 std::optional<std::vector<Step>> Match::derive(uint32_t rule) const {
   const Link entry = program_.rules[rule].entry;
-  const uint32_t item = chart_ && entry.place != kNowhere ? chart_->itemAtStart(entry.place) : 0;
+  const uint32_t item = chart_ && entry.place != kNowhere ? chart_->item_at_start(entry.place) : 0;
   if (item == 0) {
     return std::nullopt;
   }
   return Walk(program_, *chart_).derive(entry, item);
 }
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

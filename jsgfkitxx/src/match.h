@@ -9,7 +9,7 @@
 #include "program.h"
 #include "walk.h"
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 // One text against the public rules of a program.
 class Match {
@@ -26,4 +26,4 @@ private:
   std::optional<Chart> chart_;  // none when a word is unknown or there are no words
 };
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

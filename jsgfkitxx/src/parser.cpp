@@ -7,90 +7,90 @@
 #include "refusal.h"
 #include "word_splitter.h"
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 namespace {
 
-bool isWhiteSpace(char c) {
+bool is_white_space(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f';
 }
 
-bool isOneOf(char c, std::string_view set) {
+bool is_one_of(char c, std::string_view set) {
   return set.find(c) != std::string_view::npos;
 }
 
 // All that ends a plain token, but for the start of a comment.
-bool endsToken(char c) {
-  return isWhiteSpace(c) || isOneOf(c, "\";=|*+<>()[]{}");
+bool ends_token(char c) {
+  return is_white_space(c) || is_one_of(c, "\";=|*+<>()[]{}");
 }
 
 // The characters of a simple rule name. Bytes above ASCII are letters and digits of other scripts.
-bool isNameCharacter(char c) {
+bool is_name_character(char c) {
   const auto byte = static_cast<unsigned char>(c);
   const unsigned lower = byte | 0x20U;
   return byte >= 0x80 || (lower >= 'a' && lower <= 'z') || (byte >= '0' && byte <= '9') ||
-         (byte != 0 && isOneOf(c, "_$+-:;,=|/\\()[]@#%!^&~"));
+         (byte != 0 && is_one_of(c, "_$+-:;,=|/\\()[]@#%!^&~"));
 }
 
 }  // namespace
 
 Syntax Parser::parse() {
-  parseGrammarDeclaration();
-  parseImports();
-  for (skipBlanks(); !atEnd(); skipBlanks()) {
-    parseRuleDefinition();
+  parse_grammar_declaration();
+  parse_imports();
+  for (skip_blanks(); !at_end(); skip_blanks()) {
+    parse_rule_definition();
   }
   return std::move(syntax_);
 }
 
-void Parser::failExpected(const std::string &wanted) const {
-  refuse(source_, position_, "expected " + wanted + ", found " + describeCharacter(source_, position_));
+void Parser::fail_expected(const std::string &wanted) const {
+  refuse(source_, position_, "expected " + wanted + ", found " + describe_character(source_, position_));
 }
 
 void Parser::expect(char wanted, const char *purpose) {
-  skipBlanks();
-  if (atEnd() || peek() != wanted) {
-    failExpected(std::string("'") + wanted + "' " + purpose);
+  skip_blanks();
+  if (at_end() || peek() != wanted) {
+    fail_expected(std::string("'") + wanted + "' " + purpose);
   }
   ++position_;
 }
 
-void Parser::skipBlanks() {
+void Parser::skip_blanks() {
   for (;;) {
-    while (!atEnd() && isWhiteSpace(peek())) {
+    while (!at_end() && is_white_space(peek())) {
       ++position_;
     }
-    if (atEnd() || !startsComment(position_)) {
+    if (at_end() || !starts_comment(position_)) {
       return;
     }
-    const bool toLineEnd = peek(1) == '/';
-    const size_t end = toLineEnd ? source_.find_first_of("\r\n", position_) : source_.find("*/", position_ + 2);
-    if (end == std::string_view::npos && !toLineEnd) {
+    const bool to_line_end = peek(1) == '/';
+    const size_t end = to_line_end ? source_.find_first_of("\r\n", position_) : source_.find("*/", position_ + 2);
+    if (end == std::string_view::npos && !to_line_end) {
       refuse(source_, position_, "expected '*/' to close the comment, found the end of the file");
     }
-    position_ = end == std::string_view::npos ? source_.size() : end + (toLineEnd ? 0 : 2);
+    position_ = end == std::string_view::npos ? source_.size() : end + (to_line_end ? 0 : 2);
   }
 }
 
-bool Parser::takeKeyword(std::string_view keyword) {
-  skipBlanks();
+bool Parser::take_keyword(std::string_view keyword) {
+  skip_blanks();
   const size_t end = position_ + keyword.size();
   if (source_.compare(position_, keyword.size(), keyword) != 0 ||
-      (end < source_.size() && !endsToken(source_[end]) && !startsComment(end))) {
+      (end < source_.size() && !ends_token(source_[end]) && !starts_comment(end))) {
     return false;
   }
   position_ = end;
   return true;
 }
 
-void Parser::parseGrammarDeclaration() {
-  if (!takeKeyword("grammar")) {
-    failExpected("'grammar' and the grammar's name");
+void Parser::parse_grammar_declaration() {
+  if (!take_keyword("grammar")) {
+    fail_expected("'grammar' and the grammar's name");
   }
-  skipBlanks();
+  skip_blanks();
   const size_t begin = position_;
   size_t simple = begin;
-  while (!atEnd() && peek() != ';' && !startsComment(position_) && (peek() == '.' || isNameCharacter(peek()))) {
+  while (!at_end() && peek() != ';' && !starts_comment(position_) && (peek() == '.' || is_name_character(peek()))) {
     if (peek() == '.') {
       if (position_ == simple) {
         break;
@@ -100,40 +100,40 @@ void Parser::parseGrammarDeclaration() {
     ++position_;
   }
   if (position_ == simple) {
-    failExpected("the grammar's name");
+    fail_expected("the grammar's name");
   }
-  syntax_.grammarName = source_.substr(begin, position_ - begin);
+  syntax_.grammar_name = source_.substr(begin, position_ - begin);
   expect(';', "behind the grammar's name");
 }
 
 // A name in angle brackets, at '<'. Only an import may end in ".*".
-std::string_view Parser::takeName(bool isImport) {
+std::string_view Parser::take_name(bool is_import) {
   expect('<', "and a rule name");
   const size_t begin = position_;
   size_t simple = begin;
-  for (; !atEnd() && peek() != '>'; ++position_) {
-    if (isImport && peek() == '*' && position_ == simple && peek(1) == '>') {
+  for (; !at_end() && peek() != '>'; ++position_) {
+    if (is_import && peek() == '*' && position_ == simple && peek(1) == '>') {
       continue;
     }
-    const bool isDot = peek() == '.' && position_ > simple;
-    if (!isDot && !isNameCharacter(peek())) {
-      failExpected("a character of a rule name or '>'");
+    const bool is_dot = peek() == '.' && position_ > simple;
+    if (!is_dot && !is_name_character(peek())) {
+      fail_expected("a character of a rule name or '>'");
     }
-    if (isDot) {
+    if (is_dot) {
       simple = position_ + 1;
     }
   }
-  if (atEnd() || position_ == simple) {
-    failExpected(atEnd() ? "'>' behind the rule name" : "a rule name");
+  if (at_end() || position_ == simple) {
+    fail_expected(at_end() ? "'>' behind the rule name" : "a rule name");
   }
   return source_.substr(begin, position_++ - begin);
 }
 
-void Parser::parseImports() {
-  while (takeKeyword("import")) {
-    skipBlanks();
+void Parser::parse_imports() {
+  while (take_keyword("import")) {
+    skip_blanks();
     const size_t offset = position_;
-    const std::string_view name = takeName(true);
+    const std::string_view name = take_name(true);
     if (name.find('.') == std::string_view::npos) {
       refuse(source_, offset, "expected the grammar's name and a dot in the import <" + std::string(name) + ">");
     }
@@ -142,106 +142,107 @@ void Parser::parseImports() {
   }
 }
 
-void Parser::parseRuleDefinition() {
-  const bool isPublic = takeKeyword("public");
-  skipBlanks();
-  if (atEnd() || peek() != '<') {
-    failExpected(isPublic ? "'<' and a rule name" : "'public' or '<' and a rule name");
+void Parser::parse_rule_definition() {
+  const bool is_public = take_keyword("public");
+  skip_blanks();
+  if (at_end() || peek() != '<') {
+    fail_expected(is_public ? "'<' and a rule name" : "'public' or '<' and a rule name");
   }
   const size_t offset = position_ + 1;
-  const std::string_view name = takeName(false);
+  const std::string_view name = take_name(false);
   if (name == "NULL" || name == "VOID" || name.find('.') != std::string_view::npos) {
     refuse(source_, offset, "expected a simple rule name to define, found <" + std::string(name) + ">");
   }
   expect('=', "behind the rule's name");
-  syntax_.rules.push_back({name, static_cast<uint32_t>(offset), isPublic, static_cast<uint32_t>(syntax_.symbols.size()),
-                           0, static_cast<uint32_t>(syntax_.references.size())});
-  parseExpansion();
+  syntax_.rules.push_back({name, static_cast<uint32_t>(offset), is_public,
+                           static_cast<uint32_t>(syntax_.symbols.size()), 0,
+                           static_cast<uint32_t>(syntax_.references.size())});
+  parse_expansion();
   syntax_.rules.back().end = static_cast<uint32_t>(syntax_.symbols.size());
 }
 
-void Parser::parseExpansion() {
-  addSymbol(SymbolKind::kRuleOpen, syntax_.rules.size() - 1);
+void Parser::parse_expansion() {
+  add_symbol(SymbolKind::kRuleOpen, syntax_.rules.size() - 1);
   groups_.push_back({';', position_, false, true, false, false});
-  parseWeight();
+  parse_weight();
   for (;;) {
-    skipBlanks();
-    if (atEnd()) {
-      failExpected(std::string("'") + groups_.back().closer + "'");
+    skip_blanks();
+    if (at_end()) {
+      fail_expected(std::string("'") + groups_.back().closer + "'");
     }
     switch (peek()) {
       case ';':
         if (groups_.size() > 1) {
-          failExpected(std::string("'") + groups_.back().closer + "' to close the group");
+          fail_expected(std::string("'") + groups_.back().closer + "' to close the group");
         }
-        endAlternative();
+        end_alternative();
         groups_.pop_back();
         ++position_;
         return;
       case '|':
-        parseAlternativeSets();
+        parse_alternative_sets();
         break;
       case '<':
-        parseRuleReferences();
+        parse_rule_references();
         break;
       case '(':
       case ')':
-        parseRequiredGroupings();
+        parse_required_groupings();
         break;
       case '[':
       case ']':
-        parseOptionalGroupings();
+        parse_optional_groupings();
         break;
       case '*':
       case '+':
       case '{':
-        parseUnaryOperators();
+        parse_unary_operators();
         break;
       case '"':
-        parseQuotedToken();
+        parse_quoted_token();
         break;
       case '=':
       case '>':
       case '}':
-        failExpected("';' to end the rule or an item of it");
+        fail_expected("';' to end the rule or an item of it");
       default:
-        parseToken();
+        parse_token();
         break;
     }
   }
 }
 
 // An alternative's end: at '|' or at what closes the set.
-void Parser::endAlternative() {
+void Parser::end_alternative() {
   OpenGroup &group = groups_.back();
-  if (!group.hasItem) {
-    failExpected("a token, a rule name or a group");
+  if (!group.has_item) {
+    fail_expected("a token, a rule name or a group");
   }
-  if (peek() != '|' && group.isWeighted && !group.canBeSpoken) {
+  if (peek() != '|' && group.is_weighted && !group.can_be_spoken) {
     refuse(source_, position_, "expected a weight above 0 on one of the alternatives");
   }
 }
 
-void Parser::parseAlternativeSets() {
-  endAlternative();
+void Parser::parse_alternative_sets() {
+  end_alternative();
   ++position_;
-  groups_.back().hasItem = false;
+  groups_.back().has_item = false;
   groups_.back().first = false;
-  addSymbol(SymbolKind::kBar);
-  parseWeight();
+  add_symbol(SymbolKind::kBar);
+  parse_weight();
 }
 
 // At the start of an alternative.
-void Parser::parseWeight() {
-  skipBlanks();
+void Parser::parse_weight() {
+  skip_blanks();
   OpenGroup &group = groups_.back();
-  const bool isWeighted = peek() == '/';
-  if (!group.first && isWeighted != group.isWeighted) {
-    failExpected(isWeighted ? "no weight, since the first alternative has none"
-                            : "a weight, since the first alternative has one");
+  const bool is_weighted = peek() == '/';
+  if (!group.first && is_weighted != group.is_weighted) {
+    fail_expected(is_weighted ? "no weight, since the first alternative has none"
+                              : "a weight, since the first alternative has one");
   }
-  group.isWeighted = isWeighted;
-  if (!isWeighted) {
+  group.is_weighted = is_weighted;
+  if (!is_weighted) {
     return;
   }
   const size_t close = source_.find('/', position_ + 1);
@@ -249,36 +250,36 @@ void Parser::parseWeight() {
     refuse(source_, position_, "expected '/' to close the weight, found the end of the file");
   }
   std::string_view text = source_.substr(position_ + 1, close - position_ - 1);
-  while (!text.empty() && isWhiteSpace(text.front())) {
+  while (!text.empty() && is_white_space(text.front())) {
     text.remove_prefix(1);
   }
-  while (!text.empty() && isWhiteSpace(text.back())) {
+  while (!text.empty() && is_white_space(text.back())) {
     text.remove_suffix(1);
   }
-  if (!text.empty() && isOneOf(text.back(), "fFdD")) {
+  if (!text.empty() && is_one_of(text.back(), "fFdD")) {
     text.remove_suffix(1);
   }
   double weight = 0;
-  const bool isNumber = !text.empty() && (isOneOf(text.front(), "0123456789."));
+  const bool is_number = !text.empty() && (is_one_of(text.front(), "0123456789."));
   const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), weight);
-  if (!isNumber || fault != std::errc() || end != text.data() + text.size()) {
+  if (!is_number || fault != std::errc() || end != text.data() + text.size()) {
     refuse(source_, position_, "expected a weight of 0 or more between the slashes");
   }
-  group.canBeSpoken = group.canBeSpoken || weight > 0;
-  addSymbol(SymbolKind::kWeight, syntax_.weights.size());
+  group.can_be_spoken = group.can_be_spoken || weight > 0;
+  add_symbol(SymbolKind::kWeight, syntax_.weights.size());
   syntax_.weights.push_back(weight);
   position_ = close + 1;
 }
 
-void Parser::parseRuleReferences() {
+void Parser::parse_rule_references() {
   const size_t offset = position_;
-  const std::string_view name = takeName(false);
-  groups_.back().hasItem = true;
+  const std::string_view name = take_name(false);
+  groups_.back().has_item = true;
   if (name == "NULL" || name == "VOID") {
-    addSymbol(name == "NULL" ? SymbolKind::kNull : SymbolKind::kVoid);
+    add_symbol(name == "NULL" ? SymbolKind::kNull : SymbolKind::kVoid);
     return;
   }
-  addSymbol(SymbolKind::kReference, syntax_.references.size());
+  add_symbol(SymbolKind::kReference, syntax_.references.size());
   Reference reference{};
   reference.name = name;
   reference.offset = static_cast<uint32_t>(offset);
@@ -286,90 +287,90 @@ void Parser::parseRuleReferences() {
   syntax_.references.push_back(reference);
 }
 
-void Parser::openGroup(char closer, SymbolKind symbol) {
-  groups_.back().hasItem = true;
+void Parser::open_group(char closer, SymbolKind symbol) {
+  groups_.back().has_item = true;
   groups_.push_back({closer, position_, false, true, false, false});
   ++position_;
-  addSymbol(symbol);
-  parseWeight();
+  add_symbol(symbol);
+  parse_weight();
 }
 
-void Parser::closeGroup(SymbolKind symbol) {
+void Parser::close_group(SymbolKind symbol) {
   if (groups_.back().closer != peek()) {
-    failExpected(std::string("'") + groups_.back().closer + "'");
+    fail_expected(std::string("'") + groups_.back().closer + "'");
   }
-  endAlternative();
+  end_alternative();
   groups_.pop_back();
   ++position_;
-  addSymbol(symbol);
+  add_symbol(symbol);
 }
 
-void Parser::parseRequiredGroupings() {
+void Parser::parse_required_groupings() {
   if (peek() == '(') {
-    openGroup(')', SymbolKind::kGroupOpen);
+    open_group(')', SymbolKind::kGroupOpen);
   } else {
-    closeGroup(SymbolKind::kGroupClose);
+    close_group(SymbolKind::kGroupClose);
   }
 }
 
-void Parser::parseOptionalGroupings() {
+void Parser::parse_optional_groupings() {
   if (peek() == '[') {
-    openGroup(']', SymbolKind::kOptionalOpen);
+    open_group(']', SymbolKind::kOptionalOpen);
   } else {
-    closeGroup(SymbolKind::kOptionalClose);
+    close_group(SymbolKind::kOptionalClose);
   }
 }
 
-void Parser::parseUnaryOperators() {
-  if (!groups_.back().hasItem) {
-    failExpected("a token, a rule name or a group");
+void Parser::parse_unary_operators() {
+  if (!groups_.back().has_item) {
+    fail_expected("a token, a rule name or a group");
   }
   if (peek() == '{') {
-    parseTag();
+    parse_tag();
     return;
   }
-  addSymbol(peek() == '*' ? SymbolKind::kStar : SymbolKind::kPlus);
+  add_symbol(peek() == '*' ? SymbolKind::kStar : SymbolKind::kPlus);
   ++position_;
 }
 
-void Parser::parseTag() {
+void Parser::parse_tag() {
   const size_t open = position_;
   scratch_.clear();
-  for (++position_; !atEnd() && peek() != '}'; ++position_) {
+  for (++position_; !at_end() && peek() != '}'; ++position_) {
     if (peek() == '\\' && (peek(1) == '}' || peek(1) == '\\')) {
       ++position_;
     }
     scratch_.push_back(peek());
   }
-  if (atEnd()) {
+  if (at_end()) {
     refuse(source_, open, "expected '}' to close the tag, found the end of the file");
   }
   ++position_;
-  addSymbol(SymbolKind::kTag, syntax_.tags.add(scratch_));
+  add_symbol(SymbolKind::kTag, syntax_.tags.add(scratch_));
 }
 
-void Parser::parseToken() {
+void Parser::parse_token() {
   const size_t begin = position_;
-  while (!atEnd() && !endsToken(peek()) && !startsComment(position_)) {
+  while (!at_end() && !ends_token(peek()) && !starts_comment(position_)) {
     ++position_;
   }
-  addToken(source_.substr(begin, position_ - begin));
+  add_token(source_.substr(begin, position_ - begin));
 }
 
-void Parser::parseQuotedToken() {
+void Parser::parse_quoted_token() {
   const size_t open = position_;
   scratch_.clear();
-  for (++position_; !atEnd() && peek() != '"'; ++position_) {
+  for (++position_; !at_end() && peek() != '"'; ++position_) {
     if (peek() == '\\' && (peek(1) == '"' || peek(1) == '\\')) {
       ++position_;
     }
-    if (!isWhiteSpace(peek())) {
+    if (!is_white_space(peek())) {
       scratch_.push_back(peek());
     } else if (!scratch_.empty() && scratch_.back() != ' ') {
       scratch_.push_back(' ');
     }
   }
-  if (atEnd()) {
+  if (at_end()) {
     refuse(source_, open, "expected '\"' to close the token, found the end of the file");
   }
   ++position_;
@@ -377,7 +378,7 @@ void Parser::parseQuotedToken() {
     scratch_.pop_back();
   }
   const size_t before = syntax_.symbols.size();
-  addToken(scratch_);
+  add_token(scratch_);
   if (syntax_.symbols[before].kind == SymbolKind::kNull) {
     refuse(source_, open, "expected a word between the quotation marks");
   }
@@ -385,41 +386,41 @@ void Parser::parseQuotedToken() {
 
 // One item for the words of a token. Marks that stand alone are dropped, as in a text, unless they are all that there
 // is. A token of characters that vanish is said by saying nothing.
-void Parser::addToken(std::string_view text) {
-  groups_.back().hasItem = true;
+void Parser::add_token(std::string_view text) {
+  groups_.back().has_item = true;
   const size_t first = syntax_.symbols.size();
-  addSymbol(SymbolKind::kGroupOpen);
-  const auto addWords = [&](bool marksOnly) {
+  add_symbol(SymbolKind::kGroupOpen);
+  const auto add_words = [&](bool marks_only) {
     WordSplitter splitter(text);
     while (splitter.next()) {
-      if (splitter.marksOnly() == marksOnly) {
-        addSymbol(SymbolKind::kWord, syntax_.words.add(splitter.word()));
+      if (splitter.marks_only() == marks_only) {
+        add_symbol(SymbolKind::kWord, syntax_.words.add(splitter.word()));
       }
     }
     return syntax_.symbols.size() - first - 1;
   };
-  size_t words = addWords(false);
+  size_t words = add_words(false);
   if (words == 0) {
-    words = addWords(true);
+    words = add_words(true);
   }
   if (words == 0) {
     syntax_.symbols[first].kind = SymbolKind::kNull;
     return;
   }
-  listToken(text, first + 1, words);
+  list_token(text, first + 1, words);
   if (words == 1) {
     syntax_.symbols[first] = syntax_.symbols[first + 1];
     syntax_.symbols.pop_back();
   } else {
-    addSymbol(SymbolKind::kGroupClose);
+    add_symbol(SymbolKind::kGroupClose);
   }
 }
 
 // Notes the token for the list of words unless an equal one is there.
-void Parser::listToken(std::string_view text, size_t firstSymbol, size_t wordCount) {
+void Parser::list_token(std::string_view text, size_t first_symbol, size_t word_count) {
   listed_.resize(syntax_.words.size());
-  if (wordCount == 1) {
-    const uint32_t word = syntax_.symbols[firstSymbol].value;
+  if (word_count == 1) {
+    const uint32_t word = syntax_.symbols[first_symbol].value;
     if (!listed_[word]) {
       listed_[word] = true;
       syntax_.tokens.add(text);
@@ -427,14 +428,14 @@ void Parser::listToken(std::string_view text, size_t firstSymbol, size_t wordCou
     return;
   }
   std::string key;
-  for (size_t i = 0; i < wordCount; ++i) {
-    key += std::to_string(syntax_.symbols[firstSymbol + i].value);
+  for (size_t i = 0; i < word_count; ++i) {
+    key += std::to_string(syntax_.symbols[first_symbol + i].value);
     key += ' ';
   }
-  const uint32_t known = listedPhrases_.size();
-  if (listedPhrases_.add(key) == known) {
+  const uint32_t known = listed_phrases_.size();
+  if (listed_phrases_.add(key) == known) {
     syntax_.tokens.add(text);
   }
 }
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

@@ -6,23 +6,23 @@
 #include "parser.h"
 #include "source_text.h"
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 std::shared_ptr<const Program> Program::load(std::istream &in, RuleSharing sharing) {
   auto program = std::make_shared<Program>();
-  SourceText text = readSource(in);
+  SourceText text = read_source(in);
   program->source = std::move(text.utf8);
   const std::string_view source = program->source;
   Syntax syntax = Parser(source, text.body).parse();
-  program->grammarName = syntax.grammarName;
-  program->ruleIndex = RuleIndex(source, syntax);
-  const Components components = resolveReferences(source, program->ruleIndex, syntax);
+  program->grammar_name = syntax.grammar_name;
+  program->rule_index = RuleIndex(source, syntax);
+  const Components components = resolve_references(source, program->rule_index, syntax);
   Compiler(syntax, components, sharing, *program).compile();
-  buildReverseTables(*program);
+  build_reverse_tables(*program);
   program->words = std::move(syntax.words);
   program->tokens = std::move(syntax.tokens);
   program->tags = std::move(syntax.tags);
   return program;
 }
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

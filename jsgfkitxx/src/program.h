@@ -11,7 +11,7 @@
 #include "syntax.h"
 #include "vocabulary.h"
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 constexpr uint32_t kNowhere = UINT32_MAX;
 
@@ -37,7 +37,7 @@ enum class PlaceKind : uint32_t {
 
 struct Place {
   uint32_t kind : 3;
-  uint32_t behindWord : 1;  // some word's `next` is here
+  uint32_t behind_word : 1;  // some word's `next` is here
   uint32_t value : 28;
   uint32_t next;
 };
@@ -50,9 +50,9 @@ struct TagCell {
 // A rule that several places share.
 struct Callee {
   uint32_t entry;
-  uint32_t component;  // index in Program::ends
-  bool canBeEmpty;     // can be spoken by saying nothing
-  bool emptyHasTags;   // ... and may give tags then
+  uint32_t component;   // index in Program::ends
+  bool can_be_empty;    // can be spoken by saying nothing
+  bool empty_has_tags;  // ... and may give tags then
 };
 
 struct Call {
@@ -67,7 +67,7 @@ struct Edge {
 };
 
 struct ProgramRule {
-  bool isPublic = false;
+  bool is_public = false;
   Link entry;  // of a public rule
 };
 
@@ -85,11 +85,11 @@ public:
   static std::shared_ptr<const Program> load(std::istream &in, RuleSharing sharing = RuleSharing::kWhereItPays);
 
   // The one place that consumes `word` and goes on at `next`; kNowhere when there is none.
-  uint32_t wordBefore(uint32_t next, uint32_t word) const;
+  uint32_t word_before(uint32_t next, uint32_t word) const;
 
   std::string source;
-  std::string_view grammarName;
-  RuleIndex ruleIndex;
+  std::string_view grammar_name;
+  RuleIndex rule_index;
   std::vector<ProgramRule> rules;  // in the order of the file
   Vocabulary words;
   TextList tokens;
@@ -97,34 +97,34 @@ public:
 
   std::vector<Place> places;
   std::vector<Link> branches;
-  std::vector<TagCell> tagCells;
+  std::vector<TagCell> tag_cells;
   std::vector<Callee> callees;
   std::vector<Call> calls;
-  std::vector<uint32_t> ends;   // by component: its kEnd; 0 is the end of the text
-  bool hasEmptyCycles = false;  // a derivation could come back to a place without a word
+  std::vector<uint32_t> ends;     // by component: its kEnd; 0 is the end of the text
+  bool has_empty_cycles = false;  // a derivation could come back to a place without a word
 
   // Backwards: ways into a place, edges[edgesBegin[place]] to edges[edgesBegin[place + 1]].
-  std::vector<uint32_t> edgesBegin;
+  std::vector<uint32_t> edges_begin;
   std::vector<Edge> edges;
-  std::vector<uint32_t> wordSlots;  // open addressing by `next` and `word`, a power of two: place + 1, or 0
+  std::vector<uint32_t> word_slots;  // open addressing by `next` and `word`, a power of two: place + 1, or 0
 
-  size_t wordSlot(uint32_t next, uint32_t word) const {
+  size_t word_slot(uint32_t next, uint32_t word) const {
     const uint64_t key = (static_cast<uint64_t>(next) << 32U | word) * 0x9E3779B97F4A7C15U;
     return static_cast<size_t>(key >> 32U);
   }
 };
 
-inline uint32_t Program::wordBefore(uint32_t next, uint32_t word) const {
-  const size_t mask = wordSlots.size() - 1;
-  for (size_t slot = wordSlot(next, word) & mask;; slot = (slot + 1) & mask) {
-    if (wordSlots[slot] == 0) {
+inline uint32_t Program::word_before(uint32_t next, uint32_t word) const {
+  const size_t mask = word_slots.size() - 1;
+  for (size_t slot = word_slot(next, word) & mask;; slot = (slot + 1) & mask) {
+    if (word_slots[slot] == 0) {
       return kNowhere;
     }
-    const Place &place = places[wordSlots[slot] - 1];
+    const Place &place = places[word_slots[slot] - 1];
     if (place.value == word && place.next == next) {
-      return wordSlots[slot] - 1;
+      return word_slots[slot] - 1;
     }
   }
 }
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

@@ -7,11 +7,11 @@
 
 #include "refusal.h"
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 namespace {
 
-std::string_view simpleName(std::string_view name) {
+std::string_view simple_name(std::string_view name) {
   return name.substr(name.rfind('.') + 1);
 }
 
@@ -27,18 +27,18 @@ public:
       const size_t dot = import.rfind('.');
       const std::string_view grammar = import.substr(0, dot);
       if (import.substr(dot + 1) == "*") {
-        whole_.insert({grammar, simpleName(grammar)});
+        whole_.insert({grammar, simple_name(grammar)});
         continue;
       }
-      const size_t qualified = import.size() - import.substr(dot).size() - simpleName(grammar).size();
+      const size_t qualified = import.size() - import.substr(dot).size() - simple_name(grammar).size();
       names_.insert({import, import.substr(qualified), import.substr(dot + 1)});
     }
   }
 
   bool offer(std::string_view name) const {
     const size_t dot = name.rfind('.');
-    const bool isSimple = dot == std::string_view::npos;
-    return names_.count(name) != 0 || (isSimple ? !whole_.empty() : whole_.count(name.substr(0, dot)) != 0);
+    const bool is_simple = dot == std::string_view::npos;
+    return names_.count(name) != 0 || (is_simple ? !whole_.empty() : whole_.count(name.substr(0, dot)) != 0);
   }
 
 private:
@@ -46,7 +46,7 @@ private:
   std::unordered_set<std::string_view> whole_;  // grammars of which all rules are imported
 };
 
-void resolveNames(std::string_view source, const RuleIndex &index, Syntax &syntax) {
+void resolve_names(std::string_view source, const RuleIndex &index, Syntax &syntax) {
   const ImportedNames imported(syntax.imports);
   for (Symbol &symbol : syntax.symbols) {
     if (symbol.kind != SymbolKind::kReference) {
@@ -64,7 +64,7 @@ void resolveNames(std::string_view source, const RuleIndex &index, Syntax &synta
 }
 
 // Sets what stands behind each reference, going through a rule from its end.
-void findLastItems(const RuleDefinition &rule, Syntax &syntax) {
+void find_last_items(const RuleDefinition &rule, Syntax &syntax) {
   struct Behind {
     bool nothing;  // but tags
     bool tags;
@@ -113,13 +113,13 @@ class ComponentFinder {
 public:
   explicit ComponentFinder(const Syntax &syntax)
       : syntax_(syntax), order_(syntax.rules.size(), 0), low_(syntax.rules.size(), 0) {
-    components_.ofRule.assign(syntax.rules.size(), kOpen);
+    components_.of_rule.assign(syntax.rules.size(), kOpen);
   }
 
   Components find() {
     for (uint32_t rule = 0; rule < syntax_.rules.size(); ++rule) {
       if (order_[rule] == 0) {
-        visitFrom(rule);
+        visit_from(rule);
       }
     }
     return std::move(components_);
@@ -133,30 +133,30 @@ private:
 
   static constexpr uint32_t kOpen = UINT32_MAX;
 
-  uint32_t referencesEnd(uint32_t rule) const {
-    return static_cast<uint32_t>(rule + 1 < syntax_.rules.size() ? syntax_.rules[rule + 1].firstReference
+  uint32_t references_end(uint32_t rule) const {
+    return static_cast<uint32_t>(rule + 1 < syntax_.rules.size() ? syntax_.rules[rule + 1].first_reference
                                                                  : syntax_.references.size());
   }
 
   void enter(uint32_t rule) {
     order_[rule] = low_[rule] = ++visited_;
     unassigned_.push_back(rule);
-    visits_.push_back({rule, syntax_.rules[rule].firstReference});
+    visits_.push_back({rule, syntax_.rules[rule].first_reference});
   }
 
-  void visitFrom(uint32_t start) {
+  void visit_from(uint32_t start) {
     enter(start);
     while (!visits_.empty()) {
       Visit &visit = visits_.back();
       const uint32_t rule = visit.rule;
-      if (visit.reference < referencesEnd(rule)) {
+      if (visit.reference < references_end(rule)) {
         const uint32_t target = syntax_.references[visit.reference++].target;
         if (target == RuleIndex::kNoRule) {
           continue;
         }
         if (order_[target] == 0) {
           enter(target);
-        } else if (components_.ofRule[target] == kOpen) {
+        } else if (components_.of_rule[target] == kOpen) {
           low_[rule] = std::min(low_[rule], order_[target]);
         }
         continue;
@@ -177,7 +177,7 @@ private:
     for (uint32_t rule = kOpen; rule != root;) {
       rule = unassigned_.back();
       unassigned_.pop_back();
-      components_.ofRule[rule] = number;
+      components_.of_rule[rule] = number;
       components_.rules.push_back(rule);
     }
     components_.list.push_back({first, static_cast<uint32_t>(components_.rules.size()) - first, false, false});
@@ -194,18 +194,18 @@ private:
 
 }  // namespace
 
-RuleIndex::RuleIndex(std::string_view source, const Syntax &syntax) : grammarName_(syntax.grammarName) {
+RuleIndex::RuleIndex(std::string_view source, const Syntax &syntax) : grammar_name_(syntax.grammar_name) {
   names_.reserve(syntax.rules.size());
   for (const RuleDefinition &rule : syntax.rules) {
     names_.push_back(rule.name);
   }
-  byName_.resize(names_.size());
-  std::iota(byName_.begin(), byName_.end(), 0);
-  std::sort(byName_.begin(), byName_.end(),
+  by_name_.resize(names_.size());
+  std::iota(by_name_.begin(), by_name_.end(), 0);
+  std::sort(by_name_.begin(), by_name_.end(),
             [&](uint32_t a, uint32_t b) { return names_[a] != names_[b] ? names_[a] < names_[b] : a < b; });
-  const auto same = std::adjacent_find(byName_.begin(), byName_.end(),
+  const auto same = std::adjacent_find(by_name_.begin(), by_name_.end(),
                                        [&](uint32_t a, uint32_t b) { return names_[a] == names_[b]; });
-  if (same != byName_.end()) {
+  if (same != by_name_.end()) {
     refuse(source, syntax.rules[same[1]].offset,
            "expected a new rule name, found " + bracketed(names_[*same]) + ", which is defined already");
   }
@@ -215,30 +215,30 @@ uint32_t RuleIndex::find(std::string_view name) const {
   const size_t dot = name.rfind('.');
   if (dot != std::string_view::npos) {
     const std::string_view grammar = name.substr(0, dot);
-    if (grammar != grammarName_ && grammar != simpleName(grammarName_)) {
+    if (grammar != grammar_name_ && grammar != simple_name(grammar_name_)) {
       return kNoRule;
     }
     name = name.substr(dot + 1);
   }
-  const auto found = std::lower_bound(byName_.begin(), byName_.end(), name,
+  const auto found = std::lower_bound(by_name_.begin(), by_name_.end(), name,
                                       [&](uint32_t rule, std::string_view wanted) { return names_[rule] < wanted; });
-  return found != byName_.end() && names_[*found] == name ? *found : kNoRule;
+  return found != by_name_.end() && names_[*found] == name ? *found : kNoRule;
 }
 
-Components resolveReferences(std::string_view source, const RuleIndex &index, Syntax &syntax) {
-  resolveNames(source, index, syntax);
+Components resolve_references(std::string_view source, const RuleIndex &index, Syntax &syntax) {
+  resolve_names(source, index, syntax);
   Components components = ComponentFinder(syntax).find();
   for (const RuleDefinition &rule : syntax.rules) {
-    findLastItems(rule, syntax);
+    find_last_items(rule, syntax);
   }
   for (const Reference &reference : syntax.references) {
     if (reference.target == RuleIndex::kNoRule ||
-        components.ofRule[reference.rule] != components.ofRule[reference.target]) {
+        components.of_rule[reference.rule] != components.of_rule[reference.target]) {
       continue;
     }
-    Component &component = components.list[components.ofRule[reference.rule]];
-    component.isRecursive = true;
-    component.tagsAfterRecursion = component.tagsAfterRecursion || reference.tagged;
+    Component &component = components.list[components.of_rule[reference.rule]];
+    component.is_recursive = true;
+    component.tags_after_recursion = component.tags_after_recursion || reference.tagged;
     if (!reference.last) {
       refuse(source, reference.offset,
              "expected " + bracketed(reference.name) + " as the last item of " +
@@ -248,4 +248,4 @@ Components resolveReferences(std::string_view source, const RuleIndex &index, Sy
   return components;
 }
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

@@ -4,7 +4,7 @@
 
 #include "utf8.h"
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 void refuse(std::string_view source, size_t offset, const std::string &reason) {
   size_t line = 1;
@@ -12,22 +12,22 @@ void refuse(std::string_view source, size_t offset, const std::string &reason) {
   size_t length = 1;
   for (size_t at = 0; at < offset && at < source.size(); at += length) {
     length = 1;
-    const bool carriageReturn = source[at] == '\r';
-    if (carriageReturn && at + 1 < source.size() && source[at + 1] == '\n') {
+    const bool carriage_return = source[at] == '\r';
+    if (carriage_return && at + 1 < source.size() && source[at + 1] == '\n') {
       continue;  // the line feed behind it ends the line
     }
-    if (carriageReturn || source[at] == '\n') {
+    if (carriage_return || source[at] == '\n') {
       ++line;
       column = 1;
     } else {
-      decodeUtf8(source, at, length);
+      decode_utf8(source, at, length);
       ++column;
     }
   }
   throw std::runtime_error("line " + std::to_string(line) + ", column " + std::to_string(column) + ": " + reason);
 }
 
-std::string describeCharacter(std::string_view source, size_t offset) {
+std::string describe_character(std::string_view source, size_t offset) {
   if (offset >= source.size()) {
     return "the end of the file";
   }
@@ -36,7 +36,7 @@ std::string describeCharacter(std::string_view source, size_t offset) {
     return "a line end";
   }
   size_t length = 0;
-  const char32_t value = decodeUtf8(source, offset, length);
+  const char32_t value = decode_utf8(source, offset, length);
   if (value < 0x20 || value == 0x7F || value >= kInvalidByte) {
     constexpr char kDigits[] = "0123456789ABCDEF";
     const auto byte = static_cast<unsigned char>(c);
@@ -45,4 +45,4 @@ std::string describeCharacter(std::string_view source, size_t offset) {
   return "'" + std::string(source.substr(offset, length)) + "'";
 }
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

@@ -2,14 +2,14 @@
 
 #include "compiler.h"
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 namespace {
 
 // Calls `visit(source, branch, target)` for each way from a place to another that takes no word. A call leads to
 // the place behind it.
 template <typename Visit>
-void forEachEdge(const Program &program, const Visit &visit) {
+void for_each_edge(const Program &program, const Visit &visit) {
   for (uint32_t source = 0; source < program.places.size(); ++source) {
     const Place &place = program.places[source];
     switch (static_cast<PlaceKind>(place.kind)) {
@@ -34,10 +34,10 @@ void forEachEdge(const Program &program, const Visit &visit) {
   }
 }
 
-void buildEdges(Program &program) {
-  std::vector<uint32_t> &begin = program.edgesBegin;
+void build_edges(Program &program) {
+  std::vector<uint32_t> &begin = program.edges_begin;
   begin.assign(program.places.size() + 2, 0);
-  forEachEdge(program, [&](uint32_t, uint32_t, uint32_t target) {
+  for_each_edge(program, [&](uint32_t, uint32_t, uint32_t target) {
     if (target != kNowhere) {
       ++begin[target + 2];
     }
@@ -46,7 +46,7 @@ void buildEdges(Program &program) {
     begin[i] += begin[i - 1];
   }
   program.edges.resize(begin.back());
-  forEachEdge(program, [&](uint32_t source, uint32_t branch, uint32_t target) {
+  for_each_edge(program, [&](uint32_t source, uint32_t branch, uint32_t target) {
     if (target != kNowhere) {
       program.edges[begin[target + 1]++] = {source, branch};
     }
@@ -55,30 +55,30 @@ void buildEdges(Program &program) {
 }
 
 // Finds the callees that can be spoken by saying nothing. A component's callees come before those that call them.
-void findEmptyCallees(Program &program) {
+void find_empty_callees(Program &program) {
   std::vector<bool> reached(program.places.size(), false);
   std::vector<uint32_t> open;
   size_t callee = 0;
   for (uint32_t component = 1; component < program.ends.size(); ++component) {
-    bool hasTags = false;
+    bool has_tags = false;
     open.assign(1, program.ends[component]);
     while (!open.empty()) {
       const uint32_t target = open.back();
       open.pop_back();
-      for (uint32_t i = program.edgesBegin[target]; i < program.edgesBegin[target + 1]; ++i) {
+      for (uint32_t i = program.edges_begin[target]; i < program.edges_begin[target + 1]; ++i) {
         const uint32_t source = program.edges[i].source;
         const Place &place = program.places[source];
         const auto kind = static_cast<PlaceKind>(place.kind);
         if (kind == PlaceKind::kCall) {
           const Callee &called = program.callees[program.calls[place.value].callee];
-          if (!called.canBeEmpty) {
+          if (!called.can_be_empty) {
             continue;
           }
-          hasTags = hasTags || called.emptyHasTags || program.calls[place.value].back.tags != 0;
+          has_tags = has_tags || called.empty_has_tags || program.calls[place.value].back.tags != 0;
         } else {
-          hasTags =
-              hasTags || (kind == PlaceKind::kJump ? place.value
-                                                   : program.branches[place.value + program.edges[i].branch].tags) != 0;
+          has_tags = has_tags ||
+                     (kind == PlaceKind::kJump ? place.value
+                                               : program.branches[place.value + program.edges[i].branch].tags) != 0;
         }
         if (!reached[source]) {
           reached[source] = true;
@@ -87,47 +87,47 @@ void findEmptyCallees(Program &program) {
       }
     }
     for (; callee < program.callees.size() && program.callees[callee].component == component; ++callee) {
-      program.callees[callee].canBeEmpty = reached[program.callees[callee].entry];
-      program.callees[callee].emptyHasTags = hasTags;
+      program.callees[callee].can_be_empty = reached[program.callees[callee].entry];
+      program.callees[callee].empty_has_tags = has_tags;
     }
   }
 }
 
 // Removes places that no open one leads to until none is left (A. Kahn, Topological sorting of large networks, 1962).
-void findEmptyCycles(Program &program) {
-  const auto isOpen = [&](uint32_t source) {
+void find_empty_cycles(Program &program) {
+  const auto is_open = [&](uint32_t source) {
     const Place &place = program.places[source];
     return static_cast<PlaceKind>(place.kind) != PlaceKind::kCall ||
-           program.callees[program.calls[place.value].callee].canBeEmpty;
+           program.callees[program.calls[place.value].callee].can_be_empty;
   };
-  std::vector<uint32_t> waysOut(program.places.size(), 0);
+  std::vector<uint32_t> ways_out(program.places.size(), 0);
   for (const Edge &edge : program.edges) {
-    waysOut[edge.source] += isOpen(edge.source) ? 1 : 0;
+    ways_out[edge.source] += is_open(edge.source) ? 1 : 0;
   }
   std::vector<uint32_t> removable;
   for (uint32_t place = 0; place < program.places.size(); ++place) {
-    if (waysOut[place] == 0) {
+    if (ways_out[place] == 0) {
       removable.push_back(place);
     }
   }
   for (size_t i = 0; i < removable.size(); ++i) {
     const uint32_t target = removable[i];
-    for (uint32_t edge = program.edgesBegin[target]; edge < program.edgesBegin[target + 1]; ++edge) {
+    for (uint32_t edge = program.edges_begin[target]; edge < program.edges_begin[target + 1]; ++edge) {
       const uint32_t source = program.edges[edge].source;
-      if (isOpen(source) && --waysOut[source] == 0) {
+      if (is_open(source) && --ways_out[source] == 0) {
         removable.push_back(source);
       }
     }
   }
-  program.hasEmptyCycles = removable.size() < program.places.size();
+  program.has_empty_cycles = removable.size() < program.places.size();
 }
 
 }  // namespace
 
-void buildReverseTables(Program &program) {
-  buildEdges(program);
-  findEmptyCallees(program);
-  findEmptyCycles(program);
+void build_reverse_tables(Program &program) {
+  build_edges(program);
+  find_empty_callees(program);
+  find_empty_cycles(program);
 }
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

@@ -8,7 +8,7 @@
 #include "refusal.h"
 #include "utf8.h"
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 namespace {
 
@@ -25,7 +25,7 @@ constexpr std::array<char16_t, 32> kWindows1252 = {0x20AC, 0,      0x201A, 0x019
 
 enum class Encoding { kUtf8, kLatin1, kLatin9, kWindows1252, kUtf16 };
 
-char32_t decodeByte(Encoding encoding, unsigned char byte) {
+char32_t decode_byte(Encoding encoding, unsigned char byte) {
   if (encoding == Encoding::kWindows1252 && byte >= 0x80 && byte < 0xA0 && kWindows1252[byte - 0x80U] != 0) {
     return kWindows1252[byte - 0x80U];
   }
@@ -55,7 +55,7 @@ char32_t decodeByte(Encoding encoding, unsigned char byte) {
 }
 
 // Hyphens and case mean nothing in the name of an encoding; unknown names count as UTF-8.
-Encoding encodingOf(std::string_view name) {
+Encoding encoding_of(std::string_view name) {
   std::string key;
   for (const char c : name) {
     if (c != '-' && c != '_') {
@@ -69,7 +69,7 @@ Encoding encodingOf(std::string_view name) {
                                            : Encoding::kUtf8;
 }
 
-std::string readAll(std::istream &in) {
+std::string read_all(std::istream &in) {
   std::string bytes;
   std::streambuf *buffer = in.rdbuf();
   if (!in || buffer == nullptr) {
@@ -94,38 +94,38 @@ std::string readAll(std::istream &in) {
   return bytes;
 }
 
-[[noreturn]] void refuseUtf16(std::string_view bytes) {
+[[noreturn]] void refuse_utf16(std::string_view bytes) {
   refuse(bytes, 0, "the file is UTF-16; expected UTF-8 or a single-byte encoding that the header names");
 }
 
-bool isBlank(char c) {
+bool is_blank(char c) {
   return c == ' ' || c == '\t';
 }
 
 // Checks `#JSGF version [encoding [locale]];` from `at` on. Sets `at` behind it.
-Encoding readHeader(std::string_view bytes, size_t &at) {
+Encoding read_header(std::string_view bytes, size_t &at) {
   constexpr std::string_view kMagic = "#JSGF";
-  const auto skipBlanks = [&] {
-    while (at < bytes.size() && isBlank(bytes[at])) {
+  const auto skip_blanks = [&] {
+    while (at < bytes.size() && is_blank(bytes[at])) {
       ++at;
     }
   };
-  while (at < bytes.size() && (isBlank(bytes[at]) || bytes[at] == '\n' || bytes[at] == '\r' || bytes[at] == '\f')) {
+  while (at < bytes.size() && (is_blank(bytes[at]) || bytes[at] == '\n' || bytes[at] == '\r' || bytes[at] == '\f')) {
     ++at;
   }
   if (bytes.compare(at, kMagic.size(), kMagic) != 0) {
-    refuse(bytes, at, "expected the header '#JSGF V1.0;', found " + describeCharacter(bytes, at));
+    refuse(bytes, at, "expected the header '#JSGF V1.0;', found " + describe_character(bytes, at));
   }
   at += kMagic.size();
   std::vector<std::string_view> fields;
-  for (skipBlanks(); at < bytes.size() && bytes[at] != ';'; skipBlanks()) {
+  for (skip_blanks(); at < bytes.size() && bytes[at] != ';'; skip_blanks()) {
     const size_t begin = at;
     while (at < bytes.size() && bytes[at] > ' ' && bytes[at] < 0x7F && bytes[at] != ';') {
       ++at;
     }
     constexpr size_t kMaxFields = 3;
-    if (begin == at || fields.size() == kMaxFields || (fields.empty() && !isBlank(bytes[begin - 1]))) {
-      refuse(bytes, begin, "expected ';' at the end of the header, found " + describeCharacter(bytes, begin));
+    if (begin == at || fields.size() == kMaxFields || (fields.empty() && !is_blank(bytes[begin - 1]))) {
+      refuse(bytes, begin, "expected ';' at the end of the header, found " + describe_character(bytes, begin));
     }
     fields.push_back(bytes.substr(begin, at - begin));
     if (fields.size() == 1 && fields[0].substr(0, 2) != "V1") {
@@ -136,14 +136,14 @@ Encoding readHeader(std::string_view bytes, size_t &at) {
     refuse(bytes, at, fields.empty() ? "expected a version in the header" : "expected ';' at the end of the header");
   }
   ++at;
-  return fields.size() < 2 ? Encoding::kUtf8 : encodingOf(fields[1]);
+  return fields.size() < 2 ? Encoding::kUtf8 : encoding_of(fields[1]);
 }
 
 }  // namespace
 
-SourceText readSource(std::istream &in) {
+SourceText read_source(std::istream &in) {
   SourceText source;
-  source.utf8 = readAll(in);
+  source.utf8 = read_all(in);
   std::string &bytes = source.utf8;
   const bool marked = bytes.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0;
   if (marked) {
@@ -151,17 +151,17 @@ SourceText readSource(std::istream &in) {
   }
   const std::string_view start = std::string_view(bytes).substr(0, 2);
   if (start == "\xFE\xFF" || start == "\xFF\xFE" || start.find('\0') != std::string_view::npos) {
-    refuseUtf16(bytes);
+    refuse_utf16(bytes);
   }
-  const Encoding encoding = readHeader(bytes, source.body);
+  const Encoding encoding = read_header(bytes, source.body);
   if (encoding == Encoding::kUtf16) {
-    refuseUtf16(bytes);
+    refuse_utf16(bytes);
   }
   if (encoding != Encoding::kUtf8 && !marked) {
     std::string converted;
     converted.reserve(bytes.size() + bytes.size() / 4);
     for (const char c : bytes) {
-      appendUtf8(converted, decodeByte(encoding, static_cast<unsigned char>(c)));
+      append_utf8(converted, decode_byte(encoding, static_cast<unsigned char>(c)));
     }
     bytes = std::move(converted);
   }
@@ -169,4 +169,4 @@ SourceText readSource(std::istream &in) {
   return source;
 }
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

@@ -4,7 +4,7 @@
 #include <istream>
 #include <string>
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 // A grammar file behind its self-identifying header.
 struct SourceText {
@@ -13,6 +13,6 @@ struct SourceText {
 };
 
 // Reads the stream to its end, checks the header and converts from the encoding that it names.
-SourceText readSource(std::istream &in);
+SourceText read_source(std::istream &in);
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

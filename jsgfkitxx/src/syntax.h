@@ -8,7 +8,7 @@
 
 #include "vocabulary.h"
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 // A grammar as it is written, flat: the symbols of all rules in the order of the file. No symbol owns another; a pass
 // runs over them with an index and, where groups matter, a stack of its own.
@@ -37,10 +37,10 @@ struct Symbol {
 struct RuleDefinition {
   std::string_view name;  // simple, in the source
   uint32_t offset;        // of the name in the source
-  bool isPublic;
+  bool is_public;
   uint32_t begin;  // of its symbols: the kRuleOpen
   uint32_t end;
-  uint32_t firstReference;  // its references are those from here to the next rule's
+  uint32_t first_reference;  // its references are those from here to the next rule's
 };
 
 struct Reference {
@@ -72,7 +72,7 @@ private:
 };
 
 struct Syntax {
-  std::string_view grammarName;           // full, in the source
+  std::string_view grammar_name;          // full, in the source
   std::vector<std::string_view> imports;  // without brackets, in the source
   std::vector<Symbol> symbols;
   std::vector<RuleDefinition> rules;
@@ -83,4 +83,4 @@ struct Syntax {
   Vocabulary words;
 };
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

@@ -2,18 +2,18 @@
 
 #include <functional>
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 namespace {
 
-uint32_t hashOf(std::string_view text) {
+uint32_t hash_of(std::string_view text) {
   const size_t hash = std::hash<std::string_view>()(text);
   return static_cast<uint32_t>(hash ^ hash >> 32U);
 }
 
 }  // namespace
 
-size_t Vocabulary::slotOf(std::string_view text, uint32_t hash) const {
+size_t Vocabulary::slot_of(std::string_view text, uint32_t hash) const {
   const size_t mask = slots_.size() - 1;
   for (size_t slot = hash & mask;; slot = (slot + 1) & mask) {
     if (slots_[slot] == 0) {
@@ -45,8 +45,8 @@ uint32_t Vocabulary::add(std::string_view text) {
   if (entries_.size() * 2 >= slots_.size()) {
     grow();
   }
-  const uint32_t hash = hashOf(text);
-  const size_t slot = slotOf(text, hash);
+  const uint32_t hash = hash_of(text);
+  const size_t slot = slot_of(text, hash);
   if (slots_[slot] == 0) {
     text_.append(text);
     entries_.push_back({hash, static_cast<uint32_t>(text_.size())});
@@ -56,7 +56,7 @@ uint32_t Vocabulary::add(std::string_view text) {
 }
 
 uint32_t Vocabulary::find(std::string_view text) const {
-  return slots_.empty() ? kUnknown : slots_[slotOf(text, hashOf(text))] - 1;
+  return slots_.empty() ? kUnknown : slots_[slot_of(text, hash_of(text))] - 1;
 }
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 // Numbers texts from 0 in the order in which they are first added.
 class Vocabulary {
@@ -26,7 +26,7 @@ private:
     uint32_t end;  // in text_; an entry begins where the one before it ends
   };
 
-  size_t slotOf(std::string_view text, uint32_t hash) const;
+  size_t slot_of(std::string_view text, uint32_t hash) const;
   void grow();
 
   std::string text_;
@@ -34,4 +34,4 @@ private:
   std::vector<uint32_t> slots_;  // open addressing, a power of two: number + 1, or 0
 };
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

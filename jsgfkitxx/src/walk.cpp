@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 namespace {
 
@@ -24,23 +24,23 @@ uint64_t mix(uint64_t value) {
 Walk::Walk(const Program &program, const Chart &chart)
     : program_(program),
       chart_(chart),
-      setsLimit_(kFirstSetsLimit),
-      budget_(kBudget + kBudgetOfWord * chart.textLength()) {}
+      sets_limit_(kFirstSetsLimit),
+      budget_(kBudget + kBudgetOfWord * chart.text_length()) {}
 
 std::vector<Step> Walk::derive(Link entry, uint32_t item) {
-  steps_.reserve(chart_.textLength() + 8);
+  steps_.reserve(chart_.text_length() + 8);
   state_ = {{item, 1}, 0, 0};
   give(entry.tags);
-  bool goesOn = true;
-  bool isComplete = false;
-  while (goesOn && !isComplete && budget_-- > 0) {
-    const Place &place = placeOf(state_.items);
+  bool goes_on = true;
+  bool is_complete = false;
+  while (goes_on && !is_complete && budget_-- > 0) {
+    const Place &place = place_of(state_.items);
     switch (static_cast<PlaceKind>(place.kind)) {
       case PlaceKind::kWord:
-        consumeWord();
+        consume_word();
         break;
       case PlaceKind::kAlternatives:
-        goesOn = choose();
+        goes_on = choose();
         break;
       case PlaceKind::kEntry:
         give(program_.branches[place.value].tags);
@@ -55,32 +55,32 @@ std::vector<Step> Walk::derive(Link entry, uint32_t item) {
         call();
         break;
       case PlaceKind::kEnd:
-        isComplete = end();
+        is_complete = end();
         break;
     }
   }
-  if (!isComplete) {
-    steps_.assign(chart_.textLength(), kWordStep);
+  if (!is_complete) {
+    steps_.assign(chart_.text_length(), kWordStep);
   }
   return std::move(steps_);
 }
 
 void Walk::give(uint32_t tags) {
-  for (; tags != 0; tags = program_.tagCells[tags].next) {
-    steps_.push_back(program_.tagCells[tags].tag);
+  for (; tags != 0; tags = program_.tag_cells[tags].next) {
+    steps_.push_back(program_.tag_cells[tags].tag);
   }
 }
 
 // The items that `nextOf` gives for the set's items; 0 stands for none.
 template <typename NextOf>
-Walk::ItemSet Walk::collect(ItemSet from, const NextOf &nextOf) {
+Walk::ItemSet Walk::collect(ItemSet from, const NextOf &next_of) {
   if (from.count == 1) {
-    const uint32_t item = nextOf(from.first);
+    const uint32_t item = next_of(from.first);
     return {item, item == 0 ? 0U : 1U};
   }
   const auto first = static_cast<uint32_t>(sets_.size());
   for (uint32_t i = 0; i < from.count; ++i) {
-    const uint32_t item = nextOf(sets_[from.first + i]);
+    const uint32_t item = next_of(sets_[from.first + i]);
     if (item != 0) {
       sets_.push_back(item);
     }
@@ -98,19 +98,19 @@ void Walk::follow() {
   state_.items = collect(state_.items, [&](uint32_t item) { return chart_.item(item).target; });
 }
 
-void Walk::consumeWord() {
+void Walk::consume_word() {
   steps_.push_back(kWordStep);
   follow();
   ++position_;
-  markCount_ = 0;
+  mark_count_ = 0;
   choices_.clear();
-  if (sets_.size() > setsLimit_) {
-    compactSets();
+  if (sets_.size() > sets_limit_) {
+    compact_sets();
   }
 }
 
 // Drops the sets that nothing leads back to. There must be no choices.
-void Walk::compactSets() {
+void Walk::compact_sets() {
   std::vector<uint32_t> kept;
   const auto keep = [&](ItemSet &set) {
     if (set.count > 1) {
@@ -124,22 +124,22 @@ void Walk::compactSets() {
     keep(frames_[frame - 1].caller.items);
   }
   sets_ = std::move(kept);
-  setsLimit_ = std::max(kFirstSetsLimit, 2 * sets_.size());
+  sets_limit_ = std::max(kFirstSetsLimit, 2 * sets_.size());
 }
 
 // Takes the first branch that leads to a goal.
 bool Walk::choose() {
   uint32_t best = UINT32_MAX;
   for (uint32_t i = 0; i < state_.items.count; ++i) {
-    best = std::min(best, chart_.item(itemOf(state_.items, i)).branch);
+    best = std::min(best, chart_.item(item_of(state_.items, i)).branch);
   }
-  if (program_.hasEmptyCycles) {
-    if (!mark(identityOf(state_.frame), chart_.item(itemOf(state_.items, 0)).place)) {
-      return stepBack();
+  if (program_.has_empty_cycles) {
+    if (!mark(identity_of(state_.frame), chart_.item(item_of(state_.items, 0)).place)) {
+      return step_back();
     }
     choices_.push_back({state_, best + 1, steps_.size()});
   }
-  const Place &place = placeOf(state_.items);
+  const Place &place = place_of(state_.items);
   state_.items = collect(
       state_.items, [&](uint32_t item) { return chart_.item(item).branch == best ? chart_.item(item).target : 0; });
   give(program_.branches[place.value + best].tags);
@@ -147,20 +147,20 @@ bool Walk::choose() {
 }
 
 // Goes back to the last choice behind the last word that has another branch that leads to a goal, and takes that.
-bool Walk::stepBack() {
-  if (!table_ || tablePosition_ != position_) {
+bool Walk::step_back() {
+  if (!table_ || table_position_ != position_) {
     if (!table_) {
       table_.emplace(chart_.items());
     }
-    chart_.fillTable(position_, *table_);
-    tablePosition_ = position_;
+    chart_.fill_table(position_, *table_);
+    table_position_ = position_;
   }
   while (!choices_.empty()) {
     Choice &choice = choices_.back();
-    const Place &place = placeOf(choice.state.items);
-    while (choice.nextBranch < place.next && budget_ > 0) {
+    const Place &place = place_of(choice.state.items);
+    while (choice.next_branch < place.next && budget_ > 0) {
       --budget_;
-      const Link branch = program_.branches[place.value + choice.nextBranch++];
+      const Link branch = program_.branches[place.value + choice.next_branch++];
       const ItemSet items = collect(choice.state.items,
                                     [&](uint32_t item) { return table_->find(branch.place, chart_.item(item).goal); });
       if (items.count != 0) {
@@ -178,14 +178,14 @@ bool Walk::stepBack() {
 
 // False when the place was marked since the last word.
 bool Walk::mark(uint64_t frame, uint32_t place) {
-  if ((markCount_ + 1) * 2 > marks_.size()) {
-    growMarks();
+  if ((mark_count_ + 1) * 2 > marks_.size()) {
+    grow_marks();
   }
   const size_t mask = marks_.size() - 1;
   for (size_t slot = mix(frame + place) & mask;; slot = (slot + 1) & mask) {
-    if (marks_[slot].wordsBefore != position_) {
+    if (marks_[slot].words_before != position_) {
       marks_[slot] = {frame, place, position_};
-      ++markCount_;
+      ++mark_count_;
       return true;
     }
     if (marks_[slot].frame == frame && marks_[slot].place == place) {
@@ -194,25 +194,25 @@ bool Walk::mark(uint64_t frame, uint32_t place) {
   }
 }
 
-void Walk::growMarks() {
+void Walk::grow_marks() {
   std::vector<Mark> old(std::max<size_t>(64, marks_.size() * 2), Mark{0, 0, kNoPosition});
   old.swap(marks_);
-  markCount_ = 0;
+  mark_count_ = 0;
   for (const Mark &present : old) {
-    if (present.wordsBefore == position_) {
+    if (present.words_before == position_) {
       mark(present.frame, present.place);
     }
   }
 }
 
-bool Walk::canOnlyBeEmpty(const Callee &callee) const {
-  if (!callee.canBeEmpty) {
+bool Walk::can_only_be_empty(const Callee &callee) const {
+  if (!callee.can_be_empty) {
     return false;
   }
   for (uint32_t i = 0; i < state_.items.count; ++i) {
-    const Item &item = chart_.item(itemOf(state_.items, i));
+    const Item &item = chart_.item(item_of(state_.items, i));
     for (uint32_t join = item.target; join != 0; join = chart_.join(join).next) {
-      if (chart_.goalEnd(chart_.item(chart_.join(join).entry).goal) != position_) {
+      if (chart_.goal_end(chart_.item(chart_.join(join).entry).goal) != position_) {
         return false;
       }
     }
@@ -221,17 +221,17 @@ bool Walk::canOnlyBeEmpty(const Callee &callee) const {
 }
 
 void Walk::call() {
-  const uint32_t place = chart_.item(itemOf(state_.items, 0)).place;
+  const uint32_t place = chart_.item(item_of(state_.items, 0)).place;
   const Call &made = program_.calls[program_.places[place].value];
   const Callee &callee = program_.callees[made.callee];
-  if (!callee.emptyHasTags && canOnlyBeEmpty(callee)) {
+  if (!callee.empty_has_tags && can_only_be_empty(callee)) {
     give(made.back.tags);
     state_.items = collect(state_.items, [&](uint32_t item) { return chart_.join(chart_.item(item).target).back; });
     return;
   }
   const auto first = static_cast<uint32_t>(sets_.size());
   for (uint32_t i = 0; i < state_.items.count; ++i) {
-    const Item &item = chart_.item(itemOf(state_.items, i));
+    const Item &item = chart_.item(item_of(state_.items, i));
     for (uint32_t join = item.target; join != 0; join = chart_.join(join).next) {
       sets_.push_back(chart_.join(join).entry);
     }
@@ -243,7 +243,7 @@ void Walk::call() {
     entries.first = sets_.back();
     sets_.pop_back();
   }
-  frames_.push_back({state_, mix(identityOf(state_.frame) + place)});
+  frames_.push_back({state_, mix(identity_of(state_.frame) + place)});
   state_ = {entries, static_cast<uint32_t>(frames_.size()), 0};
 }
 
@@ -256,9 +256,9 @@ bool Walk::end() {
     return true;
   }
   // One end, one goal: only the callers' items that can go on from this position stay.
-  const uint32_t goal = chart_.item(itemOf(state_.items, 0)).goal;
+  const uint32_t goal = chart_.item(item_of(state_.items, 0)).goal;
   state_ = frames_[state_.frame - 1].caller;
-  give(program_.calls[placeOf(state_.items).value].back.tags);
+  give(program_.calls[place_of(state_.items).value].back.tags);
   state_.items = collect(state_.items, [&](uint32_t item) {
     uint32_t join = chart_.item(item).target;
     while (join != 0 && chart_.item(chart_.join(join).entry).goal != goal) {
@@ -269,4 +269,4 @@ bool Walk::end() {
   return false;
 }
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

@@ -8,7 +8,7 @@
 #include "chart.h"
 #include "program.h"
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 // A step of a derivation: a tag's number in Program::tags, or kWordStep.
 using Step = uint32_t;
@@ -58,32 +58,32 @@ private:
 
   struct Choice {
     State state;
-    uint32_t nextBranch;
+    uint32_t next_branch;
     size_t steps;
   };
 
   struct Mark {
     uint64_t frame;
     uint32_t place;
-    uint32_t wordsBefore;
+    uint32_t words_before;
   };
 
-  uint32_t itemOf(ItemSet set, uint32_t index) const { return set.count == 1 ? set.first : sets_[set.first + index]; }
-  uint64_t identityOf(uint32_t frame) const { return frame == 0 ? 0 : frames_[frame - 1].identity; }
-  const Place &placeOf(ItemSet set) const { return program_.places[chart_.item(itemOf(set, 0)).place]; }
+  uint32_t item_of(ItemSet set, uint32_t index) const { return set.count == 1 ? set.first : sets_[set.first + index]; }
+  uint64_t identity_of(uint32_t frame) const { return frame == 0 ? 0 : frames_[frame - 1].identity; }
+  const Place &place_of(ItemSet set) const { return program_.places[chart_.item(item_of(set, 0)).place]; }
   template <typename NextOf>
-  ItemSet collect(ItemSet from, const NextOf &nextOf);
+  ItemSet collect(ItemSet from, const NextOf &next_of);
   void follow();
-  void consumeWord();
+  void consume_word();
   bool choose();
-  bool stepBack();
+  bool step_back();
   bool mark(uint64_t frame, uint32_t place);
-  void growMarks();
+  void grow_marks();
   void call();
-  bool canOnlyBeEmpty(const Callee &callee) const;
+  bool can_only_be_empty(const Callee &callee) const;
   bool end();
   void give(uint32_t tags);
-  void compactSets();
+  void compact_sets();
 
   const Program &program_;
   const Chart &chart_;
@@ -93,13 +93,13 @@ private:
   std::vector<Frame> frames_;
   std::vector<PendingTags> pending_;
   std::vector<uint32_t> sets_;
-  size_t setsLimit_;
+  size_t sets_limit_;
   std::vector<Choice> choices_;
   std::vector<Mark> marks_;  // open addressing, a power of two; those of other positions are empty
-  size_t markCount_ = 0;
+  size_t mark_count_ = 0;
   std::optional<ItemTable> table_;  // of the items of tablePosition_
-  uint32_t tablePosition_ = 0;
+  uint32_t table_position_ = 0;
   uint64_t budget_;
 };
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

@@ -6,7 +6,7 @@
 #include "case_folding.h"
 #include "utf8.h"
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 namespace {
 
@@ -20,7 +20,7 @@ enum class CharacterClass : unsigned char {
   kDropped,
 };
 
-constexpr std::array<CharacterClass, 0x80> asciiClasses() {
+constexpr std::array<CharacterClass, 0x80> ascii_classes() {
   std::array<CharacterClass, 0x80> classes{};
   for (unsigned c = 0; c < 0x80; ++c) {
     const unsigned lower = c | 0x20U;
@@ -39,9 +39,9 @@ constexpr std::array<CharacterClass, 0x80> asciiClasses() {
   return classes;
 }
 
-constexpr std::array<CharacterClass, 0x80> kAsciiClasses = asciiClasses();
+constexpr std::array<CharacterClass, 0x80> kAsciiClasses = ascii_classes();
 
-constexpr std::array<char, 0x80> asciiFolded() {
+constexpr std::array<char, 0x80> ascii_folded() {
   std::array<char, 0x80> folded{};
   for (unsigned c = 0; c < 0x80; ++c) {
     folded[c] = static_cast<char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c);
@@ -49,9 +49,9 @@ constexpr std::array<char, 0x80> asciiFolded() {
   return folded;
 }
 
-constexpr std::array<char, 0x80> kAsciiFolded = asciiFolded();
+constexpr std::array<char, 0x80> kAsciiFolded = ascii_folded();
 
-bool isWordClass(CharacterClass kind) {
+bool is_word_class(CharacterClass kind) {
   return kind == CharacterClass::kLetter || kind == CharacterClass::kDigit;
 }
 
@@ -104,15 +104,15 @@ CharacterClass classify(char32_t c) {
 }
 
 char32_t comparable(char32_t c) {
-  return c == 0x2019 || c == 0x2BC ? U'\'' : foldCase(c);
+  return c == 0x2019 || c == 0x2BC ? U'\'' : fold_case(c);
 }
 
 }  // namespace
 
-bool WordSplitter::letterFollows(size_t at) const {
+bool WordSplitter::letter_follows(size_t at) const {
   while (at < text_.size()) {
     size_t length = 0;
-    const CharacterClass following = classify(comparable(decodeUtf8(text_, at, length)));
+    const CharacterClass following = classify(comparable(decode_utf8(text_, at, length)));
     if (following != CharacterClass::kDropped) {
       return following == CharacterClass::kLetter;
     }
@@ -122,48 +122,48 @@ bool WordSplitter::letterFollows(size_t at) const {
 }
 
 // Takes a word of ASCII letters and digits between blanks, the plain case, where it stands. False for anything else.
-bool WordSplitter::nextPlain() {
-  const auto classAt = [&](size_t at) {
+bool WordSplitter::next_plain() {
+  const auto class_at = [&](size_t at) {
     const auto byte = static_cast<unsigned char>(text_[at]);
     return byte < 0x80 ? kAsciiClasses[byte] : CharacterClass::kMark;
   };
   size_t begin = position_;
-  while (begin < text_.size() && classAt(begin) == CharacterClass::kSpace) {
+  while (begin < text_.size() && class_at(begin) == CharacterClass::kSpace) {
     ++begin;
   }
   size_t end = begin;
-  bool isFolded = true;
-  for (; end < text_.size() && isWordClass(classAt(end)); ++end) {
-    isFolded = isFolded && kAsciiFolded[static_cast<unsigned char>(text_[end])] == text_[end];
+  bool is_folded = true;
+  for (; end < text_.size() && is_word_class(class_at(end)); ++end) {
+    is_folded = is_folded && kAsciiFolded[static_cast<unsigned char>(text_[end])] == text_[end];
   }
   position_ = begin;
-  if (begin == end || (end < text_.size() && classAt(end) != CharacterClass::kSpace)) {
+  if (begin == end || (end < text_.size() && class_at(end) != CharacterClass::kSpace)) {
     return false;
   }
   position_ = end;
   word_ = text_.substr(begin, end - begin);
-  if (!isFolded) {
+  if (!is_folded) {
     buffer_.assign(word_);
     std::transform(buffer_.begin(), buffer_.end(), buffer_.begin(),
                    [](char c) { return kAsciiFolded[static_cast<unsigned char>(c)]; });
     word_ = buffer_;
   }
-  marksOnly_ = false;
+  marks_only_ = false;
   return true;
 }
 
 bool WordSplitter::next() {
-  if (nextPlain()) {
+  if (next_plain()) {
     return true;
   }
   buffer_.clear();
   size_t begin = std::string::npos;  // of the word within the buffer, edges stripped
   size_t end = 0;
-  bool afterLetter = false;
-  marksOnly_ = true;
+  bool after_letter = false;
+  marks_only_ = true;
   while (position_ < text_.size()) {
     size_t length = 0;
-    const char32_t c = comparable(decodeUtf8(text_, position_, length));
+    const char32_t c = comparable(decode_utf8(text_, position_, length));
     const CharacterClass kind = classify(c);
     if (kind == CharacterClass::kSpace) {
       position_ += length;
@@ -176,7 +176,7 @@ bool WordSplitter::next() {
       position_ += length;
       continue;
     }
-    if (kind == CharacterClass::kDash && afterLetter && letterFollows(position_ + length)) {
+    if (kind == CharacterClass::kDash && after_letter && letter_follows(position_ + length)) {
       position_ += length;
       break;
     }
@@ -184,12 +184,12 @@ bool WordSplitter::next() {
     if (kind != CharacterClass::kMark) {
       begin = std::min(begin, buffer_.size());
     }
-    appendUtf8(buffer_, c);
+    append_utf8(buffer_, c);
     if (kind != CharacterClass::kMark) {
       end = buffer_.size();
     }
-    afterLetter = kind == CharacterClass::kLetter;
-    marksOnly_ = marksOnly_ && !isWordClass(kind);
+    after_letter = kind == CharacterClass::kLetter;
+    marks_only_ = marks_only_ && !is_word_class(kind);
   }
   if (buffer_.empty()) {
     return false;
@@ -201,4 +201,4 @@ bool WordSplitter::next() {
   return true;
 }
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

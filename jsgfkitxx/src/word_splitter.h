@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace jsgf {
+namespace quillbrook::jsgf {
 
 // Cuts a text into words that can be compared byte by byte. The same cutting is applied to the tokens of a grammar and
 // to a transcript, so that "Yes, twenty-one." and `yes twenty one` meet:
@@ -25,17 +25,17 @@ public:
 
   // The current word in UTF-8, never empty, valid until the next call of next().
   std::string_view word() const { return word_; }
-  bool marksOnly() const { return marksOnly_; }
+  bool marks_only() const { return marks_only_; }
 
 private:
-  bool nextPlain();
-  bool letterFollows(size_t at) const;
+  bool next_plain();
+  bool letter_follows(size_t at) const;
 
   const std::string_view text_;
   size_t position_ = 0;
   std::string buffer_;
   std::string_view word_;
-  bool marksOnly_ = false;
+  bool marks_only_ = false;
 };
 
-}  // namespace jsgf
+}  // namespace quillbrook::jsgf

@@ -60,17 +60,17 @@ int run(std::vector<std::string> arguments) {
   const auto take = [&](const char *option) {  // in front of the grammar or right behind it
     const auto end = arguments.begin() + static_cast<std::ptrdiff_t>(std::min<size_t>(2, arguments.size()));
     const auto found = std::find(arguments.begin(), end, option);
-    const bool isThere = found != end;
-    if (isThere) {
+    const bool is_there = found != end;
+    if (is_there) {
       arguments.erase(found);
     }
-    return isThere;
+    return is_there;
   };
-  const bool wantsHelp = take("--help");
-  const bool wantsWords = take("--words");
-  if (wantsHelp || arguments.empty() || (wantsWords && arguments.size() > 1)) {
-    (wantsHelp ? std::cout : std::cerr) << kUsage;
-    return wantsHelp ? kAllMatched : kError;
+  const bool wants_help = take("--help");
+  const bool wants_words = take("--words");
+  if (wants_help || arguments.empty() || (wants_words && arguments.size() > 1)) {
+    (wants_help ? std::cout : std::cerr) << kUsage;
+    return wants_help ? kAllMatched : kError;
   }
   std::ifstream in(arguments[0], std::ios::binary);
   if (!in) {
@@ -79,24 +79,24 @@ int run(std::vector<std::string> arguments) {
   }
   try {
     const Grammar grammar(in);
-    if (wantsWords) {
+    if (wants_words) {
       for (const std::string &word : grammar.getAllWords()) {
         std::cout << word << '\n';
       }
       return kAllMatched;
     }
-    bool allMatched = true;
+    bool all_matched = true;
     for (size_t i = 1; i < arguments.size(); ++i) {
-      allMatched = report(grammar, arguments[i]) && allMatched;
+      all_matched = report(grammar, arguments[i]) && all_matched;
     }
     std::string line;
     while (arguments.size() == 1 && std::getline(std::cin, line)) {
       if (!line.empty() && line.back() == '\r') {
         line.pop_back();
       }
-      allMatched = report(grammar, line) && allMatched;
+      all_matched = report(grammar, line) && all_matched;
     }
-    return allMatched ? kAllMatched : kSomeDidNotMatch;
+    return all_matched ? kAllMatched : kSomeDidNotMatch;
   } catch (const std::runtime_error &error) {
     std::cerr << located(arguments[0], error.what()) << '\n';
     return kError;

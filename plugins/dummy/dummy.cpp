@@ -30,18 +30,18 @@ int guarded(quillbrook_context *context, Body body) noexcept {
 
 QUILLBROOK_EXPORT int quillbrook_init(quillbrook_context *context) {
   return guarded(context, [context] {
-    const dummy::Script script = dummy::load(*context);
+    const quillbrook::dummy::Script script = quillbrook::dummy::load(*context);
     const bool refuses =
-        script.error.empty() && !script.steps.empty() && script.steps.front().word == dummy::Word::Refuse;
+        script.error.empty() && !script.steps.empty() && script.steps.front().word == quillbrook::dummy::Word::kRefuse;
     return refuses ? -1 : 0;
   });
 }
 
 QUILLBROOK_EXPORT void *quillbrook_loop(quillbrook_context *context) {
   (void)guarded(context, [context] {
-    const dummy::Script script = dummy::load(*context);
-    dummy::SystemClock clock;
-    dummy::Player(*context, script, clock).play();
+    const quillbrook::dummy::Script script = quillbrook::dummy::load(*context);
+    quillbrook::dummy::SystemClock clock;
+    quillbrook::dummy::Player(*context, script, clock).play();
     return 0;
   });
   return nullptr;

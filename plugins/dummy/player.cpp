@@ -10,7 +10,7 @@
 
 #include "report.h"
 
-namespace dummy {
+namespace quillbrook::dummy {
 
 long SystemClock::now() {
   using std::chrono::milliseconds;
@@ -33,55 +33,55 @@ void Player::play() {
 void Player::run(const Step &step) {
   const int number = static_cast<int>(step.number);
   switch (step.word) {
-    case Word::Interim:
+    case Word::kInterim:
       return report(step.text.c_str(), QUILLBROOK_SCORE_INTERIM);
-    case Word::Final:
+    case Word::kFinal:
       return report(step.text.c_str(), number);
-    case Word::Tick:
+    case Word::kTick:
       return ticks(step.number, step.interval);
-    case Word::Finish:
+    case Word::kFinish:
       return report("", QUILLBROOK_SCORE_FINISH);
-    case Word::End:
+    case Word::kEnd:
       return report("", QUILLBROOK_SCORE_END);
-    case Word::NoMatch:
+    case Word::kNoMatch:
       return report(step.has_text ? step.text.c_str() : "?", QUILLBROOK_SCORE_NO_CONFIDENCE);
-    case Word::Raw:
+    case Word::kRaw:
       return report(step.has_text ? step.text.c_str() : nullptr, number);
-    case Word::Sleep:
+    case Word::kSleep:
       return wait(step.number, [] { return false; });
-    case Word::Bytes:
+    case Word::kBytes:
       return wait(LONG_MAX, [this, &step] { return stream_holds(step.number); });
-    case Word::Quantum:
+    case Word::kQuantum:
       return __atomic_store_n(&context_.quantum, number, __ATOMIC_RELEASE);
-    case Word::Hangup:
+    case Word::kHangup:
       return write_hangup(number);
-    case Word::Api:
+    case Word::kApi:
       context_.api_pointer = step.has_text ? step.text.c_str() : nullptr;
       return;
-    case Word::Json:
+    case Word::kJson:
       context_.extra_pointer = step.has_text ? step.text.c_str() : nullptr;
       return;
-    case Word::Extra:
+    case Word::kExtra:
       return write_extra(step.text);
-    case Word::WaitFinalize:
+    case Word::kWaitFinalize:
       return wait(step.number, [this] { return finalizing(); });
-    case Word::UntilStop:
+    case Word::kUntilStop:
       return wait(LONG_MAX, [] { return false; });
-    case Word::Return:
+    case Word::kReturn:
       returned_ = true;
       return;
-    case Word::Repeat:
+    case Word::kRepeat:
       return repeat(step);
-    case Word::Done:
+    case Word::kDone:
       return done(step);
-    case Word::Quiet:
+    case Word::kQuiet:
       quiet_ = true;
       return;
-    case Word::Log:
+    case Word::kLog:
       return write_log(step.text);
-    case Word::Show:
+    case Word::kShow:
       return show(step.text);
-    case Word::Refuse:
+    case Word::kRefuse:
       return;  // has had its effect before the loop
   }
 }
@@ -172,4 +172,4 @@ void Player::wait(long milliseconds, Condition condition) {
   }
 }
 
-}  // namespace dummy
+}  // namespace quillbrook::dummy

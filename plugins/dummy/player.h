@@ -8,7 +8,7 @@
 #include "quillbrook.h"
 #include "script.h"
 
-namespace dummy {
+namespace quillbrook::dummy {
 
 // How often a waiting player calls back, and how often it looks at what it waits for, in milliseconds.
 constexpr long kTickInterval = 50;
@@ -68,4 +68,4 @@ private:
   int answer_ = 0;            // what the callback said last
 };
 
-}  // namespace dummy
+}  // namespace quillbrook::dummy

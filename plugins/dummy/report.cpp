@@ -7,7 +7,7 @@
 #include <array>
 #include <cstring>
 
-namespace dummy {
+namespace quillbrook::dummy {
 namespace {
 
 constexpr std::size_t kMaxShownBytes = 65536;
@@ -112,4 +112,4 @@ void append(const std::string &path, std::string_view text) {
   (void)close(file);
 }
 
-}  // namespace dummy
+}  // namespace quillbrook::dummy

@@ -6,7 +6,7 @@
 
 #include "quillbrook.h"
 
-namespace dummy {
+namespace quillbrook::dummy {
 
 // One line "name=value" for each field named in names (separated by blanks), or for all of them when names is empty.
 // Line feeds and backslashes of a value are written as "\n" and "\\". A name that is no field gives "name?".
@@ -16,4 +16,4 @@ std::string describe(const quillbrook_context &context, std::string_view names, 
 // Appends text to the file in one write, creating it. A symbolic link at path is not followed.
 void append(const std::string &path, std::string_view text);
 
-}  // namespace dummy
+}  // namespace quillbrook::dummy

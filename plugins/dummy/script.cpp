@@ -9,17 +9,17 @@
 #include <memory>
 #include <optional>
 
-namespace dummy {
+namespace quillbrook::dummy {
 namespace {
 
 // What may follow a word.
 enum class Form {
-  Nothing,
-  Text,          // TEXT, may be missing
-  TextRequired,  // TEXT
-  ScoreText,     // SCORE [TEXT]
-  Number,        // N
-  Ticks,         // [COUNT [MS]]
+  kNothing,
+  kText,          // TEXT, may be missing
+  kTextRequired,  // TEXT
+  kScoreText,     // SCORE [TEXT]
+  kNumber,        // N
+  kTicks,         // [COUNT [MS]]
 };
 
 struct WordRule {
@@ -31,29 +31,29 @@ struct WordRule {
 };
 
 constexpr std::array kRules{
-    WordRule{"interim", Word::Interim, Form::TextRequired, 0, 0},
-    WordRule{"final", Word::Final, Form::ScoreText, 1, INT_MAX},
-    WordRule{"tick", Word::Tick, Form::Ticks, 1, kMaxCount},
-    WordRule{"finish", Word::Finish, Form::Nothing, 0, 0},
-    WordRule{"end", Word::End, Form::Nothing, 0, 0},
-    WordRule{"nomatch", Word::NoMatch, Form::Text, 0, 0},
-    WordRule{"raw", Word::Raw, Form::ScoreText, INT_MIN, INT_MAX},
-    WordRule{"sleep", Word::Sleep, Form::Number, 0, kMaxMilliseconds},
-    WordRule{"bytes", Word::Bytes, Form::Number, 0, kMaxBytes},
-    WordRule{"quantum", Word::Quantum, Form::Number, INT_MIN, INT_MAX},
-    WordRule{"hangup", Word::Hangup, Form::Number, INT_MIN, INT_MAX},
-    WordRule{"api", Word::Api, Form::Text, 0, 0},
-    WordRule{"json", Word::Json, Form::Text, 0, 0},
-    WordRule{"extra", Word::Extra, Form::Text, 0, 0},
-    WordRule{"wait-finalize", Word::WaitFinalize, Form::Number, 0, kMaxMilliseconds},
-    WordRule{"until-stop", Word::UntilStop, Form::Nothing, 0, 0},
-    WordRule{"return", Word::Return, Form::Nothing, 0, 0},
-    WordRule{"repeat", Word::Repeat, Form::Number, 0, kMaxCount},
-    WordRule{"done", Word::Done, Form::Nothing, 0, 0},
-    WordRule{"quiet", Word::Quiet, Form::Nothing, 0, 0},
-    WordRule{"log", Word::Log, Form::TextRequired, 0, 0},
-    WordRule{"show", Word::Show, Form::Text, 0, 0},
-    WordRule{"refuse", Word::Refuse, Form::Nothing, 0, 0},
+    WordRule{"interim", Word::kInterim, Form::kTextRequired, 0, 0},
+    WordRule{"final", Word::kFinal, Form::kScoreText, 1, INT_MAX},
+    WordRule{"tick", Word::kTick, Form::kTicks, 1, kMaxCount},
+    WordRule{"finish", Word::kFinish, Form::kNothing, 0, 0},
+    WordRule{"end", Word::kEnd, Form::kNothing, 0, 0},
+    WordRule{"nomatch", Word::kNoMatch, Form::kText, 0, 0},
+    WordRule{"raw", Word::kRaw, Form::kScoreText, INT_MIN, INT_MAX},
+    WordRule{"sleep", Word::kSleep, Form::kNumber, 0, kMaxMilliseconds},
+    WordRule{"bytes", Word::kBytes, Form::kNumber, 0, kMaxBytes},
+    WordRule{"quantum", Word::kQuantum, Form::kNumber, INT_MIN, INT_MAX},
+    WordRule{"hangup", Word::kHangup, Form::kNumber, INT_MIN, INT_MAX},
+    WordRule{"api", Word::kApi, Form::kText, 0, 0},
+    WordRule{"json", Word::kJson, Form::kText, 0, 0},
+    WordRule{"extra", Word::kExtra, Form::kText, 0, 0},
+    WordRule{"wait-finalize", Word::kWaitFinalize, Form::kNumber, 0, kMaxMilliseconds},
+    WordRule{"until-stop", Word::kUntilStop, Form::kNothing, 0, 0},
+    WordRule{"return", Word::kReturn, Form::kNothing, 0, 0},
+    WordRule{"repeat", Word::kRepeat, Form::kNumber, 0, kMaxCount},
+    WordRule{"done", Word::kDone, Form::kNothing, 0, 0},
+    WordRule{"quiet", Word::kQuiet, Form::kNothing, 0, 0},
+    WordRule{"log", Word::kLog, Form::kTextRequired, 0, 0},
+    WordRule{"show", Word::kShow, Form::kText, 0, 0},
+    WordRule{"refuse", Word::kRefuse, Form::kNothing, 0, 0},
 };
 
 constexpr std::string_view kBlanks = " \t\r";
@@ -99,7 +99,7 @@ class Parser {
 public:
   Script parse(std::string_view text, Separator separator) {
     if (text.size() > kMaxScriptBytes) return failed("longer than " + std::to_string(kMaxScriptBytes) + " bytes");
-    const std::string_view ends = separator == Separator::LineEnd ? "\n" : "\n;";
+    const std::string_view ends = separator == Separator::kLineEnd ? "\n" : "\n;";
     while (!text.empty()) {
       ++line_;
       const std::size_t end = text.find_first_of(ends);
@@ -137,26 +137,26 @@ private:
     Step step;
     step.word = rule.word;
     if (!read_arguments(rule, rest, step)) return;
-    if (step.word == Word::Hangup && step.number == QUILLBROOK_HANGUP_STOPPED)
+    if (step.word == Word::kHangup && step.number == QUILLBROOK_HANGUP_STOPPED)
       return fail("hangup 2 is left to the stop function");
-    if (step.word == Word::Refuse && !script_.steps.empty()) return fail("refuse has to be the first step");
+    if (step.word == Word::kRefuse && !script_.steps.empty()) return fail("refuse has to be the first step");
     if (!pair_repeat(step)) return;
     script_.steps.push_back(std::move(step));
   }
 
   bool read_arguments(const WordRule &rule, std::string_view rest, Step &step) {
     switch (rule.form) {
-      case Form::Nothing:
+      case Form::kNothing:
         break;
-      case Form::Text:
-      case Form::TextRequired:
+      case Form::kText:
+      case Form::kTextRequired:
         return read_text(rule, rest, step);
-      case Form::ScoreText:
+      case Form::kScoreText:
         return read_number(rule, take_word(rest), rule.least, rule.most, step.number) && read_text(rule, rest, step);
-      case Form::Number:
+      case Form::kNumber:
         if (!read_number(rule, take_word(rest), rule.least, rule.most, step.number)) return false;
         break;
-      case Form::Ticks:
+      case Form::kTicks:
         step.number = 1;
         step.interval = 50;
         if (!rest.empty() && !read_number(rule, take_word(rest), rule.least, rule.most, step.number)) return false;
@@ -169,7 +169,7 @@ private:
   }
 
   bool read_text(const WordRule &rule, std::string_view rest, Step &step) {
-    if (rest.empty() && (rule.form == Form::TextRequired || rule.word == Word::Final)) {
+    if (rest.empty() && (rule.form == Form::kTextRequired || rule.word == Word::kFinal)) {
       fail(std::string(rule.name) + ": text missing");
       return false;
     }
@@ -188,13 +188,13 @@ private:
 
   bool pair_repeat(Step &step) {
     const std::size_t index = script_.steps.size();
-    if (step.word == Word::Repeat) {
+    if (step.word == Word::kRepeat) {
       if (open_repeats_.size() == kMaxNesting) {
         fail("repeat nested deeper than " + std::to_string(kMaxNesting));
         return false;
       }
       open_repeats_.push_back(index);
-    } else if (step.word == Word::Done) {
+    } else if (step.word == Word::kDone) {
       if (open_repeats_.empty()) {
         fail("done without repeat");
         return false;
@@ -235,13 +235,14 @@ Script load(const quillbrook_context &context) {
   const char *own = static_cast<const char *>(context.config_pointer);
   const bool has_own = own != nullptr && *own != '\0';
   const std::string_view text = trim(has_own ? own : context.configuration);
-  if (!starts_with(text, kScriptKey)) return parse(text, has_own ? Separator::LineEnd : Separator::LineEndOrSemicolon);
+  if (!starts_with(text, kScriptKey))
+    return parse(text, has_own ? Separator::kLineEnd : Separator::kLineEndOrSemicolon);
 
   const std::string path(trim(text.substr(kScriptKey.size())));
-  if (const std::optional<std::string> steps = read_file(path)) return parse(*steps, Separator::LineEnd);
+  if (const std::optional<std::string> steps = read_file(path)) return parse(*steps, Separator::kLineEnd);
   Script script;
   script.error = "script " + path + ": " + std::strerror(errno);
   return script;
 }
 
-}  // namespace dummy
+}  // namespace quillbrook::dummy

@@ -11,7 +11,7 @@
 
 #include "quillbrook.h"
 
-namespace dummy {
+namespace quillbrook::dummy {
 
 constexpr std::size_t kMaxScriptBytes = 262144;
 constexpr std::size_t kMaxSteps = 10000;
@@ -21,33 +21,33 @@ constexpr long kMaxCount = 1000000;
 constexpr long kMaxBytes = 1L << 40;
 
 enum class Word {
-  Interim,
-  Final,
-  Tick,
-  Finish,
-  End,
-  NoMatch,
-  Raw,
-  Sleep,
-  Bytes,
-  Quantum,
-  Hangup,
-  Api,
-  Json,
-  Extra,
-  WaitFinalize,
-  UntilStop,
-  Return,
-  Repeat,
-  Done,
-  Quiet,
-  Log,
-  Show,
-  Refuse,
+  kInterim,
+  kFinal,
+  kTick,
+  kFinish,
+  kEnd,
+  kNoMatch,
+  kRaw,
+  kSleep,
+  kBytes,
+  kQuantum,
+  kHangup,
+  kApi,
+  kJson,
+  kExtra,
+  kWaitFinalize,
+  kUntilStop,
+  kReturn,
+  kRepeat,
+  kDone,
+  kQuiet,
+  kLog,
+  kShow,
+  kRefuse,
 };
 
 struct Step {
-  Word word = Word::Return;
+  Word word = Word::kReturn;
   long number = 0;        // score, count, milliseconds or bytes, by word
   long interval = 0;      // milliseconds between ticks
   bool has_text = false;  // a text was given, be it an empty one
@@ -62,7 +62,7 @@ struct Script {
 };
 
 // What separates steps: a line of configuration has no line ends, so there a semicolon does it too.
-enum class Separator { LineEnd, LineEndOrSemicolon };
+enum class Separator { kLineEnd, kLineEndOrSemicolon };
 
 // Reads steps. With an error set the steps are not to be run.
 Script parse(std::string_view text, Separator separator);
@@ -71,4 +71,4 @@ Script parse(std::string_view text, Separator separator);
 // "script=PATH" stands for the steps in that file. No text at all gives an empty script.
 Script load(const quillbrook_context &context);
 
-}  // namespace dummy
+}  // namespace quillbrook::dummy

@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <cmath>
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 namespace {
 
 // The logistic curve that gives the share of right answers at a shortfall, when half of the answers are right. Fitted
 // with bench/pocketsphinx/calibrate.
-constexpr double even_chance = 2.93;
-constexpr double steepness = 1.88;
-constexpr double hopeless = 100.0;
+constexpr double kEvenChance = 2.93;
+constexpr double kSteepness = 1.88;
+constexpr double kHopeless = 100.0;
 
 }  // namespace
 
@@ -26,7 +26,7 @@ double shortfall(const std::vector<Segment> &words, const std::vector<Segment> &
   }
 
   int word_frames = 0;
-  double worst = -hopeless;
+  double worst = -kHopeless;
   for (const Segment &word : words) {
     all -= word.score;
     int length = word.last_frame - word.first_frame + 1;
@@ -38,12 +38,12 @@ double shortfall(const std::vector<Segment> &words, const std::vector<Segment> &
     worst = std::max(worst, own / length);
     word_frames += length;
   }
-  return word_frames == 0 ? hopeless : std::max(worst, all / word_frames);
+  return word_frames == 0 ? kHopeless : std::max(worst, all / word_frames);
 }
 
 int confidence(double shortfall) {
-  double likely = 1.0 / (1.0 + std::exp(steepness * (shortfall - even_chance)));
+  double likely = 1.0 / (1.0 + std::exp(kSteepness * (shortfall - kEvenChance)));
   return std::clamp(static_cast<int>(std::lround(100.0 * likely)), 1, 100);
 }
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

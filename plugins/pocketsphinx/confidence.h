@@ -11,7 +11,7 @@
 
 #include "decoder.h"
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 
 // In nats for a frame of words; positive when the phones fit better. Both explain the same frames. The greater of two
 // figures: the shortfall of the worst word in its own frames, and that of the whole utterance. With no word at all, a
@@ -23,6 +23,6 @@ int confidence(double shortfall);
 
 // Any sound finds words of a whole language that fit it about as well as phones do, right or wrong. So with the
 // language model every final has the share of words that are right on average.
-constexpr int language_model_confidence = 40;
+constexpr int kLanguageModelConfidence = 40;
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

@@ -14,25 +14,25 @@ extern "C" {
 #include <sphinxbase/fsg_model.h>
 }
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 namespace {
 
-constexpr const char *hints_search = "hints";
-constexpr const char *language_search = "language";
-constexpr const char *phones_search = "phones";
+constexpr const char *kHintsSearch = "hints";
+constexpr const char *kLanguageSearch = "language";
+constexpr const char *kPhonesSearch = "phones";
 
-constexpr size_t most_words = 20000;
+constexpr size_t kMostWords = 20000;
 // The library's ring of 12 frames also holds the 5 that the language model's search looks ahead: a longer block would
 // overwrite frames that are still to be scored.
-constexpr size_t frames_at_a_time = 4;
+constexpr size_t kFramesAtATime = 4;
 
 // Probability of one more word. Much less than the library's 0.65: short words are soon heard in the ends of long ones.
 // It is part of a word's score, and so of the confidence, where it counts most against words of few frames.
-constexpr double word_insertion = 0.005;
+constexpr double kWordInsertion = 0.005;
 
 // Scores are logarithms to this base, shifted right by this many bits.
-constexpr double log_base = 1.0001;
-constexpr int score_shift = 10;
+constexpr double kLogBase = 1.0001;
+constexpr int kScoreShift = 10;
 
 // The library ends the process after a fatal message. It must not: the calls of a whole machine are in it. It is
 // left by an exception instead, which gives up the memory of the object that was being made.
@@ -52,9 +52,9 @@ Library::~Library() {
 }
 
 const Cepstrum &Decoder::usual_means() {
-  static constexpr Cepstrum means{58.00F, 5.07F, 9.84F, 7.72F,  -0.88F, -6.92F, -0.39F,
-                                  1.20F,  1.67F, 7.10F, -8.12F, 3.54F,  1.04F};
-  return means;
+  static constexpr Cepstrum kMeans{58.00F, 5.07F, 9.84F, 7.72F,  -0.88F, -6.92F, -0.39F,
+                                   1.20F,  1.67F, 7.10F, -8.12F, 3.54F,  1.04F};
+  return kMeans;
 }
 
 Decoder::Decoder(ModelFiles files) : files_(std::move(files)) {
@@ -66,7 +66,7 @@ Decoder::Decoder(ModelFiles files) : files_(std::move(files)) {
     // the size of the list, and could not be compared with that of the phones.
     cmd_ln_set_boolean_r(config, "-compallsen", TRUE);
     cmd_ln_set_int_r(config, "-pl_window", 0);
-    cmd_ln_set_float_r(config, "-wip", word_insertion);
+    cmd_ln_set_float_r(config, "-wip", kWordInsertion);
   } else {
     cmd_ln_set_str_r(config, "-dict", files_.dictionary.c_str());
   }
@@ -76,10 +76,10 @@ Decoder::Decoder(ModelFiles files) : files_(std::move(files)) {
     throw std::runtime_error("the acoustic model " + files_.acoustic + " cannot be loaded");
   }
   ps_get_feat(decoder_)->cmn = CMN_LIVE;
-  bool ready = ps_set_allphone(decoder_, phones_search, nullptr) == 0 &&
+  bool ready = ps_set_allphone(decoder_, kPhonesSearch, nullptr) == 0 &&
                (files_.language_model.empty() ||
-                (ps_set_lm_file(decoder_, language_search, files_.language_model.c_str()) == 0 &&
-                 ps_set_search(decoder_, language_search) == 0));
+                (ps_set_lm_file(decoder_, kLanguageSearch, files_.language_model.c_str()) == 0 &&
+                 ps_set_search(decoder_, kLanguageSearch) == 0));
   if (!ready) {
     ps_free(decoder_);
     throw std::runtime_error("the language model " + files_.language_model + " cannot be loaded");
@@ -120,7 +120,7 @@ void Decoder::set_hints(const Hints &hints, const Dictionary &dictionary, bool l
   for (const Hints::Phrase &phrase : hints.phrases) states += static_cast<int>(phrase.size()) - 1;
   logmath_t *logarithms = ps_get_logmath(decoder_);
   auto weight = static_cast<float32>(cmd_ln_float32_r(config(), "-lw"));
-  fsg_model_t *grammar = fsg_model_init(hints_search, logarithms, weight, states);
+  fsg_model_t *grammar = fsg_model_init(kHintsSearch, logarithms, weight, states);
   grammar->start_state = 0;
   grammar->final_state = loop ? 0 : 1;
 
@@ -135,7 +135,7 @@ void Decoder::set_hints(const Hints &hints, const Dictionary &dictionary, bool l
     }
   }
 
-  bool ready = ps_set_fsg(decoder_, hints_search, grammar) == 0 && ps_set_search(decoder_, hints_search) == 0;
+  bool ready = ps_set_fsg(decoder_, kHintsSearch, grammar) == 0 && ps_set_search(decoder_, kHintsSearch) == 0;
   fsg_model_free(grammar);
   if (!ready) throw std::runtime_error("the library refuses the grammar made of the hints");
 }
@@ -146,10 +146,10 @@ void Decoder::begin() {
 
 void Decoder::process(const Cepstrum *frames, size_t count) {
   // The library normalises frames in place, and wants a pointer to each.
-  Cepstrum block[frames_at_a_time];
-  float *rows[frames_at_a_time];
+  Cepstrum block[kFramesAtATime];
+  float *rows[kFramesAtATime];
   while (count > 0) {
-    size_t now = std::min(count, frames_at_a_time);
+    size_t now = std::min(count, kFramesAtATime);
     std::copy(frames, frames + now, block);
     for (size_t i = 0; i < now; ++i) rows[i] = block[i].data();
     if (ps_process_cep(decoder_, rows, static_cast<int>(now), FALSE, FALSE) < 0) {
@@ -170,7 +170,7 @@ void Decoder::end() {
 }
 
 std::vector<Segment> Decoder::segments() const {
-  const double nat = std::log(log_base) * (1 << score_shift);
+  const double nat = std::log(kLogBase) * (1 << kScoreShift);
   std::vector<Segment> found;
   for (ps_seg_t *segment = ps_seg_iter(decoder_); segment != nullptr; segment = ps_seg_next(segment)) {
     const char *word = ps_seg_word(segment);
@@ -187,11 +187,11 @@ std::vector<Segment> Decoder::segments() const {
 }
 
 void Decoder::search_phones() {
-  ps_set_search(decoder_, phones_search);
+  ps_set_search(decoder_, kPhonesSearch);
 }
 
 void Decoder::search_words() {
-  ps_set_search(decoder_, files_.language_model.empty() ? hints_search : language_search);
+  ps_set_search(decoder_, files_.language_model.empty() ? kHintsSearch : kLanguageSearch);
 }
 
 Cepstrum Decoder::means() const {
@@ -205,7 +205,7 @@ void Decoder::set_means(const Cepstrum &means) {
 }
 
 bool Decoder::is_reusable() const {
-  return words_.size() < most_words;
+  return words_.size() < kMostWords;
 }
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

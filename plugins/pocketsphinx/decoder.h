@@ -15,7 +15,7 @@
 
 struct ps_decoder_s;
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 
 // Keeps the library quiet, and keeps it from ending the process. One object, before any decoder and until after the
 // last.
@@ -81,4 +81,4 @@ private:
   std::unordered_set<std::string> words_;  // given by add_words
 };
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

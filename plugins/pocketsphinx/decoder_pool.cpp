@@ -4,14 +4,14 @@
 #include <exception>
 #include <stdexcept>
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 namespace {
 
-constexpr size_t most_workers = 2;  // decoders made at a time: more would only starve calls of the processor
+constexpr size_t kMostWorkers = 2;  // decoders made at a time: more would only starve calls of the processor
 // Decoders kept ready: 4 MB each for hints, 92 MB each with the language model.
-constexpr std::ptrdiff_t most_idle_small = 8;
-constexpr std::ptrdiff_t most_idle_large = 2;
-constexpr size_t most_dictionaries = 4;  // dictionaries kept: one for each model in use
+constexpr std::ptrdiff_t kMostIdleSmall = 8;
+constexpr std::ptrdiff_t kMostIdleLarge = 2;
+constexpr size_t kMostDictionaries = 4;  // dictionaries kept: one for each model in use
 
 }  // namespace
 
@@ -49,7 +49,7 @@ DecoderPool::Ticket DecoderPool::order(const ModelFiles &files) {
   }
   waiting_.push_back(ticket);
   reap();
-  if (workers_.size() < most_workers) {
+  if (workers_.size() < kMostWorkers) {
     Worker &worker = workers_.emplace_back();
     try {
       worker.thread = std::thread([this, &worker] {
@@ -112,7 +112,7 @@ std::shared_ptr<const Dictionary> DecoderPool::dictionary_for(const std::string 
   auto made = std::make_shared<const Dictionary>(path);
   std::lock_guard<std::mutex> guard(lock_);
   if (auto found = known()) return found;
-  if (dictionaries_.size() >= most_dictionaries) dictionaries_.erase(dictionaries_.begin());
+  if (dictionaries_.size() >= kMostDictionaries) dictionaries_.erase(dictionaries_.begin());
   dictionaries_.push_back({path, made});
   return made;
 }
@@ -148,7 +148,7 @@ Recogniser DecoderPool::keep(Recogniser recogniser) {
   bool large = !recogniser.decoder->files().language_model.empty();
   auto is_alike = [large](const Recogniser &idle) { return large != idle.decoder->files().language_model.empty(); };
   Recogniser surplus;
-  if (std::count_if(idle_.begin(), idle_.end(), is_alike) >= (large ? most_idle_large : most_idle_small)) {
+  if (std::count_if(idle_.begin(), idle_.end(), is_alike) >= (large ? kMostIdleLarge : kMostIdleSmall)) {
     auto oldest = std::find_if(idle_.begin(), idle_.end(), is_alike);
     surplus = std::move(*oldest);
     idle_.erase(oldest);
@@ -157,4 +157,4 @@ Recogniser DecoderPool::keep(Recogniser recogniser) {
   return surplus;
 }
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

@@ -19,7 +19,7 @@
 
 #include "decoder.h"
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 
 // What a recognition gets from the pool, and gives back.
 struct Recogniser {
@@ -81,4 +81,4 @@ private:
   std::vector<KnownDictionary> dictionaries_;
 };
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

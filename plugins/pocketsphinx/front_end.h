@@ -16,9 +16,9 @@
 struct fe_s;
 struct cmd_ln_s;
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 
-constexpr int frame_ms = 10;
+constexpr int kFrameMs = 10;
 
 using Cepstrum = std::array<float, 13>;
 
@@ -44,7 +44,7 @@ public:
 private:
   void to_model_rate(const int16_t *samples, size_t count);
 
-  static constexpr size_t most_frames = 64;
+  static constexpr size_t kMostFrames = 64;
 
   fe_s *fe_;
   int sample_rate_ = 8000;
@@ -52,8 +52,8 @@ private:
   int sum_ = 0;
   int summed_ = 0;
   std::vector<int16_t> wide_;  // samples at the model's rate
-  std::array<Cepstrum, most_frames> block_{};
-  std::array<float *, most_frames> rows_{};
+  std::array<Cepstrum, kMostFrames> block_{};
+  std::array<float *, kMostFrames> rows_{};
 };
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

@@ -4,11 +4,11 @@
 #include <cctype>
 #include <set>
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 namespace {
 
-constexpr std::string_view white_space = " \t\r\n";
-constexpr size_t longest_word = 64;
+constexpr std::string_view kWhiteSpace = " \t\r\n";
+constexpr size_t kLongestWord = 64;
 
 std::string lower_case(std::string_view text) {
   std::string lower(text);
@@ -34,7 +34,7 @@ std::string_view trim_punctuation(std::string_view word) {
 
 bool is_known(const Dictionary &dictionary, const std::string &word) {
   // "read(2)" is how a dictionary names the second way to say "read".
-  return !word.empty() && word.size() <= longest_word && word.find('(') == std::string::npos &&
+  return !word.empty() && word.size() <= kLongestWord && word.find('(') == std::string::npos &&
          !dictionary.pronunciations(word).empty();
 }
 
@@ -46,7 +46,7 @@ public:
     Hints::Phrase phrase;
     bool complete = true;
     while (!text.empty()) {
-      std::string_view word = take(text, white_space);
+      std::string_view word = take(text, kWhiteSpace);
       if (!word.empty()) complete &= add_word(phrase, word);
     }
     if (complete && !phrase.empty() && seen_.insert(phrase).second) hints_.phrases.push_back(std::move(phrase));
@@ -69,7 +69,7 @@ private:
     bool complete = rest.find('-') != std::string_view::npos;
     while (complete && !rest.empty()) complete = add_spelled(parts, take(rest, "-"));
     if (!complete) {
-      hints_.left_out.emplace_back(written.substr(0, longest_word));
+      hints_.left_out.emplace_back(written.substr(0, kLongestWord));
       return false;
     }
     phrase.insert(phrase.end(), parts.begin(), parts.end());
@@ -97,7 +97,7 @@ Hints Hints::parse(std::string_view text, const Dictionary &dictionary) {
 std::string Hints::spell(std::string_view words) const {
   std::string text;
   while (!words.empty()) {
-    std::string word(take(words, white_space));
+    std::string word(take(words, kWhiteSpace));
     if (word.empty()) continue;
     auto found = spelling.find(word);
     if (!text.empty()) text += ' ';
@@ -106,4 +106,4 @@ std::string Hints::spell(std::string_view words) const {
   return text;
 }
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

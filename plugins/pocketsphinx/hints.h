@@ -8,7 +8,7 @@
 
 #include "model.h"
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 
 struct Hints {
   using Phrase = std::vector<std::string>;  // words as the dictionary spells them: lower case
@@ -26,4 +26,4 @@ struct Hints {
   std::string spell(std::string_view words) const;
 };
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

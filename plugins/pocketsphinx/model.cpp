@@ -8,13 +8,13 @@
 #include <sstream>
 #include <stdexcept>
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 namespace {
 
-constexpr const char *default_model = "/usr/share/pocketsphinx/model/en-us";
-constexpr size_t largest_dictionary = size_t{256} << 20;
-constexpr int most_variants = 16;
-constexpr std::string_view blanks = " \t";
+constexpr const char *kDefaultModel = "/usr/share/pocketsphinx/model/en-us";
+constexpr size_t kLargestDictionary = size_t{256} << 20;
+constexpr int kMostVariants = 16;
+constexpr std::string_view kBlanks = " \t";
 
 bool is_readable(const std::string &path) {
   return access(path.c_str(), R_OK) == 0;
@@ -44,7 +44,7 @@ void require_file(const std::string &path, const char *what, const char *paramet
 ModelFiles ModelFiles::find(const Parameters &parameters, std::string_view record_model, bool with_language_model) {
   std::string directory = !parameters.model.empty()                              ? parameters.model
                           : !record_model.empty() && record_model.front() == '/' ? std::string(record_model)
-                                                                                 : default_model;
+                                                                                 : kDefaultModel;
   while (directory.size() > 1 && directory.back() == '/') directory.pop_back();
   std::string name = directory.substr(directory.rfind('/') + 1);
 
@@ -66,7 +66,7 @@ Dictionary::Dictionary(const std::string &path) {
   std::ostringstream content;
   content << file.rdbuf();
   text_ = content.str();
-  if (!file || text_.empty() || text_.size() > largest_dictionary) {
+  if (!file || text_.empty() || text_.size() > kLargestDictionary) {
     throw std::runtime_error("the dictionary " + path + " cannot be read");
   }
 
@@ -76,8 +76,8 @@ Dictionary::Dictionary(const std::string &path) {
     rest.remove_prefix(std::min(line.size() + 1, rest.size()));
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
     if (line.empty() || line.front() == '#' || line.front() == ';') continue;
-    size_t word = std::min(line.find_first_of(blanks), line.size());
-    size_t phones = std::min(line.find_first_not_of(blanks, word), line.size());
+    size_t word = std::min(line.find_first_of(kBlanks), line.size());
+    size_t phones = std::min(line.find_first_not_of(kBlanks, word), line.size());
     entries_.push_back({line.substr(0, word), line.substr(phones)});
   }
   std::stable_sort(entries_.begin(), entries_.end(),
@@ -92,7 +92,7 @@ std::string_view Dictionary::phones_of(std::string_view word) const {
 
 std::vector<std::string> Dictionary::pronunciations(std::string_view word) const {
   std::vector<std::string> found;
-  for (int variant = 1; variant <= most_variants; ++variant) {
+  for (int variant = 1; variant <= kMostVariants; ++variant) {
     std::string name(word);
     if (variant > 1) name += "(" + std::to_string(variant) + ")";
     std::string_view phones = phones_of(name);
@@ -102,4 +102,4 @@ std::vector<std::string> Dictionary::pronunciations(std::string_view word) const
   return found;
 }
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

@@ -7,7 +7,7 @@
 
 #include "parameters.h"
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 
 struct ModelFiles {
   std::string acoustic;        // directory
@@ -46,4 +46,4 @@ private:
   std::vector<Entry> entries_;  // views of text_, sorted by word
 };
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

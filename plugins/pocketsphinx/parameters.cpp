@@ -3,11 +3,11 @@
 #include <charconv>
 #include <optional>
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 namespace {
 
-constexpr std::string_view separators = ",; \t\r\n";
-constexpr size_t most_complaints = 8;  // a configuration of noise must not become a log file of noise
+constexpr std::string_view kSeparators = ",; \t\r\n";
+constexpr size_t kMostComplaints = 8;  // a configuration of noise must not become a log file of noise
 
 std::optional<bool> to_switch(std::string_view value) {
   if (value == "yes" || value == "on" || value == "true" || value == "1") return true;
@@ -54,14 +54,14 @@ std::optional<bool> set(Parameters &parameters, std::string_view key, std::strin
 Parameters Parameters::parse(std::string_view text) {
   Parameters parameters;
   auto complain = [&parameters](std::string sentence) {
-    if (parameters.complaints.size() < most_complaints) parameters.complaints.push_back(std::move(sentence));
+    if (parameters.complaints.size() < kMostComplaints) parameters.complaints.push_back(std::move(sentence));
   };
 
   while (true) {
-    size_t begin = text.find_first_not_of(separators);
+    size_t begin = text.find_first_not_of(kSeparators);
     if (begin == std::string_view::npos) return parameters;
     text.remove_prefix(begin);
-    std::string_view pair = text.substr(0, text.find_first_of(separators));
+    std::string_view pair = text.substr(0, text.find_first_of(kSeparators));
     text.remove_prefix(pair.size());
 
     size_t equals = pair.find('=');
@@ -80,4 +80,4 @@ Parameters Parameters::parse(std::string_view text) {
   }
 }
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

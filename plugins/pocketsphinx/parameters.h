@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 
 struct Parameters {
   bool endpointing = true;     // endpointing: false sends interims and ticks only
@@ -24,4 +24,4 @@ struct Parameters {
   static Parameters parse(std::string_view text);
 };
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

@@ -8,7 +8,7 @@
 
 namespace {
 
-using namespace pocketsphinx_plugin;
+using namespace quillbrook::pocketsphinx;
 
 // Shared by all calls. Freed when the plugin is unloaded.
 DecoderPool pool;

@@ -5,24 +5,24 @@
 #include <stdexcept>
 #include <thread>
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds poll_interval{20};
-constexpr milliseconds tick_interval{20};
-constexpr int piece_ms = 20;    // audio between two looks at the end of speech
-constexpr int backlog_ms = 60;  // audio taken in between two ticks when the file is ahead of us
+constexpr milliseconds kPollInterval{20};
+constexpr milliseconds kTickInterval{20};
+constexpr int kPieceMs = 20;    // audio between two looks at the end of speech
+constexpr int kBacklogMs = 60;  // audio taken in between two ticks when the file is ahead of us
 // A noise without words that is shorter than this, the quiet around it not counted, is no attempt to say something.
-constexpr int shortest_attempt_ms = 500;
-constexpr int quiet_kept_ms = 200;   // the detector hands over this much from before the speech
-constexpr int short_quiet_ms = 150;  // ends speech, not the utterance, when the module does the endpointing
-constexpr milliseconds sign_of_life_interval{100};
-constexpr int longest_held_ms = 120000;
-constexpr size_t most_channels = 256;
-constexpr size_t longest_tag = 150;
-constexpr size_t longest_sentence = 400;
+constexpr int kShortestAttemptMs = 500;
+constexpr int kQuietKeptMs = 200;   // the detector hands over this much from before the speech
+constexpr int kShortQuietMs = 150;  // ends speech, not the utterance, when the module does the endpointing
+constexpr milliseconds kSignOfLifeInterval{100};
+constexpr int kLongestHeldMs = 120000;
+constexpr size_t kMostChannels = 256;
+constexpr size_t kLongestTag = 150;
+constexpr size_t kLongestSentence = 400;
 
 // A text of the record: zero-terminated by contract, and within its buffer also when it is not.
 std::string text_of(const char (&field)[QUILLBROOK_TEXT_SIZE]) {
@@ -43,7 +43,7 @@ void ChannelMemory::keep(const std::string &call, const Channel &channel) {
   std::lock_guard<std::mutex> guard(lock_);
   entries_.erase(std::remove_if(entries_.begin(), entries_.end(), [&](const Entry &old) { return old.call == call; }),
                  entries_.end());
-  if (entries_.size() >= most_channels) entries_.pop_front();
+  if (entries_.size() >= kMostChannels) entries_.pop_front();
   entries_.push_back({call, channel});
 }
 
@@ -77,7 +77,7 @@ Recognition::~Recognition() {
 void Recognition::log(const std::string &sentence) const {
   FILE *file = context_->filelog == nullptr ? stderr : context_->filelog;
   std::string line =
-      "(" + text_of(context_->param).substr(0, longest_tag) + ") " + sentence.substr(0, longest_sentence);
+      "(" + text_of(context_->param).substr(0, kLongestTag) + ") " + sentence.substr(0, kLongestSentence);
   std::replace_if(
       line.begin(), line.end(), [](unsigned char byte) { return byte < ' ' || byte >= 0x7F; }, '?');
   fprintf(file, "pocketsphinx: %s\n", line.c_str());
@@ -101,12 +101,12 @@ void Recognition::report(const char *text, int score) {
 }
 
 void Recognition::tick_if_due() {
-  if (Clock::now() - reported_ >= tick_interval) report(nullptr, QUILLBROOK_SCORE_INTERIM);
+  if (Clock::now() - reported_ >= kTickInterval) report(nullptr, QUILLBROOK_SCORE_INTERIM);
 }
 
 // False when the call ended before there was a decoder.
 bool Recognition::get_ready() {
-  while (!pool_.wait(order_, poll_interval)) {
+  while (!pool_.wait(order_, kPollInterval)) {
     if (is_stopped()) return false;
     tick_if_due();
   }
@@ -128,7 +128,7 @@ bool Recognition::get_ready() {
     recogniser_.decoder->set_hints(hints_, *recogniser_.dictionary, parameters_.loop);
   }
   utterance_.emplace(*recogniser_.decoder, with_hints_ ? &hints_ : nullptr,
-                     parameters_.endpointing ? parameters_.silence_ms : short_quiet_ms, channel_, [this] {
+                     parameters_.endpointing ? parameters_.silence_ms : kShortQuietMs, channel_, [this] {
                        tick_if_due();
                        return !is_stopped();
                      });
@@ -138,12 +138,12 @@ bool Recognition::get_ready() {
 // Takes in what the file has, up to some tens of milliseconds of it. False when it has nothing new.
 bool Recognition::hear_some() {
   samples_.clear();
-  size_t most = static_cast<size_t>(std::max(stream_->sample_rate(), 8000)) * backlog_ms / 1000;
+  size_t most = static_cast<size_t>(std::max(stream_->sample_rate(), 8000)) * kBacklogMs / 1000;
   if (stream_->read(samples_, most) == 0) return false;
   if (!utterance_) return true;
 
   utterance_->set_sample_rate(stream_->sample_rate());
-  size_t piece = static_cast<size_t>(stream_->sample_rate()) * piece_ms / 1000;
+  size_t piece = static_cast<size_t>(stream_->sample_rate()) * kPieceMs / 1000;
   for (size_t begin = 0; begin < samples_.size(); begin += piece) {
     utterance_->feed(samples_.data() + begin, std::min(piece, samples_.size() - begin));
     if (!parameters_.endpointing || !utterance_->has_speech()) continue;
@@ -170,18 +170,18 @@ void Recognition::report_interim() {
 bool Recognition::is_sign_of_life_due() const {
   if (parameters_.endpointing) return false;
   if (!utterance_->in_speech()) return marked_;
-  return Clock::now() - new_words_ >= sign_of_life_interval;
+  return Clock::now() - new_words_ >= kSignOfLifeInterval;
 }
 
 void Recognition::finish_utterance() {
-  int attempt_ms = utterance_->speech_ms() - quiet_kept_ms - parameters_.silence_ms;
+  int attempt_ms = utterance_->speech_ms() - kQuietKeptMs - parameters_.silence_ms;
   Result result = utterance_->finish();
   if (is_stopped()) return;
   bool had_interim = !interim_.empty();
   interim_.clear();
   if (!result.text.empty() && result.confidence >= parameters_.threshold) {
     report(result.text.c_str(), result.confidence);
-  } else if (!result.text.empty() || had_interim || attempt_ms >= shortest_attempt_ms) {
+  } else if (!result.text.empty() || had_interim || attempt_ms >= kShortestAttemptMs) {
     report("?", QUILLBROOK_SCORE_NO_CONFIDENCE);
   }
   if (context_->debug != 0) log("'" + result.text + "' with confidence " + std::to_string(result.confidence));
@@ -201,7 +201,7 @@ void Recognition::start_over_after_result() {
   int timeout = __atomic_load_n(&context_->completetimeout, __ATOMIC_RELAXED);
   int silence = context_->silence == nullptr ? 0 : __atomic_load_n(context_->silence, __ATOMIC_RELAXED);
   bool delivered = timeout > 0 && (reported_ - new_words_ > milliseconds(timeout) || silence > timeout);
-  if (!delivered && utterance_->speech_ms() < longest_held_ms) return;
+  if (!delivered && utterance_->speech_ms() < kLongestHeldMs) return;
   utterance_->drop_words();
   interim_.clear();
 }
@@ -213,10 +213,10 @@ void Recognition::run() {
     bool heard = hear_some();
     tick_if_due();
     if (!parameters_.endpointing && utterance_) start_over_after_result();
-    if (!heard) std::this_thread::sleep_for(poll_interval);
+    if (!heard) std::this_thread::sleep_for(kPollInterval);
   }
   sound_ = true;
   report(nullptr, QUILLBROOK_SCORE_END);
 }
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

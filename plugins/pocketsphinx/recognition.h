@@ -14,7 +14,7 @@
 #include "stream_reader.h"
 #include "utterance.h"
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 
 // What is known of the channels of calls, from one recognition of a call to its next. Thread-safe.
 class ChannelMemory {
@@ -83,4 +83,4 @@ private:
   bool sound_ = false;  // the decoder has not thrown: another call may have it
 };
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

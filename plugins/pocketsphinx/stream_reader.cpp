@@ -9,17 +9,17 @@
 #include <stdexcept>
 #include <system_error>
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 namespace {
 
-constexpr size_t longest_header = 65536;  // a WAV file whose samples begin later than this is refused
-constexpr int lowest_rate = 8000;
-constexpr int highest_rate = 48000;
+constexpr size_t kLongestHeader = 65536;  // a WAV file whose samples begin later than this is refused
+constexpr int kLowestRate = 8000;
+constexpr int kHighestRate = 48000;
 
 // WAVE format tags (Microsoft's multimedia registrations).
-constexpr unsigned tag_linear = 1;
-constexpr unsigned tag_alaw = 6;
-constexpr unsigned tag_ulaw = 7;
+constexpr unsigned kTagLinear = 1;
+constexpr unsigned kTagAlaw = 6;
+constexpr unsigned kTagUlaw = 7;
 
 unsigned little_endian(const uint8_t *bytes, int count) {
   unsigned value = 0;
@@ -54,21 +54,21 @@ StreamReader::StreamReader(const std::string &path, std::string_view format) {
     std::string_view name;
     int rate;
   };
-  static constexpr Linear linear[] = {{"sln", 8000},    {"raw", 8000},    {"slin", 8000},
-                                      {"sln12", 12000}, {"sln16", 16000}, {"sln24", 24000},
-                                      {"sln32", 32000}, {"sln44", 44100}, {"sln48", 48000}};
+  static constexpr Linear kLinear[] = {{"sln", 8000},    {"raw", 8000},    {"slin", 8000},
+                                       {"sln12", 12000}, {"sln16", 16000}, {"sln24", 24000},
+                                       {"sln32", 32000}, {"sln44", 44100}, {"sln48", 48000}};
   if (format == "wav" || format == "wav16") {
-    header_ = Header::riff;
+    header_ = Header::kRiff;
   } else if (is_any_of(format, {"ulaw", "ul", "mu", "ulw", "pcm"})) {
-    encoding_ = Encoding::ulaw;
+    encoding_ = Encoding::kUlaw;
     sample_rate_ = 8000;
   } else if (is_any_of(format, {"alaw", "al", "alw"})) {
-    encoding_ = Encoding::alaw;
+    encoding_ = Encoding::kAlaw;
     sample_rate_ = 8000;
   } else {
-    const auto *found = std::find_if(std::begin(linear), std::end(linear),
+    const auto *found = std::find_if(std::begin(kLinear), std::end(kLinear),
                                      [format](const Linear &candidate) { return candidate.name == format; });
-    if (found == std::end(linear)) {
+    if (found == std::end(kLinear)) {
       throw std::runtime_error("the stream format '" + std::string(format.substr(0, 32)) +
                                "' is not supported: set format to wav, ulaw, alaw or sln");
     }
@@ -103,14 +103,14 @@ void StreamReader::begin_chunk() {
   held_ = 0;
   if (memcmp(buffer_.data(), "data", 4) == 0) {
     if (sample_rate_ == 0) throw std::runtime_error("the stream file has no 'fmt ' chunk ahead of its samples");
-    header_ = Header::none;
+    header_ = Header::kNone;
   } else if (memcmp(buffer_.data(), "fmt ", 4) == 0) {
     if (size < 16 || size > 1024) throw std::runtime_error("the stream file has a bad 'fmt ' chunk");
     format_size_ = size + size % 2;
-    header_ = Header::format;
+    header_ = Header::kFormat;
   } else {
     to_skip_ = static_cast<uint64_t>(size) + size % 2;
-    header_ = Header::skip;
+    header_ = Header::kSkip;
   }
 }
 
@@ -119,56 +119,56 @@ void StreamReader::take_format() {
   unsigned channels = little_endian(buffer_.data() + 2, 2);
   unsigned rate = little_endian(buffer_.data() + 4, 4);
   unsigned bits = little_endian(buffer_.data() + 14, 2);
-  if (tag == tag_linear && bits == 16) {
-    encoding_ = Encoding::linear;
-  } else if (tag == tag_ulaw && bits == 8) {
-    encoding_ = Encoding::ulaw;
-  } else if (tag == tag_alaw && bits == 8) {
-    encoding_ = Encoding::alaw;
+  if (tag == kTagLinear && bits == 16) {
+    encoding_ = Encoding::kLinear;
+  } else if (tag == kTagUlaw && bits == 8) {
+    encoding_ = Encoding::kUlaw;
+  } else if (tag == kTagAlaw && bits == 8) {
+    encoding_ = Encoding::kAlaw;
   } else {
     throw std::runtime_error("the stream file holds format " + std::to_string(tag) + " with " + std::to_string(bits) +
                              " bits: 16-bit linear, mu-law and A-law can be read");
   }
-  if (channels != 1 || rate < lowest_rate || rate > highest_rate) {
+  if (channels != 1 || rate < kLowestRate || rate > kHighestRate) {
     throw std::runtime_error("the stream file has " + std::to_string(channels) + " channels at " +
                              std::to_string(rate) + " Hz: one channel at 8000 to 48000 Hz can be read");
   }
   sample_rate_ = static_cast<int>(rate);
   held_ = 0;
-  header_ = Header::chunk;
+  header_ = Header::kChunk;
 }
 
 // True when the samples come next.
 bool StreamReader::read_header() {
-  while (header_ != Header::none) {
-    size_t wanted = header_ == Header::riff     ? 12
-                    : header_ == Header::chunk  ? 8
-                    : header_ == Header::format ? format_size_
-                                                : std::min<uint64_t>(to_skip_, buffer_.size());
+  while (header_ != Header::kNone) {
+    size_t wanted = header_ == Header::kRiff     ? 12
+                    : header_ == Header::kChunk  ? 8
+                    : header_ == Header::kFormat ? format_size_
+                                                 : std::min<uint64_t>(to_skip_, buffer_.size());
     if (!fill(wanted)) return false;
     header_bytes_ += wanted;
-    if (header_bytes_ > longest_header) throw std::runtime_error("the stream file has no 'data' chunk in its header");
+    if (header_bytes_ > kLongestHeader) throw std::runtime_error("the stream file has no 'data' chunk in its header");
 
     switch (header_) {
-      case Header::riff:
+      case Header::kRiff:
         if (memcmp(buffer_.data(), "RIFF", 4) != 0 || memcmp(buffer_.data() + 8, "WAVE", 4) != 0) {
           throw std::runtime_error("the stream file is no WAV file");
         }
         held_ = 0;
-        header_ = Header::chunk;
+        header_ = Header::kChunk;
         break;
-      case Header::chunk:
+      case Header::kChunk:
         begin_chunk();
         break;
-      case Header::format:
+      case Header::kFormat:
         take_format();
         break;
-      case Header::skip:
+      case Header::kSkip:
         held_ = 0;
         to_skip_ -= wanted;
-        if (to_skip_ == 0) header_ = Header::chunk;
+        if (to_skip_ == 0) header_ = Header::kChunk;
         break;
-      case Header::none:
+      case Header::kNone:
         break;
     }
   }
@@ -186,9 +186,9 @@ size_t StreamReader::read(std::vector<int16_t> &samples, size_t most) {
     if (whole == 0) break;
     for (size_t i = 0; i < whole; ++i) {
       const uint8_t *bytes = buffer_.data() + i * width;
-      samples.push_back(encoding_ == Encoding::linear ? static_cast<int16_t>(little_endian(bytes, 2))
-                        : encoding_ == Encoding::ulaw ? from_ulaw(*bytes)
-                                                      : from_alaw(*bytes));
+      samples.push_back(encoding_ == Encoding::kLinear ? static_cast<int16_t>(little_endian(bytes, 2))
+                        : encoding_ == Encoding::kUlaw ? from_ulaw(*bytes)
+                                                       : from_alaw(*bytes));
     }
     count += whole;
     held_ -= whole * width;
@@ -197,4 +197,4 @@ size_t StreamReader::read(std::vector<int16_t> &samples, size_t most) {
   return count;
 }
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 
 class StreamReader {
 public:
@@ -32,19 +32,19 @@ public:
   int sample_rate() const { return sample_rate_; }
 
 private:
-  enum class Encoding { linear, ulaw, alaw };
-  enum class Header { none, riff, chunk, format, skip };
+  enum class Encoding { kLinear, kUlaw, kAlaw };
+  enum class Header { kNone, kRiff, kChunk, kFormat, kSkip };
 
   bool read_header();
   bool fill(size_t wanted);
   void begin_chunk();
   void take_format();
-  size_t bytes_per_sample() const { return encoding_ == Encoding::linear ? 2 : 1; }
+  size_t bytes_per_sample() const { return encoding_ == Encoding::kLinear ? 2 : 1; }
 
   int file_ = -1;
-  Encoding encoding_ = Encoding::linear;
+  Encoding encoding_ = Encoding::kLinear;
   int sample_rate_ = 0;
-  Header header_ = Header::none;  // what of the header comes next; none: the samples
+  Header header_ = Header::kNone;  // what of the header comes next; none: the samples
   std::array<uint8_t, 8192> buffer_{};
   size_t held_ = 0;       // bytes in buffer_ that are not used yet: a part of the header or of a sample
   uint64_t to_skip_ = 0;  // bytes of an unknown chunk that are still to come
@@ -52,4 +52,4 @@ private:
   size_t header_bytes_ = 0;  // bytes of header seen, to give up on a file that is all header
 };
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

@@ -4,13 +4,13 @@
 
 #include "confidence.h"
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 namespace {
 
 // Frames this far below the loudest, in the first cepstral coefficient, are silence and say nothing of the channel.
-constexpr float silence_depth = 45.0F;
-constexpr double greatest_weight = 300;  // the channel is never known so well that it could not change
-constexpr size_t block = 8;              // frames between two looks around: 1 ms of work, or 40 with a language model
+constexpr float kSilenceDepth = 45.0F;
+constexpr double kGreatestWeight = 300;  // the channel is never known so well that it could not change
+constexpr size_t kBlock = 8;             // frames between two looks around: 1 ms of work, or 40 with a language model
 
 struct SpeechMean {
   Cepstrum mean{};
@@ -22,7 +22,7 @@ SpeechMean speech_mean(const std::vector<Cepstrum> &frames) {
   for (const Cepstrum &frame : frames) loudest = std::max(loudest, frame[0]);
   SpeechMean speech;
   for (const Cepstrum &frame : frames) {
-    if (frame[0] < loudest - silence_depth) continue;
+    if (frame[0] < loudest - kSilenceDepth) continue;
     speech.count += 1;
     for (size_t i = 0; i < frame.size(); ++i) {
       speech.mean[i] += (frame[i] - speech.mean[i]) / static_cast<float>(speech.count);
@@ -45,7 +45,7 @@ Cepstrum Channel::adapted_to(const std::vector<Cepstrum> &frames) const {
 void Channel::learn(const std::vector<Cepstrum> &frames) {
   SpeechMean speech = speech_mean(frames);
   means = adapted_to(frames);
-  weight = std::min(weight + speech.count, greatest_weight);
+  weight = std::min(weight + speech.count, kGreatestWeight);
 }
 
 UtteranceDecoder::UtteranceDecoder(Decoder &decoder, const Hints *hints, int quiet_ms, Channel &channel,
@@ -81,8 +81,8 @@ std::string UtteranceDecoder::hypothesis() const {
 
 // False when it was given up.
 bool UtteranceDecoder::search(size_t first_frame) {
-  for (size_t done = first_frame; done < frames_.size(); done += block) {
-    decoder_.process(frames_.data() + done, std::min(block, frames_.size() - done));
+  for (size_t done = first_frame; done < frames_.size(); done += kBlock) {
+    decoder_.process(frames_.data() + done, std::min(kBlock, frames_.size() - done));
     if (!between_()) return false;
   }
   return true;
@@ -101,7 +101,7 @@ void UtteranceDecoder::judge(Result &result) {
   if (hints_ == nullptr) {
     // No second run: it would keep the caller waiting for a third of the time that he spoke.
     result.text = decoder_.hypothesis();
-    result.confidence = result.text.empty() ? 0 : language_model_confidence;
+    result.confidence = result.text.empty() ? 0 : kLanguageModelConfidence;
   } else {
     judge_hints(result);
   }
@@ -147,4 +147,4 @@ void UtteranceDecoder::drop_words() {
   search(0);
 }
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

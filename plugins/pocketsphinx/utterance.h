@@ -10,7 +10,7 @@
 #include "front_end.h"
 #include "hints.h"
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 
 // The channel of a call as the decoder has come to know it: means over frames of speech.
 struct Channel {
@@ -49,7 +49,7 @@ public:
   bool has_speech() const { return begun_; }
   // It is being heard, or ended less than the quiet time ago.
   bool in_speech() const { return front_end_.in_speech(); }
-  int speech_ms() const { return static_cast<int>(frames_.size()) * frame_ms; }
+  int speech_ms() const { return static_cast<int>(frames_.size()) * kFrameMs; }
 
   // What the caller seems to have said by now.
   std::string hypothesis() const;
@@ -78,4 +78,4 @@ private:
   bool begun_ = false;
 };
 
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

@@ -61,12 +61,12 @@ void add_numeric(const std::string &host, const std::string &port, std::vector<A
 class Channel {
 public:
   Channel() {
-    static const int ready = ares_library_init(ARES_LIB_INIT_ALL);
+    static const int kReady = ares_library_init(ARES_LIB_INIT_ALL);
     // A lost packet is sent again while there is time: the library's own figures are for patient programs.
     ares_options options = {};
     options.timeout = 700;
     options.tries = 3;
-    if (ready != ARES_SUCCESS || ares_init_options(&channel_, &options, ARES_OPT_TIMEOUTMS | ARES_OPT_TRIES) != 0) {
+    if (kReady != ARES_SUCCESS || ares_init_options(&channel_, &options, ARES_OPT_TIMEOUTMS | ARES_OPT_TRIES) != 0) {
       throw Failure("the host's name cannot be looked up");
     }
   }

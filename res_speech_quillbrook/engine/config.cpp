@@ -9,18 +9,18 @@
 
 namespace {
 
-constexpr const char *CONFIG_FILE = "quillbrook.conf";
-constexpr const char *CONFIG_FILE_OTHER = "res-speech-quillbrook.conf";
+constexpr const char *kConfigFile = "quillbrook.conf";
+constexpr const char *kConfigFileOther = "res-speech-quillbrook.conf";
 // The date that operators see is of the usual place, also when the host keeps its configuration elsewhere.
-constexpr const char *CONFIG_PATHS[] = {"/etc/asterisk/quillbrook.conf", "/etc/asterisk/res-speech-quillbrook.conf"};
+constexpr const char *kConfigPaths[] = {"/etc/asterisk/quillbrook.conf", "/etc/asterisk/res-speech-quillbrook.conf"};
 
-constexpr const char *GENERAL = "general";
-constexpr const char *LOG_PATH = "/var/log/quillbrook/debug.log";
+constexpr const char *kGeneral = "general";
+constexpr const char *kLogPath = "/var/log/quillbrook/debug.log";
 
 struct Section {
   ast_config *config;
   const char *name;
-  config_section kind;
+  ConfigSection kind;
   quillbrook_engine_t &engine;
 };
 
@@ -28,19 +28,19 @@ struct Section {
 // one, with settings that nobody expects any more. The host has named the malformed line in its log.
 ast_config *open_config() {
   const struct ast_flags flags = {};
-  ast_config *config = ast_config_load2(CONFIG_FILE, AST_MODULE, flags);
+  ast_config *config = ast_config_load2(kConfigFile, AST_MODULE, flags);
   if (!config) {
-    config = ast_config_load2(CONFIG_FILE_OTHER, AST_MODULE, flags);
+    config = ast_config_load2(kConfigFileOther, AST_MODULE, flags);
   }
   return config == CONFIG_STATUS_FILEINVALID ? nullptr : config;
 }
 
 void record_file_date() {
-  for (const char *path : CONFIG_PATHS) {
+  for (const char *path : kConfigPaths) {
     struct stat status;
     if (stat(path, &status) == 0) {
       HostMutexLock lock(quillbrook_stat_lock);
-      quillbrook_dates[QUILLBROOK_DATE_FILE] = status.st_mtime;
+      quillbrook_dates[kDateFile] = status.st_mtime;
       return;
     }
   }
@@ -64,16 +64,16 @@ int to_flag(const char *value) {
   return ast_true(value) ? 1 : 0;
 }
 
-int to_number(const config_key &key, config_section section, const char *value) {
+int to_number(const ConfigKey &key, ConfigSection section, const char *value) {
   switch (key.kind) {
-    case config_kind::boolean:
+    case ConfigKind::kBoolean:
       return to_flag(value);
-    case config_kind::debug_level:
+    case ConfigKind::kDebugLevel:
       return strncmp(value, "plugin", 6) == 0 ? 2 : to_flag(value);
-    case config_kind::normalization:
+    case ConfigKind::kNormalization:
       return is(value, "yes") || is(value, "both") ? 2 : is(value, "phrases") ? 1 : 0;
-    case config_kind::silence_threshold:
-      if (section == config_section::general && (is(value, "dsp") || is(value, "default"))) {
+    case ConfigKind::kSilenceThreshold:
+      if (section == ConfigSection::kGeneral && (is(value, "dsp") || is(value, "default"))) {
         return ast_dsp_get_threshold_from_settings(THRESHOLD_SILENCE);
       }
       return to_int(value);
@@ -84,26 +84,26 @@ int to_number(const config_key &key, config_section section, const char *value) 
 
 // In the functions below `value` is null when the section does not have the key.
 
-void load_number(const Section &section, const config_key &key, const char *value, int &number) {
+void load_number(const Section &section, const ConfigKey &key, const char *value, int &number) {
   const int given = value ? to_number(key, section.kind, value) : 0;
   if (value && given >= key.rules.least) {
     number = given;
     if (given && key.rules.excludes) {
       section.engine.*key.rules.excludes = 0;
     }
-  } else if (section.kind == config_section::profile) {
+  } else if (section.kind == ConfigSection::kProfile) {
     number = *config_number(key, quillbrook_engine[0]);
-  } else if (key.kind == config_kind::silence_threshold) {
+  } else if (key.kind == ConfigKind::kSilenceThreshold) {
     number = threshold;
   } else if (key.absent.stored) {
     number = to_number(key, section.kind, key.absent.value);
   }
 }
 
-bool load_text(const Section &section, const config_key &key, const char *value, char *&text) {
+bool load_text(const Section &section, const ConfigKey &key, const char *value, char *&text) {
   const char *source = value;
   if (!source) {
-    source = section.kind == config_section::profile ? *config_text(key, quillbrook_engine[0])
+    source = section.kind == ConfigSection::kProfile ? *config_text(key, quillbrook_engine[0])
              : key.absent.stored                     ? key.absent.value
                                                      : nullptr;
   }
@@ -126,7 +126,7 @@ bool load_log_file(const char *value, FILE *&file) {
   if (!value || is(value, "no")) {
     return true;
   }
-  const char *path = is(value, "yes") ? LOG_PATH : value;
+  const char *path = is(value, "yes") ? kLogPath : value;
   file = fopen(path, "wbe");
   if (!file) {
     ast_log(LOG_ERROR, "Failed to open log file : %s.\n", path);
@@ -136,9 +136,9 @@ bool load_log_file(const char *value, FILE *&file) {
 }
 
 // Of `general` what the file says, of a profile what its engine has in the end.
-void echo(const Section &section, const config_key &key, const char *value) {
+void echo(const Section &section, const ConfigKey &key, const char *value) {
   const char *word = key.rules.echo ? key.rules.echo : key.names[0];
-  if (section.kind == config_section::general) {
+  if (section.kind == ConfigSection::kGeneral) {
     if (value) {
       debug_log("general.%s=%s\n", word, value);
     }
@@ -149,7 +149,7 @@ void echo(const Section &section, const config_key &key, const char *value) {
   }
 }
 
-const char *find_value(const Section &section, const config_key &key) {
+const char *find_value(const Section &section, const ConfigKey &key) {
   const char *value = nullptr;
   for (const char *name : key.names) {
     if (value || !name) {
@@ -160,21 +160,21 @@ const char *find_value(const Section &section, const config_key &key) {
   return value;
 }
 
-bool load_key(const Section &section, const config_key &key) {
+bool load_key(const Section &section, const ConfigKey &key) {
   const char *value = find_value(section, key);
   bool loaded = true;
   if (int *number = config_number(key, section.engine)) {
     load_number(section, key, value, *number);
-    if (value && key.rules.warn_in_profile && section.kind == config_section::profile) {
+    if (value && key.rules.warn_in_profile && section.kind == ConfigSection::kProfile) {
       ast_log(LOG_WARNING, "Profile %s with %s = %d!\n", section.name, key.names[0], *number);
     }
   } else if (char **text = config_text(key, section.engine)) {
     loaded = load_text(section, key, value, *text);
-  } else if (key.kind == config_kind::log_file) {
+  } else if (key.kind == ConfigKind::kLogFile) {
     loaded = load_log_file(value, section.engine.log_file);
-  } else if (value && key.kind == config_kind::label) {
+  } else if (value && key.kind == ConfigKind::kLabel) {
     copy_text(section.engine.name, value);
-  } else if (key.kind == config_kind::decimal) {
+  } else if (key.kind == ConfigKind::kDecimal) {
     section.engine.speedvsaccuracy = to_float(value ? value : key.absent.value);
   }
   if (loaded) {
@@ -184,8 +184,8 @@ bool load_key(const Section &section, const config_key &key) {
 }
 
 bool load_general(ast_config *config) {
-  const Section section = {config, GENERAL, config_section::general, quillbrook_engine[0]};
-  for (const config_key &key : config_keys) {
+  const Section section = {config, kGeneral, ConfigSection::kGeneral, quillbrook_engine[0]};
+  for (const ConfigKey &key : kConfigKeys) {
     if (key.rules.in_general && !load_key(section, key)) {
       return false;
     }
@@ -195,8 +195,8 @@ bool load_general(ast_config *config) {
 
 bool load_profile(ast_config *config, const char *name, quillbrook_engine_t &engine) {
   copy_text(engine.name, name);
-  const Section section = {config, name, config_section::profile, engine};
-  for (int place = 1; place <= CONFIG_PROFILE_KEYS; ++place) {
+  const Section section = {config, name, ConfigSection::kProfile, engine};
+  for (int place = 1; place <= kConfigProfileKeyCount; ++place) {
     if (!load_key(section, config_profile_key(place))) {
       return false;
     }
@@ -206,16 +206,16 @@ bool load_profile(ast_config *config, const char *name, quillbrook_engine_t &eng
 
 // The host finds a section with an empty name in every file, and a name that is too long has no engine to serve.
 bool section_exists(ast_config *config, const char *name) {
-  return name[0] && strlen(name) <= QUILLBROOK_PROFILE_NAME_MAX && ast_category_exist(config, name, nullptr);
+  return name[0] && strlen(name) <= kProfileNameMax && ast_category_exist(config, name, nullptr);
 }
 
 // Walks the list in `profiles` and cuts it up. A name that gives no profile still takes its place in the table.
 bool load_profiles(ast_config *config) {
   char *rest = profiles;
-  for (int index = 1; rest && index < QUILLBROOK_ENGINES; ++index) {
+  for (int index = 1; rest && index < kEngines; ++index) {
     const char *name = strsep(&rest, ",");
     debug_notice("Profile = %s\n", name);
-    if (strcasecmp(name, GENERAL) == 0) {
+    if (strcasecmp(name, kGeneral) == 0) {
       continue;
     }
     if (!section_exists(config, name)) {
@@ -226,7 +226,7 @@ bool load_profiles(ast_config *config) {
   }
   if (rest) {
     const auto left_out = 1 + std::count(rest, rest + strlen(rest), ',');
-    ast_log(LOG_WARNING, "Too many profiles: %d are read, %zd left out\n", QUILLBROOK_ENGINES - 1,
+    ast_log(LOG_WARNING, "Too many profiles: %d are read, %zd left out\n", kEngines - 1,
             static_cast<ssize_t>(left_out));
   }
   return true;
@@ -237,12 +237,12 @@ bool load_profiles(ast_config *config) {
 int quillbrook_engine_config_load() {
   ast_config *config = open_config();
   if (!config) {
-    ast_log(LOG_WARNING, "No such configuration file %s\n", CONFIG_FILE);
+    ast_log(LOG_WARNING, "No such configuration file %s\n", kConfigFile);
     ast_log(
         LOG_NOTICE,
         "If %s is there, the PBX cannot read it: see its own message above. Else copy quillbrook.conf.sample to it; "
         "everything in it may stay commented out.\n",
-        CONFIG_FILE);
+        kConfigFile);
     return -1;
   }
   record_file_date();

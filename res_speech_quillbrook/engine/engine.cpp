@@ -3,19 +3,19 @@
 int debug;
 int verbose;
 int twin;
-int threshold = QUILLBROOK_DEFAULT_THRESHOLD;
+int threshold = kDefaultThreshold;
 char *profiles;
 int quillbrook_webenabled = 1;
 int quillbrook_webregged;
 
-quillbrook_engine_t quillbrook_engine[QUILLBROOK_ENGINES];
+quillbrook_engine_t quillbrook_engine[kEngines];
 
 void quillbrook_engine_table_init() {
   std::fill(std::begin(quillbrook_engine), std::end(quillbrook_engine), quillbrook_engine_t{});
   debug = 0;
   verbose = 0;
   twin = 0;
-  threshold = QUILLBROOK_DEFAULT_THRESHOLD;
+  threshold = kDefaultThreshold;
   profiles = nullptr;
   quillbrook_webenabled = 1;
   quillbrook_webregged = 0;
@@ -32,8 +32,8 @@ void quillbrook_engine_release_texts(quillbrook_engine_t &engine) {
 
 void quillbrook_engine_host_name(const quillbrook_engine_t &engine, char *name, size_t size) {
   if (&engine == &quillbrook_engine[0]) {
-    snprintf(name, size, "%s", QUILLBROOK_ENGINE_NAME);
+    snprintf(name, size, "%s", kEngineName);
   } else {
-    snprintf(name, size, "%s:%s", QUILLBROOK_ENGINE_NAME, engine.name);
+    snprintf(name, size, "%s:%s", kEngineName, engine.name);
   }
 }

@@ -55,16 +55,15 @@ struct quillbrook_engine_t {
   char *loggingtag;
 };
 
-constexpr int QUILLBROOK_ENGINES = 100;
+constexpr int kEngines = 100;
 // The default engine's name in the host; a profile's is "quillbrook:NAME".
-inline constexpr char QUILLBROOK_ENGINE_NAME[] = "quillbrook";
+inline constexpr char kEngineName[] = "quillbrook";
 // Bytes for the name of a host engine, its zero included; it bounds a profile's name.
-constexpr int QUILLBROOK_ENGINE_NAME_SIZE = 100;
-constexpr int QUILLBROOK_PROFILE_NAME_MAX =
-    QUILLBROOK_ENGINE_NAME_SIZE - 1 - static_cast<int>(sizeof(QUILLBROOK_ENGINE_NAME));
-constexpr int QUILLBROOK_DEFAULT_THRESHOLD = 150;
+constexpr int kEngineNameSize = 100;
+constexpr int kProfileNameMax = kEngineNameSize - 1 - static_cast<int>(sizeof(kEngineName));
+constexpr int kDefaultThreshold = 150;
 
-extern quillbrook_engine_t quillbrook_engine[QUILLBROOK_ENGINES];
+extern quillbrook_engine_t quillbrook_engine[kEngines];
 
 // Settings of the whole module, from the section `general`. `debug` and `verbose` stand in support/log.h.
 extern int twin;                   // a second plugin record for each recognition
@@ -86,7 +85,7 @@ void quillbrook_engine_host_name(const quillbrook_engine_t &engine, char *name, 
 // Calls `visit(engine, index)` for the entries from 1 up to the first empty name.
 template <typename Visit>
 void quillbrook_for_each_profile(Visit &&visit) {
-  for (int index = 1; index < QUILLBROOK_ENGINES && quillbrook_engine[index].name[0]; ++index) {
+  for (int index = 1; index < kEngines && quillbrook_engine[index].name[0]; ++index) {
     visit(quillbrook_engine[index], index);
   }
 }

@@ -36,7 +36,7 @@ bool load() {
       !(quillbrook_plugin_open(quillbrook_engine[0]) && quillbrook_register_default_engine())) {
     return false;
   }
-  for (int index = 1; index < QUILLBROOK_ENGINES && quillbrook_engine[index].name[0]; ++index) {
+  for (int index = 1; index < kEngines && quillbrook_engine[index].name[0]; ++index) {
     debug_notice("Add profile = %s\n", quillbrook_engine[index].name);
     if (!quillbrook_plugin_open(quillbrook_engine[index]) || !quillbrook_register_profile_engine(index)) {
       return false;
@@ -57,7 +57,7 @@ void withdraw() {
   quillbrook_jsgf_uri_unlink();
   quillbrook_webenabled = 0;
   quillbrook_http_update();
-  for (int index = QUILLBROOK_ENGINES - 1; index > 0; --index) {
+  for (int index = kEngines - 1; index > 0; --index) {
     quillbrook_engine_t &engine = quillbrook_engine[index];
     if (engine.plugin_handle) {
       quillbrook_unregister_profile_engine(index);
@@ -82,7 +82,7 @@ void unload_profile(quillbrook_engine_t &engine, int index) {
     ast_log(LOG_ERROR, "Failed to unload the QuillBrook plugin : res=%d.\n", result);
   }
   if (!quillbrook_unregister_profile_engine(index)) {
-    char name[QUILLBROOK_ENGINE_NAME_SIZE];
+    char name[kEngineNameSize];
     quillbrook_engine_host_name(engine, name, sizeof(name));
     ast_log(LOG_ERROR, "Failed to unregister module %s\n", name);
   }
@@ -126,7 +126,7 @@ int unload_module() {
 
 // Nothing is read again: a change of the configuration takes effect when the module is unloaded and loaded.
 int reload_module() {
-  quillbrook_statistics_stamp(QUILLBROOK_DATE_RELOAD);
+  quillbrook_statistics_stamp(kDateReload);
   return 1;
 }
 

@@ -3,11 +3,11 @@
 bool quillbrook_plugin_filename(char *path, size_t size, const char *plugin_name) {
   int length;
   if (!plugin_name) {
-    length = snprintf(path, size, "%s/plugin_dummy.so", QUILLBROOK_PLUGIN_DIRECTORY);
+    length = snprintf(path, size, "%s/plugin_dummy.so", kPluginDirectory);
   } else if (plugin_name[0] == '/' || plugin_name[0] == '.') {
     length = snprintf(path, size, "%s", plugin_name);
   } else {
-    length = snprintf(path, size, "%s/%s", QUILLBROOK_PLUGIN_DIRECTORY, plugin_name);
+    length = snprintf(path, size, "%s/%s", kPluginDirectory, plugin_name);
   }
   return static_cast<size_t>(length) < size;
 }
@@ -17,7 +17,7 @@ namespace {
 // What the fixed texts of the errors leave out: whose plugin it is, and where plugins are looked for.
 void say_where_to_look(const quillbrook_engine_t &engine, const char *path) {
   ast_log(LOG_NOTICE, "%s is asked for by the key plugin of the section %s: the name of a plugin in %s, or a path.\n",
-          path, &engine == &quillbrook_engine[0] ? "general" : engine.name, QUILLBROOK_PLUGIN_DIRECTORY);
+          path, &engine == &quillbrook_engine[0] ? "general" : engine.name, kPluginDirectory);
 }
 
 // Looks a function up by its first and then its second name.
@@ -41,7 +41,7 @@ bool find_function(const quillbrook_engine_t &engine, const char *path, Function
 }  // namespace
 
 bool quillbrook_plugin_open(quillbrook_engine_t &engine) {
-  char path[QUILLBROOK_PLUGIN_PATH_SIZE];
+  char path[kPluginPathSize];
   if (!quillbrook_plugin_filename(path, sizeof(path), engine.plugin_name)) {
     ast_log(LOG_ERROR, "Failed to load the plugin : %s: the path is longer than %zu bytes.\n", engine.plugin_name,
             sizeof(path) - 1);

@@ -4,9 +4,9 @@
 #include "engine.h"
 
 // Where plugins are installed.
-inline constexpr char QUILLBROOK_PLUGIN_DIRECTORY[] = "/usr/lib/quillbrook";
+inline constexpr char kPluginDirectory[] = "/usr/lib/quillbrook";
 // Bytes for the path of a plugin, its zero included.
-constexpr size_t QUILLBROOK_PLUGIN_PATH_SIZE = 2000;
+constexpr size_t kPluginPathSize = 2000;
 
 // The path of the plugin `plugin_name`: none given is the dummy plugin; a name that begins with "/" or "." stands as it
 // is; any other is looked for in the plugin directory. False when the path does not fit.

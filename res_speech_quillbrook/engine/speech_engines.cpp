@@ -8,7 +8,7 @@ namespace {
 char default_engine_name[] = "quillbrook";
 
 // The records of the profiles' engines, by index of their entry: the host uses them but does not own them.
-struct ast_speech_engine *profile_engines[QUILLBROOK_ENGINES];
+struct ast_speech_engine *profile_engines[kEngines];
 
 void release_profile_engine(struct ast_speech_engine *engine) {
   host_format_cap_release(engine->formats);
@@ -52,7 +52,7 @@ bool quillbrook_register_default_engine() {
 }
 
 bool quillbrook_register_profile_engine(int index) {
-  char name[QUILLBROOK_ENGINE_NAME_SIZE];
+  char name[kEngineNameSize];
   quillbrook_engine_host_name(quillbrook_engine[index], name, sizeof(name));
   auto *ast_engine_profile = host_calloc<struct ast_speech_engine>();
   if (!ast_engine_profile) {
@@ -86,7 +86,7 @@ bool quillbrook_unregister_default_engine() {
 }
 
 bool quillbrook_unregister_profile_engine(int index) {
-  char name[QUILLBROOK_ENGINE_NAME_SIZE];
+  char name[kEngineNameSize];
   quillbrook_engine_host_name(quillbrook_engine[index], name, sizeof(name));
   const bool known = ast_speech_unregister(name) == 0;
   if (profile_engines[index]) {

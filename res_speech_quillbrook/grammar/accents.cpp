@@ -1,13 +1,13 @@
 #include "accents.h"
 
 std::string removeAccentsUTF8(const std::string &s) {
-  struct row {
+  struct Row {
     unsigned char hi;  // the two bytes of the letter
     unsigned char lo;
     const char *rep;  // what takes their place; null in the row that ends the table
   };
   // clang-format off
-  static constexpr row tbl[] = {
+  static constexpr Row kTbl[] = {
       // à á â ã ä å
       {0xC3, 0xA0, "a"}, {0xC3, 0xA1, "a"}, {0xC3, 0xA2, "a"}, {0xC3, 0xA3, "a"}, {0xC3, 0xA4, "a"}, {0xC3, 0xA5, "a"},
       // æ
@@ -63,7 +63,7 @@ std::string removeAccentsUTF8(const std::string &s) {
     const char *rep = nullptr;
     if (c >= 0xC0 && c <= 0xDF && i + 1 < s.size()) {
       const auto c2 = static_cast<unsigned char>(s[i + 1]);
-      const row *found = tbl;
+      const Row *found = kTbl;
       while (found->rep && (found->hi != c || found->lo != c2)) {
         ++found;
       }

@@ -19,8 +19,8 @@ int run_command(const char *entry, struct ast_speech *speech, Command &&command)
 }
 
 // Names are kept cut to the size of their field, and looked up in that form.
-bool is_name(const char (&kept)[QUILLBROOK_GRAMMAR_NAME_SIZE], const char *name) {
-  char cut[QUILLBROOK_GRAMMAR_NAME_SIZE];
+bool is_name(const char (&kept)[kGrammarNameSize], const char *name) {
+  char cut[kGrammarNameSize];
   copy_text(cut, name);
   return strcmp(kept, cut) == 0;
 }

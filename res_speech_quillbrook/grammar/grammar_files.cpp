@@ -4,10 +4,10 @@
 
 namespace {
 
-struct file_closer {
+struct FileCloser {
   void operator()(FILE *file) const { fclose(file); }
 };
-using open_file = std::unique_ptr<FILE, file_closer>;
+using OpenFile = std::unique_ptr<FILE, FileCloser>;
 
 bool ends_with(std::string_view text, std::string_view end) {
   return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
@@ -40,7 +40,7 @@ char *read_blob(FILE *file) {
 
 void load_configuration(quillbrook_speech_t &session, const char *name, const char *path) {
   debug_log("config detect :%s.\n", path);
-  const open_file file(open_regular_file(path));
+  OpenFile file(open_regular_file(path));
   if (!file) {
     warn_unreadable(session, name, path);
   }
@@ -50,7 +50,7 @@ void load_configuration(quillbrook_speech_t &session, const char *name, const ch
 
 void load_context(quillbrook_speech_t &session, const char *name, const char *path) {
   debug_log("context detect :%s.\n", path);
-  const open_file file(open_regular_file(path));
+  OpenFile file(open_regular_file(path));
   if (file) {
     // One byte more than fits, so that a longer text is cut behind a whole character.
     char text[QUILLBROOK_TEXT_SIZE + 1];

@@ -8,8 +8,8 @@
 namespace {
 
 // Values of normalize_mode from which on accents are removed.
-constexpr int NORMALIZE_WORDS = 1;
-constexpr int NORMALIZE_GRAMMARS = 2;
+constexpr int kNormalizeWords = 1;
+constexpr int kNormalizeGrammars = 2;
 
 std::string read_file(const std::string &filename) {
   const std::unique_ptr<FILE, int (*)(FILE *)> file(open_regular_file(filename.c_str()), fclose);
@@ -53,12 +53,12 @@ std::string tags_of(const Grammar &grammar, const std::string &rule, const std::
 GrammarFileError::GrammarFileError(const std::string &filename, int error)
     : std::runtime_error("Erreur ouverture: " + filename), error_(error) {}
 
-GrammarManager::GrammarManager() : normalize_mode(0) {}
+GrammarManager::GrammarManager() : normalize_mode_(0) {}
 
 GrammarManager::~GrammarManager() = default;
 
 void GrammarManager::setNormalizeMode(int mode) {
-  normalize_mode = mode;
+  normalize_mode_ = mode;
 }
 
 void GrammarManager::load(const std::string &name, const std::string &filename) {
@@ -69,33 +69,33 @@ void GrammarManager::add(const std::string &name, const std::string &jsgf) {
   std::istringstream content(normalize(jsgf));
   auto grammar = std::make_unique<Grammar>(content);
   grammar->setName(name);
-  grammars.push_back(std::move(grammar));
-  inactive.erase(name);
+  grammars_.push_back(std::move(grammar));
+  inactive_.erase(name);
 }
 
 void GrammarManager::adopt(GrammarManager &&other) {
-  grammars.reserve(grammars.size() + other.grammars.size());  // nothing below can fail
-  for (std::unique_ptr<Grammar> &grammar : other.grammars) {
-    inactive.erase(grammar->getName());
-    grammars.push_back(std::move(grammar));
+  grammars_.reserve(grammars_.size() + other.grammars_.size());  // nothing below can fail
+  for (std::unique_ptr<Grammar> &grammar : other.grammars_) {
+    inactive_.erase(grammar->getName());
+    grammars_.push_back(std::move(grammar));
   }
-  other.grammars.clear();
-  other.inactive.clear();
+  other.grammars_.clear();
+  other.inactive_.clear();
 }
 
 bool GrammarManager::unload(const std::string &name) {
-  const auto found = std::find_if(grammars.begin(), grammars.end(),
+  const auto found = std::find_if(grammars_.begin(), grammars_.end(),
                                   [&](const std::unique_ptr<Grammar> &grammar) { return grammar->getName() == name; });
-  if (found == grammars.end()) {
+  if (found == grammars_.end()) {
     return false;
   }
-  grammars.erase(found);
-  inactive.erase(name);
+  grammars_.erase(found);
+  inactive_.erase(name);
   return true;
 }
 
 bool GrammarManager::exists(const std::string &name) const {
-  return std::any_of(grammars.begin(), grammars.end(),
+  return std::any_of(grammars_.begin(), grammars_.end(),
                      [&](const std::unique_ptr<Grammar> &grammar) { return grammar->getName() == name; });
 }
 
@@ -103,7 +103,7 @@ bool GrammarManager::activate(const std::string &name) {
   if (!exists(name)) {
     return false;
   }
-  inactive.erase(name);
+  inactive_.erase(name);
   return true;
 }
 
@@ -111,26 +111,26 @@ bool GrammarManager::deactivate(const std::string &name) {
   if (!exists(name)) {
     return false;
   }
-  inactive.insert(name);
+  inactive_.insert(name);
   return true;
 }
 
 bool GrammarManager::isActive(const std::string &name) const {
-  return exists(name) && !inactive.count(name);
+  return exists(name) && !inactive_.count(name);
 }
 
 size_t GrammarManager::activeCount() const {
   return static_cast<size_t>(
-      std::count_if(grammars.begin(), grammars.end(),
-                    [&](const std::unique_ptr<Grammar> &grammar) { return !inactive.count(grammar->getName()); }));
+      std::count_if(grammars_.begin(), grammars_.end(),
+                    [&](const std::unique_ptr<Grammar> &grammar) { return !inactive_.count(grammar->getName()); }));
 }
 
 std::string GrammarManager::activeNames() const {
   std::string names;
   bool first = true;
-  for (const std::unique_ptr<Grammar> &grammar : grammars) {
+  for (const std::unique_ptr<Grammar> &grammar : grammars_) {
     const std::string name = grammar->getName();
-    if (inactive.count(name)) {
+    if (inactive_.count(name)) {
       continue;
     }
     if (!first) {
@@ -143,16 +143,16 @@ std::string GrammarManager::activeNames() const {
 }
 
 std::string GrammarManager::normalize(const std::string &text) const {
-  return normalize_mode >= NORMALIZE_GRAMMARS ? removeAccentsUTF8(text) : text;
+  return normalize_mode_ >= kNormalizeGrammars ? removeAccentsUTF8(text) : text;
 }
 
 std::string GrammarManager::match(const std::string &input) const {
   const std::string effective = normalize(input);
   notice("Match: %d grammar(s) loaded, %d active [%s], input [%s]\n", static_cast<int>(size()),
          static_cast<int>(activeCount()), activeNames().c_str(), effective.c_str());
-  for (const std::unique_ptr<Grammar> &grammar : grammars) {
+  for (const std::unique_ptr<Grammar> &grammar : grammars_) {
     const std::string name = grammar->getName();
-    if (inactive.count(name)) {
+    if (inactive_.count(name)) {
       notice("Match: grammar %s is not active, skipped\n", name.c_str());
       continue;
     }
@@ -171,9 +171,9 @@ std::string GrammarManager::match(const std::string &input) const {
 std::string GrammarManager::words() const {
   notice("Extract words: %d grammar(s) loaded, %d active [%s]\n", static_cast<int>(size()),
          static_cast<int>(activeCount()), activeNames().c_str());
-  for (const std::unique_ptr<Grammar> &grammar : grammars) {
+  for (const std::unique_ptr<Grammar> &grammar : grammars_) {
     const std::string name = grammar->getName();
-    if (inactive.count(name)) {
+    if (inactive_.count(name)) {
       notice("Extract words: grammar %s is not active, skipped\n", name.c_str());
       continue;
     }
@@ -181,7 +181,7 @@ std::string GrammarManager::words() const {
     const std::vector<std::string> entries = grammar->getAllWords();
     std::string words;
     for (const std::string &entry : entries) {
-      const std::string w = normalize_mode >= NORMALIZE_WORDS ? removeAccentsUTF8(entry) : entry;
+      const std::string w = normalize_mode_ >= kNormalizeWords ? removeAccentsUTF8(entry) : entry;
       notice("%s\n", w.c_str());
       append_separated(words, ", ", w);
     }
@@ -195,7 +195,7 @@ std::string GrammarManager::words() const {
 }
 
 size_t GrammarManager::size() const {
-  return grammars.size();
+  return grammars_.size();
 }
 
 bool GrammarManager::hasGrammar() const {

@@ -71,7 +71,7 @@ private:
   void add(const std::string &name, const std::string &jsgf);
   bool exists(const std::string &name) const;
 
-  std::vector<std::unique_ptr<Grammar>> grammars;
-  std::set<std::string> inactive;
-  int normalize_mode;
+  std::vector<std::unique_ptr<Grammar>> grammars_;
+  std::set<std::string> inactive_;
+  int normalize_mode_;
 };

@@ -3,7 +3,7 @@
 namespace {
 
 // A value as it was given, and as a timeout.
-struct property_value {
+struct PropertyValue {
   const char *text;
   int timeout;  // milliseconds, or -1
 };
@@ -11,8 +11,8 @@ struct property_value {
 // Single precision decides what "1.001s" is, because the fraction is cut off.
 int milliseconds(double number, float factor) {
   const float product = static_cast<float>(number) * factor;
-  constexpr float TOO_LARGE = 2147483648.0F;
-  return product < TOO_LARGE ? static_cast<int>(product) : INT_MAX;
+  constexpr float kTooLarge = 2147483648.0F;
+  return product < kTooLarge ? static_cast<int>(product) : INT_MAX;
 }
 
 // The unit is the first small s with the m in front of it, if there is one.
@@ -26,17 +26,17 @@ int read_timeout(const char *text) {
   return milliseconds(atof(value), unit[-1] == 'm' ? 1.0F : 1000.0F);
 }
 
-void store_speed(quillbrook_speech_t &session, const property_value &value) {
+void store_speed(quillbrook_speech_t &session, const PropertyValue &value) {
   session.speedvsaccuracy = static_cast<float>(atof(value.text));
 }
 
 // A running recognition reads some of the timeouts.
 template <int quillbrook_speech_t::*Field>
-void store_timeout(quillbrook_speech_t &session, const property_value &value) {
+void store_timeout(quillbrook_speech_t &session, const PropertyValue &value) {
   shared_store(session.*Field, value.timeout);
 }
 
-void store_tag(quillbrook_speech_t &session, const property_value &value) {
+void store_tag(quillbrook_speech_t &session, const PropertyValue &value) {
   copy_text(session.loggingtag, value.text);
 }
 
@@ -45,26 +45,26 @@ bool model_is_open(const quillbrook_speech_t &session) {
   return session.model[0] == '?';
 }
 
-void store_language(quillbrook_speech_t &session, const property_value &value) {
+void store_language(quillbrook_speech_t &session, const PropertyValue &value) {
   if (model_is_open(session)) {
     copy_text(session.model, value.text);
   }
   debug_log("Model set :%s\n", session.model);
 }
 
-void store_voice(quillbrook_speech_t &session, const property_value &value) {
+void store_voice(quillbrook_speech_t &session, const PropertyValue &value) {
   if (model_is_open(session)) {
     copy_text(session.voice, value.text);
   }
   debug_log("Use voice :%s\n", session.voice);
 }
 
-struct property {
+struct Property {
   const char *name;
-  void (*store)(quillbrook_speech_t &session, const property_value &value);
+  void (*store)(quillbrook_speech_t &session, const PropertyValue &value);
 };
 
-constexpr property PROPERTIES[] = {
+constexpr Property kProperties[] = {
     {"Speed-vs-Accuracy", store_speed},
     {"Max-Speech-Timeout", store_timeout<&quillbrook_speech_t::maxspeechtimeout>},
     {"Recognition-Timeout", store_timeout<&quillbrook_speech_t::maxspeechtimeout>},
@@ -79,14 +79,14 @@ constexpr property PROPERTIES[] = {
     {"Speech-Voice", store_voice},
 };
 
-struct builtin_form {
+struct BuiltinForm {
   const char *prefix;
   bool whole_path;  // the value is the path itself, not what is behind the prefix
   char (quillbrook_speech_t::*field)[QUILLBROOK_TEXT_SIZE];
   const char *log_line;
 };
 
-constexpr builtin_form BUILTIN_FORMS[] = {
+constexpr BuiltinForm kBuiltinForms[] = {
     {"builtin:grammar/model=", false, &quillbrook_speech_t::model, "Model set :%s\n"},
     {"builtin:grammar/configuration=", false, &quillbrook_speech_t::configuration, "Configuration set :%s\n"},
     {"builtin:grammar/text=", false, &quillbrook_speech_t::model, "Model set :%s\n"},
@@ -101,7 +101,7 @@ bool quillbrook_begins_with(const char *text, const char *prefix) {
 }
 
 bool quillbrook_set_property(quillbrook_speech_t &session, const char *text, const char *value) {
-  for (const property &row : PROPERTIES) {
+  for (const Property &row : kProperties) {
     if (quillbrook_begins_with(text, row.name)) {
       debug_log("Property set :%s.\n", value);
       row.store(session, {value, read_timeout(value)});
@@ -112,7 +112,7 @@ bool quillbrook_set_property(quillbrook_speech_t &session, const char *text, con
 }
 
 void quillbrook_set_builtin(quillbrook_speech_t &session, const char *path) {
-  for (const builtin_form &form : BUILTIN_FORMS) {
+  for (const BuiltinForm &form : kBuiltinForms) {
     if (quillbrook_begins_with(path, form.prefix)) {
       copy_text(session.*form.field, form.whole_path ? path : path + strlen(form.prefix));
       debug_log(form.log_line, session.*form.field);

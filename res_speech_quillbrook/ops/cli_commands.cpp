@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr int words_of_a_command = 3;
+constexpr int kWordsOfACommand = 3;
 
 struct Command {
   const char *words;
@@ -30,7 +30,7 @@ char *handle(ast_cli_entry *entry, int call, ast_cli_args *args) {
     default:
       break;
   }
-  if (args->argc != words_of_a_command) {
+  if (args->argc != kWordsOfACommand) {
     return CLI_SHOWUSAGE;
   }
   return guarded(command.words, CLI_FAILURE, [args] {
@@ -52,7 +52,7 @@ constexpr Command show_plugins = {"quillbrook show plugins",
                                   "Usage: quillbrook show plugins\n"
                                   "       Display loaded QuillBrook plugins and their active configuration.\n",
                                   quillbrook_cli_show_plugins};
-constexpr Command show_statistics = {"quillbrook show statistics",
+constexpr Command kShowStatistics = {"quillbrook show statistics",
                                      "Usage: quillbrook show statistics\n"
                                      "       Display QuillBrook session and transcription statistics.\n",
                                      quillbrook_cli_show_statistics};
@@ -67,13 +67,13 @@ constexpr Command reset = {"quillbrook reset statistics",
 
 constexpr auto *handle_cli_quillbrook_version = handle<show_version>;
 constexpr auto *handle_cli_quillbrook_plugins = handle<show_plugins>;
-constexpr auto *handle_cli_quillbrook_statistics = handle<show_statistics>;
+constexpr auto *handle_cli_quillbrook_statistics = handle<kShowStatistics>;
 constexpr auto *handle_cli_quillbrook_dates = handle<show_dates>;
 constexpr auto *handle_cli_quillbrook_reset_statistics = handle<reset>;
 
 }  // namespace
 
-ast_cli_entry cli_quillbrook[QUILLBROOK_CLI_COMMANDS] = {
+ast_cli_entry cli_quillbrook[kCliCommands] = {
     AST_CLI_DEFINE(handle_cli_quillbrook_version, "Show QuillBrook version"),
     AST_CLI_DEFINE(handle_cli_quillbrook_plugins, "Show QuillBrook loaded plugins"),
     AST_CLI_DEFINE(handle_cli_quillbrook_statistics, "Show QuillBrook statistics"),
@@ -82,7 +82,7 @@ ast_cli_entry cli_quillbrook[QUILLBROOK_CLI_COMMANDS] = {
 };
 
 int quillbrook_cli_register() {
-  if (ast_cli_register_multiple(cli_quillbrook, QUILLBROOK_CLI_COMMANDS) == 0) {
+  if (ast_cli_register_multiple(cli_quillbrook, kCliCommands) == 0) {
     return 0;
   }
   quillbrook_cli_unregister();
@@ -90,5 +90,5 @@ int quillbrook_cli_register() {
 }
 
 void quillbrook_cli_unregister() {
-  ast_cli_unregister_multiple(cli_quillbrook, QUILLBROOK_CLI_COMMANDS);
+  ast_cli_unregister_multiple(cli_quillbrook, kCliCommands);
 }

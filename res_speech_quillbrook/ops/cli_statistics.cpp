@@ -4,14 +4,14 @@
 
 namespace {
 
-constexpr time_t seconds_per_minute = 60;
-constexpr time_t seconds_per_hour = 3600;
-constexpr time_t seconds_per_day = 86400;
-constexpr int days_of_shown_age_max = 300;
+constexpr time_t kSecondsPerMinute = 60;
+constexpr time_t kSecondsPerHour = 3600;
+constexpr time_t kSecondsPerDay = 86400;
+constexpr int kDaysOfShownAgeMax = 300;
 
 // A reload and a message are rare enough on many systems that their absence is not worth a line.
 bool shown_when_unset(int index) {
-  return index != QUILLBROOK_DATE_RELOAD && index != QUILLBROOK_DATE_MESSAGE;
+  return index != kDateReload && index != kDateMessage;
 }
 
 // What stands behind the date: nothing for an age of less than a minute and for a long one. The age is counted in
@@ -19,16 +19,16 @@ bool shown_when_unset(int index) {
 template <size_t Size>
 void format_age(char (&text)[Size], time_t age) {
   text[0] = '\0';
-  const int days = static_cast<int>(age / seconds_per_day);
-  if (days > days_of_shown_age_max) {
+  const int days = static_cast<int>(age / kSecondsPerDay);
+  if (days > kDaysOfShownAgeMax) {
     return;
   }
   if (days != 0) {
     snprintf(text, Size, " (%d days)", days);
     return;
   }
-  const int hours = static_cast<int>(age / seconds_per_hour);
-  const int mins = static_cast<int>(age % seconds_per_hour / seconds_per_minute);
+  const int hours = static_cast<int>(age / kSecondsPerHour);
+  const int mins = static_cast<int>(age % kSecondsPerHour / kSecondsPerMinute);
   if (hours != 0 || mins != 0) {
     snprintf(text, Size, " (%02dh%02dmn)", hours, mins);
   }
@@ -61,8 +61,8 @@ void quillbrook_cli_show_statistics(int fd) {
 
 void quillbrook_cli_show_dates(int fd) {
   const quillbrook_statistics_snapshot snapshot = quillbrook_statistics_read();
-  const time_t now = snapshot.dates[QUILLBROOK_DATE_NOW];
-  for (int index = 0; index < QUILLBROOK_DATES; ++index) {
+  const time_t now = snapshot.dates[kDateNow];
+  for (int index = 0; index < kDates; ++index) {
     const time_t date = snapshot.dates[index];
     if (date != 0) {
       show_date(fd, quillbrook_dates_name[index], date, now - date);

@@ -5,24 +5,24 @@
 namespace {
 
 // The quotes and blanks belong to the text.
-constexpr char version[] = R"("1" "." "0")";
-constexpr char build[] = "Unknown";
-constexpr char revision[] = "$Revision: 1.73 $";
-constexpr char source_date[] = __TIMESTAMP__;
+constexpr char kVersion[] = R"("1" "." "0")";
+constexpr char kBuild[] = "Unknown";
+constexpr char kRevision[] = "$Revision: 1.73 $";
+constexpr char kSourceDate[] = __TIMESTAMP__;
 
-constexpr size_t os_release_line_size = 512;
+constexpr size_t kOsReleaseLineSize = 512;
 
 }  // namespace
 
 void quillbrook_read_os_release(FILE *file, char *buf, size_t size) {
-  constexpr std::string_view key = "PRETTY_NAME=";
-  char line[os_release_line_size];
+  constexpr std::string_view kEy = "PRETTY_NAME=";
+  char line[kOsReleaseLineSize];
   while (fgets(line, sizeof(line), file)) {
     std::string_view value = line;
-    if (value.substr(0, key.size()) != key) {
+    if (value.substr(0, kEy.size()) != kEy) {
       continue;
     }
-    value.remove_prefix(key.size());
+    value.remove_prefix(kEy.size());
     while (!value.empty() && (value.back() == '\r' || value.back() == '\n')) {
       value.remove_suffix(1);
     }
@@ -46,15 +46,15 @@ void quillbrook_get_os_release(char *buf, size_t size) {
 void quillbrook_cli_show_version(int fd) {
   utsname system;
   const bool system_known = uname(&system) == 0;
-  char os_release[os_release_line_size];
+  char os_release[kOsReleaseLineSize];
   quillbrook_get_os_release(os_release, sizeof(os_release));
   char uuid[100] = "?";
   ast_pbx_uuid_get(uuid, sizeof(uuid));
 
-  ast_cli(fd, "Version       : %s\n", version);
-  ast_cli(fd, " Build        : %s\n", build);
-  ast_cli(fd, " CVS Revision : %s\n", revision);
-  ast_cli(fd, " Source file  : %s\n", source_date);
+  ast_cli(fd, "Version       : %s\n", kVersion);
+  ast_cli(fd, " Build        : %s\n", kBuild);
+  ast_cli(fd, " CVS Revision : %s\n", kRevision);
+  ast_cli(fd, " Source file  : %s\n", kSourceDate);
   ast_cli(fd, " Compilation  : %s\n", __DATE__);
   ast_cli(fd, "              : %s\n", __TIME__);
   ast_cli(fd, "Build with\n");

@@ -21,7 +21,7 @@ struct Counter {
   unsigned long long quillbrook_statistics::*value;
 };
 
-constexpr Counter counters[] = {
+constexpr Counter kCounters[] = {
     {"sessions_total", "counter", "QuillBrook sessions total", &quillbrook_statistics::sessions_total},
     {"sessions_active", "gauge", "QuillBrook sessions active", &quillbrook_statistics::sessions_active},
     {"sessions_closed", "counter", "QuillBrook sessions closed", &quillbrook_statistics::sessions_closed},
@@ -31,7 +31,7 @@ constexpr Counter counters[] = {
 };
 
 void append_counters(ast_str **out, const char *eid, const quillbrook_statistics &stats) {
-  for (const Counter &counter : counters) {
+  for (const Counter &counter : kCounters) {
     ast_str_append(out, 0,
                    "# HELP asterisk_quillbrook_%s %s\n"
                    "# TYPE asterisk_quillbrook_%s %s\n"
@@ -49,10 +49,10 @@ void append_score_average(ast_str **out, const char *eid, double average) {
 }
 
 // The value is the age of the date in seconds, 0 when it has not happened. The age of a date in the future wraps.
-void append_dates(ast_str **out, const char *eid, const time_t (&dates)[QUILLBROOK_DATES]) {
-  for (int index = 0; index < QUILLBROOK_DATES; ++index) {
+void append_dates(ast_str **out, const char *eid, const time_t (&dates)[kDates]) {
+  for (int index = 0; index < kDates; ++index) {
     const time_t date = dates[index];
-    const auto age = static_cast<unsigned long long>(date != 0 ? dates[QUILLBROOK_DATE_NOW] - date : 0);
+    const auto age = static_cast<unsigned long long>(date != 0 ? dates[kDateNow] - date : 0);
     ast_str_append(out, 0,
                    "# HELP asterisk_quillbrook_date_%d %s\n"
                    "# TYPE asterisk_quillbrook_date_%d gauge\n"

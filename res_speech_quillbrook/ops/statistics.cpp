@@ -4,9 +4,9 @@
 
 ast_mutex_t quillbrook_stat_lock;
 quillbrook_statistics quillbrook_stats;
-time_t quillbrook_dates[QUILLBROOK_DATES];
+time_t quillbrook_dates[kDates];
 
-const char *const quillbrook_dates_name[QUILLBROOK_DATES] = {
+const char *const quillbrook_dates_name[kDates] = {
     "Current date          ", "Start module          ", "Reload configuration  ", "File configuration    ",
     "Last session          ", "Last message          ", "Reset statistics      ",
 };
@@ -17,7 +17,7 @@ void quillbrook_statistics_init() {
   ast_mutex_init(&quillbrook_stat_lock);
   quillbrook_stats = {};
   std::fill(std::begin(quillbrook_dates), std::end(quillbrook_dates), 0);
-  quillbrook_dates[QUILLBROOK_DATE_START] = time(nullptr);
+  quillbrook_dates[kDateStart] = time(nullptr);
 }
 
 void quillbrook_statistics_destroy() {
@@ -28,7 +28,7 @@ void quillbrook_statistics_session_start() {
   const HostMutexLock hold(quillbrook_stat_lock);
   ++quillbrook_stats.sessions_total;
   ++quillbrook_stats.sessions_active;
-  quillbrook_dates[QUILLBROOK_DATE_SESSION] = time(nullptr);
+  quillbrook_dates[kDateSession] = time(nullptr);
 }
 
 void quillbrook_statistics_session_stop() {
@@ -37,7 +37,7 @@ void quillbrook_statistics_session_stop() {
     --quillbrook_stats.sessions_active;
   }
   ++quillbrook_stats.sessions_closed;
-  quillbrook_dates[QUILLBROOK_DATE_SESSION] = time(nullptr);
+  quillbrook_dates[kDateSession] = time(nullptr);
 }
 
 void quillbrook_statistics_message(int score) {
@@ -50,7 +50,7 @@ void quillbrook_statistics_message(int score) {
   } else {
     ++quillbrook_stats.messages_interim;
   }
-  quillbrook_dates[QUILLBROOK_DATE_MESSAGE] = time(nullptr);
+  quillbrook_dates[kDateMessage] = time(nullptr);
 }
 
 void quillbrook_statistics_reset() {
@@ -58,7 +58,7 @@ void quillbrook_statistics_reset() {
   const unsigned long long active = quillbrook_stats.sessions_active;
   quillbrook_stats = {};
   quillbrook_stats.sessions_active = active;
-  quillbrook_dates[QUILLBROOK_DATE_RESET] = time(nullptr);
+  quillbrook_dates[kDateReset] = time(nullptr);
 }
 
 void quillbrook_statistics_stamp(quillbrook_date date) {
@@ -77,7 +77,7 @@ quillbrook_statistics_snapshot quillbrook_statistics_read() {
   quillbrook_statistics_snapshot snapshot;
   const time_t now = time(nullptr);
   const HostMutexLock hold(quillbrook_stat_lock);
-  quillbrook_dates[QUILLBROOK_DATE_NOW] = now;
+  quillbrook_dates[kDateNow] = now;
   snapshot.stats = quillbrook_stats;
   std::copy(std::begin(quillbrook_dates), std::end(quillbrook_dates), std::begin(snapshot.dates));
   return snapshot;

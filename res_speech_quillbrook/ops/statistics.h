@@ -16,24 +16,24 @@ struct quillbrook_statistics {
 
 // Indices of quillbrook_dates. A date of 0 has not happened.
 enum quillbrook_date {
-  QUILLBROOK_DATE_NOW = 0,  // written by each reader
-  QUILLBROOK_DATE_START,
-  QUILLBROOK_DATE_RELOAD,
-  QUILLBROOK_DATE_FILE,  // modification time of the configuration file
-  QUILLBROOK_DATE_SESSION,
-  QUILLBROOK_DATE_MESSAGE,
-  QUILLBROOK_DATE_RESET,
-  QUILLBROOK_DATES
+  kDateNow = 0,  // written by each reader
+  kDateStart,
+  kDateReload,
+  kDateFile,  // modification time of the configuration file
+  kDateSession,
+  kDateMessage,
+  kDateReset,
+  kDates
 };
 
 // Guards quillbrook_stats and quillbrook_dates. A leaf lock: held for a few assignments, and no other is taken under
 // it. Initialised at load, destroyed as the last step of unload.
 extern ast_mutex_t quillbrook_stat_lock;
 extern quillbrook_statistics quillbrook_stats;
-extern time_t quillbrook_dates[QUILLBROOK_DATES];
+extern time_t quillbrook_dates[kDates];
 
 // Labels of the dates, all of one width.
-extern const char *const quillbrook_dates_name[QUILLBROOK_DATES];
+extern const char *const quillbrook_dates_name[kDates];
 
 // Initialises the lock, zeroes counters and dates and sets the date of the start. First step of the load.
 void quillbrook_statistics_init();
@@ -56,7 +56,7 @@ void quillbrook_statistics_stamp(quillbrook_date date);
 // What a reader shows: a copy taken at one moment, with the present time as date 0.
 struct quillbrook_statistics_snapshot {
   quillbrook_statistics stats;
-  time_t dates[QUILLBROOK_DATES];
+  time_t dates[kDates];
 
   // Of the scores above 0, or 0.0 when there was none.
   double score_average() const;

@@ -8,10 +8,10 @@
 namespace {
 
 // `incompletetimeout` of a plugin that is told to finalise after its result is out.
-constexpr int TIMEOUT_AFTER_RESULT = 100;
+constexpr int kTimeoutAfterResult = 100;
 
 // Names the next result file of the session.
-void next_result_path(char (&path)[QUILLBROOK_RESULT_PATH_SIZE], quillbrook_speech_t *session, const char *extension) {
+void next_result_path(char (&path)[kResultPathSize], quillbrook_speech_t *session, const char *extension) {
   session->counter_result += 1;
   quillbrook_result_path(path, session->name, session->counter_result, extension);
   trace(2, "Set file result =%s\n", path);
@@ -24,7 +24,7 @@ void fail(const quillbrook_message &message, const char *path) QUILLBROOK_REQUIR
 
 void deliver_json(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
   quillbrook_speech_t *session = message.session;
-  char path[QUILLBROOK_RESULT_PATH_SIZE];
+  char path[kResultPathSize];
   next_result_path(path, session, "json");
   const char *content = session->json ? session->json : session->text;
   if (!quillbrook_write_result_file(path, [content](FILE *file) { fputs(content, file); })) {
@@ -39,7 +39,7 @@ void deliver_json(const quillbrook_message &message) QUILLBROOK_REQUIRES(message
   }
 }
 
-void copy_grammar_id(char (&grammar_id)[QUILLBROOK_GRAMMAR_NAME_SIZE], quillbrook_speech_t *session) {
+void copy_grammar_id(char (&grammar_id)[kGrammarNameSize], quillbrook_speech_t *session) {
   MutexLock held(session->grammar_lock);
   copy_text(grammar_id, session->grammar_id);
 }
@@ -75,16 +75,16 @@ void finalize_after_result(const quillbrook_message &message) {
     session_notice(message.session, "Mode continuous : don't finalize.\n");
     return;
   }
-  shared_store(message.context->incompletetimeout, TIMEOUT_AFTER_RESULT);
+  shared_store(message.context->incompletetimeout, kTimeoutAfterResult);
   shared_store(message.context->finalize, 1);
 }
 
 void deliver_nlsml(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
   quillbrook_speech_t *session = message.session;
-  char grammar_id[QUILLBROOK_GRAMMAR_NAME_SIZE];
+  char grammar_id[kGrammarNameSize];
   copy_grammar_id(grammar_id, session);
   session_notice(session, "grammar %s\n", grammar_id);
-  char path[QUILLBROOK_RESULT_PATH_SIZE];
+  char path[kResultPathSize];
   next_result_path(path, session, "xml");
   trace(2, "Use interpretation = %s\n", shown(session->interpretation));
   trace(2, "Use text = %s\n", session->text);

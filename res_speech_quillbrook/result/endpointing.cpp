@@ -5,9 +5,9 @@
 namespace {
 
 // A complete timeout above this is already that of free speech, and long speech does not change it.
-constexpr int EXTENSION_LIMIT = 2500;
+constexpr int kExtensionLimit = 2500;
 // What a plugin gets to send its last words after it was asked to finalise.
-constexpr int FINALIZE_TIME = 1000;
+constexpr int kFinalizeTime = 1000;
 
 void finish(quillbrook_message &message) {
   trace(2, "Set score = -2 !\n");
@@ -54,7 +54,7 @@ void extend_complete_timeout(const quillbrook_message &message, int duration) {
   const int speechtimeout = shared_load(message.session->speechtimeout);
   const int extendedtimeout = shared_load(message.session->extendedtimeout);
   if (speechtimeout && duration > speechtimeout && extendedtimeout &&
-      shared_load(message.context->completetimeout) <= EXTENSION_LIMIT) {
+      shared_load(message.context->completetimeout) <= kExtensionLimit) {
     shared_store(message.context->completetimeout, extendedtimeout);
     trace(2, "CALLBACK: extend completetimeout to [%d]\n", extendedtimeout);
   }
@@ -71,7 +71,7 @@ void complete(quillbrook_message &message) {
     trace(2, "Set finalize =1 !\n");
     message.session->datefinalize = message.session->datelast;
     // The limit stands before the plugin sees the flag.
-    shared_store(context->incompletetimeout, shared_load(context->completetimeout) + FINALIZE_TIME);
+    shared_store(context->incompletetimeout, shared_load(context->completetimeout) + kFinalizeTime);
     shared_store(context->finalize, 1);
     trace(2, "Try to finalize a result after completetimeout !\n");
     trace(2, "Gives 1s from now to get a result...\n");

@@ -4,18 +4,18 @@
 
 namespace {
 
-constexpr char PREFIX[] = "/tmp/quillbrook_";
+constexpr char kPrefix[] = "/tmp/quillbrook_";
 
 bool belongs_into_file_name(unsigned char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
          c == '_' || c > 0x7F;
 }
 
-void build_path(char (&path)[QUILLBROOK_RESULT_PATH_SIZE], const char *name, const char *suffix) {
-  constexpr size_t prefix_length = sizeof(PREFIX) - 1;
-  memcpy(path, PREFIX, prefix_length);
-  char *target = path + prefix_length;
-  copy_text(target, sizeof(path) - prefix_length - strlen(suffix), name);
+void build_path(char (&path)[kResultPathSize], const char *name, const char *suffix) {
+  constexpr size_t kPrefixLength = sizeof(kPrefix) - 1;
+  memcpy(path, kPrefix, kPrefixLength);
+  char *target = path + kPrefixLength;
+  copy_text(target, sizeof(path) - kPrefixLength - strlen(suffix), name);
   for (; *target; ++target) {
     if (!belongs_into_file_name(static_cast<unsigned char>(*target))) {
       *target = '_';
@@ -26,14 +26,13 @@ void build_path(char (&path)[QUILLBROOK_RESULT_PATH_SIZE], const char *name, con
 
 }  // namespace
 
-void quillbrook_result_path(char (&path)[QUILLBROOK_RESULT_PATH_SIZE], const char *name, int number,
-                            const char *extension) {
+void quillbrook_result_path(char (&path)[kResultPathSize], const char *name, int number, const char *extension) {
   char suffix[24];
   snprintf(suffix, sizeof(suffix), "_%d.%s", number, extension);
   build_path(path, name, suffix);
 }
 
-void quillbrook_result_path(char (&path)[QUILLBROOK_RESULT_PATH_SIZE], const char *name, const char *extension) {
+void quillbrook_result_path(char (&path)[kResultPathSize], const char *name, const char *extension) {
   char suffix[24];
   snprintf(suffix, sizeof(suffix), ".%s", extension);
   build_path(path, name, suffix);

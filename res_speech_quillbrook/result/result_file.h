@@ -4,14 +4,13 @@
 #include "../host.h"
 
 // Bytes for the path of a result file, its zero included.
-constexpr size_t QUILLBROOK_RESULT_PATH_SIZE = 100;
+constexpr size_t kResultPathSize = 100;
 
 // "/tmp/quillbrook_NAME_NUMBER.EXTENSION", or without a number. A session's name may hold a tag from outside: bytes
 // that do not belong into a file name become '_', and a name that is too long is cut, so that number and extension
 // stay whole.
-void quillbrook_result_path(char (&path)[QUILLBROOK_RESULT_PATH_SIZE], const char *name, int number,
-                            const char *extension);
-void quillbrook_result_path(char (&path)[QUILLBROOK_RESULT_PATH_SIZE], const char *name, const char *extension);
+void quillbrook_result_path(char (&path)[kResultPathSize], const char *name, int number, const char *extension);
+void quillbrook_result_path(char (&path)[kResultPathSize], const char *name, const char *extension);
 
 // Creates the file; null when it cannot be created. What stands there is removed first and nothing is opened that is
 // there again by then, so that a link planted in /tmp does no harm.

@@ -2,7 +2,7 @@
 
 namespace {
 
-constexpr int SCORE_OF_INTERIM = 50;
+constexpr int kScoreOfInterim = 50;
 
 size_t length_of(const char *text) {
   return text ? strlen(text) : 0;
@@ -145,7 +145,7 @@ void quillbrook_close_text(quillbrook_message &message) {
            session->text_interim ? session->text_interim : "", behind);
   session->text = merged;
   if (!confirmed && unconfirmed) {
-    session->score = SCORE_OF_INTERIM;
+    session->score = kScoreOfInterim;
   }
   quillbrook_release_text(session->text_interim);
   trace(2, "CALLBACK: FINAL RESULT text [%s] score = %d (completetimeout)\n", session->text, session->score);

@@ -5,8 +5,8 @@
 namespace {
 
 // One frame of the host, in a buffer on the stack: the host's offset, and 200 ms of signed linear audio at 8 kHz.
-constexpr int FRAME_WORDS = 1632;
-constexpr int FRAME_BYTES_MAX = FRAME_WORDS * 2 - AST_FRIENDLY_OFFSET;
+constexpr int kFrameWords = 1632;
+constexpr int kFrameBytesMax = kFrameWords * 2 - AST_FRIENDLY_OFFSET;
 
 void measure_silence(quillbrook_speech_t *session, struct ast_frame *frame) {
   if (!session->dsp) {
@@ -34,7 +34,7 @@ void append_to_stream(quillbrook_speech_t *session, struct ast_frame *frame) {
 }
 
 void write_piece(quillbrook_speech_t *session, const char *data, int length) {
-  int16_t buffer[FRAME_WORDS];
+  int16_t buffer[kFrameWords];
   char *audio = reinterpret_cast<char *>(buffer) + AST_FRIENDLY_OFFSET;
   memcpy(audio, data, static_cast<size_t>(length));
 
@@ -59,7 +59,7 @@ int quillbrook_recog_write(struct ast_speech *speech, void *data, int len) {
     const char *audio = static_cast<const char *>(data);
     // Telephones may send packets of half a second: such a frame goes in pieces.
     for (int left = len; left > 0;) {
-      const int piece = std::min(left, FRAME_BYTES_MAX);
+      const int piece = std::min(left, kFrameBytesMax);
       write_piece(session, audio, piece);
       audio += piece;
       left -= piece;

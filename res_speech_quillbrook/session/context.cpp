@@ -11,6 +11,11 @@ void copy_first(char (&target)[Size], const char *session_text, const char *engi
   copy_text(target, session_text[0] ? session_text : engine_text);
 }
 
+// Without memory for the words the recognition runs all the same, on the other phrases.
+std::string words_of(const GrammarManager &grammars) {
+  return guarded("GrammarManager::words", std::string(), [&grammars] { return grammars.words(); });
+}
+
 // The words of the session's grammars, when they give any.
 std::string grammar_words(quillbrook_speech_t *session) {
   MutexLock held(session->grammar_lock);
@@ -18,8 +23,7 @@ std::string grammar_words(quillbrook_speech_t *session) {
     return {};
   }
   session_notice(session, "Grammar normalize_phrases=%d\n", session->engine->normalize_phrases);
-  // Without memory for the words the recognition runs all the same, on the other phrases.
-  std::string words = guarded("GrammarManager::words", std::string(), [=] { return session->grammars.words(); });
+  std::string words = words_of(session->grammars);
   session_notice(session, "Grammar words: %s\n", words.c_str());
   return words;
 }
@@ -63,5 +67,5 @@ void quillbrook_fill_context(quillbrook_context *context, struct ast_speech *spe
   context->callback = quillbrook_callback;
   context->interims = 1;
   context->filelog = engine.log_file;
-  context->thread = QUILLBROOK_NO_THREAD;
+  context->thread = kNoThread;
 }

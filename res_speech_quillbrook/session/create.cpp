@@ -7,9 +7,9 @@
 namespace {
 
 // Bytes that a companion command may print into a session's field, and the tag's longest form in the name.
-constexpr size_t TAG_SIZE = 150;
-constexpr char NAME_PREFIX[] = "QBK-";
-constexpr size_t NAME_PREFIX_LENGTH = sizeof(NAME_PREFIX) - 1;
+constexpr size_t kTagSize = 150;
+constexpr char kNamePrefix[] = "QBK-";
+constexpr size_t kNamePrefixLength = sizeof(kNamePrefix) - 1;
 
 // The table entry that serves the host's engine of that name; null when no profile has it.
 quillbrook_engine_t *find_engine(const char *engine_name, const char *&profile) {
@@ -19,7 +19,7 @@ quillbrook_engine_t *find_engine(const char *engine_name, const char *&profile) 
     return &quillbrook_engine[0];
   }
   profile = colon + 1;
-  for (int index = 1; index < QUILLBROOK_ENGINES && quillbrook_engine[index].name[0]; ++index) {
+  for (int index = 1; index < kEngines && quillbrook_engine[index].name[0]; ++index) {
     debug_notice("Search profile %s = %s\n", engine_name, quillbrook_engine[index].name);
     if (strcmp(quillbrook_engine[index].name, profile) == 0) {
       return &quillbrook_engine[index];
@@ -28,11 +28,11 @@ quillbrook_engine_t *find_engine(const char *engine_name, const char *&profile) 
   return nullptr;
 }
 
-struct engine_word {
+struct EngineWord {
   const char *word;
   char *quillbrook_engine_t::*text;
 };
-constexpr engine_word ENGINE_TEXTS[] = {
+constexpr EngineWord kEngineTexts[] = {
     {"url", &quillbrook_engine_t::ws_url},
     {"model", &quillbrook_engine_t::ws_model},
     {"language", &quillbrook_engine_t::ws_language},
@@ -48,13 +48,13 @@ void log_engine(const quillbrook_engine_t &engine, const char *profile, const ch
   debug_log("Speech profile %s (provider %s, index %d)\n", profile, provider, index);
   debug_log("- profile %s\n", engine.name);
   debug_log("- plugin %s\n", shown(engine.plugin_name));
-  for (auto [word, text] : ENGINE_TEXTS) {
+  for (auto [word, text] : kEngineTexts) {
     debug_log("- %s %s\n", word, shown(engine.*text));
   }
 }
 
 void log_defaults(const quillbrook_speech_t *session) {
-  for (auto [word, text] : ENGINE_TEXTS) {
+  for (auto [word, text] : kEngineTexts) {
     session_notice(session, "Create speech resource default %s %s\n", word, shown(session->engine->*text));
   }
 }
@@ -98,16 +98,16 @@ void take_engine_settings(quillbrook_speech_t *session) {
 
 // The tag of the call makes the name of the session, when the engine asks for it and there is one.
 void name_session(quillbrook_speech_t *session) {
-  char tag[TAG_SIZE] = "";
+  char tag[kTagSize] = "";
   if (session->engine->logtag) {
-    ask_companion("tandrel show session threadid tag", tag, TAG_SIZE - 1);
+    ask_companion("tandrel show session threadid tag", tag, kTagSize - 1);
     session_notice(session, "Use logtag with value: %s\n", tag);
   }
   if (tag[0]) {
-    memcpy(session->name, NAME_PREFIX, NAME_PREFIX_LENGTH);
-    copy_text(session->name + NAME_PREFIX_LENGTH, sizeof(session->name) - NAME_PREFIX_LENGTH, tag);
+    memcpy(session->name, kNamePrefix, kNamePrefixLength);
+    copy_text(session->name + kNamePrefixLength, sizeof(session->name) - kNamePrefixLength, tag);
   } else {
-    snprintf(session->name, sizeof(session->name), "%s%p", NAME_PREFIX, static_cast<void *>(session));
+    snprintf(session->name, sizeof(session->name), "%s%p", kNamePrefix, static_cast<void *>(session));
   }
 }
 

@@ -26,7 +26,7 @@ void remove_result_files(quillbrook_speech_t *session) {
     return;
   }
   const char *extension = engine.returnjson ? "json" : "xml";
-  char path[QUILLBROOK_RESULT_PATH_SIZE];
+  char path[kResultPathSize];
   quillbrook_result_path(path, session->name, extension);
   notice("Remove result file %s.\n", path);
   unlink(path);

@@ -7,8 +7,8 @@
 namespace {
 
 // How long a hung up call waits for the plugin's final report: milliseconds in all, and microseconds between two looks.
-constexpr int REPORT_LIMIT = 2000;
-constexpr useconds_t REPORT_POLL = 10000;
+constexpr int kReportLimit = 2000;
+constexpr useconds_t kReportPoll = 10000;
 
 int quillbrook_match_uniqueid(void *obj, void *, void *data, int) {
   const char *uniqueid = ast_channel_uniqueid(static_cast<struct ast_channel *>(obj));
@@ -48,8 +48,8 @@ bool must_wait_for_report(quillbrook_speech_t *session) {
 void wait_for_report(quillbrook_speech_t *session) {
   session_notice(session, "Hangup: stop the plugin and wait for its final report.\n");
   quillbrook_stop_plugin(session);
-  for (int waited = 0; !shared_load(session->plugin_closed) && waited < REPORT_LIMIT; waited += REPORT_POLL / 1000) {
-    usleep(REPORT_POLL);
+  for (int waited = 0; !shared_load(session->plugin_closed) && waited < kReportLimit; waited += kReportPoll / 1000) {
+    usleep(kReportPoll);
   }
   session_notice(session, "Final report %s (last_results=%d).\n",
                  shared_load(session->plugin_closed) ? "received" : "not received", queued(session));

@@ -12,9 +12,9 @@ void stop(const quillbrook_engine_t &engine, quillbrook_context *context) {
 }
 
 void join(quillbrook_context *context) {
-  if (context && context->thread != QUILLBROOK_NO_THREAD) {
+  if (context && context->thread != kNoThread) {
     pthread_join(context->thread, nullptr);
-    context->thread = QUILLBROOK_NO_THREAD;
+    context->thread = kNoThread;
   }
 }
 

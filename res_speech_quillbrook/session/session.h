@@ -25,26 +25,26 @@
 #include "../support/str_fifo.h"
 
 // Sizes in bytes of the session's texts, the terminating zero included.
-constexpr size_t QUILLBROOK_NAME_SIZE = 150;
-constexpr size_t QUILLBROOK_UNIQUEID_SIZE = 152;
-constexpr size_t QUILLBROOK_MARK_SIZE = 150;
-constexpr size_t QUILLBROOK_LOGGINGTAG_SIZE = 400;
-constexpr size_t QUILLBROOK_GRAMMAR_NAME_SIZE = 20;
+constexpr size_t kNameSize = 150;
+constexpr size_t kUniqueidSize = 152;
+constexpr size_t kMarkSize = 150;
+constexpr size_t kLoggingtagSize = 400;
+constexpr size_t kGrammarNameSize = 20;
 
 // The value of `thread` of a context that has no thread: before its launch, and after the join.
-const pthread_t QUILLBROOK_NO_THREAD = static_cast<pthread_t>(-1);
+const pthread_t kNoThread = static_cast<pthread_t>(-1);
 
 // How far the first streaming thread is; the second one waits for it (twin mode).
-enum quillbrook_stream_phase { QUILLBROOK_STREAM_WAITING = 0, QUILLBROOK_STREAM_READY = 1 };
+enum quillbrook_stream_phase { kStreamWaiting = 0, kStreamReady = 1 };
 
 // Texts by pointer are heap strings that the session owns, or null. Times in int are milliseconds.
 struct quillbrook_speech_t {
   // Constant after create.
-  char name[QUILLBROOK_NAME_SIZE];          // "QBK-..." in front of each log line, and in the names of result files
-  char uniqueid[QUILLBROOK_UNIQUEID_SIZE];  // of the channel; lent to the plugin
-  char mark[QUILLBROOK_MARK_SIZE];          // remote party; lent to the plugin
-  quillbrook_engine_t *engine;              // an entry of the engine table
-  quillbrook_engine_t *engine2;             // not used
+  char name[kNameSize];          // "QBK-..." in front of each log line, and in the names of result files
+  char uniqueid[kUniqueidSize];  // of the channel; lent to the plugin
+  char mark[kMarkSize];          // remote party; lent to the plugin
+  quillbrook_engine_t *engine;   // an entry of the engine table
+  quillbrook_engine_t *engine2;  // not used
 
   // The audio. `dsp` is used by the dialplan thread only; `file` is guarded by `lock`, which guards nothing else.
   struct ast_dsp *dsp;
@@ -65,7 +65,7 @@ struct quillbrook_speech_t {
   int earlyspeechtimeout;  // shared
   int providertimeout;
   int prompting;  // parties at the rendezvous of the prompting wait; shared between start and the streaming thread
-  char loggingtag[QUILLBROOK_LOGGINGTAG_SIZE];
+  char loggingtag[kLoggingtagSize];
 
   // Dates of the recognition; unset when zero. Written under result_lock.
   struct timeval datestart;
@@ -84,7 +84,7 @@ struct quillbrook_speech_t {
   quillbrook_context *context1;
   quillbrook_context *context2;  // twin mode
 
-  char grammar_id[QUILLBROOK_GRAMMAR_NAME_SIZE];  // grammar that results are attributed to; guarded by grammar_lock
+  char grammar_id[kGrammarNameSize];  // grammar that results are attributed to; guarded by grammar_lock
   char model[QUILLBROOK_TEXT_SIZE];
   char language[QUILLBROOK_TEXT_SIZE];
   char voice[QUILLBROOK_TEXT_SIZE];
@@ -92,9 +92,9 @@ struct quillbrook_speech_t {
   char context[QUILLBROOK_TEXT_SIZE];
   char extra[QUILLBROOK_TEXT_SIZE];
   char *phrases;
-  char config_name[QUILLBROOK_GRAMMAR_NAME_SIZE];
+  char config_name[kGrammarNameSize];
   char *config_pointer;  // content of a configuration file, a zero byte behind it; lent to the plugin
-  char context_name[QUILLBROOK_GRAMMAR_NAME_SIZE];
+  char context_name[kGrammarNameSize];
   char context_text[QUILLBROOK_TEXT_SIZE];
 
   // The result engine's (result/); written under result_lock.

@@ -116,8 +116,8 @@ void start(struct ast_speech *speech, quillbrook_speech_t *session) {
   quillbrook_context *second = first && twin ? create_context() : nullptr;
   const char *format = session->engine->ws_format;
   // Without a context the session's own address keeps the name apart from those of other sessions.
-  const quillbrook_stream_name name(QUILLBROOK_STREAM_PREFIX,
-                                    first ? static_cast<void *>(first) : static_cast<void *>(session), format);
+  const quillbrook_stream_name name(kStreamPrefix, first ? static_cast<void *>(first) : static_cast<void *>(session),
+                                    format);
   open_stream(session, name, format);
   reset_recognition(session);
   if (first) {

@@ -2,8 +2,8 @@
 
 namespace {
 
-constexpr mode_t STREAM_MODE = 0666;
-constexpr char REWIND_PREFIX[] = "/tmp/quillbrook2";
+constexpr mode_t kStreamMode = 0666;
+constexpr char kRewindPrefix[] = "/tmp/quillbrook2";
 
 void copy_frames(struct ast_filestream *from, struct ast_filestream *to) {
   while (struct ast_frame *frame = ast_readframe(from)) {
@@ -25,14 +25,14 @@ struct ast_filestream *quillbrook_create_stream(const quillbrook_stream_name &na
     return nullptr;
   }
   unlink(name.full);
-  return ast_writefile(name.base, format, nullptr, O_WRONLY | O_CREAT | O_TRUNC | O_EXCL | O_NOFOLLOW, 0, STREAM_MODE);
+  return ast_writefile(name.base, format, nullptr, O_WRONLY | O_CREAT | O_TRUNC | O_EXCL | O_NOFOLLOW, 0, kStreamMode);
 }
 
 void quillbrook_rewind_stream(quillbrook_speech_t *session) {
   const char *format = session->engine->ws_format;
   const int early = shared_load(session->earlyspeechtimeout);
-  const quillbrook_stream_name name(QUILLBROOK_STREAM_PREFIX, session->context1, format);
-  const quillbrook_stream_name second(REWIND_PREFIX, session->context1, format);
+  const quillbrook_stream_name name(kStreamPrefix, session->context1, format);
+  const quillbrook_stream_name second(kRewindPrefix, session->context1, format);
   trace(3, "Process earlyspeech rewind...");
 
   // Held until the tail is copied: a frame that comes meanwhile waits, and lands in the new file.
@@ -42,7 +42,7 @@ void quillbrook_rewind_stream(quillbrook_speech_t *session) {
     session->file = nullptr;
   }
   rename(name.full, second.full);
-  struct ast_filestream *gathered = ast_readfile(second.base, format, nullptr, 0, 0, STREAM_MODE);
+  struct ast_filestream *gathered = ast_readfile(second.base, format, nullptr, 0, 0, kStreamMode);
   if (!gathered) {
     return;
   }

@@ -12,7 +12,7 @@ struct quillbrook_stream_name {
   quillbrook_stream_name(const char *prefix, const void *address, const char *format);
 };
 
-inline constexpr char QUILLBROOK_STREAM_PREFIX[] = "/tmp/quillbrook";
+inline constexpr char kStreamPrefix[] = "/tmp/quillbrook";
 
 // Creates the file and opens it for writing; null when it cannot be created. What stands under that name is removed
 // first and nothing is opened that is there again by then, so that a link planted in /tmp does no harm.

@@ -6,10 +6,10 @@
 
 namespace {
 
-constexpr long STACK_SIZE = 507904;  // 496 KiB, or the platform's minimum when that is larger
-constexpr useconds_t AUDIO_POLL = 10000;
-constexpr useconds_t PROMPT_POLL = 100000;
-constexpr char FAILURE_PREFIX[] = "ERROR:";
+constexpr long kStackSize = 507904;  // 496 KiB, or the platform's minimum when that is larger
+constexpr useconds_t kAudioPoll = 10000;
+constexpr useconds_t kPromptPoll = 100000;
+constexpr char kFailurePrefix[] = "ERROR:";
 
 // Bytes of a millisecond of audio at 8 kHz.
 int bytes_per_millisecond(const char *format) {
@@ -31,7 +31,7 @@ bool wait_for_audio(quillbrook_speech_t *session, const quillbrook_context *cont
   trace(3, "  Waiting for a buffering time (minspeech=%dms)...", minspeech);
   const long long minsize = static_cast<long long>(minspeech) * bytes_per_millisecond(context->format);
   for (long long size = 0; size <= minsize;) {
-    usleep(AUDIO_POLL);
+    usleep(kAudioPoll);
     struct stat status;
     if (!stat_stream(context, &status)) {
       trace(3, "Exit the streaming thread when waiting (file deleted)!");
@@ -56,7 +56,7 @@ bool wait_for_prompts(quillbrook_speech_t *session, const quillbrook_context *co
   }
   trace(3, "Streaming check wait for prompts (prompting=%d)!", shared_load(session->prompting));
   while (shared_load(session->prompting) == 1) {
-    usleep(PROMPT_POLL);
+    usleep(kPromptPoll);
     struct stat status;
     if (!stat_stream(context, &status)) {
       trace(3, "Exit the streaming thread when prompting (file deleted)!");
@@ -86,17 +86,17 @@ bool prepare_first(quillbrook_speech_t *session, const quillbrook_context *conte
   if (shared_load(session->earlyspeechtimeout)) {
     quillbrook_rewind_stream(session);
   }
-  shared_store(session->stream_phase, static_cast<int>(QUILLBROOK_STREAM_READY));
+  shared_store(session->stream_phase, static_cast<int>(kStreamReady));
   return start;
 }
 
 // The second thread leaves the waits and the rewind to the first.
 bool prepare_second(quillbrook_speech_t *session, const quillbrook_context *context) {
-  while (shared_load(session->stream_phase) != QUILLBROOK_STREAM_READY) {
+  while (shared_load(session->stream_phase) != kStreamReady) {
     if (finalize_raised(context)) {
       return false;
     }
-    usleep(AUDIO_POLL);
+    usleep(kAudioPoll);
   }
   struct stat status;
   return stat_stream(context, &status) && !finalize_raised(context);
@@ -105,7 +105,7 @@ bool prepare_second(quillbrook_speech_t *session, const quillbrook_context *cont
 // What the plugin left in `extra` when it cannot go on.
 void report_failure(quillbrook_speech_t *session, quillbrook_context *context) {
   context->extra[sizeof(context->extra) - 1] = '\0';
-  if (strncmp(context->extra, FAILURE_PREFIX, sizeof(FAILURE_PREFIX) - 1) != 0) {
+  if (strncmp(context->extra, kFailurePrefix, sizeof(kFailurePrefix) - 1) != 0) {
     return;
   }
   ast_log(LOG_WARNING, "(%s) QuillBrook plugin error: %s\n", session->name, context->extra);
@@ -133,17 +133,17 @@ void run(quillbrook_speech_t *session, quillbrook_context *context,
   trace(3, "  mark=%s\n", context->mark);
 }
 
-struct launch_words {
+struct LaunchWords {
   const char *initialized;
   const char *refused;
   const char *caller;
 };
 
 int launch(quillbrook_speech_t *session, quillbrook_context *context, void *(*entry)(void *),
-           const launch_words &words) {
+           const LaunchWords &words) {
   context->session = 0;
   context->initialize = 0;
-  context->thread = QUILLBROOK_NO_THREAD;
+  context->thread = kNoThread;
   if (guarded("plugin_init", -1, [=] { return session->engine->plugin_init(context); })) {
     ast_log(LOG_WARNING, "%s", words.refused);
     return -1;
@@ -151,11 +151,11 @@ int launch(quillbrook_speech_t *session, quillbrook_context *context, void *(*en
   if (host_debug_at_least(3)) {
     ast_log(LOG_DEBUG, "%s", words.initialized);
   }
-  const size_t stack_size = static_cast<size_t>(std::max(STACK_SIZE, sysconf(_SC_THREAD_STACK_MIN)));
+  const size_t stack_size = static_cast<size_t>(std::max(kStackSize, sysconf(_SC_THREAD_STACK_MIN)));
   const int result = ast_pthread_create_stack(&context->thread, nullptr, entry, session, stack_size, __FILE__,
                                               words.caller, __LINE__, "quillbrook_thread");
   if (result) {
-    context->thread = QUILLBROOK_NO_THREAD;
+    context->thread = kNoThread;
   }
   return result;
 }
@@ -164,13 +164,13 @@ int launch(quillbrook_speech_t *session, quillbrook_context *context, void *(*en
 
 int launch_quillbrook_thread(quillbrook_speech_t *session) {
   shared_store(session->context1->finalize, 0);
-  shared_store(session->stream_phase, static_cast<int>(QUILLBROOK_STREAM_WAITING));
+  shared_store(session->stream_phase, static_cast<int>(kStreamWaiting));
   const int result =
       launch(session, session->context1, quillbrook_thread,
              {"Initialize the plugin.\n", "Failed to intialize quillbrook plugin\n", "launch_quillbrook_thread"});
   if (result) {
     // Nobody does the waits: the second thread must not wait for them.
-    shared_store(session->stream_phase, static_cast<int>(QUILLBROOK_STREAM_READY));
+    shared_store(session->stream_phase, static_cast<int>(kStreamReady));
   }
   return result;
 }

@@ -12,9 +12,9 @@ bool is_lead(char byte) {
 
 // The largest place, up to `limit`, at which `text` can be cut without dividing a character.
 size_t cut_place(const char *text, size_t limit) {
-  constexpr size_t LONGEST_TAIL = 3;
+  constexpr size_t kLongestTail = 3;
   size_t place = limit;
-  while (place > 0 && limit - place < LONGEST_TAIL && is_continuation(text[place])) {
+  while (place > 0 && limit - place < kLongestTail && is_continuation(text[place])) {
     --place;
   }
   return is_lead(text[place]) ? place : limit;

@@ -4,8 +4,8 @@
 
 namespace {
 
-constexpr uint32_t LAST_OF_BASIC_PLANE = 0xFFFF;
-constexpr uint32_t LAST_CODE_POINT = 0x10FFFF;
+constexpr uint32_t kLastOfBasicPlane = 0xFFFF;
+constexpr uint32_t kLastCodePoint = 0x10FFFF;
 
 // Reads one UTF-8 sequence of a terminated string: 1 with the code point and the bytes it took, or 0 when the bytes
 // have not the form of one. Only the form is tested: overlong sequences, surrogates and values above U+10FFFF pass.
@@ -89,13 +89,13 @@ int json_escape_unicode_copy(char *dst, const char *src, size_t dst_size) {
       form = ascii_form(*s, buffer);
     } else {
       uint32_t codepoint = 0;
-      if (!utf8_decode(s, &codepoint, &consumed) || codepoint > LAST_CODE_POINT) {
+      if (!utf8_decode(s, &codepoint, &consumed) || codepoint > kLastCodePoint) {
         return 0;
       }
-      if (codepoint <= LAST_OF_BASIC_PLANE) {
+      if (codepoint <= kLastOfBasicPlane) {
         snprintf(buffer, sizeof(buffer), "\\u%04X", codepoint);
       } else {
-        const uint32_t offset = codepoint - (LAST_OF_BASIC_PLANE + 1);
+        const uint32_t offset = codepoint - (kLastOfBasicPlane + 1);
         snprintf(buffer, sizeof(buffer), "\\u%04X\\u%04X", 0xD800 + (offset >> 10), 0xDC00 + (offset & 0x3FF));
       }
     }

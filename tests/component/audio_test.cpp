@@ -6,7 +6,7 @@ namespace {
 class AudioTest : public SessionTest {
 protected:
   AudioTest() { engine.dsp = 1; }
-  std::string stream() { return stand_in::file_content(context()->filename).substr(WAV_HEADER); }
+  std::string stream() { return stand_in::file_content(context()->filename).substr(kWavHeader); }
 };
 
 // Telephones may send half a second at once. Odd last bytes come through as they are.
@@ -53,7 +53,7 @@ TEST_F(AudioTest, SilenceGrowsAndVoiceEndsIt) {
   EXPECT_EQ(*context()->silence, 0) << "no measure is no silence";
   // Without a detector the value stays, and the stream is written all the same.
   destroy();
-  stand_in::fail(stand_in::Fault::Detector);
+  stand_in::fail(stand_in::Fault::kDetector);
   create_and_start();
   session()->silence = 77;
   write_ms(20, 1);

@@ -46,7 +46,7 @@ struct Script {
 };
 
 // clang-format off
-const Script scripts[] = {
+const Script kScripts[] = {
     {{{nullptr, -1}, {"", 0}, {"", 80}}, "error", "error", 0, 0, 0},
     {{{"a", -1}, {"b", -1}, {"a", -1}, {"a", -1}}, "a", "a.", 50, 0, 4},
     {{{"a", 90}, {"b", 85}}, "a b", "a.\nb.", 87, 2, 0},  // rounded down
@@ -62,7 +62,7 @@ const Script scripts[] = {
 // clang-format on
 
 TEST_F(CallbackTest, MessagesMakeOneTextAndOneScore) {
-  for (const Script &script : scripts) {
+  for (const Script &script : kScripts) {
     for (const bool sentences : {false, true}) {
       SCOPED_TRACE(script.text + " from " + shown(script.messages.back().first));
       engine.endpointing = sentences;
@@ -73,7 +73,7 @@ TEST_F(CallbackTest, MessagesMakeOneTextAndOneScore) {
       EXPECT_EQ(stats().messages_final - before.messages_final, script.finals);
       EXPECT_EQ(stats().messages_interim - before.messages_interim, script.interims);
       EXPECT_EQ(queued(), script.ends ? 1U : 0U);
-      EXPECT_EQ(state(), script.ends ? DONE : READY);
+      EXPECT_EQ(state(), script.ends ? kDone : kReady);
       EXPECT_EQ(get(), sentences ? script.sentences : script.text);
       EXPECT_EQ(score, script.score);
       destroy();
@@ -190,12 +190,12 @@ TEST_F(CallbackTest, EveryAllocationMayFail) {
     create_and_start();
     send("one", 80);
     send("two", QUILLBROOK_SCORE_INTERIM);
-    stand_in::fail(stand_in::Fault::Allocation, nth);
+    stand_in::fail(stand_in::Fault::kAllocation, nth);
     send("three", 80);
     const int failed_early = stand_in::stop_failing();
     EXPECT_STREQ(session()->text, failed_early ? "one" : "one.\nthree");
     EXPECT_EQ(session()->text_interim == nullptr, !failed_early);
-    stand_in::fail(stand_in::Fault::Allocation, nth);
+    stand_in::fail(stand_in::Fault::kAllocation, nth);
     finish();
     const int failed_late = stand_in::stop_failing();
     const std::string text = get();

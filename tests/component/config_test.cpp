@@ -11,12 +11,12 @@
 
 namespace {
 
-using engine = quillbrook_engine_t;
+using Engine = quillbrook_engine_t;
 using testing::ElementsAre;
 using testing::StartsWith;
 
 void release_table() {
-  for (engine &entry : quillbrook_engine) {
+  for (Engine &entry : quillbrook_engine) {
     quillbrook_engine_release_texts(entry);
     if (entry.log_file) fclose(entry.log_file);
   }
@@ -48,25 +48,25 @@ protected:
   }
   static int warned(const std::string &text) { return stand_in::logged(__LOG_WARNING, text); }
 
-  engine &general = quillbrook_engine[0];
-  engine &profile = quillbrook_engine[1];
+  Engine &general = quillbrook_engine[0];
+  Engine &profile = quillbrook_engine[1];
 };
 
 // Written down once more, so that a key that has got the wrong field shows.
-#define TEXT(key) {#key, &engine::ws_##key},
-const std::map<std::string, char *engine::*> TEXTS = {TEXT(url) TEXT(model) TEXT(language) TEXT(voice) TEXT(phrases)
-                                                          TEXT(configuration) TEXT(format)  //
-                                                      {"loggingtag", &engine::loggingtag},
-                                                      {"plugin", &engine::plugin_name}};
-#define NUMBER(key) {#key, &engine::key},
-const std::map<std::string, int engine::*> NUMBERS = {
+#define TEXT(key) {#key, &Engine::ws_##key},
+const std::map<std::string, char *Engine::*> kTexts = {TEXT(url) TEXT(model) TEXT(language) TEXT(voice) TEXT(phrases)
+                                                           TEXT(configuration) TEXT(format)  //
+                                                       {"loggingtag", &Engine::loggingtag},
+                                                       {"plugin", &Engine::plugin_name}};
+#define NUMBER(key) {#key, &Engine::key},
+const std::map<std::string, int Engine::*> kNumbers = {
     NUMBER(threshold) NUMBER(logtag) NUMBER(dsp) NUMBER(timeouts) NUMBER(endpointing) NUMBER(returnjson)  //
     NUMBER(returnnlsml) NUMBER(keepfiles) NUMBER(waitclose) NUMBER(continuous) NUMBER(minspeechtimeout)   //
     NUMBER(maxspeechtimeout) NUMBER(completetimeout) NUMBER(incompletetimeout) NUMBER(speechtimeout)      //
     NUMBER(extendedtimeout) NUMBER(earlyspeechtimeout) NUMBER(providertimeout) NUMBER(closetimeout)       //
-    {"loglevel", &engine::log_level},
-    {"buffersize", &engine::ws_buffer_size}};
-const std::set<std::string> NOT_INHERITED = {"loglevel", "minspeechtimeout", "speechtimeout", "extendedtimeout"};
+    {"loglevel", &Engine::log_level},
+    {"buffersize", &Engine::ws_buffer_size}};
+const std::set<std::string> kNotInherited = {"loglevel", "minspeechtimeout", "speechtimeout", "extendedtimeout"};
 
 int default_of(const std::string &key) {
   const std::map<std::string, int> values = {
@@ -77,8 +77,8 @@ int default_of(const std::string &key) {
 TEST_F(Config, AbsentKeysGiveDefaults) {
   for (const char *file : {"", "[elsewhere]\ndsp=yes\n", "[general]\n"}) {
     ASSERT_EQ(load(file), 0);
-    for (const auto &[key, field] : NUMBERS) EXPECT_EQ(general.*field, default_of(key)) << key;
-    for (const auto &[key, field] : TEXTS) {
+    for (const auto &[key, field] : kNumbers) EXPECT_EQ(general.*field, default_of(key)) << key;
+    for (const auto &[key, field] : kTexts) {
       const bool absent = key == "plugin" || key == "loggingtag";
       EXPECT_EQ(general.*field == nullptr, absent) << key;
       const std::string expected = key == "url" ? "ws://localhost:2700" : key == "format" ? "wav" : "";
@@ -91,17 +91,17 @@ TEST_F(Config, AbsentKeysGiveDefaults) {
 
 // Each key alone, so that one that writes another's field shows, and in a profile below it.
 TEST_F(Config, EveryKeyReachesItsFieldAndTheProfile) {
-  for (const auto &[key, field] : TEXTS) {
+  for (const auto &[key, field] : kTexts) {
     ASSERT_EQ(load("[general]\nprofiles=p\n" + key + "=some text\n[p]\n"), 0);
     EXPECT_STREQ(general.*field, "some text") << key;
     EXPECT_STREQ(profile.*field, "some text") << key;
     EXPECT_NE(profile.*field, general.*field) << key;
   }
-  for (const auto &[key, field] : NUMBERS) {
+  for (const auto &[key, field] : kNumbers) {
     const int other = default_of(key) == 1 ? 0 : 1;
     ASSERT_EQ(load("[general]\nprofiles=p\n" + key + "=" + std::to_string(other) + "\n[p]\n"), 0);
     EXPECT_EQ(general.*field, other) << key;
-    EXPECT_EQ(profile.*field, NOT_INHERITED.count(key) ? 0 : other) << key;
+    EXPECT_EQ(profile.*field, kNotInherited.count(key) ? 0 : other) << key;
   }
   ASSERT_EQ(load("[general]\nprofiles=p\nname=label\nverbose=1\ntwin=y\nspeedvsaccuracy=0.5\ncontext=no\nextra=no\n"
                  "[p]\ncontext=about\nextra=more\nspeedvsaccuracy=0.7\nspeechtimeout=5\n"),
@@ -157,7 +157,7 @@ TEST_F(Config, ReadingsOfTheirOwn) {
 TEST_F(Config, FirstAliasThatIsPresentDecides) {
   for (const char *section : {"[general]\n", "[general]\nprofiles=p\nmodel=g\nlang=g\nconfig=g\n[p]\n"}) {
     ASSERT_EQ(load(std::string(section) + "parameters=text\nmodel=\nlang=a\nlanguage=b\nconfig=only\n"), 0);
-    const engine &read = profile.name[0] ? profile : general;
+    const Engine &read = profile.name[0] ? profile : general;
     EXPECT_STREQ(read.ws_model, "");
     EXPECT_STREQ(read.ws_language, "b");
     EXPECT_STREQ(read.ws_configuration, "only");
@@ -233,7 +233,7 @@ TEST_F(Config, LogFileIsOpenedOrEndsTheLoad) {
   EXPECT_EQ(general.log_file, nullptr);
 
   for (const std::string value : {"yes", "Yes/no", ""}) {
-    stand_in::fail(stand_in::Fault::Open);
+    stand_in::fail(stand_in::Fault::kOpen);
     EXPECT_EQ(load("[general]\nlogfile=" + value + "\nverbose=yes\n"), -1);
     const std::string path = value == "yes" ? "/var/log/quillbrook/debug.log" : value;
     EXPECT_EQ(stand_in::logged(__LOG_ERROR, "Failed to open log file : " + path + ".\n"), 1);
@@ -248,7 +248,7 @@ TEST_F(Config, NoCopyOfATextIsMissedWhenMemoryEnds) {
   for (int result = -1; result; ++failures) {
     ASSERT_LT(failures, 100);
     stand_in::reset();
-    stand_in::fail(stand_in::Fault::Allocation, failures + 1);
+    stand_in::fail(stand_in::Fault::kAllocation, failures + 1);
     result = load(text);
     ASSERT_EQ(result, stand_in::stop_failing() ? -1 : 0);
     EXPECT_EQ(stand_in::mentioned("No memory for the key"), result ? 1 : 0);
@@ -274,9 +274,9 @@ TEST_F(Config, ManualAgreesWithTheTable) {
     in_keys = in_keys ? line.rfind("## ", 0) != 0 : line == "## Keys";
     if (in_keys && line.rfind("| `", 0) == 0) rows.push_back(line);
   }
-  ASSERT_EQ(rows.size(), std::size(config_keys));
+  ASSERT_EQ(rows.size(), std::size(kConfigKeys));
   for (size_t row = 0; row < rows.size(); ++row) {
-    const config_key &key = config_keys[row];
+    const ConfigKey &key = kConfigKeys[row];
     std::string names = "| `" + std::string(key.names[0]) + "`";
     for (size_t alias = 1; alias < 3 && key.names[alias]; ++alias) names += ", `" + std::string(key.names[alias]) + "`";
     EXPECT_THAT(rows[row], StartsWith(names + " | "));
@@ -298,7 +298,7 @@ TEST_F(Config, SampleHoldsEveryKeyAtItsDefault) {
     const std::string key = section + line.substr(1, equals - 1);
     EXPECT_TRUE(found.emplace(key, line.substr(std::min(equals + 3, line.size()))).second) << key << " twice";
   }
-  for (const config_key &key : config_keys) {
+  for (const ConfigKey &key : kConfigKeys) {
     const std::string value = key.absent.value ? key.absent.value : "support";
     if (key.rules.in_general) expected["[general]" + std::string(key.names[0])] = value;
     if (key.profile_place) expected["[support]" + std::string(key.names[0])] = value;

@@ -143,10 +143,10 @@ TEST_F(DocumentTest, OnlyNlsmlTellsThePluginToFinalizeAndAFailureIsAnError) {
     bool nlsml, continuous, hangup;
     Fault fault;
     int finalize;
-  } endings[] = {{true, false, false, Fault::Count, 1}, {true, true, false, Fault::Count, 0},
-                 {true, true, true, Fault::Count, 1},   {true, false, false, Fault::Open, 1},
-                 {true, true, false, Fault::Write, 0},  {false, false, false, Fault::Count, 0},
-                 {false, false, false, Fault::Open, 0}, {false, true, true, Fault::Write, 0}};
+  } endings[] = {{true, false, false, Fault::kCount, 1}, {true, true, false, Fault::kCount, 0},
+                 {true, true, true, Fault::kCount, 1},   {true, false, false, Fault::kOpen, 1},
+                 {true, true, false, Fault::kWrite, 0},  {false, false, false, Fault::kCount, 0},
+                 {false, false, false, Fault::kOpen, 0}, {false, true, true, Fault::kWrite, 0}};
   for (const auto &ending : endings) {
     SCOPED_TRACE(&ending - endings);
     engine.returnnlsml = ending.nlsml;
@@ -155,13 +155,13 @@ TEST_F(DocumentTest, OnlyNlsmlTellsThePluginToFinalizeAndAFailureIsAnError) {
     create_and_start();
     send("one", 80);
     context()->hangup = ending.hangup;
-    const bool fails = ending.fault != Fault::Count;
+    const bool fails = ending.fault != Fault::kCount;
     if (fails) stand_in::fail(ending.fault);
     finish();
     EXPECT_EQ(stand_in::stop_failing(), fails);
     EXPECT_EQ(context()->finalize, ending.finalize);
     EXPECT_EQ(context()->incompletetimeout, ending.finalize ? 100 : 3000);
-    EXPECT_EQ(state(), DONE);
+    EXPECT_EQ(state(), kDone);
     const std::string path = "/tmp/quillbrook_QBK-call_1." + std::string(ending.nlsml ? "xml" : "json");
     EXPECT_EQ(stand_in::mentioned("Cannot create recognition result file : " + path + "!\n"), fails);
     EXPECT_EQ(stand_in::file_exists(path), !fails);

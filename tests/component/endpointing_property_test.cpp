@@ -169,27 +169,27 @@ protected:
     EXPECT_STREQ(session()->text_interim ? session()->text_interim : "", model.interim.c_str());
     EXPECT_EQ(session()->score, model.score);
     EXPECT_EQ(queued(), model.results.size());
-    EXPECT_EQ(state(), model.results.empty() ? READY : DONE);
+    EXPECT_EQ(state(), model.results.empty() ? kReady : kDone);
   }
 
   std::mt19937 random;
 };
 
 TEST_F(EndpointingPropertyTest, TheModuleAndTheModelAgree) {
-  constexpr int RECOGNITIONS = 4000;
-  constexpr int MESSAGES = 25;
-  for (int seed = 1; seed <= RECOGNITIONS && !HasFailure(); ++seed) {
+  constexpr int kRecognitions = 4000;
+  constexpr int kMessages = 25;
+  for (int seed = 1; seed <= kRecognitions && !HasFailure(); ++seed) {
     random.seed(seed);
     Model model = begin();
     std::ostringstream road;
     road << "seed " << seed << " C=" << model.complete << " I=" << model.incomplete << " quantum=" << model.quantum;
     const int64_t origin = stand_in::clock_ms();
     int64_t now = origin;
-    for (int count = 0; count < MESSAGES && !HasFailure(); ++count) {
+    for (int count = 0; count < kMessages && !HasFailure(); ++count) {
       now = next_time(model, now);
       stand_in::set_clock_ms(now);
-      static const char *const texts[] = {nullptr, nullptr, "", "a", "a b", "?", " "};
-      const char *text = texts[pick({0, 1, 2, 3, 3, 4, 4, 5, 6})];
+      static const char *const kTexts[] = {nullptr, nullptr, "", "a", "a b", "?", " "};
+      const char *text = kTexts[pick({0, 1, 2, 3, 3, 4, 4, 5, 6})];
       const int confidence = pick({-1, -1, -1, -1, 0, 1, 90, one_in(3) ? -2 : -1, one_in(3) ? -200 : -1, -3});
       const int dsp = one_in(4) ? model.complete + pick({0, 1}) : 0;
       if (one_in(30)) context()->hangup = model.hangup = true;

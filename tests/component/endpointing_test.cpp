@@ -49,7 +49,7 @@ struct Row {
   int finalize = 0;  // raised before the first text
 };
 // clang-format off
-const Row rows[] = {
+const Row kRows[] = {
     {"both off", 0, 0, false, {{1000000, 1000000, 0, 0}}},
     {"both off, quantum", 0, 0, true, {{1000000, 1000000, 0, 0}}},
     {"complete only", 1000, 0, false, {{1000, 1000, 0, 0}, {1001, 0, 0, 0, {"words"}}}},
@@ -79,7 +79,7 @@ const Row rows[] = {
 // clang-format on
 
 TEST_F(EndpointingTest, TimeoutsExpireOneMillisecondAboveTheirValue) {
-  for (const Row &row : rows) {
+  for (const Row &row : kRows) {
     SCOPED_TRACE(row.name);
     hear_first_text(row.complete, row.incomplete, row.quantum, row.finalize);
     const std::string error = named("Error with incomplete timeout!\n");
@@ -90,7 +90,7 @@ TEST_F(EndpointingTest, TimeoutsExpireOneMillisecondAboveTheirValue) {
       EXPECT_EQ(context()->finalize, look.finalize) << look.at;
       EXPECT_EQ(context()->incompletetimeout, look.incomplete) << look.at;
       EXPECT_EQ(context()->completetimeout, row.complete);
-      EXPECT_EQ(state(), look.queue.empty() ? READY : DONE) << look.at;
+      EXPECT_EQ(state(), look.queue.empty() ? kReady : kDone) << look.at;
       const std::vector<std::string> queue = take_queue();
       EXPECT_EQ(queue, look.queue) << look.at;
       errors += static_cast<int>(std::count(queue.begin(), queue.end(), "error"));

@@ -59,7 +59,7 @@ TEST_F(GetTest, ContinuousResultsComeOneByOneOnOneContext) {
   engine.continuous = 1;
   create_and_start();
   for (const char *text : {"one", "two", "three"}) send(text, 80);
-  const std::pair<const char *, int> results[] = {{"one", DONE}, {"two", DONE}, {"three", READY}, {"error", READY}};
+  const std::pair<const char *, int> results[] = {{"one", kDone}, {"two", kDone}, {"three", kReady}, {"error", kReady}};
   for (const auto &[text, state_behind] : results) {
     EXPECT_EQ(get(), text);
     EXPECT_EQ(state(), state_behind);

@@ -5,7 +5,7 @@
 
 namespace {
 
-const std::string HEADER = "#JSGF V1.0;\ngrammar g;\n";
+const std::string kHeader = "#JSGF V1.0;\ngrammar g;\n";
 
 struct GrammarTest : SessionTest {
   GrammarTest() { create(); }
@@ -23,7 +23,7 @@ struct GrammarTest : SessionTest {
     return stand_in::config_path(name);
   }
   // A grammar file with these rules.
-  static std::string jsgf(const std::string &name, const std::string &rules) { return file(name, HEADER + rules); }
+  static std::string jsgf(const std::string &name, const std::string &rules) { return file(name, kHeader + rules); }
   static std::vector<std::string> lines(int level) {
     std::vector<std::string> texts;
     for (const stand_in::Line &line : stand_in::log_lines()) {
@@ -124,7 +124,7 @@ TEST_F(GrammarTest, AConfigurationComesWholeWithAZeroBehindIt) {
   }
   for (int nth = 1; nth <= 3; ++nth) {
     load("before", file("configuration_a", std::string(2000, 'c')));
-    stand_in::fail(stand_in::Fault::Allocation, nth);
+    stand_in::fail(stand_in::Fault::kAllocation, nth);
     load("after", stand_in::config_path("configuration_a"));
     EXPECT_EQ(session()->config_pointer, nullptr);
     EXPECT_STREQ(session()->config_name, "after");
@@ -158,7 +158,7 @@ TEST_F(GrammarTest, AContextIsCutAndAMissingFileLeavesIt) {
 TEST_F(GrammarTest, OneFileMayHaveTwoReadings) {
   const std::string rules = "public <r> = yes {Y};";
   load("both", jsgf("configuration_a.jsgf", rules));
-  EXPECT_EQ(session()->config_pointer, HEADER + rules);
+  EXPECT_EQ(session()->config_pointer, kHeader + rules);
   EXPECT_EQ(session()->grammars.match("yes"), "Y");
   load("list", file("context_a.txt", "yes, no"));
   EXPECT_STREQ(session()->context_text, "yes, no");

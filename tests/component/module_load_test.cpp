@@ -5,15 +5,15 @@ namespace {
 
 using stand_in::Fault;
 
-const std::map<std::string, void *> SYMBOLS = {{"quillbrook_init", reinterpret_cast<void *>(FakePlugin::init)},
-                                               {"quillbrook_loop", reinterpret_cast<void *>(FakePlugin::loop)},
-                                               {"quillbrook_stop", reinterpret_cast<void *>(FakePlugin::stop)}};
+const std::map<std::string, void *> kSymbols = {{"quillbrook_init", reinterpret_cast<void *>(FakePlugin::init)},
+                                                {"quillbrook_loop", reinterpret_cast<void *>(FakePlugin::loop)},
+                                                {"quillbrook_stop", reinterpret_cast<void *>(FakePlugin::stop)}};
 
 class LoadTest : public testing::Test {
 protected:
   LoadTest() {
     stand_in::reset();
-    stand_in::add_plugin("/usr/lib/quillbrook/good.so", SYMBOLS);
+    stand_in::add_plugin("/usr/lib/quillbrook/good.so", kSymbols);
     stand_in::write_config("quillbrook.conf",
                            "[general]\nplugin=good.so\nprofiles=digits,names\nloggingtag=x\n"
                            "[digits]\nmodel=d\n[names]\nloggingtag=y\n");
@@ -50,7 +50,7 @@ TEST_F(LoadTest, PathsOfPlugins) {
   for (auto [line, path] : cases) {
     stand_in::write_config("quillbrook.conf", std::string("[general]\n") + line + "\n");
     EXPECT_EQ(stand_in::load_module(), -1) << line;
-    stand_in::add_plugin(path, SYMBOLS);
+    stand_in::add_plugin(path, kSymbols);
     EXPECT_EQ(stand_in::load_module(), 0) << line;
     EXPECT_EQ(stand_in::unload_module(), 0) << line;
   }
@@ -65,10 +65,10 @@ TEST_F(LoadTest, PathsOfPlugins) {
 
 TEST_F(LoadTest, EachFunctionHasTwoNamesAndTheFirstWins) {
   void *wrong = reinterpret_cast<void *>(+[] {});
-  stand_in::add_plugin("/usr/lib/quillbrook/good.so", {{"init", SYMBOLS.at("quillbrook_init")},
-                                                       {"quillbrook_loop", SYMBOLS.at("quillbrook_loop")},
+  stand_in::add_plugin("/usr/lib/quillbrook/good.so", {{"init", kSymbols.at("quillbrook_init")},
+                                                       {"quillbrook_loop", kSymbols.at("quillbrook_loop")},
                                                        {"loop", wrong},
-                                                       {"hangup", SYMBOLS.at("quillbrook_stop")}});
+                                                       {"hangup", kSymbols.at("quillbrook_stop")}});
   ASSERT_EQ(stand_in::load_module(), 0);
   EXPECT_EQ(quillbrook_engine[0].plugin_init, FakePlugin::init);
   EXPECT_EQ(quillbrook_engine[1].plugin_loop, FakePlugin::loop);
@@ -76,7 +76,7 @@ TEST_F(LoadTest, EachFunctionHasTwoNamesAndTheFirstWins) {
   EXPECT_EQ(stand_in::unload_module(), 0);
 
   for (const char *role : {"init", "loop", "stop"}) {
-    std::map<std::string, void *> symbols = SYMBOLS;
+    std::map<std::string, void *> symbols = kSymbols;
     symbols.erase("quillbrook_" + std::string(role));
     stand_in::add_plugin("/usr/lib/quillbrook/good.so", symbols);
     EXPECT_EQ(stand_in::load_module(), -1);
@@ -93,11 +93,11 @@ TEST_F(LoadTest, AFailureWithdrawsWhatWasDone) {
     Fault fault;
     int nth;
     const char *line;
-  } failures[] = {{Fault::FormatCap, 1, "Failed to alloc media format capabilities\n"},
-                  {Fault::FormatCap, 3, "Failed to alloc media format capabilities\n"},
-                  {Fault::EngineRegister, 1, "Failed to register module\n"},
-                  {Fault::EngineRegister, 3, "Failed to register module quillbrook:names\n"},
-                  {Fault::CliRegister, 1, "Failed to register QuillBrook CLI commands\n"}};
+  } failures[] = {{Fault::kFormatCap, 1, "Failed to alloc media format capabilities\n"},
+                  {Fault::kFormatCap, 3, "Failed to alloc media format capabilities\n"},
+                  {Fault::kEngineRegister, 1, "Failed to register module\n"},
+                  {Fault::kEngineRegister, 3, "Failed to register module quillbrook:names\n"},
+                  {Fault::kCliRegister, 1, "Failed to register QuillBrook CLI commands\n"}};
   for (const auto &failure : failures) {
     const int before = stand_in::logged(__LOG_ERROR, failure.line);
     stand_in::fail(failure.fault, failure.nth);
@@ -109,7 +109,7 @@ TEST_F(LoadTest, AFailureWithdrawsWhatWasDone) {
 
 TEST_F(LoadTest, EveryAllocationMayFail) {
   for (int nth = 1;; ++nth) {
-    stand_in::fail(Fault::Allocation, nth);
+    stand_in::fail(Fault::kAllocation, nth);
     const int result = stand_in::load_module();
     const int failures = stand_in::stop_failing();
     if (result == 0) {
@@ -122,7 +122,7 @@ TEST_F(LoadTest, EveryAllocationMayFail) {
 
 TEST_F(LoadTest, AnUnloadThatFailsHalfWayLeavesNoEngineThatRuns) {
   ASSERT_EQ(stand_in::load_module(), 0);
-  stand_in::fail(Fault::ClosePlugin, 3);
+  stand_in::fail(Fault::kClosePlugin, 3);
   EXPECT_EQ(stand_in::unload_module(), -1);
   EXPECT_EQ(stand_in::logged(__LOG_ERROR, "Failed to unload the QuillBrook plugin : res=-1.\n"), 1);
   ast_speech speech{};

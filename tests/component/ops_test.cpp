@@ -16,9 +16,9 @@ namespace {
 using stand_in::Fault;
 using stand_in::Response;
 
-constexpr time_t day = 86400;
+constexpr time_t kDay = 86400;
 // 2023-11-14 22:13:20 UTC
-constexpr time_t start = 1'700'000'000;
+constexpr time_t kStart = 1'700'000'000;
 
 void set_time(time_t seconds) {
   stand_in::set_clock_ms(static_cast<int64_t>(seconds) * 1000);
@@ -31,7 +31,7 @@ protected:
     stand_in::reset();
     use_time_zone("UTC0");
     quillbrook_engine_table_init();
-    set_time(start);
+    set_time(kStart);
     quillbrook_statistics_init();
     EXPECT_EQ(quillbrook_cli_register(), 0);
     quillbrook_http_update();
@@ -97,14 +97,14 @@ TEST_F(OpsTest, CountersAndTheirReset) {
 
 // Under ThreadSanitizer also a proof that every access holds the lock.
 TEST_F(OpsTest, NothingIsLostBetweenThreads) {
-  constexpr int threads = 4;
-  constexpr int rounds = 500;
-  std::vector<pthread_t> running(threads);
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 500;
+  std::vector<pthread_t> running(kThreads);
   for (pthread_t &thread : running) {
     ast_pthread_create_stack(
         &thread, nullptr,
         [](void *) -> void * {
-          for (int round = 0; round < rounds; ++round) {
+          for (int round = 0; round < kRounds; ++round) {
             quillbrook_statistics_session_start();
             quillbrook_statistics_message(40);
             quillbrook_statistics_message(QUILLBROOK_SCORE_INTERIM);
@@ -122,16 +122,16 @@ TEST_F(OpsTest, NothingIsLostBetweenThreads) {
 }
 
 TEST_F(OpsTest, DatesAndWhoMovesThem) {
-  set_time(start + 100);
+  set_time(kStart + 100);
   quillbrook_statistics_session_start();
-  set_time(start + 200);
-  quillbrook_statistics_stamp(QUILLBROOK_DATE_RELOAD);
+  set_time(kStart + 200);
+  quillbrook_statistics_stamp(kDateReload);
   quillbrook_statistics_message(0);
-  set_time(start + 300);
+  set_time(kStart + 300);
   quillbrook_statistics_session_stop();
   quillbrook_statistics_reset();
-  quillbrook_dates[QUILLBROOK_DATE_FILE] = start - 301 * day;
-  set_time(start + 360);
+  quillbrook_dates[kDateFile] = kStart - 301 * kDay;
+  set_time(kStart + 360);
   EXPECT_EQ(stand_in::run_command("quillbrook show dates"),
             "Current date           : 2023/11/14 22:19:20\n"
             "Start module           : 2023/11/14 22:13:20 (00h06mn)\n"
@@ -148,17 +148,17 @@ TEST_F(OpsTest, AgeBehindADate) {
       {59, ""},
       {60, " (00h01mn)"},
       {3600, " (01h00mn)"},
-      {day - 1, " (23h59mn)"},
-      {day, " (1 days)"},
-      {301 * day - 1, " (300 days)"},
-      {301 * day, ""},
+      {kDay - 1, " (23h59mn)"},
+      {kDay, " (1 days)"},
+      {301 * kDay - 1, " (300 days)"},
+      {301 * kDay, ""},
       {-59, ""},
       {-3660, " (-1h-1mn)"},
-      {-day, " (-1 days)"},
-      {-400 * day, " (-400 days)"},
+      {-kDay, " (-1 days)"},
+      {-400 * kDay, " (-400 days)"},
   };
   for (const auto &[seconds, shown] : ages) {
-    set_time(start + seconds);
+    set_time(kStart + seconds);
     const std::string text = stand_in::run_command("quillbrook show dates");
     const std::string line = std::string("Start module           : 2023/11/14 22:13:20") + shown + "\n";
     EXPECT_NE(text.find(line), std::string::npos) << seconds << "\n" << text;
@@ -168,7 +168,7 @@ TEST_F(OpsTest, AgeBehindADate) {
 // Central Europe on 2023-10-29: at 01:00 UTC the clock goes from 03:00 back to 02:00.
 TEST_F(OpsTest, AgeAcrossTheEndOfSummerTimeIsElapsedTime) {
   use_time_zone("CET-1CEST,M3.5.0,M10.5.0/3");
-  quillbrook_dates[QUILLBROOK_DATE_START] = 1'698'539'400;
+  quillbrook_dates[kDateStart] = 1'698'539'400;
   set_time(1'698'539'400 + 3600);
   const std::string text = stand_in::run_command("quillbrook show dates");
   EXPECT_NE(text.find("Current date           : 2023/10/29 02:30:00\n"
@@ -221,13 +221,13 @@ TEST_F(OpsTest, NameOfTheSystem) {
 }
 
 TEST_F(OpsTest, AgesInTheMetrics) {
-  quillbrook_dates[QUILLBROOK_DATE_FILE] = start + 1;
+  quillbrook_dates[kDateFile] = kStart + 1;
   quillbrook_statistics_message(-1);
-  set_time(start + 4);
+  set_time(kStart + 4);
   for (const auto &[date, age] : {std::pair{"date_0", "0"}, {"date_1", "4"}, {"date_2", "0"}, {"date_5", "4"}}) {
     EXPECT_EQ(metric(date), age) << date;
   }
-  set_time(start);
+  set_time(kStart);
   EXPECT_EQ(metric("date_3"), "18446744073709551615");  // a second from now
 }
 
@@ -244,7 +244,7 @@ TEST_F(OpsTest, RefusedRequests) {
       expect_reply(stand_in::http_request(uri, method), 501, "Not Implemented",
                    "Attempt to use unimplemented / unsupported method");
     }
-    stand_in::fail(Fault::Allocation);
+    stand_in::fail(Fault::kAllocation);
     expect_reply(stand_in::http_request(uri, AST_HTTP_GET), 500, "Server Error", "Out of memory");
   }
   for (const ast_http_method method : {AST_HTTP_GET, AST_HTTP_POST}) {
@@ -284,7 +284,7 @@ TEST_F(OpsTest, UriThatTheServerRefusesIsNotUnlinked) {
   ASSERT_TRUE(stand_in::http_uris().empty());
 
   quillbrook_webenabled = 1;
-  stand_in::fail(Fault::HttpLink, 1, 2);
+  stand_in::fail(Fault::kHttpLink, 1, 2);
   quillbrook_http_update();
   EXPECT_EQ(quillbrook_webregged, 0);
   EXPECT_FALSE(quillbrook_jsgf_uri_link());
@@ -308,7 +308,7 @@ TEST_F(OpsTest, ALoadBeginsAtZero) {
   quillbrook_statistics_message(50);
   quillbrook_statistics_destroy();
 
-  set_time(start + 10);
+  set_time(kStart + 10);
   quillbrook_statistics_init();
   EXPECT_EQ(shown_counters(), "0 0 0 0 0 0 0.00");
   EXPECT_EQ(stand_in::run_command("quillbrook show dates"),

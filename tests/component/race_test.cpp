@@ -4,8 +4,8 @@
 
 namespace {
 
-constexpr int ROUNDS = 100;
-constexpr int MOST = 1000000;  // of what is repeated until another thread has come: seconds
+constexpr int kRounds = 100;
+constexpr int kMost = 1000000;  // of what is repeated until another thread has come: seconds
 
 class RaceTest : public SessionTest {
 protected:
@@ -46,7 +46,7 @@ TEST_F(RaceTest, TheDialplanAgainstThePlugin) {
     engine.incompletetimeout = 3000;
     report_all_the_time();
     create_and_start();
-    for (int round = 0; round < ROUNDS; ++round) {
+    for (int round = 0; round < kRounds; ++round) {
       write_ms(20, round % 2 ? 0 : 9000);
       quillbrook_recog_load_grammar(&speech, "",
                                     round % 2 ? "property:Speech-Timeout=2s" : "property:Speech-Timeout=1s");
@@ -55,13 +55,13 @@ TEST_F(RaceTest, TheDialplanAgainstThePlugin) {
       quillbrook_recog_deactivate_grammar(&speech, "digits");
       EXPECT_THAT(get(), testing::AnyOf("error", testing::StartsWith("/tmp/quillbrook_QBK-")));
       start_in_background();
-      EXPECT_NE(state(), NOT_READY);
+      EXPECT_NE(state(), kNotReady);
       std::this_thread::yield();
     }
     EXPECT_TRUE(eventually([&] { return reports_ > 20; }));
     stopped_ = true;
     EXPECT_TRUE(eventually([&] { return silent_ == plugin.loops; }));
-    EXPECT_EQ(state(), queued() ? DONE : READY) << "a result that waits has been announced";
+    EXPECT_EQ(state(), queued() ? kDone : kReady) << "a result that waits has been announced";
     destroy();
   }
 }
@@ -75,7 +75,7 @@ TEST_F(RaceTest, AGetAgainstTheLastWords) {
     answer = quillbrook_callback(context, "word", 80);
   };
   create();
-  for (int round = 0; round < ROUNDS; ++round) {
+  for (int round = 0; round < kRounds; ++round) {
     go = false;
     plugin.loops = 0;
     start();
@@ -90,15 +90,15 @@ TEST_F(RaceTest, AGetAgainstTheLastWords) {
 // Frames that arrive while the stream is cut down wait, and none is lost or doubled.
 TEST_F(RaceTest, FramesAgainstTheRewind) {
   engine.earlyspeechtimeout = 100;
-  for (int round = 0; round < ROUNDS / 2; ++round) {
+  for (int round = 0; round < kRounds / 2; ++round) {
     plugin.loops = 0;
     create();
     start();
     int number = 20;
     write_numbered(1, number);
     start();
-    for (; plugin.loops == 0 && number < MOST; ++number) write_numbered(number + 1, number + 1);
-    ASSERT_LT(number, MOST) << "the plugin was never let go";
+    for (; plugin.loops == 0 && number < kMost; ++number) write_numbered(number + 1, number + 1);
+    ASSERT_LT(number, kMost) << "the plugin was never let go";
     const std::vector<int> numbers = numbers_in(context()->filename);
     ASSERT_GE(numbers.size(), 5U);
     for (const int &found : numbers) ASSERT_EQ(found, number - (&numbers.back() - &found));
@@ -114,7 +114,7 @@ TEST_F(RaceTest, AContinuousGetAgainstTheRewind) {
   start();
   write_ms(200, 1);
   start();
-  for (int asked = 0; plugin.loops == 0 && asked < MOST; ++asked) ASSERT_EQ(get(), "error");
+  for (int asked = 0; plugin.loops == 0 && asked < kMost; ++asked) ASSERT_EQ(get(), "error");
   EXPECT_GT(plugin.loops, 0);
 }
 

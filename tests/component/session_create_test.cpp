@@ -3,10 +3,10 @@
 
 namespace {
 
-constexpr char UNIQUEID[] = "tandrel show session threadid uniqueid";
-constexpr char REMOTE[] = "tandrel show session threadid remote";
-constexpr char TAG[] = "tandrel show session threadid tag";
-constexpr char PARAM[] = "tandrel show session threadid param";
+constexpr char kUniqueid[] = "tandrel show session threadid uniqueid";
+constexpr char kRemote[] = "tandrel show session threadid remote";
+constexpr char kTag[] = "tandrel show session threadid tag";
+constexpr char kParam[] = "tandrel show session threadid param";
 
 class CreateTest : public SessionTest {
 protected:
@@ -59,7 +59,7 @@ TEST_F(CreateTest, AsksTheCompanionWhoIsCalling) {
   for (const int logtag : {0, 1}) {
     engine.logtag = logtag;
     for (const Case &test : cases) {
-      for (const char *command : {UNIQUEID, REMOTE, TAG}) stand_in::answer_command(command, test.text, test.result);
+      for (const char *command : {kUniqueid, kRemote, kTag}) stand_in::answer_command(command, test.text, test.result);
       create();
       EXPECT_EQ(session()->uniqueid, test.uniqueid);
       EXPECT_EQ(session()->mark, test.mark);
@@ -70,9 +70,9 @@ TEST_F(CreateTest, AsksTheCompanionWhoIsCalling) {
 }
 
 TEST_F(CreateTest, TheLoggingTagIsAWordOrAValueOfTheCall) {
-  stand_in::answer_command(UNIQUEID, "u1");
-  stand_in::answer_command(REMOTE, "r1");
-  stand_in::answer_command(PARAM, "p1");
+  stand_in::answer_command(kUniqueid, "u1");
+  stand_in::answer_command(kRemote, "r1");
+  stand_in::answer_command(kParam, "p1");
   const std::pair<const char *, const char *> cases[] = {
       {nullptr, ""}, {"uniqueid", "u1"}, {"remote", "r1"}, {"param", "p1"}, {"Remote", "Remote"}};
   for (auto [source, expected] : cases) {
@@ -87,11 +87,11 @@ TEST_F(CreateTest, EveryAllocationMayFail) {
   engine.logtag = 1;
   set(engine.ws_phrases, "yes,no");
   set(engine.loggingtag, "param");
-  for (const char *command : {UNIQUEID, REMOTE, TAG, PARAM}) {
+  for (const char *command : {kUniqueid, kRemote, kTag, kParam}) {
     stand_in::answer_command(command, "value");
   }
   for (int nth = 1, failures = 1; failures; ++nth) {
-    stand_in::fail(stand_in::Fault::Allocation, nth);
+    stand_in::fail(stand_in::Fault::kAllocation, nth);
     const int result = quillbrook_recog_create(&speech, nullptr);
     failures = stand_in::stop_failing();
     EXPECT_EQ(result, nth == 1 ? -1 : 0);

@@ -97,7 +97,7 @@ private:
   std::set<quillbrook_context *> stopped_;
 };
 
-constexpr int WAV_HEADER = 44;
+constexpr int kWavHeader = 44;
 
 class SessionTest : public testing::Test {
 protected:
@@ -179,7 +179,7 @@ protected:
   static std::vector<int> numbers_in(const std::string &path) {
     const std::string content = stand_in::file_content(path);
     std::vector<int> numbers;
-    for (size_t at = WAV_HEADER; at + 320 <= content.size(); at += 320) {
+    for (size_t at = kWavHeader; at + 320 <= content.size(); at += 320) {
       int16_t samples[160];
       memcpy(samples, content.data() + at, sizeof(samples));
       EXPECT_THAT(samples, testing::Each(samples[0]));
@@ -209,6 +209,6 @@ protected:
   int score = 0;
 };
 
-constexpr int READY = AST_SPEECH_STATE_READY;
-constexpr int DONE = AST_SPEECH_STATE_DONE;
-constexpr int NOT_READY = AST_SPEECH_STATE_NOT_READY;
+constexpr int kReady = AST_SPEECH_STATE_READY;
+constexpr int kDone = AST_SPEECH_STATE_DONE;
+constexpr int kNotReady = AST_SPEECH_STATE_NOT_READY;

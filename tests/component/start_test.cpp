@@ -121,10 +121,10 @@ TEST_F(StartTest, ASecondStartLeavesARunningRecognitionAloneAndTheObjectReadyOrD
   EXPECT_EQ(stand_in::logged(__LOG_NOTICE, named("Recognition already started!\n")), 1);
   EXPECT_EQ(stand_in::noted("state 1"), 2) << "both by the first";
   start_in_background();
-  EXPECT_EQ(state(), READY);
+  EXPECT_EQ(state(), kReady);
   finish();
   start_in_background();
-  EXPECT_EQ(state(), DONE);
+  EXPECT_EQ(state(), kDone);
   EXPECT_EQ(get(), "one");
   EXPECT_EQ(plugin.inits, 1);
   EXPECT_EQ(session()->prompting, 0);
@@ -137,7 +137,7 @@ TEST_F(StartTest, DigitsAbandonARecognitionThatTheNextQuestionFinds) {
   start_in_background();
   EXPECT_EQ(plugin.stops, 1);
   EXPECT_EQ(plugin.inits, 2);
-  EXPECT_EQ(state(), READY);
+  EXPECT_EQ(state(), kReady);
   ASSERT_TRUE(eventually([&] { return plugin.loops == 2; }));
   send("whole", 70);
   EXPECT_EQ(get(), "whole");
@@ -159,7 +159,7 @@ TEST_F(StartTest, TheDoneOfAQuickPluginStands) {
   plugin.on_init = [](quillbrook_context *context) { quillbrook_callback(context, "quick", 90); };
   create();
   start();
-  EXPECT_EQ(state(), DONE);
+  EXPECT_EQ(state(), kDone);
   EXPECT_EQ(get(), "quick");
 }
 
@@ -172,11 +172,11 @@ TEST_F(StartTest, AFailureIsLoggedAndTheSessionGoesOn) {
     std::string line;
     bool recognises;  // the plugin runs all the same
   } failures[] = {
-      {"no detector", fails(Fault::Detector), __LOG_WARNING, "Unable to allocate DSP!\n", true},
+      {"no detector", fails(Fault::kDetector), __LOG_WARNING, "Unable to allocate DSP!\n", true},
       {"no context", [] { stand_in::fail_allocations_of(sizeof(quillbrook_context)); }, __LOG_ERROR,
        "Enable to create quillbrook context\n", false},
-      {"no stream", fails(Fault::WriteStream), __LOG_ERROR, "Cannot open /tmp/quillbrook_", false},
-      {"no thread", fails(Fault::Thread), -1, "", false},
+      {"no stream", fails(Fault::kWriteStream), __LOG_ERROR, "Cannot open /tmp/quillbrook_", false},
+      {"no thread", fails(Fault::kThread), -1, "", false},
       {"plugin refuses", [&] { plugin.init_result = 1; }, __LOG_WARNING, "Failed to intialize quillbrook plugin\n",
        false},
   };
@@ -187,7 +187,7 @@ TEST_F(StartTest, AFailureIsLoggedAndTheSessionGoesOn) {
     failure.set_up();
     start();
     stand_in::stop_failing();
-    EXPECT_EQ(state(), READY);
+    EXPECT_EQ(state(), kReady);
     std::vector<stand_in::Line> lines = stand_in::log_lines();
     lines.push_back({-1, ""});
     EXPECT_EQ(lines[0].level, failure.level);
@@ -212,7 +212,7 @@ TEST_F(StartTest, EveryAllocationMayFail) {
   twin = 1;
   for (int nth = 1;; ++nth) {
     create();
-    stand_in::fail(Fault::Allocation, nth);
+    stand_in::fail(Fault::kAllocation, nth);
     start();
     const int failures = stand_in::stop_failing();
     destroy();

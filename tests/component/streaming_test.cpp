@@ -21,7 +21,7 @@ protected:
 TEST_F(StreamingTest, TheLoopBeginsWhenTheFileHoldsMoreThanTheMinimum) {
   engine.minspeechtimeout = 100;
   // Bytes of samples, for a file of exactly 100 ms, header included.
-  for (const auto &[format, bytes] : {std::make_pair("wav", 1600 - WAV_HEADER), std::make_pair("ulaw", 1600)}) {
+  for (const auto &[format, bytes] : {std::make_pair("wav", 1600 - kWavHeader), std::make_pair("ulaw", 1600)}) {
     set(engine.ws_format, format);
     plugin.loops = 0;
     create();
@@ -75,7 +75,7 @@ TEST_F(StreamingTest, TheSecondStartMayComeFirst) {
 TEST_F(StreamingTest, ThePluginRunsAndFramesAreDroppedWhenTheCutFails) {
   verbose = 1;
   engine.earlyspeechtimeout = 60;
-  for (const Fault fault : {Fault::Rename, Fault::ReadStream, Fault::WriteStream}) {
+  for (const Fault fault : {Fault::kRename, Fault::kReadStream, Fault::kWriteStream}) {
     plugin.loops = 0;
     create();
     start();
@@ -120,9 +120,9 @@ TEST_F(StreamingTest, OnlyAnErrorTextEndsTheRecognition) {
     plugin.on_loop = [text = extra](quillbrook_context *context) { copy_text(context->extra, text.c_str()); };
     start();
     ASSERT_TRUE(eventually([&] { return plugin.ended == 1; }));
-    EXPECT_TRUE(!failure || eventually([&] { return state() == DONE; })) << extra;
+    EXPECT_TRUE(!failure || eventually([&] { return state() == kDone; })) << extra;
     EXPECT_EQ(get(), "error");
-    EXPECT_EQ(state(), failure ? DONE : READY) << extra;
+    EXPECT_EQ(state(), failure ? kDone : kReady) << extra;
     EXPECT_EQ(stand_in::logged(__LOG_WARNING, named("QuillBrook plugin error: " + extra + "\n")), failure);
   }
   // Behind a result it does not hide that.

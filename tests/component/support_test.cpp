@@ -32,7 +32,7 @@ TEST_F(SupportTest, QueueKeepsOrderAndOwnsItsCopies) {
     text[0] = 'X';
     EXPECT_EQ(str_fifo_push(&fifo, text), 0);
     for (int nth = 1; nth <= 2; ++nth) {
-      stand_in::fail(Fault::Allocation, nth);
+      stand_in::fail(Fault::kAllocation, nth);
       EXPECT_EQ(str_fifo_push(&fifo, "lost"), -1);
       EXPECT_EQ(stand_in::stop_failing(), 1);
     }
@@ -127,7 +127,7 @@ TEST_F(SupportTest, OutputOfACommandComesWholeOrNotAtAll) {
     stand_in::answer_command("say it", printed);
     EXPECT_EQ(run("say it"), std::make_pair(result, std::string(text))) << printed;
   }
-  for (const Fault fault : {Fault::Allocation, Fault::TemporaryFile}) {
+  for (const Fault fault : {Fault::kAllocation, Fault::kTemporaryFile}) {
     stand_in::fail(fault);
     EXPECT_EQ(run("say it"), std::make_pair(-1, std::string()));
   }

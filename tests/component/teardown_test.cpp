@@ -8,7 +8,7 @@ struct Phase {
   const char *name;
   const char *steps;  // how a session gets there: words of `reach`
 };
-const Phase PHASES[] = {
+const Phase kPhases[] = {
     {"Created", ""},
     {"WaitingForAudio", "minspeech start"},
     {"WaitingForPrompt", "earlyspeech start"},
@@ -46,7 +46,7 @@ void report_from_two_threads(FakePlugin &plugin) {
   };
 }
 
-const Behaviour BEHAVIOURS[] = {
+const Behaviour kBehaviours[] = {
     {"Good", [](FakePlugin &) {}},
     {"Refuses", [](FakePlugin &plugin) { plugin.init_result = 1; }},
     {"ReturnsAtOnce", [](FakePlugin &plugin) { plugin.loop_waits = false; }},
@@ -112,7 +112,7 @@ TEST_P(TeardownTest, LeavesNothingBehind) {
   EXPECT_EQ(quillbrook_statistics_read().stats.sessions_closed, 1U);
 }
 
-INSTANTIATE_TEST_SUITE_P(, TeardownTest, testing::Combine(testing::ValuesIn(PHASES), testing::ValuesIn(BEHAVIOURS)),
+INSTANTIATE_TEST_SUITE_P(, TeardownTest, testing::Combine(testing::ValuesIn(kPhases), testing::ValuesIn(kBehaviours)),
                          [](const auto &test) {
                            return std::string(std::get<0>(test.param).name) + std::get<1>(test.param).name;
                          });

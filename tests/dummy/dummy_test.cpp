@@ -17,12 +17,12 @@
 
 namespace {
 
-using dummy::parse;
-using dummy::Script;
-using dummy::Separator;
+using quillbrook::dummy::parse;
+using quillbrook::dummy::Script;
+using quillbrook::dummy::Separator;
 
 // Sleeping moves the clock. At stop_at the record is stopped, as the module does it from another thread.
-class TestClock final : public dummy::Clock {
+class TestClock final : public quillbrook::dummy::Clock {
 public:
   explicit TestClock(quillbrook_context &context, long stop_at) : context_(context), stop_at_(stop_at) {}
   long now() override { return now_; }
@@ -68,10 +68,10 @@ protected:
 
   // Plays the text, stops the record at stop_at, and gives the messages, ticks left out.
   std::vector<Message> play(const std::string &text, long stop_at = 1000) {
-    const Script script = parse(text, Separator::LineEnd);
+    const Script script = parse(text, Separator::kLineEnd);
     TestClock clock(*context_, stop_at);
     clock.on_sleep = on_sleep_;
-    dummy::Player(*context_, script, clock).play();
+    quillbrook::dummy::Player(*context_, script, clock).play();
     std::vector<Message> messages;
     ticks_ = 0;
     for (const Message &message : received)
@@ -178,31 +178,31 @@ TEST_F(DummyTest, HostileScriptsAreBounded) {
   const auto repeated = [](const char *line, std::size_t times) {
     std::string text;
     for (std::size_t i = 0; i < times; ++i) text += line;
-    return parse(text, Separator::LineEnd).error;
+    return parse(text, Separator::kLineEnd).error;
   };
-  EXPECT_NE(repeated("x", dummy::kMaxScriptBytes + 1).find("longer than"), std::string::npos);
-  EXPECT_NE(repeated("repeat 1000000\n", dummy::kMaxNesting + 1).find("nested"), std::string::npos);
-  EXPECT_NE(repeated("tick\n", dummy::kMaxSteps + 1).find("steps"), std::string::npos);
+  EXPECT_NE(repeated("x", quillbrook::dummy::kMaxScriptBytes + 1).find("longer than"), std::string::npos);
+  EXPECT_NE(repeated("repeat 1000000\n", quillbrook::dummy::kMaxNesting + 1).find("nested"), std::string::npos);
+  EXPECT_NE(repeated("tick\n", quillbrook::dummy::kMaxSteps + 1).find("steps"), std::string::npos);
   play("extra " + std::string(5000, 'e') + "\nreturn");
   EXPECT_EQ(std::strlen(context_->extra), sizeof(context_->extra) - 1);
 }
 
 TEST_F(DummyTest, TheCallsOwnTextWins) {
   std::strcpy(context_->configuration, "interim a; final 3 b");
-  EXPECT_EQ(dummy::load(*context_).steps.size(), 2U);
+  EXPECT_EQ(quillbrook::dummy::load(*context_).steps.size(), 2U);
   char own[] = "interim a; b\n";
   context_->config_pointer = own;
-  ASSERT_EQ(dummy::load(*context_).steps.size(), 1U);
-  EXPECT_EQ(dummy::load(*context_).steps[0].text, "a; b");
+  ASSERT_EQ(quillbrook::dummy::load(*context_).steps.size(), 1U);
+  EXPECT_EQ(quillbrook::dummy::load(*context_).steps[0].text, "a; b");
   char missing[] = "script=/nonexistent/quillbrook";
   context_->config_pointer = missing;
-  EXPECT_EQ(dummy::load(*context_).error, "script /nonexistent/quillbrook: No such file or directory");
+  EXPECT_EQ(quillbrook::dummy::load(*context_).error, "script /nonexistent/quillbrook: No such file or directory");
 }
 
 TEST_F(DummyTest, StopFromAnotherThreadEndsTheLoop) {
-  const Script script = parse("repeat 1000\nhangup 1\ninterim a\nsleep 1\ndone", Separator::LineEnd);
-  dummy::SystemClock clock;
-  std::thread loop([&] { dummy::Player(*context_, script, clock).play(); });
+  const Script script = parse("repeat 1000\nhangup 1\ninterim a\nsleep 1\ndone", Separator::kLineEnd);
+  quillbrook::dummy::SystemClock clock;
+  std::thread loop([&] { quillbrook::dummy::Player(*context_, script, clock).play(); });
   __atomic_store_n(&context_->hangup, QUILLBROOK_HANGUP_STOPPED, __ATOMIC_RELEASE);
   __atomic_store_n(&context_->finalize, 1, __ATOMIC_RELEASE);
   loop.join();

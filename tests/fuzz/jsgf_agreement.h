@@ -21,10 +21,11 @@ inline void require(bool isTrue, const char *what) {
 }
 
 // A null pointer for a grammar that is refused, with a reason that names its line.
-inline std::shared_ptr<const jsgf::Program> load(const std::string &source, jsgf::RuleSharing sharing) {
+inline std::shared_ptr<const quillbrook::jsgf::Program> load(const std::string &source,
+                                                             quillbrook::jsgf::RuleSharing sharing) {
   std::istringstream in(source);
   try {
-    return jsgf::Program::load(in, sharing);
+    return quillbrook::jsgf::Program::load(in, sharing);
   } catch (const std::runtime_error &error) {
     require(std::string(error.what()).compare(0, 5, "line ") == 0, "a reason without its line");
     return nullptr;
@@ -33,8 +34,8 @@ inline std::shared_ptr<const jsgf::Program> load(const std::string &source, jsgf
 
 // Matches the text (or, without one, the first words of the grammar) with rules shared in two ways, which must agree.
 inline void check(const std::string &source, std::string text) {
-  const auto usual = load(source, jsgf::RuleSharing::kWhereItPays);
-  const auto called = load(source, jsgf::RuleSharing::kEverywhere);
+  const auto usual = load(source, quillbrook::jsgf::RuleSharing::kWhereItPays);
+  const auto called = load(source, quillbrook::jsgf::RuleSharing::kEverywhere);
   require((usual == nullptr) == (called == nullptr), "sharing decides whether a grammar loads");
   if (usual == nullptr) {
     return;
@@ -42,8 +43,8 @@ inline void check(const std::string &source, std::string text) {
   for (uint32_t token = 0; text.empty() && token < usual->tokens.size() && token < 8; ++token) {
     text += std::string(usual->tokens[token]) + " ";
   }
-  const jsgf::Match usualMatch(*usual, text);
-  const jsgf::Match calledMatch(*called, text);
+  const quillbrook::jsgf::Match usualMatch(*usual, text);
+  const quillbrook::jsgf::Match calledMatch(*called, text);
   for (uint32_t rule = 0; rule < usual->rules.size(); ++rule) {
     auto expected = usualMatch.derive(rule);
     auto got = calledMatch.derive(rule);
@@ -51,7 +52,7 @@ inline void check(const std::string &source, std::string text) {
     if (expected) {
       // Where a word stands among the tags depends on the sharing; the order of the tags doesn't.
       for (auto *steps : {&*expected, &*got}) {
-        steps->erase(std::remove(steps->begin(), steps->end(), jsgf::kWordStep), steps->end());
+        steps->erase(std::remove(steps->begin(), steps->end(), quillbrook::jsgf::kWordStep), steps->end());
       }
       require(*expected == *got, "sharing decides the tags");
     }

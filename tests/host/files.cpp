@@ -15,14 +15,14 @@ int __real_mkstemp(char *pattern);
 namespace stand_in {
 
 const std::string &sandbox() {
-  static const std::string folder = [] {
+  static const std::string kFolder = [] {
     char pattern[] = "/tmp/stand_in_XXXXXX";
     std::string made = mkdtemp(pattern) ? pattern : "/nowhere";
     std::filesystem::create_directories(made + "/tmp");
     std::filesystem::create_directories(made + "/etc/asterisk");
     return made;
   }();
-  return folder;
+  return kFolder;
 }
 void remove_sandbox() { std::filesystem::remove_all(sandbox()); }
 void reset_files() {
@@ -75,8 +75,8 @@ void write_file(const std::string &path, const std::string &content) {
 
 namespace {
 
-constexpr char WAV_HEADER[44] = "RIFF\0\0\0\0WAVEfmt ";
-constexpr int FRAME_BYTES = 320;
+constexpr char kWavHeader[44] = "RIFF\0\0\0\0WAVEfmt ";
+constexpr int kFrameBytes = 320;
 
 struct Stream : ast_filestream {
   bool ulaw;
@@ -109,19 +109,19 @@ int __wrap_open(const char *path, int flags, ...) {
   va_start(arguments, flags);
   mode_t mode = flags & O_CREAT ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  if (denied(Fault::Open)) return -1;
-  return fails(Fault::Write) ? open_full(real_path(path), flags) : __real_open(real_path(path).c_str(), flags, mode);
+  if (denied(Fault::kOpen)) return -1;
+  return fails(Fault::kWrite) ? open_full(real_path(path), flags) : __real_open(real_path(path).c_str(), flags, mode);
 }
 FILE *__wrap_fopen(const char *path, const char *mode) {
-  return denied(Fault::Open) ? nullptr : __real_fopen(real_path(path).c_str(), mode);
+  return denied(Fault::kOpen) ? nullptr : __real_fopen(real_path(path).c_str(), mode);
 }
 int __wrap_stat(const char *path, struct stat *status) { return __real_stat(real_path(path).c_str(), status); }
 int __wrap_rename(const char *from, const char *to) {
-  return denied(Fault::Rename) ? -1 : __real_rename(real_path(from).c_str(), real_path(to).c_str());
+  return denied(Fault::kRename) ? -1 : __real_rename(real_path(from).c_str(), real_path(to).c_str());
 }
 int __wrap_unlink(const char *path) { return __real_unlink(real_path(path).c_str()); }
 int __wrap_mkstemp(char *pattern) {
-  if (denied(Fault::TemporaryFile)) return -1;
+  if (denied(Fault::kTemporaryFile)) return -1;
   std::string real = real_path(pattern);
   const int descriptor = __real_mkstemp(real.data());
   strcpy(pattern + strlen(pattern) - 6, real.c_str() + real.size() - 6);
@@ -132,9 +132,9 @@ int __wrap_mkstemp(char *pattern) {
 struct ast_filestream *ast_writefile(const char *filename, const char *type, const char *, int flags, int, mode_t) {
   note("ast_writefile");
   flags |= O_WRONLY | O_CREAT | (flags & O_APPEND ? 0 : O_TRUNC);
-  Stream *stream = fails(Fault::WriteStream) ? nullptr : open_stream(filename, type, flags, "wb");
+  Stream *stream = fails(Fault::kWriteStream) ? nullptr : open_stream(filename, type, flags, "wb");
   if (stream && !stream->ulaw) {
-    fwrite(WAV_HEADER, 1, sizeof(WAV_HEADER), stream->f);
+    fwrite(kWavHeader, 1, sizeof(kWavHeader), stream->f);
     fflush(stream->f);
   }
   return stream;
@@ -158,23 +158,23 @@ int ast_writestream(struct ast_filestream *stream, struct ast_frame *frame) {
 // Reading, which the tests do with WAV only. Places are in samples, behind the header.
 struct ast_filestream *ast_readfile(const char *filename, const char *type, const char *, int, int, mode_t) {
   note("ast_readfile");
-  Stream *stream = fails(Fault::ReadStream) ? nullptr : open_stream(filename, type, O_RDONLY, "rb");
+  Stream *stream = fails(Fault::kReadStream) ? nullptr : open_stream(filename, type, O_RDONLY, "rb");
   if (stream) ast_seekstream(stream, 0, SEEK_SET);
   return stream;
 }
 int ast_seekstream(struct ast_filestream *stream, off_t samples, int whence) {
-  return fseek(stream->f, 2 * samples + (whence == SEEK_SET ? sizeof(WAV_HEADER) : 0), whence);
+  return fseek(stream->f, 2 * samples + (whence == SEEK_SET ? sizeof(kWavHeader) : 0), whence);
 }
-off_t ast_tellstream(struct ast_filestream *stream) { return (ftell(stream->f) - sizeof(WAV_HEADER)) / 2; }
+off_t ast_tellstream(struct ast_filestream *stream) { return (ftell(stream->f) - sizeof(kWavHeader)) / 2; }
 int ast_stream_rewind(struct ast_filestream *stream, off_t milliseconds) {
   return ast_seekstream(stream, std::max<off_t>(0, ast_tellstream(stream) - milliseconds * 8), SEEK_SET);
 }
 struct ast_frame *ast_readframe(struct ast_filestream *stream) {
-  auto *frame = static_cast<ast_frame *>(calloc(1, sizeof(ast_frame) + AST_FRIENDLY_OFFSET + FRAME_BYTES));
+  auto *frame = static_cast<ast_frame *>(calloc(1, sizeof(ast_frame) + AST_FRIENDLY_OFFSET + kFrameBytes));
   frame->frametype = AST_FRAME_VOICE;
   frame->subclass.format = ast_format_slin;
   frame->data.ptr = reinterpret_cast<char *>(frame + 1) + AST_FRIENDLY_OFFSET;
-  frame->datalen = static_cast<int>(fread(frame->data.ptr, 1, FRAME_BYTES, stream->f));
+  frame->datalen = static_cast<int>(fread(frame->data.ptr, 1, kFrameBytes, stream->f));
   frame->samples = frame->datalen / 2;
   if (frame->datalen > 0) return frame;
   free(frame);

@@ -225,7 +225,7 @@ void ast_cli(int fd, const char *format, ...) {
 }
 
 int __ast_cli_register_multiple(struct ast_cli_entry *entries, int count, struct ast_module *) {
-  if (fails(Fault::CliRegister)) return -1;
+  if (fails(Fault::kCliRegister)) return -1;
   Guard guard(state_lock());
   for (int index = 0; index < count; ++index) {
     struct ast_cli_args arguments = {-1, 0, nullptr, nullptr, nullptr, 0, 0};
@@ -288,7 +288,7 @@ char *term_strip(char *out, const char *in, int room) {
 // HTTP
 
 int ast_http_uri_link(struct ast_http_uri *uri) {
-  if (fails(Fault::HttpLink)) return -1;
+  if (fails(Fault::kHttpLink)) return -1;
   Guard guard(state_lock());
   state().uris.push_back(uri);
   return 0;
@@ -341,7 +341,7 @@ void ast_variables_destroy(struct ast_variable *list) {
 // Speech
 
 int ast_speech_register(struct ast_speech_engine *engine) {
-  if (fails(Fault::EngineRegister) || !engine->create || !engine->write || !engine->destroy ||
+  if (fails(Fault::kEngineRegister) || !engine->create || !engine->write || !engine->destroy ||
       find_engine(engine->name)) {
     return -1;
   }
@@ -370,7 +370,7 @@ struct ast_format *ast_format_slin = &slin;
 
 struct ast_format_cap *__ast_format_cap_alloc(enum ast_format_cap_flags, const char *, const char *, int,
                                               const char *) {
-  return fails(Fault::FormatCap) ? nullptr : new ast_format_cap;
+  return fails(Fault::kFormatCap) ? nullptr : new ast_format_cap;
 }
 int __ast_format_cap_append(struct ast_format_cap *, struct ast_format *, unsigned int, const char *, const char *, int,
                             const char *) {
@@ -392,7 +392,7 @@ int ast_check_hangup(struct ast_channel *channel) { return channel->hung_up; }
 
 struct ast_dsp *ast_dsp_new(void) {
   note("ast_dsp_new");
-  return fails(Fault::Detector) ? nullptr : new ast_dsp;
+  return fails(Fault::kDetector) ? nullptr : new ast_dsp;
 }
 void ast_dsp_free(struct ast_dsp *dsp) {
   note("ast_dsp_free");

@@ -18,21 +18,21 @@ void reset();
 
 // What a test can make fail.
 enum class Fault {
-  Allocation,      // of the host's allocators
-  Open,            // open and fopen
-  Write,           // the file opens, and has no room for any byte
-  TemporaryFile,   // mkstemp
-  WriteStream,     // ast_writefile
-  ReadStream,      // ast_readfile
-  Rename,          // rename
-  Detector,        // ast_dsp_new
-  Thread,          // ast_pthread_create_stack
-  FormatCap,       // ast_format_cap_alloc
-  EngineRegister,  // ast_speech_register
-  CliRegister,     // ast_cli_register_multiple
-  HttpLink,        // ast_http_uri_link
-  ClosePlugin,     // dlclose, which closes it all the same
-  Count
+  kAllocation,      // of the host's allocators
+  kOpen,            // open and fopen
+  kWrite,           // the file opens, and has no room for any byte
+  kTemporaryFile,   // mkstemp
+  kWriteStream,     // ast_writefile
+  kReadStream,      // ast_readfile
+  kRename,          // rename
+  kDetector,        // ast_dsp_new
+  kThread,          // ast_pthread_create_stack
+  kFormatCap,       // ast_format_cap_alloc
+  kEngineRegister,  // ast_speech_register
+  kCliRegister,     // ast_cli_register_multiple
+  kHttpLink,        // ast_http_uri_link
+  kClosePlugin,     // dlclose, which closes it all the same
+  kCount
 };
 // The `nth` use from now on fails, and the `times` - 1 uses behind it.
 void fail(Fault fault, int nth = 1, int times = 1);

@@ -23,7 +23,7 @@ struct Plan {
 };
 using Symbols = std::map<std::string, void *>;
 struct System {
-  Plan plans[static_cast<size_t>(Fault::Count)];
+  Plan plans[static_cast<size_t>(Fault::kCount)];
   int failures = 0;
   size_t failing_size = 0;
   std::map<std::string, Symbols> plugins;
@@ -35,14 +35,14 @@ System &state() {
 }
 
 std::atomic<bool> failures_planned{false};
-constexpr int64_t CLOCK_START_US = 1'700'000'000'000'000;
+constexpr int64_t kClockStartUs = 1'700'000'000'000'000;
 // Read and written relaxed, for the reason that Guard has.
-std::atomic<int64_t> clock_us{CLOCK_START_US};
+std::atomic<int64_t> clock_us{kClockStartUs};
 std::atomic<int64_t> slept{0};
 
 bool allocation_fails(size_t size) {
   if (!failures_planned) return false;
-  if (stand_in::fails(Fault::Allocation)) return true;
+  if (stand_in::fails(Fault::kAllocation)) return true;
   Guard guard(stand_in::state_lock());
   return state().failing_size == size && ++state().failures;
 }
@@ -104,7 +104,7 @@ int64_t slept_us() { return slept.load(std::memory_order_relaxed); }
 
 void reset() {
   stop_failing();
-  clock_us = CLOCK_START_US;
+  clock_us = kClockStartUs;
   slept = 0;
   state().plugins.clear();
   reset_log();
@@ -185,7 +185,7 @@ RWLOCK_CALL(unlock)
 // The sanitizers need more stack than the host gives, so the size is not kept to.
 int ast_pthread_create_stack(pthread_t *thread, pthread_attr_t *, void *(*start)(void *), void *data, size_t,
                              const char *, const char *, int, const char *) {
-  return stand_in::fails(Fault::Thread) ? EAGAIN : pthread_create(thread, nullptr, start, data);
+  return stand_in::fails(Fault::kThread) ? EAGAIN : pthread_create(thread, nullptr, start, data);
 }
 
 int __ao2_ref(void *object, int delta, const char *, const char *, int, const char *) {
@@ -216,7 +216,7 @@ char *__wrap_dlerror() {
 int __wrap_dlclose(void *) {
   Guard guard(stand_in::state_lock());
   --state().open_plugins;
-  return stand_in::fails(Fault::ClosePlugin) ? -1 : 0;
+  return stand_in::fails(Fault::kClosePlugin) ? -1 : 0;
 }
 
 }  // extern "C"

@@ -144,10 +144,10 @@ TEST(Language, RefusesWithLineColumnAndReason) {
       const std::string before = source.substr(0, source.find('^'));
       source.erase(before.size(), 1);
       const std::string line = before.substr(before.rfind('\n') + 1);
-      const auto isCharacter = [](char byte) { return (byte & 0xC0) != 0x80; };
+      const auto is_character = [](char byte) { return (byte & 0xC0) != 0x80; };
       const std::string begin = "line " + std::to_string(1 + std::count(before.begin(), before.end(), '\n')) +
-                                ", column " + std::to_string(1 + std::count_if(line.begin(), line.end(), isCharacter)) +
-                                ": ";
+                                ", column " +
+                                std::to_string(1 + std::count_if(line.begin(), line.end(), is_character)) + ": ";
       try {
         load(source);
         ADD_FAILURE() << "loaded: " << source;
@@ -223,14 +223,14 @@ TEST(Language, WordsAreListedOnceAsWritten) {
 TEST(Language, StepsAreThoseOfTheTextAndRuleThatAreAskedFor) {
   const auto grammar = load(kHead + "public <r> = x {X} | y {Y}; public <s> = x {S};");
   EXPECT_EQ(grammar->getMatchingPublicRule("x"), "r");
-  const auto tagsOf = [&](const char *rule, const char *text) {
+  const auto tags_of = [&](const char *rule, const char *text) {
     return Grammar::getMatchingTags(grammar->matchesRule(grammar->getRule(rule), text));
   };
   using Tags = std::vector<std::string>;
-  EXPECT_EQ(tagsOf("r", "y"), (Tags{"Y", ""}));
-  EXPECT_EQ(tagsOf("s", "x"), (Tags{"S", ""}));
-  EXPECT_EQ(tagsOf("s", "y"), Tags());
-  EXPECT_EQ(tagsOf("r", "x"), (Tags{"X", ""}));
+  EXPECT_EQ(tags_of("r", "y"), (Tags{"Y", ""}));
+  EXPECT_EQ(tags_of("s", "x"), (Tags{"S", ""}));
+  EXPECT_EQ(tags_of("s", "y"), Tags());
+  EXPECT_EQ(tags_of("r", "x"), (Tags{"X", ""}));
 }
 
 TEST(Language, StepsOutliveTheGrammar) {

@@ -81,7 +81,7 @@ TEST(Limits, EachPrefixLoadsOrThrows) {
   }
 }
 
-double cpuSeconds(const std::function<void()> &work) {
+double cpu_seconds(const std::function<void()> &work) {
   const auto now = [] {
     timespec time{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
@@ -95,21 +95,21 @@ double cpuSeconds(const std::function<void()> &work) {
 // Eight times the input takes some eight to sixteen times the processor time; what grows with the square takes 64.
 // Other work on the machine only ever adds, so each side counts with the least of its turns, and they take turns until
 // it fits.
-void expectTimeGrowsWithTheInput(const std::function<void()> &once, const std::function<void()> &eightTimes) {
+void expect_time_grows_with_the_input(const std::function<void()> &once, const std::function<void()> &eight_times) {
   double least = 1e9;
-  double leastOfEight = 1e9;
-  for (int turn = 0; turn < 30 && (turn < 2 || leastOfEight > 32 * least); ++turn) {
-    least = std::min(least, cpuSeconds(once));
-    leastOfEight = std::min(leastOfEight, cpuSeconds(eightTimes));
+  double least_of_eight = 1e9;
+  for (int turn = 0; turn < 30 && (turn < 2 || least_of_eight > 32 * least); ++turn) {
+    least = std::min(least, cpu_seconds(once));
+    least_of_eight = std::min(least_of_eight, cpu_seconds(eight_times));
   }
-  EXPECT_LT(leastOfEight, 32 * least);
+  EXPECT_LT(least_of_eight, 32 * least);
 }
 
 TEST(Limits, TimeOfAMatchGrowsWithTheText) {
   const struct {
     std::string rules;
     std::string before, words, behind;
-    bool isMatch;
+    bool is_match;
   } rows[] = {
       {"public <r> = (a*)* b;", "", "a ", "b", true},
       {"public <r> = a (a | a a | [a] a)* a c; <b> = b;", "b ", "a ", "a", false},
@@ -120,10 +120,10 @@ TEST(Limits, TimeOfAMatchGrowsWithTheText) {
     const auto grammar = load(kHead + row.rules);
     const auto match = [&](size_t count) {
       return [&, text = row.before + repeated(row.words, count) + row.behind] {
-        EXPECT_EQ(grammar->getMatchingPublicRule(text) == "r", row.isMatch) << row.rules;
+        EXPECT_EQ(grammar->getMatchingPublicRule(text) == "r", row.is_match) << row.rules;
       };
     };
-    expectTimeGrowsWithTheInput(match(4000), match(8 * 4000));
+    expect_time_grows_with_the_input(match(4000), match(8 * 4000));
   }
 }
 
@@ -138,7 +138,7 @@ TEST(Limits, TimeOfALoadGrowsWithTheSource) {
     text += "<r" + std::to_string(rules) + "> = x;";
     return [text] { EXPECT_EQ(load(text)->getMatchingPublicRule("x x x"), "r0"); };
   };
-  expectTimeGrowsWithTheInput(loading(500), loading(8 * 500));
+  expect_time_grows_with_the_input(loading(500), loading(8 * 500));
 }
 
 TEST(Limits, RulesThatCanBeEmptyAreDoubledWithoutHarm) {

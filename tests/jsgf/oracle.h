@@ -31,7 +31,7 @@ inline Node optional(const Node &node) {
 
 // Rules are named r0, r1 and so on. Recursive references must be last items.
 struct Rule {
-  bool isPublic;
+  bool is_public;
   Node body;
 };
 using Rules = std::vector<Rule>;
@@ -46,19 +46,19 @@ inline std::string write(const Node &node) {
     }
     return text;
   };
-  const bool isEmpty = node.children.empty();
+  const bool is_empty = node.children.empty();
   switch (node.kind) {
     case Node::kWord:
       return node.text;
     case Node::kReference:
       return "<r" + std::to_string(node.rule) + ">";
     case Node::kSequence:
-      return isEmpty ? "<NULL>" : all(" ");
+      return is_empty ? "<NULL>" : all(" ");
     case Node::kChoice:
       if (node.children.size() == 2 && node.weights.empty() && write(node.children[1]) == "<NULL>") {
         return "[" + write(node.children[0]) + "]";
       }
-      return isEmpty ? "<VOID>" : "(" + all(" | ") + ")";
+      return is_empty ? "<VOID>" : "(" + all(" | ") + ")";
     case Node::kStar:
       return "(" + all("") + ")*";
     case Node::kPlus:
@@ -69,10 +69,10 @@ inline std::string write(const Node &node) {
   return {};
 }
 
-inline std::string toJsgf(const Rules &rules) {
+inline std::string to_jsgf(const Rules &rules) {
   std::string text = "#JSGF V1.0;\ngrammar g;\n";
   for (size_t i = 0; i < rules.size(); ++i) {
-    text += (rules[i].isPublic ? "public <r" : "<r") + std::to_string(i) + "> = " + write(rules[i].body) + ";\n";
+    text += (rules[i].is_public ? "public <r" : "<r") + std::to_string(i) + "> = " + write(rules[i].body) + ";\n";
   }
   return text;
 }
@@ -80,9 +80,9 @@ inline std::string toJsgf(const Rules &rules) {
 class Matcher {
 public:
   Matcher(const Rules &rules, const std::vector<std::string> &text)
-      : rules_(rules), text_(text), leadsTo_(rules.size(), std::vector<bool>(rules.size(), false)) {
+      : rules_(rules), text_(text), leads_to_(rules.size(), std::vector<bool>(rules.size(), false)) {
     for (size_t rule = 0; rule < rules.size(); ++rule) {
-      noteReferences(rules[rule].body, rule);
+      note_references(rules[rule].body, rule);
     }
   }
 
@@ -104,13 +104,13 @@ private:
   };
   using Continuation = std::function<bool(const State &)>;
 
-  void noteReferences(const Node &node, size_t from) {
+  void note_references(const Node &node, size_t from) {
     for (const Node &child : node.children) {
-      noteReferences(child, from);
+      note_references(child, from);
     }
-    if (node.kind == Node::kReference && !leadsTo_[from][node.rule]) {
-      leadsTo_[from][node.rule] = true;
-      noteReferences(rules_[node.rule].body, from);
+    if (node.kind == Node::kReference && !leads_to_[from][node.rule]) {
+      leads_to_[from][node.rule] = true;
+      note_references(rules_[node.rule].body, from);
     }
   }
 
@@ -118,7 +118,7 @@ private:
     if (budget_ == 0 || --budget_ == 0) {
       return false;
     }
-    const auto matchIn = [&](const Node &part, const State &from, const Continuation &then) {
+    const auto match_in = [&](const Node &part, const State &from, const Continuation &then) {
       return match(part, rule, calls, from, then);
     };
     // Decides at this place, unless the derivation stands in it since the last word.
@@ -132,29 +132,29 @@ private:
                next({state.position + 1, {}, state.tags});
       case Node::kReference: {
         const Node &body = rules_[node.rule].body;
-        if (leadsTo_[node.rule][rule]) {  // right recursion goes on within the same call
+        if (leads_to_[node.rule][rule]) {  // right recursion goes on within the same call
           return choose(state, [&](const State &passed) { return match(body, node.rule, calls, passed, next); });
         }
         return match(body, node.rule, calls + "/" + std::to_string(reinterpret_cast<size_t>(&node)), state, next);
       }
       case Node::kSequence:
-        return matchFrom(node, 0, rule, calls, state, next);
+        return match_from(node, 0, rule, calls, state, next);
       case Node::kChoice:
         return choose(state, [&](const State &passed) {
           const std::vector<size_t> children = order(node);
           return std::any_of(children.begin(), children.end(),
-                             [&](size_t child) { return matchIn(node.children[child], passed, next); });
+                             [&](size_t child) { return match_in(node.children[child], passed, next); });
         });
       case Node::kStar:
       case Node::kPlus: {
         const Continuation repeat = [&](const State &from) {
-          return choose(from,
-                        [&](const State &passed) { return matchIn(node.children[0], passed, repeat) || next(passed); });
+          return choose(
+              from, [&](const State &passed) { return match_in(node.children[0], passed, repeat) || next(passed); });
         };
-        return node.kind == Node::kStar ? repeat(state) : matchIn(node.children[0], state, repeat);
+        return node.kind == Node::kStar ? repeat(state) : match_in(node.children[0], state, repeat);
       }
       case Node::kTagged:
-        return matchIn(node.children[0], state, [&](const State &after) {
+        return match_in(node.children[0], state, [&](const State &after) {
           State tagged = after;
           tagged.tags += "{" + node.text + "}";
           return next(tagged);
@@ -163,11 +163,11 @@ private:
     return false;
   }
 
-  bool matchFrom(const Node &node, size_t child, size_t rule, const std::string &calls, const State &state,
-                 const Continuation &next) {
+  bool match_from(const Node &node, size_t child, size_t rule, const std::string &calls, const State &state,
+                  const Continuation &next) {
     return child == node.children.size() ? next(state)
                                          : match(node.children[child], rule, calls, state, [&](const State &after) {
-                                             return matchFrom(node, child + 1, rule, calls, after, next);
+                                             return match_from(node, child + 1, rule, calls, after, next);
                                            });
   }
 
@@ -175,8 +175,8 @@ private:
     std::vector<size_t> children(node.children.size());
     std::iota(children.begin(), children.end(), 0);
     if (!node.weights.empty()) {
-      const auto isSilent = [&](size_t child) { return node.weights[child] == 0; };
-      children.erase(std::remove_if(children.begin(), children.end(), isSilent), children.end());
+      const auto is_silent = [&](size_t child) { return node.weights[child] == 0; };
+      children.erase(std::remove_if(children.begin(), children.end(), is_silent), children.end());
       std::stable_sort(children.begin(), children.end(),
                        [&](size_t a, size_t b) { return node.weights[a] > node.weights[b]; });
     }
@@ -185,7 +185,7 @@ private:
 
   const Rules &rules_;
   const std::vector<std::string> &text_;
-  std::vector<std::vector<bool>> leadsTo_;  // rule to rule, by references
+  std::vector<std::vector<bool>> leads_to_;  // rule to rule, by references
   size_t budget_ = 100'000;
 };
 

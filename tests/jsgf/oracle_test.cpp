@@ -12,18 +12,18 @@
 
 namespace {
 
-using jsgf::Program;
-using jsgf::RuleSharing;
 using oracle::Node;
+using quillbrook::jsgf::Program;
+using quillbrook::jsgf::RuleSharing;
 
 using Texts = std::vector<std::vector<std::string>>;
 
 // As the oracle gives it.
 std::string derivation(const Program &program, const std::string &text, size_t rule) {
-  const auto steps = jsgf::Match(program, text).derive(static_cast<uint32_t>(rule));
+  const auto steps = quillbrook::jsgf::Match(program, text).derive(static_cast<uint32_t>(rule));
   std::string tags = steps ? "" : "no match";
-  for (const jsgf::Step step : steps.value_or(std::vector<jsgf::Step>())) {
-    tags += step == jsgf::kWordStep ? "" : "{" + std::string(program.tags[step]) + "}";
+  for (const quillbrook::jsgf::Step step : steps.value_or(std::vector<quillbrook::jsgf::Step>())) {
+    tags += step == quillbrook::jsgf::kWordStep ? "" : "{" + std::string(program.tags[step]) + "}";
   }
   return tags;
 }
@@ -41,7 +41,7 @@ struct Comparison {
   int refused = 0, compared = 0, matched = 0, exhausted = 0;
 
   void compare(const oracle::Rules &rules, const Texts &texts) {
-    const std::string source = oracle::toJsgf(rules);
+    const std::string source = oracle::to_jsgf(rules);
     std::vector<std::shared_ptr<const Program>> programs;
     for (const RuleSharing sharing : {RuleSharing::kWhereItPays, RuleSharing::kNowhere, RuleSharing::kEverywhere}) {
       std::istringstream in(source);
@@ -55,7 +55,7 @@ struct Comparison {
     }
     for (size_t rule = 0; rule < rules.size(); ++rule) {
       for (const auto &text : texts) {
-        if (!rules[rule].isPublic) {
+        if (!rules[rule].is_public) {
           continue;
         }
         const std::optional<std::string> expected = oracle::Matcher(rules, text).run(rule);
@@ -71,7 +71,7 @@ struct Comparison {
 };
 
 // Of up to three words.
-Texts allTexts() {
+Texts all_texts() {
   Texts texts{{}};
   for (size_t from = 0; texts[from].size() < 3; ++from) {
     for (const char *word : {"a", "b"}) {
@@ -100,7 +100,7 @@ TEST(Oracle, AgreesOnAllSmallGrammars) {
       }
     }
   }
-  const Texts texts = allTexts();
+  const Texts texts = all_texts();
   Comparison comparison;
   for (const Node &body : all) {
     // Once as the rule itself, once through a rule that is used twice.
@@ -136,40 +136,40 @@ private:
 
   std::string word() { return std::string(1, "aaabbc"[below(6)]); }
 
-  Node node(int depth, size_t rule, size_t ruleCount, bool isLast) {
+  Node node(int depth, size_t rule, size_t rule_count, bool is_last) {
     const size_t kind = below(depth == 0 ? 8 : 20);
-    const auto child = [&](bool last) { return node(depth - 1, rule, ruleCount, last); };
+    const auto child = [&](bool last) { return node(depth - 1, rule, rule_count, last); };
     if (kind == 0 && below(2) == 0) {
       return {below(3) == 0 ? Node::kChoice : Node::kSequence};
     }
-    if (kind == 1 && isLast) {
-      return {Node::kReference, "", below(3) == 0 ? below(ruleCount) : rule};
+    if (kind == 1 && is_last) {
+      return {Node::kReference, "", below(3) == 0 ? below(rule_count) : rule};
     }
-    if (kind <= 2 && rule + 1 < ruleCount) {
-      return {Node::kReference, "", rule + 1 + below(ruleCount - rule - 1)};
+    if (kind <= 2 && rule + 1 < rule_count) {
+      return {Node::kReference, "", rule + 1 + below(rule_count - rule - 1)};
     }
     if (kind < 8) {
       return {Node::kWord, word()};
     }
     if (kind < 16) {
-      const bool isChoice = kind >= 13;
-      const bool isWeighted = isChoice && below(4) == 0;
-      Node several{isChoice ? Node::kChoice : Node::kSequence};
+      const bool is_choice = kind >= 13;
+      const bool is_weighted = is_choice && below(4) == 0;
+      Node several{is_choice ? Node::kChoice : Node::kSequence};
       for (size_t items = 2 + below(2); items-- > 0;) {
-        several.children.push_back(child(isLast && (isChoice || items == 0)));
-        if (isWeighted) {
+        several.children.push_back(child(is_last && (is_choice || items == 0)));
+        if (is_weighted) {
           several.weights.push_back(items == 0 ? 2 : static_cast<int>(below(4)));
         }
       }
       return several;
     }
     if (kind == 16) {
-      return oracle::optional(child(isLast));
+      return oracle::optional(child(is_last));
     }
     if (kind < 19) {
       return {kind == 17 ? Node::kStar : Node::kPlus, "", 0, {child(false)}};
     }
-    return {Node::kTagged, std::to_string(++tags_), 0, {child(isLast)}};
+    return {Node::kTagged, std::to_string(++tags_), 0, {child(is_last)}};
   }
 
   std::minstd_rand random_;

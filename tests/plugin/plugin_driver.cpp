@@ -52,8 +52,8 @@ const std::string &scratch_folder() {
     Folder() { EXPECT_TRUE(mkdtemp(path.data())); }
     ~Folder() { (void)std::system(("rm -r " + path).c_str()); }
     std::string path = "/tmp/quillbrook-plugin-test.XXXXXX";
-  } folder;
-  return folder.path;
+  } kFolder;
+  return kFolder.path;
 }
 
 std::string tone(int milliseconds, double amplitude) {

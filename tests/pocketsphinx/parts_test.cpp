@@ -14,7 +14,7 @@
 #include "parameters.h"
 #include "stream_reader.h"
 
-namespace pocketsphinx_plugin {
+namespace quillbrook::pocketsphinx {
 namespace {
 
 class File {
@@ -51,13 +51,13 @@ std::string format_chunk(unsigned tag, unsigned channels, unsigned rate, unsigne
                    number(bits / 8, 2) + number(bits, 2));
 }
 
-const std::string riff = "RIFF" + number(0, 4) + "WAVE";
+const std::string kRiff = "RIFF" + number(0, 4) + "WAVE";
 
 using Samples = std::vector<int16_t>;
 
 TEST(StreamReader, TakesSamplesAsTheyComeByteByByte) {
   // A chunk before the format, one of odd size behind it, and sizes unset: as long as the host writes, they are.
-  std::string bytes = riff + chunk("LIST", 4, "abcd") + format_chunk(1, 1, 8000, 16) + chunk("note", 3, "xyz\0") +
+  std::string bytes = kRiff + chunk("LIST", 4, "abcd") + format_chunk(1, 1, 8000, 16) + chunk("note", 3, "xyz\0") +
                       std::string(1, '\0') + chunk("data", 0, "") + number(1, 2) + number(0xFFFF, 2) +
                       number(0x8000, 2);
   File file;
@@ -96,7 +96,7 @@ TEST(StreamReader, DecodesCompandedSamples) {
   Samples alaw;
   StreamReader(File(std::string("\x2A\xAA\x55\xD5\x80", 5)).path(), "alaw").read(alaw, 5);
   EXPECT_EQ(alaw, (Samples{-32256, 32256, -8, 8, 5504}));
-  File tagged(riff + format_chunk(7, 1, 8000, 8) + chunk("data", 0, "\x80"));
+  File tagged(kRiff + format_chunk(7, 1, 8000, 8) + chunk("data", 0, "\x80"));
   Samples wav;
   StreamReader(tagged.path(), "wav").read(wav, 5);
   EXPECT_EQ(wav, (Samples{32124}));
@@ -108,11 +108,11 @@ TEST(StreamReader, RefusesWhatItCannotRead) {
     EXPECT_THROW(StreamReader(File().path(), format), std::runtime_error) << format;
   }
   const std::string bad[] = {
-      "OggS" + std::string(40, 'x'),       riff + format_chunk(1, 2, 8000, 16),
-      riff + format_chunk(1, 1, 8000, 24), riff + format_chunk(85, 1, 8000, 16),
-      riff + format_chunk(1, 1, 0, 16),    riff + format_chunk(1, 1, 4000000000U, 16),
-      riff + chunk("fmt ", 2, "ab"),       riff + chunk("fmt ", 0xFFFFFFFFU, "ab"),
-      riff + chunk("data", 0, "abcd"),     riff + chunk("junk", 0xFFFFFFFFU, std::string(100000, 'x')),
+      "OggS" + std::string(40, 'x'),        kRiff + format_chunk(1, 2, 8000, 16),
+      kRiff + format_chunk(1, 1, 8000, 24), kRiff + format_chunk(85, 1, 8000, 16),
+      kRiff + format_chunk(1, 1, 0, 16),    kRiff + format_chunk(1, 1, 4000000000U, 16),
+      kRiff + chunk("fmt ", 2, "ab"),       kRiff + chunk("fmt ", 0xFFFFFFFFU, "ab"),
+      kRiff + chunk("data", 0, "abcd"),     kRiff + chunk("junk", 0xFFFFFFFFU, std::string(100000, 'x')),
   };
   for (const std::string &bytes : bad) {
     File file(bytes);
@@ -181,4 +181,4 @@ TEST(Confidence, FallsWithTheWorstWordAndWithSpeechThatNoWordExplains) {
 }
 
 }  // namespace
-}  // namespace pocketsphinx_plugin
+}  // namespace quillbrook::pocketsphinx

@@ -9,12 +9,12 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto patience = 60s;  // for sanitizers on a busy machine
-const std::string sounds = "/usr/share/asterisk/sounds/en/";
-const std::string digit_names = "zero,one,two,three,four,five,six,seven,eight,nine";
+constexpr auto kPatience = 60s;  // for sanitizers on a busy machine
+const std::string kSounds = "/usr/share/asterisk/sounds/en/";
+const std::string kDigitNames = "zero,one,two,three,four,five,six,seven,eight,nine";
 
 Samples digit(int which) {
-  return read_wav(sounds + "digits/" + std::to_string(which) + ".wav");
+  return read_wav(kSounds + "digits/" + std::to_string(which) + ".wav");
 }
 
 // A recognition that goes on after a result.
@@ -33,18 +33,18 @@ struct Call : Recognition {
   void say(const std::vector<Samples> &words, int pause_ms = 800) const { hear(in_a_row(words, pause_ms)); }
   // 20 ms at a time, with 20 ms between two.
   void play(const Samples &samples) const {
-    constexpr size_t frame = 160;
+    constexpr size_t kFrame = 160;
     auto due = std::chrono::steady_clock::now();
-    for (size_t begin = 0; begin < samples.size(); begin += frame) {
+    for (size_t begin = 0; begin < samples.size(); begin += kFrame) {
       const auto *first = samples.data() + begin;
-      hear({first, first + std::min(frame, samples.size() - begin)});
+      hear({first, first + std::min(kFrame, samples.size() - begin)});
       std::this_thread::sleep_until(due += 20ms);
     }
   }
 
   // Those with a score, in this range; waits until there are so many of them or the loop has returned.
   std::vector<Report> scored(size_t count, int lowest = 0, int highest = 100) {
-    const auto end = std::chrono::steady_clock::now() + patience;
+    const auto end = std::chrono::steady_clock::now() + kPatience;
     while (true) {
       std::vector<Report> found = reports();
       found.erase(std::remove_if(found.begin(), found.end(),
@@ -86,7 +86,7 @@ TEST(Pocketsphinx, IsAsSureAmongManyHintsAsAmongFew) {
   for (const std::string &hints : {std::string("yes,no"), many}) {
     Call call(hints);
     call.start();
-    call.say({read_wav(sounds + "vm-no.wav")}, 1000);
+    call.say({read_wav(kSounds + "vm-no.wav")}, 1000);
     const Report result = call.result();
     EXPECT_EQ(result.text, "no") << hints;
     EXPECT_GE(result.score, 80) << hints;
@@ -96,13 +96,13 @@ TEST(Pocketsphinx, IsAsSureAmongManyHintsAsAmongFew) {
 TEST(Pocketsphinx, SaysThatItUnderstoodNothing) {
   Call call("yes,no");
   call.start();
-  call.say({read_wav(sounds + "digits/mon-8.wav")});
+  call.say({read_wav(kSounds + "digits/mon-8.wav")});
   EXPECT_EQ(call.result(), (Report{"?", QUILLBROOK_SCORE_NO_CONFIDENCE}));
 }
 
 TEST(Pocketsphinx, HearsSpeechThatBeginsWithTheStream) {
   Call call("monday,tuesday,wednesday,thursday,friday");
-  const Samples word = read_wav(sounds + "digits/day-3.wav");
+  const Samples word = read_wav(kSounds + "digits/day-3.wav");
   call.hear({std::find_if(word.begin(), word.end(), [](int16_t sample) { return sample > 1500; }), word.end()});
   call.hear(quiet(1000));
   call.start();
@@ -122,14 +122,14 @@ TEST(Pocketsphinx, TicksAndStopsAlsoWhileTheLanguageModelIsLoading) {
 TEST(Pocketsphinx, UsesTheLanguageModelWithoutHints) {
   Call call(" , ");
   call.start();
-  call.say({read_wav(sounds + "vm-goodbye.wav")});
+  call.say({read_wav(kSounds + "vm-goodbye.wav")});
   const Report result = call.result();
   EXPECT_EQ(result.text.compare(0, 4, "good"), 0) << result.text;
   EXPECT_EQ(result.score, 40);
 }
 
 TEST(Pocketsphinx, WindsUpWhenAskedTo) {
-  Call call(digit_names, "silence=10000");
+  Call call(kDigitNames, "silence=10000");
   call.start();
   call.say({digit(1)}, 500);
   EXPECT_FALSE(call.scored(1, QUILLBROOK_SCORE_INTERIM, QUILLBROOK_SCORE_INTERIM).empty());
@@ -142,12 +142,12 @@ TEST(Pocketsphinx, WindsUpWhenAskedTo) {
 
 TEST(Pocketsphinx, LeavesEndpointingToTheModule) {
   {
-    Call before(digit_names, "endpointing=no");  // leaves its decoder in the middle of an utterance
+    Call before(kDigitNames, "endpointing=no");  // leaves its decoder in the middle of an utterance
     before.start();
     before.hear(digit(7));
     EXPECT_TRUE(before.wait_reports(1));
   }
-  Call call(digit_names, "endpointing=no");
+  Call call(kDigitNames, "endpointing=no");
   call.record.completetimeout = 800;
   call.record.incompletetimeout = 5000;
   call.start();
@@ -170,9 +170,9 @@ TEST(Pocketsphinx, LeavesEndpointingToTheModule) {
 TEST(Pocketsphinx, KeepsTheHintsOfCallsApart) {
   std::vector<std::unique_ptr<Call>> calls;
   for (int i = 0; i < 2; ++i) {
-    calls.push_back(std::make_unique<Call>(i % 2 == 0 ? digit_names : "monday,tuesday,sunday"));
+    calls.push_back(std::make_unique<Call>(i % 2 == 0 ? kDigitNames : "monday,tuesday,sunday"));
     calls.back()->start();
-    calls.back()->say({i % 2 == 0 ? digit(7) : read_wav(sounds + "digits/day-0.wav")});
+    calls.back()->say({i % 2 == 0 ? digit(7) : read_wav(kSounds + "digits/day-0.wav")});
   }
   for (int i = 0; i < 2; ++i) EXPECT_EQ(calls[i]->result().text, i % 2 == 0 ? "seven" : "sunday");
 }
@@ -209,7 +209,7 @@ TEST(Pocketsphinx, TakesTextsOfAnyKind) {
 // library had begun to make is given up.
 TEST(PocketsphinxDeathTest, SurvivesADamagedModel) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  constexpr int survived = 7;
+  constexpr int kSurvived = 7;
   auto recognise = [] {
     const std::string model = scratch_folder() + "/model";
     (void)std::system(("mkdir " + model).c_str());
@@ -222,9 +222,9 @@ TEST(PocketsphinxDeathTest, SurvivesADamagedModel) {
     (void)call.wait_return();
     call.stop();
     (void)std::system(("rm -r " + scratch_folder()).c_str());
-    _exit(strncmp(call.record.extra, "ERROR:", 6) == 0 ? survived : 2);
+    _exit(strncmp(call.record.extra, "ERROR:", 6) == 0 ? kSurvived : 2);
   };
-  EXPECT_EXIT(recognise(), testing::ExitedWithCode(survived), "");
+  EXPECT_EXIT(recognise(), testing::ExitedWithCode(kSurvived), "");
 }
 
 }  // namespace
