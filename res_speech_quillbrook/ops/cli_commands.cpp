@@ -17,13 +17,13 @@ struct Command {
 };
 
 // What the host calls for a command, on its command threads, at its registration, completion and execution.
-template <const Command &command>
+template <const Command &Which>
 char *handle(ast_cli_entry *entry, int call, ast_cli_args *args) {
   switch (call) {
     case CLI_INIT:
       // The host copies the words when it registers the entry, and writes to the copy only.
-      entry->command = const_cast<char *>(command.words);
-      entry->usage = command.usage;
+      entry->command = const_cast<char *>(Which.words);
+      entry->usage = Which.usage;
       return nullptr;
     case CLI_GENERATE:
       return nullptr;
@@ -33,8 +33,8 @@ char *handle(ast_cli_entry *entry, int call, ast_cli_args *args) {
   if (args->argc != kWordsOfACommand) {
     return CLI_SHOWUSAGE;
   }
-  return guarded(command.words, CLI_FAILURE, [args] {
-    command.report(args->fd);
+  return guarded(Which.words, CLI_FAILURE, [args] {
+    Which.report(args->fd);
     return CLI_SUCCESS;
   });
 }
@@ -44,11 +44,11 @@ void reset_statistics(int fd) {
   ast_cli(fd, "QuillBrook statistics reset\n");
 }
 
-constexpr Command show_version = {"quillbrook show version",
+constexpr Command kShowVersion = {"quillbrook show version",
                                   "Usage: quillbrook show version\n"
                                   "       Display QuillBrook module version and build information.\n",
                                   quillbrook_cli_show_version};
-constexpr Command show_plugins = {"quillbrook show plugins",
+constexpr Command kShowPlugins = {"quillbrook show plugins",
                                   "Usage: quillbrook show plugins\n"
                                   "       Display loaded QuillBrook plugins and their active configuration.\n",
                                   quillbrook_cli_show_plugins};
@@ -56,20 +56,20 @@ constexpr Command kShowStatistics = {"quillbrook show statistics",
                                      "Usage: quillbrook show statistics\n"
                                      "       Display QuillBrook session and transcription statistics.\n",
                                      quillbrook_cli_show_statistics};
-constexpr Command show_dates = {"quillbrook show dates",
+constexpr Command kShowDates = {"quillbrook show dates",
                                 "Usage: quillbrook show dates\n"
                                 "       Display QuillBrook activity dates.\n",
                                 quillbrook_cli_show_dates};
-constexpr Command reset = {"quillbrook reset statistics",
-                           "Usage: quillbrook reset statistics\n"
-                           "       Reset QuillBrook counters while preserving the active session count.\n",
-                           reset_statistics};
+constexpr Command kReset = {"quillbrook reset statistics",
+                            "Usage: quillbrook reset statistics\n"
+                            "       Reset QuillBrook counters while preserving the active session count.\n",
+                            reset_statistics};
 
-constexpr auto *handle_cli_quillbrook_version = handle<show_version>;
-constexpr auto *handle_cli_quillbrook_plugins = handle<show_plugins>;
+constexpr auto *handle_cli_quillbrook_version = handle<kShowVersion>;
+constexpr auto *handle_cli_quillbrook_plugins = handle<kShowPlugins>;
 constexpr auto *handle_cli_quillbrook_statistics = handle<kShowStatistics>;
-constexpr auto *handle_cli_quillbrook_dates = handle<show_dates>;
-constexpr auto *handle_cli_quillbrook_reset_statistics = handle<reset>;
+constexpr auto *handle_cli_quillbrook_dates = handle<kShowDates>;
+constexpr auto *handle_cli_quillbrook_reset_statistics = handle<kReset>;
 
 }  // namespace
 
