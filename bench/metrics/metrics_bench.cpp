@@ -15,7 +15,7 @@
 
 #include "stand_in.h"
 
-#include "engine/engine.h"
+#include "record/engine.h"
 #include "ops/http_metrics.h"
 #include "ops/statistics.h"
 #include "quillbrook.h"

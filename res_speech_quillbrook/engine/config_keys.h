@@ -4,7 +4,7 @@
 
 #include <variant>
 
-#include "engine.h"
+#include "../record/engine.h"
 
 enum class ConfigSection { kGeneral, kProfile };
 
@@ -55,8 +55,8 @@ struct ConfigKey {
   ConfigRules rules;
 };
 
-constexpr int kConfigKeyCount = 41;
-constexpr int kConfigProfileKeyCount = 29;
+constexpr int kConfigKeyCount = 42;
+constexpr int kConfigProfileKeyCount = 30;
 
 // In the order of reading `general`.
 extern const ConfigKey kConfigKeys[kConfigKeyCount];

@@ -7,7 +7,7 @@
 #include "../ops/statistics.h"
 #include "../support/guard.h"
 #include "config.h"
-#include "engine.h"
+#include "../record/engine.h"
 #include "plugin_library.h"
 #include "speech_engines.h"
 

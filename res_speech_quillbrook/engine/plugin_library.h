@@ -1,7 +1,7 @@
 // The shared object behind an engine: where it is looked for, and the functions found in it.
 #pragma once
 
-#include "engine.h"
+#include "../record/engine.h"
 
 // Where plugins are installed.
 inline constexpr char kPluginDirectory[] = "/usr/lib/quillbrook";

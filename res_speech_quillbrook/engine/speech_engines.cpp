@@ -1,5 +1,6 @@
 #include "speech_engines.h"
 
+#include "../grammar/grammar_commands.h"
 #include "../session/entries.h"
 
 namespace {

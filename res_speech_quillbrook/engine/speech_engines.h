@@ -2,7 +2,7 @@
 // share the same functions; they differ by the table entry that a session binds to.
 #pragma once
 
-#include "engine.h"
+#include "../record/engine.h"
 
 extern struct ast_speech_engine ast_engine;
 

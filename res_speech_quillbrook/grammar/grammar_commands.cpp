@@ -1,5 +1,6 @@
-#include "../session/entries.h"
-#include "../session/session.h"
+#include "grammar_commands.h"
+
+#include "../record/session.h"
 #include "../support/guard.h"
 #include "grammar_files.h"
 #include "property.h"

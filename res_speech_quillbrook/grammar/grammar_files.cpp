@@ -116,14 +116,9 @@ void quillbrook_load_files(quillbrook_speech_t &session, const char *name, const
 }
 
 void quillbrook_replace_config(quillbrook_speech_t &session, char *text) {
-  char *former = session.config_pointer;
-  session.config_pointer = text;
-  if (!former) {
-    return;
-  }
-  if (session.context1) {
-    session.retired_configs.push_back(former);
+  if (text) {
+    session.config_pointer.reset(text, [](char *former) { ast_free(former); });
   } else {
-    ast_free(former);
+    session.config_pointer.reset();
   }
 }

@@ -7,7 +7,7 @@
 //   ....txt                 phrases to expect, used while no grammar has words
 #pragma once
 
-#include "../session/session.h"
+#include "../record/session.h"
 
 // Loads `path` under `name` for all that it is for; nothing happens when it is for nothing. Failures are logged.
 void quillbrook_load_files(quillbrook_speech_t &session, const char *name, const char *path);

@@ -2,7 +2,7 @@
 // builtin forms ("builtin:grammar/model=NAME").
 #pragma once
 
-#include "../session/session.h"
+#include "../record/session.h"
 
 // Stores `value` in the setting that `text` begins with the name of. False, and nothing changes, when there is none.
 // A timeout is a number and a unit, "250ms" or "1.5s"; one that cannot be read is stored as -1.

@@ -1,7 +1,7 @@
 // The command "quillbrook show plugins".
 #pragma once
 
-#include "../engine/engine.h"
+#include "../record/engine.h"
 
 // Prints the entries of the engine table that are in use.
 void quillbrook_cli_show_plugins(int fd);

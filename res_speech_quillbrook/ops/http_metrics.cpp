@@ -1,6 +1,6 @@
 #include "http_metrics.h"
 
-#include "../engine/engine.h"
+#include "../record/engine.h"
 #include "../support/guard.h"
 #include "http_uri.h"
 #include "statistics.h"

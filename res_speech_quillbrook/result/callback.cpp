@@ -24,7 +24,6 @@ bool take_session_end(quillbrook_message &message) {
     return false;
   }
   session_notice(message.session, "Plugin session closed, finalize the result\n");
-  shared_store(message.session->plugin_closed, 1);
   message.score = QUILLBROOK_SCORE_FINISH;
   return true;
 }
@@ -62,6 +61,7 @@ void trace_state(const quillbrook_message &message) {
   }
   const quillbrook_context *context = message.context;
   quillbrook_speech_t *session = message.session;
+  const quillbrook_transcript_t &transcript = message.transcript;
   if (context->silence) {
     trace(2, "CALLBACK: DSP silence=%d\n", shared_load(*context->silence));
   }
@@ -75,15 +75,19 @@ void trace_state(const quillbrook_message &message) {
   trace(2, "CALLBACK: timeout extendedtimeout=%d\n", shared_load(session->extendedtimeout));
   trace(2, "CALLBACK: timeout earlyspeechtimeout=%d\n", shared_load(session->earlyspeechtimeout));
   trace(2, "CALLBACK: timeout provider=%d\n", session->providertimeout);
-  trace(2, "CALLBACK: interpretation = %s\n", shown(session->interpretation));
-  trace(2, "CALLBACK: text = %s\n", shown(session->text));
+  trace(2, "CALLBACK: interpretation = %s\n", shown(transcript.interpretation));
+  trace(2, "CALLBACK: text = %s\n", shown(transcript.text));
   trace(2, "CALLBACK: last_result = %d\n", static_cast<int>(str_fifo_count(&session->last_results)));
 }
 
 // The lock is taken ahead of the late gate, so that of two finishes at one time the second one finds the first one's
 // result.
-int process(quillbrook_message &message) {
+int process(quillbrook_message &message, bool session_ended) {
   MutexLock held(message.session->result_lock);
+  if (session_ended) {
+    // Under the lock, so that who waits for this finds the result that comes with it.
+    shared_store(message.recognition->plugin_closed, 1);
+  }
   if (is_too_late(message)) {
     return -1;
   }
@@ -119,9 +123,9 @@ int receive(quillbrook_context *context, const char *text, int score) {
     return -1;
   }
   trace(2, "CALLBACK: finalize = %d\n", shared_load(context->finalize));
-  auto *speech = static_cast<struct ast_speech *>(context->asterisk_pointer);
-  quillbrook_speech_t *session = quillbrook_session_of(speech);
-  if (!session) {
+  quillbrook_run_t &run = *quillbrook_run_of(context);
+  MutexLock passing(run.gate);
+  if (!run.session || !quillbrook_session_of(run.speech)) {
     trace(2, "CALLBACK: No Quillbrook context...\n");
     return -1;
   }
@@ -131,16 +135,18 @@ int receive(quillbrook_context *context, const char *text, int score) {
     trace(2, "CALLBACK: [NULL] - score %d\n", score);
   }
 
-  quillbrook_message message = {context, speech, session, text, score};
+  quillbrook_message message = {context, run.speech, run.session, run.recognition, run.transcript, text, score};
+  bool session_ended = false;
   if (score == QUILLBROOK_SCORE_END) {
-    if (!take_session_end(message)) {
+    session_ended = take_session_end(message);
+    if (!session_ended) {
       return 0;
     }
   } else if (score < QUILLBROOK_SCORE_FINISH) {
     report_bad_score(message);
     return -1;
   }
-  return process(message);
+  return process(message, session_ended);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "endpointing.h"
 
-#include "../session/state.h"
+#include "../record/speech_state.h"
 
 namespace {
 
@@ -9,42 +9,54 @@ constexpr int kExtensionLimit = 2500;
 // What a plugin gets to send its last words after it was asked to finalise.
 constexpr int kFinalizeTime = 1000;
 
+// A call that brings the first words keeps them: they are stored, and the timers count from the next call. A
+// recogniser that lags behind the audio's silence, or a final that counts as silence from long ago, would else lose
+// all it ever heard, because words are stored behind the timers.
+bool brings_first_words(const quillbrook_message &message) {
+  const quillbrook_transcript_t &transcript = message.transcript;
+  const bool stored = (transcript.text && transcript.text[0]) || transcript.text_interim;
+  return !stored && message.has_words();
+}
+
 void finish(quillbrook_message &message) {
+  if (brings_first_words(message)) {
+    return;
+  }
   trace(2, "Set score = -2 !\n");
   if (!message.hold) {
     message.score = QUILLBROOK_SCORE_FINISH;
   }
 }
 
-int64_t text_silence(const quillbrook_speech_t *session) {
-  return ast_tvdiff_ms(session->datelast, session->datesilence);
+int64_t text_silence(const quillbrook_transcript_t &transcript) {
+  return ast_tvdiff_ms(transcript.datelast, transcript.datesilence);
 }
 
 // New words restart the silence. A repeated hypothesis does not keep a recognition alive.
 void move_silence_date(const quillbrook_message &message) {
-  quillbrook_speech_t *session = message.session;
-  if (ast_tvzero(session->datesilence)) {
-    session->datesilence = session->datelast;
+  quillbrook_transcript_t &transcript = message.transcript;
+  if (ast_tvzero(transcript.datesilence)) {
+    transcript.datesilence = transcript.datelast;
   } else if (!message.has_text()) {
     return;
-  } else if (!session->text_interim) {
+  } else if (!transcript.text_interim) {
     trace(2, "CALLBACK: New text after silence, no silence!\n");
-    session->datesilence = session->datelast;
-  } else if (strcmp(message.text, session->text_interim) != 0) {
+    transcript.datesilence = transcript.datelast;
+  } else if (strcmp(message.text, transcript.text_interim) != 0) {
     trace(2, "CALLBACK: New text, no silence!\n");
-    session->datesilence = session->datelast;
+    transcript.datesilence = transcript.datelast;
   } else {
     return;
   }
-  session->incomplete_reported = 0;
+  transcript.incomplete_reported = 0;
 }
 
 // A final counts as silence that began the provider's delay before it arrived.
 void shift_silence_date(const quillbrook_message &message) {
-  quillbrook_speech_t *session = message.session;
+  quillbrook_transcript_t &transcript = message.transcript;
   if (message.score > 0 && shared_load(message.context->finalize) == 0) {
-    const int shift = session->providertimeout;
-    session->datesilence = ast_tvsub(session->datesilence, ast_tv(shift / 1000, (shift % 1000) * 1000L));
+    const int shift = message.session->providertimeout;
+    transcript.datesilence = ast_tvsub(transcript.datesilence, ast_tv(shift / 1000, (shift % 1000) * 1000L));
     trace(2, "CALLBACK: Silence started %dms before...\n", shift);
   }
 }
@@ -69,7 +81,7 @@ void complete(quillbrook_message &message) {
     trace(2, "Finalize = %d...\n", finalize);
   } else if (shared_load(context->quantum)) {
     trace(2, "Set finalize =1 !\n");
-    message.session->datefinalize = message.session->datelast;
+    message.transcript.datefinalize = message.transcript.datelast;
     // The limit stands before the plugin sees the flag.
     shared_store(context->incompletetimeout, shared_load(context->completetimeout) + kFinalizeTime);
     shared_store(context->finalize, 1);
@@ -81,14 +93,14 @@ void complete(quillbrook_message &message) {
 }
 
 void test_complete_timeout(quillbrook_message &message, int duration) {
-  const quillbrook_speech_t *session = message.session;
-  if (!session->timeouts || !shared_load(message.context->completetimeout)) {
+  const quillbrook_transcript_t &transcript = message.transcript;
+  if (!message.session->timeouts || !shared_load(message.context->completetimeout)) {
     return;
   }
   extend_complete_timeout(message, duration);
   const int timeout = shared_load(message.context->completetimeout);
-  const int64_t stt = text_silence(session);
-  const int dsp = shared_load(session->silence);
+  const int64_t stt = text_silence(transcript);
+  const int dsp = shared_load(message.recognition->silence);
   trace(2, "CALLBACK: completetimeout delay silence [stt=%d,dsp=%d] > %d\n", static_cast<int>(stt), dsp, timeout);
   if (dsp > timeout || stt > timeout) {
     complete(message);
@@ -97,23 +109,23 @@ void test_complete_timeout(quillbrook_message &message, int duration) {
 
 // One error for one silence: in a continuous session nothing else would end the repetition.
 void report_incomplete(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
-  quillbrook_speech_t *session = message.session;
-  if (session->incomplete_reported) {
+  quillbrook_transcript_t &transcript = message.transcript;
+  if (transcript.incomplete_reported || brings_first_words(message)) {
     return;
   }
-  session->incomplete_reported = 1;
-  ast_log(LOG_ERROR, "(%s) Error with incomplete timeout!\n", session->name);
+  transcript.incomplete_reported = 1;
+  ast_log(LOG_ERROR, "(%s) Error with incomplete timeout!\n", message.session->name);
   quillbrook_queue_result(message.speech, message.session, "error");
   shared_store(message.context->finalize, 1);
 }
 
 void test_incomplete_timeout(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
-  const quillbrook_speech_t *session = message.session;
+  const quillbrook_transcript_t &transcript = message.transcript;
   const int timeout = shared_load(message.context->incompletetimeout);
-  if (!session->timeouts || !timeout) {
+  if (!message.session->timeouts || !timeout) {
     return;
   }
-  const int64_t stt = text_silence(session);
+  const int64_t stt = text_silence(transcript);
   trace(2, "CALLBACK: incompletetimeout delay silence [%d] < %d\n", static_cast<int>(stt), timeout);
   if (stt <= timeout) {
     return;
@@ -126,17 +138,41 @@ void test_incomplete_timeout(quillbrook_message &message) QUILLBROOK_REQUIRES(me
   }
 }
 
+bool is_before(const struct timeval &date, const struct timeval &other) {
+  return timercmp(&date, &other, <);
+}
+
+// The wall clock may be set back in mid-utterance, which would stop all timers for as long. The dates go back with it.
+void follow_clock(quillbrook_transcript_t &transcript, const struct timeval &now) {
+  const struct timeval latest =
+      is_before(transcript.datelast, transcript.datestart) ? transcript.datestart : transcript.datelast;
+  if (!is_before(now, latest)) {
+    return;
+  }
+  const struct timeval difference = ast_tvsub(latest, now);
+  for (struct timeval *date :
+       {&transcript.datestart, &transcript.datelast, &transcript.datevoice, &transcript.datefirst,
+        &transcript.datesilence, &transcript.datefinalize, &transcript.dateclose}) {
+    if (!ast_tvzero(*date)) {
+      *date = ast_tvsub(*date, difference);
+    }
+  }
+}
+
 }  // namespace
 
 void quillbrook_read_clock(quillbrook_message &message) {
-  quillbrook_speech_t *session = message.session;
-  const quillbrook_engine_t &engine = *session->engine;
-  session->datelast = ast_tvnow();
-  if (engine.waitclose && shared_load(message.context->finalize) > 0 && !shared_load(session->plugin_closed)) {
-    if (ast_tvzero(session->dateclose)) {
-      session->dateclose = session->datelast;
+  quillbrook_transcript_t &transcript = message.transcript;
+  const quillbrook_engine_t &engine = *message.session->engine;
+  const struct timeval now = ast_tvnow();
+  follow_clock(transcript, now);
+  transcript.datelast = now;
+  if (engine.waitclose && shared_load(message.context->finalize) > 0 &&
+      !shared_load(message.recognition->plugin_closed)) {
+    if (ast_tvzero(transcript.dateclose)) {
+      transcript.dateclose = transcript.datelast;
     }
-    if (ast_tvdiff_ms(session->datelast, session->dateclose) < engine.closetimeout) {
+    if (ast_tvdiff_ms(transcript.datelast, transcript.dateclose) < engine.closetimeout) {
       message.hold = 1;
     } else {
       trace(2, "CALLBACK: waitclose limit reached (%d ms)\n", engine.closetimeout);
@@ -145,43 +181,44 @@ void quillbrook_read_clock(quillbrook_message &message) {
   if (message.hold) {
     trace(2, "CALLBACK: the plugin is closing, hold the result\n");
   }
-  trace(2, "CALLBACK: session duration [%d]\n", static_cast<int>(ast_tvdiff_ms(session->datelast, session->datestart)));
+  trace(2, "CALLBACK: session duration [%d]\n",
+        static_cast<int>(ast_tvdiff_ms(transcript.datelast, transcript.datestart)));
 }
 
 void quillbrook_note_voice(quillbrook_message &message) {
-  quillbrook_speech_t *session = message.session;
+  quillbrook_transcript_t &transcript = message.transcript;
   const int *silence = message.context->silence;
-  if (ast_tvzero(session->datevoice) && silence && shared_load(*silence) == 0) {
-    session->datevoice = session->datelast;
+  if (ast_tvzero(transcript.datevoice) && silence && shared_load(*silence) == 0) {
+    transcript.datevoice = transcript.datelast;
     trace(2, "CALLBACK: set date voice detection !\n");
     trace(2, "CALLBACK: session voice detection [%d]\n",
-          static_cast<int>(ast_tvdiff_ms(session->datevoice, session->datestart)));
+          static_cast<int>(ast_tvdiff_ms(transcript.datevoice, transcript.datestart)));
   }
 }
 
 void quillbrook_note_first_text(quillbrook_message &message) {
-  quillbrook_speech_t *session = message.session;
-  if (!message.has_text() || !ast_tvzero(session->datefirst)) {
+  quillbrook_transcript_t &transcript = message.transcript;
+  if (!message.has_text() || !ast_tvzero(transcript.datefirst)) {
     return;
   }
-  session_notice(session, "Set flag QUIET|SPOKE.\n");
+  session_notice(message.session, "Set flag QUIET|SPOKE.\n");
   shared_set_bits(message.speech->flags, static_cast<unsigned int>(AST_SPEECH_QUIET | AST_SPEECH_SPOKE));
   trace(2, "CALLBACK: Voice detected\n");
-  session->datefirst = session->datelast;
-  trace(2, "CALLBACK: delay first [%d]\n", static_cast<int>(ast_tvdiff_ms(session->datefirst, session->datestart)));
-  trace(2, "CALLBACK: delay last [%d]\n", static_cast<int>(ast_tvdiff_ms(session->datelast, session->datestart)));
-  session->datesilence = {};
+  transcript.datefirst = transcript.datelast;
+  trace(2, "CALLBACK: delay first [%d]\n", static_cast<int>(ast_tvdiff_ms(transcript.datefirst, transcript.datestart)));
+  trace(2, "CALLBACK: delay last [%d]\n", static_cast<int>(ast_tvdiff_ms(transcript.datelast, transcript.datestart)));
+  transcript.datesilence = {};
 }
 
 void quillbrook_run_timers(quillbrook_message &message) {
-  const quillbrook_speech_t *session = message.session;
-  if (ast_tvzero(session->datefirst)) {
+  const quillbrook_transcript_t &transcript = message.transcript;
+  if (ast_tvzero(transcript.datefirst)) {
     trace(2, "CALLBACK: Waiting speech...\n");
     return;
   }
-  const int duration = static_cast<int>(ast_tvdiff_ms(session->datelast, session->datefirst));
+  const int duration = static_cast<int>(ast_tvdiff_ms(transcript.datelast, transcript.datefirst));
   trace(2, "CALLBACK: speech duration [%d]\n", duration);
-  trace(2, "CALLBACK: DSP / VAD silence [%d]\n", shared_load(session->silence));
+  trace(2, "CALLBACK: DSP / VAD silence [%d]\n", shared_load(message.recognition->silence));
   move_silence_date(message);
   shift_silence_date(message);
   test_complete_timeout(message, duration);

@@ -1,16 +1,24 @@
 // One call of the callback on its way through the phases.
 #pragma once
 
-#include "../session/session.h"
+#include "../record/session.h"
 
 struct quillbrook_message {
   quillbrook_context *context;
   struct ast_speech *speech;
   quillbrook_speech_t *session;
-  const char *text;  // the plugin's, or null
-  int score;         // as sent; a phase that decides that the recognition ends makes it QUILLBROOK_SCORE_FINISH
-  int hold = 0;      // the plugin is closing: a timer or a final piece must not finish the call yet
+  quillbrook_recognition_t *recognition;
+  quillbrook_transcript_t &transcript;  // of the run that reports
+  const char *text;                     // the plugin's, or null
+  int score;     // as sent; a phase that decides that the recognition ends makes it QUILLBROOK_SCORE_FINISH
+  int hold = 0;  // the plugin is closing: a timer or a final piece must not finish the call yet
 
   bool has_text() const { return text && text[0]; }
   bool is_finish() const { return score == QUILLBROOK_SCORE_FINISH; }
+  // Score and text of "nothing was understood": one byte that is no blank, without confidence.
+  bool is_no_match() const {
+    return score == QUILLBROOK_SCORE_NO_CONFIDENCE && has_text() && text[0] != ' ' && !text[1];
+  }
+  // Whether the transcript takes the text over.
+  bool has_words() const { return has_text() && (score == QUILLBROOK_SCORE_INTERIM || score > 0 || is_no_match()); }
 };

@@ -1,6 +1,6 @@
 #include "../support/guard.h"
 #include "entries.h"
-#include "session.h"
+#include "../record/session.h"
 
 namespace {
 
@@ -8,29 +8,28 @@ namespace {
 constexpr int kFrameWords = 1632;
 constexpr int kFrameBytesMax = kFrameWords * 2 - AST_FRIENDLY_OFFSET;
 
-void measure_silence(quillbrook_speech_t *session, struct ast_frame *frame) {
-  if (!session->dsp) {
+void measure_silence(const quillbrook_engine_t &engine, quillbrook_recognition_t *recognition,
+                     struct ast_frame *frame) {
+  if (!recognition->dsp) {
     return;
   }
   int silence = 0;
-  if (session->engine->dsp) {
-    silence = session->silence;
-    ast_dsp_silence(session->dsp, frame, &silence);
+  if (engine.dsp) {
+    silence = recognition->silence;
+    ast_dsp_silence(recognition->dsp, frame, &silence);
   }
-  shared_store(session->silence, silence);
+  shared_store(recognition->silence, silence);
 }
 
-void append_to_stream(quillbrook_speech_t *session, struct ast_frame *frame) {
-  HostMutexLock held(session->lock);
-  if (frame->samples < 1) {
-    return;
+// False when there is no open stream.
+bool append_to_stream(quillbrook_recognition_t *recognition, struct ast_frame *frame) {
+  HostMutexLock held(recognition->lock);
+  if (!recognition->file) {
+    return false;
   }
-  if (!session->file) {
-    session_notice(session, "Write with file closed!\n");
-    return;
-  }
-  ast_writestream(session->file, frame);
-  fflush(session->file->f);  // the plugin reads the file while it grows
+  ast_writestream(recognition->file, frame);
+  fflush(recognition->file->f);  // the plugin reads the file while it grows
+  return true;
 }
 
 void write_piece(quillbrook_speech_t *session, const char *data, int length) {
@@ -47,8 +46,13 @@ void write_piece(quillbrook_speech_t *session, const char *data, int length) {
   frame.src = "QuillBrook";
   frame.data.ptr = audio;
 
-  measure_silence(session, &frame);
-  append_to_stream(session, &frame);
+  quillbrook_recognition_t *recognition = session->recognition;
+  if (recognition) {
+    measure_silence(*session->engine, recognition, &frame);
+  }
+  if (frame.samples > 0 && !(recognition && append_to_stream(recognition, &frame))) {
+    session_notice(session, "Write with file closed!\n");
+  }
 }
 
 }  // namespace

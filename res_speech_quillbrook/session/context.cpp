@@ -40,7 +40,7 @@ void fill_phrases(quillbrook_context *context, quillbrook_speech_t *session) {
 }  // namespace
 
 void quillbrook_fill_context(quillbrook_context *context, struct ast_speech *speech, quillbrook_speech_t *session,
-                             const char *filename) {
+                             quillbrook_recognition_t *recognition) {
   const quillbrook_engine_t &engine = *session->engine;
   context->debug = debug == 2 ? 1 : 0;
   context->speedvsaccuracy = session->speedvsaccuracy;
@@ -57,12 +57,12 @@ void quillbrook_fill_context(quillbrook_context *context, struct ast_speech *spe
   copy_text(context->extra, engine.ws_extra);
   fill_phrases(context, session);
   context->buffer_size = engine.ws_buffer_size;
-  context->uniqueid = session->uniqueid;
-  context->mark = session->mark;
-  context->silence = &session->silence;
-  context->filename = ast_strdup(filename);
+  context->uniqueid = recognition->uniqueid;
+  context->mark = recognition->mark;
+  context->silence = &recognition->silence;
+  context->filename = ast_strdup(recognition->stream.full);
   context->format = engine.ws_format;
-  context->config_pointer = session->config_pointer;
+  context->config_pointer = recognition->config.get();
   context->asterisk_pointer = speech;
   context->callback = quillbrook_callback;
   context->interims = 1;

@@ -2,7 +2,7 @@
 #include "../support/cli.h"
 #include "../support/guard.h"
 #include "entries.h"
-#include "session.h"
+#include "../record/session.h"
 
 namespace {
 
@@ -146,7 +146,6 @@ int create(struct ast_speech *speech) {
   }
   auto *session = new (memory) quillbrook_speech_t();
   quillbrook_statistics_session_start();
-  ast_mutex_init(&session->lock);
   session->engine = engine;
   take_engine_settings(session);
   ask_companion("tandrel show session threadid uniqueid", session->uniqueid, sizeof(session->uniqueid) - 1);

@@ -6,14 +6,13 @@
 
 namespace {
 
-void abandon_recognition(quillbrook_speech_t *session) {
+void stop_recognition(quillbrook_speech_t *session) {
   session_notice(session, "Stop the process\n");
   quillbrook_stop_plugin(session);
-  if (shared_load(session->context1->hangup) != QUILLBROOK_HANGUP_STOPPED) {
+  if (shared_load(session->recognition->context1->hangup) != QUILLBROOK_HANGUP_STOPPED) {
     ast_log(LOG_ERROR, "Cannot stop the plugin, time!\n");
   }
   quillbrook_join_threads(session);
-  quillbrook_release_contexts(session);
 }
 
 void remove_result_files(quillbrook_speech_t *session) {
@@ -38,14 +37,7 @@ void remove_result_files(quillbrook_speech_t *session) {
 
 void release_session(quillbrook_speech_t *session) {
   str_fifo_destroy(&session->last_results);
-  for (char **text : {&session->text, &session->text_interim, &session->json, &session->interpretation,
-                      &session->phrases, &session->config_pointer}) {
-    quillbrook_release_text(*text);
-  }
-  for (char *retired : session->retired_configs) {
-    ast_free(retired);
-  }
-  ast_mutex_destroy(&session->lock);
+  quillbrook_release_text(session->phrases);
   session->~quillbrook_speech_t();
   ast_free(session);
 }
@@ -56,16 +48,17 @@ int quillbrook_recog_destroy(struct ast_speech *speech) {
   return guarded("quillbrook_recog_destroy", 0, [=] {
     quillbrook_speech_t *session = quillbrook_session_of(speech);
     session_notice(session, "Destroy speech resource\n");
-    // From here on the callback finds no session and refuses, so nothing reaches what is taken apart below.
+    // From here on the callback refuses, so nothing reaches what is taken apart below.
     shared_store(speech->data, static_cast<void *>(nullptr));
+    quillbrook_shut_gates(session->recognition);
     quillbrook_statistics_session_stop();
     // The stream stops growing before the plugin is told to stop.
-    quillbrook_close_stream(session);
-    if (session->context1) {
-      abandon_recognition(session);
+    quillbrook_close_stream(session->recognition);
+    if (session->recognition && session->recognition->context1) {
+      stop_recognition(session);
     }
+    quillbrook_release_session_recognition(session);
     remove_result_files(session);
-    quillbrook_release_dsp(session);
     release_session(session);
     ast_module_unref(host_module_self());
     return 0;

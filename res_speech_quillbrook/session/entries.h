@@ -1,5 +1,6 @@
 // The entries of the host's speech API: what it calls for each speech object of ours. All run on the channel's dialplan
-// thread. `write` and `get` are called with the host's lock of the speech object held, the others without.
+// thread. `write` and `get` are called with the host's lock of the speech object held, the others without. Those for
+// grammars stand in grammar/grammar_commands.h.
 //
 // A non-zero result of the grammar commands hangs up the caller, so they and `start` always give 0: what went wrong
 // shows in the log, and in the text that `get` returns.
@@ -13,12 +14,6 @@ int quillbrook_recog_create(struct ast_speech *speech, struct ast_format *format
 
 // destroy.cpp. Ends the session in whatever phase it is. Waits for the plugin's loop to return.
 int quillbrook_recog_destroy(struct ast_speech *speech);
-
-// grammar/grammar_commands.cpp. The path of a load is a small command language: docs/grammars.md.
-int quillbrook_recog_load_grammar(struct ast_speech *speech, const char *grammar_name, const char *grammar_path);
-int quillbrook_recog_unload_grammar(struct ast_speech *speech, const char *grammar_name);
-int quillbrook_recog_activate_grammar(struct ast_speech *speech, const char *grammar_name);
-int quillbrook_recog_deactivate_grammar(struct ast_speech *speech, const char *grammar_name);
 
 // audio.cpp. Takes `len` bytes of signed linear audio. Always 0.
 int quillbrook_recog_write(struct ast_speech *speech, void *data, int len);

@@ -2,7 +2,7 @@
 #include "../support/guard.h"
 #include "entries.h"
 #include "recognition.h"
-#include "state.h"
+#include "../record/speech_state.h"
 
 namespace {
 
@@ -34,39 +34,68 @@ int queued(quillbrook_speech_t *session) {
   return static_cast<int>(str_fifo_count(&session->last_results));
 }
 
-bool stream_is_open(quillbrook_speech_t *session) {
-  HostMutexLock held(session->lock);
-  return session->file != nullptr;
+bool stream_is_open(quillbrook_recognition_t *recognition) {
+  if (!recognition) {
+    return false;
+  }
+  HostMutexLock held(recognition->lock);
+  return recognition->file != nullptr;
+}
+
+// Whether there is a record of a plugin, also one that never ran.
+bool has_context(const quillbrook_speech_t *session) {
+  return session->recognition && session->recognition->context1;
 }
 
 bool must_wait_for_report(quillbrook_speech_t *session) {
   const quillbrook_engine_t &engine = *session->engine;
-  return engine.continuous && engine.waitclose && queued(session) == 0 && session->context1 &&
-         !shared_load(session->plugin_closed) && quillbrook_channel_hungup(session->uniqueid);
+  return engine.continuous && engine.waitclose && queued(session) == 0 && has_context(session) &&
+         !shared_load(session->recognition->plugin_closed) && quillbrook_channel_hungup(session->uniqueid);
 }
 
 void wait_for_report(quillbrook_speech_t *session) {
+  const int &closed = session->recognition->plugin_closed;
   session_notice(session, "Hangup: stop the plugin and wait for its final report.\n");
   quillbrook_stop_plugin(session);
-  for (int waited = 0; !shared_load(session->plugin_closed) && waited < kReportLimit; waited += kReportPoll / 1000) {
+  for (int waited = 0; !shared_load(closed) && waited < kReportLimit; waited += kReportPoll / 1000) {
     usleep(kReportPoll);
   }
-  session_notice(session, "Final report %s (last_results=%d).\n",
-                 shared_load(session->plugin_closed) ? "received" : "not received", queued(session));
+  // The report sets it ahead of the result that it brings, both under the lock.
+  MutexLock reported(session->result_lock);
+  session_notice(session, "Final report %s (last_results=%d).\n", shared_load(closed) ? "received" : "not received",
+                 queued(session));
+}
+
+// The text gathered so far becomes the result. In twin mode the first run that has any makes it.
+void force_finish(quillbrook_speech_t *session) {
+  if (!has_context(session)) {
+    quillbrook_callback(nullptr, "", QUILLBROOK_SCORE_FINISH);
+    return;
+  }
+  quillbrook_for_each_run(session->recognition, [session](quillbrook_run_t &run) {
+    if (queued(session) == 0) {
+      quillbrook_callback(&run.context, "", QUILLBROOK_SCORE_FINISH);
+    }
+  });
 }
 
 // A single-shot recognition ends with its first result.
 void end_recognition(quillbrook_speech_t *session) {
   session_notice(session, "Stop the thread, close and remove file.\n");
-  if (session->context1) {
+  if (has_context(session)) {
     session_notice(session, "Send STOP to plugin.\n");
     quillbrook_stop_plugin(session);
     session_notice(session, "Waiting end of thread.\n");
     quillbrook_join_threads(session);
     session_notice(session, "Threads terminated.\n");
-    quillbrook_release_contexts(session);
   }
-  quillbrook_release_dsp(session);
+  quillbrook_release_session_recognition(session);
+}
+
+// Of the recognition that runs, or else of the one that was collected last.
+int score_of(const quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->result_lock) {
+  const quillbrook_recognition_t *recognition = session->recognition;
+  return recognition && recognition->delivered ? recognition->delivered->score : session->score;
 }
 
 void set_state_by_queue(struct ast_speech *speech, quillbrook_speech_t *session)
@@ -91,7 +120,7 @@ struct ast_speech_result *take_result(struct ast_speech *speech, quillbrook_spee
     if (!result->text) {
       result->text = ast_strdup("error");
     }
-    result->score = session->score;
+    result->score = score_of(session);
     session_notice(session, "Got last result (older one)!\n");
     session_notice(session, "Get results: %s (%d%%)\n", shown(result->text), result->score);
     session_notice(session, "Set flag HAVE_RESULTS.\n");
@@ -107,15 +136,15 @@ struct ast_speech_result *get(struct ast_speech *speech, quillbrook_speech_t *se
   const bool continuous = session->engine->continuous;
   session_notice(session, "Get results: last_results=%d\n", queued(session));
   if (!continuous) {
-    quillbrook_close_stream(session);
-  } else if (stream_is_open(session)) {
+    quillbrook_close_stream(session->recognition);
+  } else if (stream_is_open(session->recognition)) {
     session_notice(session, "Mode continuous : don't close file.\n");
   }
   if (must_wait_for_report(session)) {
     wait_for_report(session);
   }
   if (!continuous && queued(session) == 0) {
-    quillbrook_callback(session->context1, "", QUILLBROOK_SCORE_FINISH);
+    force_finish(session);
   }
   session_notice(session, "Get results:\n");
   if (!continuous) {

@@ -4,81 +4,143 @@
 
 namespace {
 
-void stop(const quillbrook_engine_t &engine, quillbrook_context *context) {
+void stop(const quillbrook_engine_t &engine, quillbrook_run_t &run) {
   guarded("plugin_stop", 0, [&] {
-    engine.plugin_stop(context);
+    engine.plugin_stop(&run.context);
     return 0;
   });
+  if (shared_load(run.context.finalize) == 0) {
+    shared_store(run.context.finalize, 1);
+  }
 }
 
-void join(quillbrook_context *context) {
-  if (context && context->thread != kNoThread) {
-    pthread_join(context->thread, nullptr);
-    context->thread = kNoThread;
+// Whether the streaming thread came to its end within the limit; 0 is none.
+bool ends_within(quillbrook_run_t &run, int milliseconds) {
+  std::unique_lock<std::mutex> held(run.end_lock);
+  const auto over = [&run] { return run.ended; };
+  if (milliseconds <= 0) {
+    run.end_changed.wait(held, over);
+    return true;
+  }
+  return run.end_changed.wait_for(held, std::chrono::milliseconds(milliseconds), over);
+}
+
+// Shuts the gate of a run that is still inside the plugin's loop. False for one that is elsewhere and so comes to its
+// end by itself.
+bool shut_out(quillbrook_run_t &run) {
+  MutexLock held(run.gate);
+  if (run.phase != kRunInLoop) {
+    return false;
+  }
+  run.session = nullptr;
+  return true;
+}
+
+void leave_behind(const quillbrook_speech_t *session, quillbrook_run_t &run) {
+  ast_log(LOG_ERROR,
+          "(%s) The plugin %s has not returned %d ms after its stop: its thread is left behind, and the module stays "
+          "loaded until the PBX ends\n",
+          session->name, shown(session->engine->plugin_name), session->engine->stoptimeout);
+  pthread_detach(run.context.thread);
+  run.recognition->left_behind = 1;
+  ast_module_ref(host_module_self());
+}
+
+void join(const quillbrook_speech_t *session, quillbrook_run_t &run) {
+  if (run.context.thread == kNoThread) {
+    return;
+  }
+  if (!ends_within(run, session->engine->stoptimeout) && shut_out(run)) {
+    leave_behind(session, run);
+  } else {
+    pthread_join(run.context.thread, nullptr);
+  }
+  run.context.thread = kNoThread;
+}
+
+void delete_stream_file(const quillbrook_speech_t *session, quillbrook_recognition_t *recognition) {
+  quillbrook_context *context = recognition->context1;
+  if (!context || !context->filename) {
+    return;
+  }
+  if (!session->engine->keepfiles) {
+    notice("Delete stream file (%s)\n", context->filename);
+    unlink(context->filename);
+  }
+  if (recognition->left_behind) {
+    return;
+  }
+  // The second context shares the name of the file.
+  quillbrook_release_text(context->filename);
+}
+
+void release_dsp(quillbrook_recognition_t *recognition) {
+  if (recognition->dsp) {
+    ast_dsp_free(recognition->dsp);
+    recognition->dsp = nullptr;
   }
 }
 
 }  // namespace
 
-void quillbrook_close_stream(quillbrook_speech_t *session) {
-  HostMutexLock held(session->lock);
-  if (session->file) {
-    ast_closestream(session->file);
-    session->file = nullptr;
+void quillbrook_close_stream(quillbrook_recognition_t *recognition) {
+  if (!recognition) {
+    return;
   }
+  HostMutexLock held(recognition->lock);
+  if (recognition->file) {
+    ast_closestream(recognition->file);
+    recognition->file = nullptr;
+  }
+}
+
+void quillbrook_shut_gates(quillbrook_recognition_t *recognition) {
+  quillbrook_for_each_run(recognition, [](quillbrook_run_t &run) {
+    MutexLock held(run.gate);
+    run.session = nullptr;
+  });
 }
 
 void quillbrook_stop_plugin(quillbrook_speech_t *session) {
-  stop(*session->engine, session->context1);
-  if (session->context2) {
-    stop(*session->engine, session->context2);
+  quillbrook_recognition_t *recognition = session->recognition;
+  if (recognition) {
+    shared_store(recognition->stopping, 1);
   }
+  quillbrook_for_each_run(recognition, [session](quillbrook_run_t &run) { stop(*session->engine, run); });
 }
 
 void quillbrook_join_threads(quillbrook_speech_t *session) {
-  join(session->context1);
-  join(session->context2);
+  quillbrook_for_each_run(session->recognition, [session](quillbrook_run_t &run) { join(session, run); });
 }
 
-void quillbrook_release_contexts(quillbrook_speech_t *session) {
+void quillbrook_release_session_recognition(quillbrook_speech_t *session) {
+  quillbrook_recognition_t *recognition = session->recognition;
+  if (!recognition) {
+    return;
+  }
   // A streaming thread that was stopped in one of its waits has passed the rewind on its way out, and that opens the
   // stream again.
-  quillbrook_close_stream(session);
-  trace(2, "Purge the context and the elements...\n");
-  quillbrook_context *context = session->context1;
-  // These point into the session.
-  context->uniqueid = nullptr;
-  context->mark = nullptr;
-  // The second context shares the name of the file.
-  if (context->filename) {
-    if (!session->engine->keepfiles) {
-      notice("Delete stream file (%s)\n", context->filename);
-      unlink(context->filename);
+  quillbrook_close_stream(recognition);
+  if (recognition->context1) {
+    trace(2, "Purge the context and the elements...\n");
+  }
+  delete_stream_file(session, recognition);
+  release_dsp(recognition);
+  {
+    MutexLock held(session->result_lock);
+    if (recognition->delivered) {
+      session->score = recognition->delivered->score;
     }
-    quillbrook_release_text(context->filename);
+    session->recognition = nullptr;
   }
-  ast_free(session->context1);
-  session->context1 = nullptr;
-  ast_free(session->context2);
-  session->context2 = nullptr;
-  for (char *retired : session->retired_configs) {
-    ast_free(retired);
-  }
-  session->retired_configs.clear();
+  quillbrook_release_recognition(recognition);
 }
 
-void quillbrook_release_dsp(quillbrook_speech_t *session) {
-  if (session->dsp) {
-    ast_dsp_free(session->dsp);
-    session->dsp = nullptr;
-  }
-}
-
-void quillbrook_abandon_recognition(quillbrook_speech_t *session) {
-  session_notice(session, "Abandon the recognition: digits were received.\n");
-  quillbrook_close_stream(session);
+void quillbrook_abandon_recognition(quillbrook_speech_t *session, const char *reason) {
+  session_notice(session, "Abandon the recognition: %s.\n", reason);
+  quillbrook_shut_gates(session->recognition);
+  quillbrook_close_stream(session->recognition);
   quillbrook_stop_plugin(session);
   quillbrook_join_threads(session);
-  quillbrook_release_contexts(session);
-  quillbrook_release_dsp(session);
+  quillbrook_release_session_recognition(session);
 }

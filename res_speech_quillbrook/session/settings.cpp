@@ -1,5 +1,5 @@
 #include "entries.h"
-#include "session.h"
+#include "../record/session.h"
 
 int quillbrook_recog_dtmf(struct ast_speech *speech, const char *dtmf) {
   quillbrook_speech_t *session = quillbrook_session_of(speech);

@@ -2,7 +2,7 @@
 #include "context.h"
 #include "entries.h"
 #include "recognition.h"
-#include "state.h"
+#include "../record/speech_state.h"
 #include "stream_file.h"
 #include "streaming_thread.h"
 
@@ -20,7 +20,7 @@ void go_on(struct ast_speech *speech, quillbrook_speech_t *session) {
   session_notice(session, "Recognition already started!\n");
   if (session->earlyspeechtimeout) {
     session_notice(session, "Unlock the earlyspeechtimeout waiting...\n");
-    shared_increment(session->prompting);
+    shared_increment(session->recognition->prompting);
   }
   // The host's application sets NOT_READY right before it calls us, and would wait for ever if the object stayed so.
   if (shared_load(speech->state) == AST_SPEECH_STATE_NOT_READY) {
@@ -33,73 +33,83 @@ void go_on(struct ast_speech *speech, quillbrook_speech_t *session) {
   }
 }
 
-void create_dsp(quillbrook_speech_t *session) {
-  quillbrook_release_dsp(session);
-  session->dsp = ast_dsp_new();
-  if (!session->dsp) {
+void create_dsp(const quillbrook_speech_t *session, quillbrook_recognition_t *recognition) {
+  recognition->dsp = ast_dsp_new();
+  if (!recognition->dsp) {
     ast_log(LOG_WARNING, "Unable to allocate DSP!\n");
     return;
   }
   session_notice(session, "Set DSP threshold : %d\n", session->engine->threshold);
-  ast_dsp_set_threshold(session->dsp, session->engine->threshold);
+  ast_dsp_set_threshold(recognition->dsp, session->engine->threshold);
 }
 
-quillbrook_context *create_context() {
-  auto *context = host_calloc<quillbrook_context>();
-  if (!context) {
+// A run of the plugin, open to its calls; nothing when there is no memory.
+void add_run(struct ast_speech *speech, quillbrook_speech_t *session, quillbrook_recognition_t *recognition,
+             const struct timeval &now) {
+  quillbrook_run_t *run = quillbrook_add_run(recognition);
+  if (!run) {
     ast_log(LOG_ERROR, "Enable to create quillbrook context\n");
+    return;
   }
-  return context;
+  run->speech = speech;
+  run->transcript.datestart = now;
+  MutexLock opening(run->gate);
+  run->session = session;
 }
 
-void open_stream(quillbrook_speech_t *session, const quillbrook_stream_name &name, const char *format) {
-  quillbrook_close_stream(session);
-  session->file = quillbrook_create_stream(name, format);
-  if (session->file) {
-    session_notice(session, "Open file write: %s.%s\n", name.base, format);
+void open_stream(const quillbrook_speech_t *session, quillbrook_recognition_t *recognition) {
+  const char *format = session->engine->ws_format;
+  // Without a context the session's own address keeps the name apart from those of other sessions.
+  const void *address = recognition->context1 ? static_cast<const void *>(recognition->context1) : session;
+  recognition->stream = quillbrook_name_stream(kStreamPrefix, address, format);
+  const char *base = recognition->stream.base;
+  recognition->file = quillbrook_create_stream(recognition->stream, format);
+  if (recognition->file) {
+    shared_store(recognition->opened, 1);
+    session_notice(session, "Open file write: %s.%s\n", base, format);
   } else {
-    ast_log(LOG_ERROR, "Cannot open %s.%s\n", name.base, format);
+    ast_log(LOG_ERROR, "Cannot open %s.%s\n", base, format);
     ast_log(LOG_NOTICE,
             "The key format names an extension of 'core show file formats', and /tmp has to be writable.\n");
   }
 }
 
-// What belongs to one recognition. No streaming thread exists yet.
-void reset_recognition(quillbrook_speech_t *session) {
-  session->datestart = ast_tvnow();
-  session->datefirst = {};
-  session->datesilence = {};
-  session->datestop = {};
-  session->datefinalize = {};
-  session->dateclose = {};
-  session->plugin_closed = 0;
-  quillbrook_release_text(session->text);
-  quillbrook_release_text(session->text_interim);
-  quillbrook_release_text(session->json);
+// The new recognition takes its place in the session, and the results of the former one go.
+void install(quillbrook_speech_t *session, quillbrook_recognition_t *recognition) {
+  MutexLock held(session->result_lock);
+  session->recognition = recognition;
   session->score = 0;
-  session->scores_total = 0;
-  session->scores_count = 0;
-  session->incomplete_reported = 0;
   str_fifo_destroy(&session->last_results);
   str_fifo_init(&session->last_results);
 }
 
-void run_plugin(struct ast_speech *speech, quillbrook_speech_t *session, quillbrook_context *first,
-                quillbrook_context *second, const quillbrook_stream_name &name) {
+quillbrook_recognition_t *make_recognition(const quillbrook_speech_t *session) {
+  quillbrook_recognition_t *recognition = quillbrook_make_recognition();
+  if (!recognition) {
+    ast_log(LOG_ERROR, "Enable to create quillbrook context\n");
+    return nullptr;
+  }
+  copy_text(recognition->uniqueid, session->uniqueid);
+  copy_text(recognition->mark, session->mark);
+  recognition->config = session->config_pointer;
+  return recognition;
+}
+
+void run_plugin(struct ast_speech *speech, quillbrook_speech_t *session) {
+  quillbrook_recognition_t *recognition = session->recognition;
+  quillbrook_context *first = recognition->context1;
   session_notice(session, "Set plugin context\n");
-  quillbrook_fill_context(first, speech, session, name.full);
+  quillbrook_fill_context(first, speech, session, recognition);
   if (debug && host_debug_at_least(3)) {
     ast_log(LOG_DEBUG, "Context format set by the plugin :%s\n", shown(first->format));
     ast_log(LOG_DEBUG, "Context format set by the plugin :%p\n", static_cast<void *>(first->filelog));
   }
-  session->context1 = first;
-  if (second) {
-    memcpy(second, first, sizeof(*second));
+  if (recognition->context2) {
+    memcpy(recognition->context2, first, sizeof(*first));
   }
-  session->context2 = second;
   session_notice(session, "Start plugin thread\n");
   launch_quillbrook_thread(session);
-  if (session->context2) {
+  if (recognition->context2) {
     launch_quillbrook_thread2(session);
   }
 }
@@ -108,26 +118,32 @@ void start(struct ast_speech *speech, quillbrook_speech_t *session) {
   session_notice(session, "Start recognition\n");
   session_notice(session, "Set state READY\n");
   ast_speech_change_state(speech, AST_SPEECH_STATE_READY);
-  create_dsp(session);
-  if (session->engine->continuous) {
-    session_notice(session, "Mode continuous.\n");
+  quillbrook_recognition_t *recognition = make_recognition(session);
+  if (recognition) {
+    create_dsp(session, recognition);
+    if (session->engine->continuous) {
+      session_notice(session, "Mode continuous.\n");
+    }
+    const struct timeval now = ast_tvnow();
+    add_run(speech, session, recognition, now);
+    if (recognition->context1 && twin) {
+      add_run(speech, session, recognition, now);
+    }
+    open_stream(session, recognition);
   }
-  quillbrook_context *first = create_context();
-  quillbrook_context *second = first && twin ? create_context() : nullptr;
-  const char *format = session->engine->ws_format;
-  // Without a context the session's own address keeps the name apart from those of other sessions.
-  const quillbrook_stream_name name(kStreamPrefix, first ? static_cast<void *>(first) : static_cast<void *>(session),
-                                    format);
-  open_stream(session, name, format);
-  reset_recognition(session);
-  if (first) {
-    run_plugin(speech, session, first, second, name);
+  install(session, recognition);
+  if (recognition && recognition->context1) {
+    run_plugin(speech, session);
   }
   // A quick plugin may have delivered by now, and its DONE must stand.
   MutexLock held(session->result_lock);
   if (str_fifo_empty(&session->last_results)) {
     quillbrook_set_ready(speech, session);
   }
+}
+
+bool is_running(const quillbrook_speech_t *session) {
+  return session->recognition && session->recognition->context1;
 }
 
 }  // namespace
@@ -137,13 +153,14 @@ int quillbrook_recog_start(struct ast_speech *speech) {
     quillbrook_speech_t *session = quillbrook_session_of(speech);
     session_notice(session, "Plugin name = %s\n", shown(session->engine->plugin_name));
     const bool abandoned = abandoned_by_digits(speech, session);
-    if (session->context1 && !abandoned) {
+    if (is_running(session) && !abandoned) {
       go_on(speech, session);
       return 0;
     }
-    if (session->context1) {
-      quillbrook_abandon_recognition(session);
+    if (is_running(session)) {
+      quillbrook_abandon_recognition(session, "digits were received");
     }
+    quillbrook_release_session_recognition(session);  // one that never got a plugin
     start(speech, session);
     return 0;
   });

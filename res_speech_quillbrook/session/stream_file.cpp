@@ -14,9 +14,11 @@ void copy_frames(struct ast_filestream *from, struct ast_filestream *to) {
 
 }  // namespace
 
-quillbrook_stream_name::quillbrook_stream_name(const char *prefix, const void *address, const char *format) {
-  snprintf(base, sizeof(base), "%s_%p", prefix, address);
-  snprintf(full, sizeof(full), "%s.%s", base, format);
+quillbrook_stream_name quillbrook_name_stream(const char *prefix, const void *address, const char *format) {
+  quillbrook_stream_name name;
+  snprintf(name.base, sizeof(name.base), "%s_%p", prefix, address);
+  snprintf(name.full, sizeof(name.full), "%s.%s", name.base, format);
+  return name;
 }
 
 struct ast_filestream *quillbrook_create_stream(const quillbrook_stream_name &name, const char *format) {
@@ -28,20 +30,23 @@ struct ast_filestream *quillbrook_create_stream(const quillbrook_stream_name &na
   return ast_writefile(name.base, format, nullptr, O_WRONLY | O_CREAT | O_TRUNC | O_EXCL | O_NOFOLLOW, 0, kStreamMode);
 }
 
-void quillbrook_rewind_stream(quillbrook_speech_t *session) {
+void quillbrook_rewind_stream(quillbrook_speech_t *session, quillbrook_recognition_t *recognition) {
   const char *format = session->engine->ws_format;
   const int early = shared_load(session->earlyspeechtimeout);
-  const quillbrook_stream_name name(kStreamPrefix, session->context1, format);
-  const quillbrook_stream_name second(kRewindPrefix, session->context1, format);
+  const quillbrook_stream_name &name = recognition->stream;
+  const quillbrook_stream_name second = quillbrook_name_stream(kRewindPrefix, recognition->context1, format);
   trace(3, "Process earlyspeech rewind...");
 
   // Held until the tail is copied: a frame that comes meanwhile waits, and lands in the new file.
-  HostMutexLock held(session->lock);
-  if (session->file) {
-    ast_closestream(session->file);
-    session->file = nullptr;
+  HostMutexLock held(recognition->lock);
+  if (recognition->file) {
+    ast_closestream(recognition->file);
+    recognition->file = nullptr;
   }
-  rename(name.full, second.full);
+  if (rename(name.full, second.full)) {
+    shared_store(recognition->opened, 0);
+    return;
+  }
   struct ast_filestream *gathered = ast_readfile(second.base, format, nullptr, 0, 0, kStreamMode);
   if (!gathered) {
     return;
@@ -50,10 +55,10 @@ void quillbrook_rewind_stream(quillbrook_speech_t *session) {
   trace(3, "File end position = %ld!", static_cast<long>(ast_tellstream(gathered)));
   ast_stream_rewind(gathered, early);
   trace(3, "File end position (rewind early) = %ld (%dms)!", static_cast<long>(ast_tellstream(gathered)), early);
-  session->file = quillbrook_create_stream(name, format);
-  if (session->file) {
-    copy_frames(gathered, session->file);
-    fflush(session->file->f);
+  recognition->file = quillbrook_create_stream(name, format);
+  if (recognition->file) {
+    copy_frames(gathered, recognition->file);
+    fflush(recognition->file->f);
   }
   ast_closestream(gathered);
   unlink(second.full);

@@ -1,16 +1,10 @@
 // The stream file: the audio of a recognition on disk, grown by the module and read by the plugin.
 #pragma once
 
-#include "session.h"
+#include "../record/session.h"
 
-// Names of the stream file. The host's file functions take a base name and a format, which is the extension.
-struct quillbrook_stream_name {
-  char base[100];
-  char full[120];
-
-  // "PREFIX_ADDRESS" and "PREFIX_ADDRESS.FORMAT". The address keeps recognitions apart.
-  quillbrook_stream_name(const char *prefix, const void *address, const char *format);
-};
+// "PREFIX_ADDRESS" and "PREFIX_ADDRESS.FORMAT". The address keeps recognitions apart.
+quillbrook_stream_name quillbrook_name_stream(const char *prefix, const void *address, const char *format);
 
 inline constexpr char kStreamPrefix[] = "/tmp/quillbrook";
 
@@ -19,5 +13,6 @@ inline constexpr char kStreamPrefix[] = "/tmp/quillbrook";
 struct ast_filestream *quillbrook_create_stream(const quillbrook_stream_name &name, const char *format);
 
 // Replaces the stream file by one that holds only the last `earlyspeechtimeout` milliseconds, and goes on writing
-// there. Frames wait meanwhile. On a failure the stream stays closed. Streaming thread.
-void quillbrook_rewind_stream(quillbrook_speech_t *session);
+// there. Frames wait meanwhile. On a failure the stream stays closed; when the file could not even be moved away, what
+// stands under the name is no longer taken for ours (`opened`). Streaming thread.
+void quillbrook_rewind_stream(quillbrook_speech_t *session, quillbrook_recognition_t *recognition);

@@ -1,7 +1,8 @@
 #include "streaming_thread.h"
 
 #include "../support/guard.h"
-#include "state.h"
+#include "../record/speech_state.h"
+#include "../result/callback.h"
 #include "stream_file.h"
 
 namespace {
@@ -16,8 +17,9 @@ int bytes_per_millisecond(const char *format) {
   return strcmp(format, "ulaw") == 0 ? 8 : 16;
 }
 
-bool stat_stream(const quillbrook_context *context, struct stat *status) {
-  return context->filename && stat(context->filename, status) == 0;
+// Nothing else than the stream that was opened counts, whatever stands under its name.
+bool stat_stream(const quillbrook_run_t &run, struct stat *status) {
+  return shared_load(run.recognition->opened) && run.context.filename && stat(run.context.filename, status) == 0;
 }
 
 bool finalize_raised(const quillbrook_context *context) {
@@ -26,14 +28,15 @@ bool finalize_raised(const quillbrook_context *context) {
 
 // Waits until the file holds more than the session's minimum. False when the plugin must not be run: the file is gone,
 // or the recognition is being wound up.
-bool wait_for_audio(quillbrook_speech_t *session, const quillbrook_context *context) {
+bool wait_for_audio(const quillbrook_speech_t *session, const quillbrook_run_t &run) {
+  const quillbrook_context *context = &run.context;
   const int minspeech = shared_load(session->minspeechtimeout);
   trace(3, "  Waiting for a buffering time (minspeech=%dms)...", minspeech);
   const long long minsize = static_cast<long long>(minspeech) * bytes_per_millisecond(context->format);
   for (long long size = 0; size <= minsize;) {
     usleep(kAudioPoll);
     struct stat status;
-    if (!stat_stream(context, &status)) {
+    if (!stat_stream(run, &status)) {
       trace(3, "Exit the streaming thread when waiting (file deleted)!");
       return false;
     }
@@ -49,22 +52,25 @@ bool wait_for_audio(quillbrook_speech_t *session, const quillbrook_context *cont
 
 // The rendezvous with the start call that ends the prompt: each side adds 1 when it arrives, and this side waits while
 // it is alone. False as above.
-bool wait_for_prompts(quillbrook_speech_t *session, const quillbrook_context *context) {
+bool wait_for_prompts(const quillbrook_speech_t *session, const quillbrook_run_t &run) {
+  const quillbrook_context *context = &run.context;
+  int &prompting = run.recognition->prompting;
+  const bool early = shared_load(session->earlyspeechtimeout) != 0;
   bool start = true;
-  if (shared_load(session->earlyspeechtimeout)) {
-    shared_increment(session->prompting);
+  if (early) {
+    shared_increment(prompting);
   }
-  trace(3, "Streaming check wait for prompts (prompting=%d)!", shared_load(session->prompting));
-  while (shared_load(session->prompting) == 1) {
+  trace(3, "Streaming check wait for prompts (prompting=%d)!", shared_load(prompting));
+  while (early && shared_load(prompting) == 1) {
     usleep(kPromptPoll);
     struct stat status;
-    if (!stat_stream(context, &status)) {
+    if (!stat_stream(run, &status)) {
       trace(3, "Exit the streaming thread when prompting (file deleted)!");
       start = false;
       break;
     }
     if (debug > 3) {
-      trace(3, "Streaming thread waiting prompts (prompting=%d)!", shared_load(session->prompting));
+      trace(3, "Streaming thread waiting prompts (prompting=%d)!", shared_load(prompting));
     }
     if (finalize_raised(context)) {
       trace(3, "Exit the streaming thread when prompting (finalize=%d)!", shared_load(context->finalize));
@@ -72,65 +78,160 @@ bool wait_for_prompts(quillbrook_speech_t *session, const quillbrook_context *co
       break;
     }
   }
-  if (shared_load(session->prompting) > 1) {
+  if (shared_load(prompting) > 1) {
     trace(3, "Prompting unlocked, recognition starts with filled file!");
   }
-  shared_store(session->prompting, 0);
+  shared_store(prompting, 0);
   return start;
 }
 
 // A failed wait clears the start, and the later steps are passed through all the same.
-bool prepare_first(quillbrook_speech_t *session, const quillbrook_context *context) {
-  bool start = wait_for_audio(session, context);
-  start = wait_for_prompts(session, context) && start;
+bool prepare_first(quillbrook_speech_t *session, const quillbrook_run_t &run) {
+  quillbrook_recognition_t *recognition = run.recognition;
+  bool start = wait_for_audio(session, run);
+  start = wait_for_prompts(session, run) && start;
   if (shared_load(session->earlyspeechtimeout)) {
-    quillbrook_rewind_stream(session);
+    quillbrook_rewind_stream(session, recognition);
   }
-  shared_store(session->stream_phase, static_cast<int>(kStreamReady));
-  return start;
+  shared_store(recognition->stream_phase, static_cast<int>(kStreamReady));
+  return start && shared_load(recognition->opened);
 }
 
 // The second thread leaves the waits and the rewind to the first.
-bool prepare_second(quillbrook_speech_t *session, const quillbrook_context *context) {
-  while (shared_load(session->stream_phase) != kStreamReady) {
-    if (finalize_raised(context)) {
+bool prepare_second(quillbrook_speech_t *, const quillbrook_run_t &run) {
+  while (shared_load(run.recognition->stream_phase) != kStreamReady) {
+    if (finalize_raised(&run.context)) {
       return false;
     }
     usleep(kAudioPoll);
   }
   struct stat status;
-  return stat_stream(context, &status) && !finalize_raised(context);
+  return stat_stream(run, &status) && !finalize_raised(&run.context);
 }
 
-// What the plugin left in `extra` when it cannot go on.
-void report_failure(quillbrook_speech_t *session, quillbrook_context *context) {
-  context->extra[sizeof(context->extra) - 1] = '\0';
-  if (strncmp(context->extra, kFailurePrefix, sizeof(kFailurePrefix) - 1) != 0) {
-    return;
+// What the plugin left in `extra` when it cannot go on. False when there is nothing.
+bool report_failure(quillbrook_speech_t *session, quillbrook_run_t &run) {
+  quillbrook_context &context = run.context;
+  context.extra[sizeof(context.extra) - 1] = '\0';
+  if (strncmp(context.extra, kFailurePrefix, sizeof(kFailurePrefix) - 1) != 0) {
+    return false;
   }
-  ast_log(LOG_WARNING, "(%s) QuillBrook plugin error: %s\n", session->name, context->extra);
-  auto *speech = static_cast<struct ast_speech *>(context->asterisk_pointer);
+  ast_log(LOG_WARNING, "(%s) QuillBrook plugin error: %s\n", session->name, context.extra);
   MutexLock held(session->result_lock);
   if (str_fifo_empty(&session->last_results)) {
-    quillbrook_queue_result(speech, session, "error");
+    quillbrook_queue_result(run.speech, session, "error");
   } else {
-    quillbrook_set_done(speech, session);
+    quillbrook_set_done(run.speech, session);
+  }
+  return true;
+}
+
+// Whether words were reported that have not become a result.
+bool words_are_left(quillbrook_speech_t *session, quillbrook_recognition_t *recognition) {
+  MutexLock held(session->result_lock);
+  bool came = false;
+  quillbrook_for_each_run(recognition,
+                          [&came](quillbrook_run_t &run) { came = came || !ast_tvzero(run.transcript.datefirst); });
+  return came && str_fifo_empty(&session->last_results);
+}
+
+// The last plugin of a single-shot recognition has returned by itself: nobody else will end it. What was heard is the
+// result.
+void finish_for_plugin(quillbrook_speech_t *session, struct ast_speech *speech, quillbrook_recognition_t *recognition) {
+  if (!words_are_left(session, recognition)) {
+    return;
+  }
+  quillbrook_for_each_run(
+      recognition, [](quillbrook_run_t &run) { quillbrook_callback(&run.context, "", QUILLBROOK_SCORE_FINISH); });
+  MutexLock held(session->result_lock);
+  if (str_fifo_empty(&session->last_results)) {
+    ast_log(LOG_WARNING, "(%s) The plugin %s returned after words, without a result\n", session->name,
+            shown(session->engine->plugin_name));
+    quillbrook_queue_result(speech, session, "error");
   }
 }
 
-void run(quillbrook_speech_t *session, quillbrook_context *context,
-         bool (*prepare)(quillbrook_speech_t *, const quillbrook_context *)) {
-  trace(2, "Begin QuillBrook processing %s\n", shown(context->filename));
-  trace(3, "  uniqueid=%s\n", context->uniqueid);
-  trace(3, "  mark=%s\n", context->mark);
-  if (prepare(session, context)) {
-    trace(3, "Launch the plugin_loop!");
-    guarded("plugin_loop", static_cast<void *>(nullptr), [=] { return session->engine->plugin_loop(context); });
-    report_failure(session, context);
+// Enters the plugin's loop, unless the gate was shut meanwhile.
+void run_plugin(const quillbrook_speech_t *session, quillbrook_run_t &run) {
+  {
+    MutexLock passing(run.gate);
+    if (!run.session) {
+      return;
+    }
+    run.phase = kRunInLoop;
   }
-  trace(2, "End QuillBrook processing %s\n", shown(context->filename));
-  trace(3, "  uniqueid=%s\n", context->uniqueid);
-  trace(3, "  mark=%s\n", context->mark);
+  // Nothing of the session is used once the loop is entered.
+  quillbrook_function_loop *loop = session->engine->plugin_loop;
+  trace(3, "Launch the plugin_loop!");
+  guarded("plugin_loop", static_cast<void *>(nullptr), [&] { return loop(&run.context); });
+}
+
+using Prepare = bool (*)(quillbrook_speech_t *, const quillbrook_run_t &);
+
+void follow(quillbrook_run_t &run, Prepare prepare) {
+  trace(2, "Begin QuillBrook processing %s\n", shown(run.context.filename));
+  trace(3, "  uniqueid=%s\n", run.context.uniqueid);
+  trace(3, "  mark=%s\n", run.context.mark);
+  quillbrook_speech_t *session = nullptr;
+  {
+    MutexLock passing(run.gate);
+    session = run.session;
+  }
+  if (session && prepare(session, run)) {
+    run_plugin(session, run);
+  }
+}
+
+void report_end(quillbrook_run_t &run) {
+  bool entered = false;
+  quillbrook_speech_t *session = nullptr;
+  {
+    MutexLock passing(run.gate);
+    entered = run.phase == kRunInLoop;
+    run.phase = kRunAfter;  // from here on the join waits for this thread, so the session stays
+    session = run.session;
+  }
+  quillbrook_recognition_t *recognition = run.recognition;
+  const bool last = shared_decrement(recognition->running) == 0;
+  if (session && !(entered && report_failure(session, run)) && last && !session->engine->continuous &&
+      !shared_load(recognition->stopping)) {
+    finish_for_plugin(session, run.speech, recognition);
+  }
+  trace(2, "End QuillBrook processing %s\n", shown(run.context.filename));
+  trace(3, "  uniqueid=%s\n", run.context.uniqueid);
+  trace(3, "  mark=%s\n", run.context.mark);
+}
+
+// The last steps of a streaming thread, also when its plugin ends it by pthread_exit.
+class EndOfThread {
+public:
+  explicit EndOfThread(quillbrook_run_t &run) : run_(run) {}
+  ~EndOfThread() {
+    guarded("quillbrook_thread", 0, [this] {
+      report_end(run_);
+      return 0;
+    });
+    const std::lock_guard<std::mutex> held(run_.end_lock);
+    run_.ended = true;
+    run_.end_changed.notify_all();
+  }
+  EndOfThread(const EndOfThread &) = delete;
+  EndOfThread &operator=(const EndOfThread &) = delete;
+
+private:
+  quillbrook_run_t &run_;
+};
+
+void *enter(void *data, Prepare prepare) {
+  auto &run = *static_cast<quillbrook_run_t *>(data);
+  {
+    const EndOfThread end(run);
+    guarded("quillbrook_thread", 0, [&] {
+      follow(run, prepare);
+      return 0;
+    });
+  }
+  pthread_exit(nullptr);
 }
 
 struct LaunchWords {
@@ -139,8 +240,8 @@ struct LaunchWords {
   const char *caller;
 };
 
-int launch(quillbrook_speech_t *session, quillbrook_context *context, void *(*entry)(void *),
-           const LaunchWords &words) {
+int launch(quillbrook_speech_t *session, quillbrook_run_t &run, void *(*entry)(void *), const LaunchWords &words) {
+  quillbrook_context *context = &run.context;
   context->session = 0;
   context->initialize = 0;
   context->thread = kNoThread;
@@ -152,9 +253,11 @@ int launch(quillbrook_speech_t *session, quillbrook_context *context, void *(*en
     ast_log(LOG_DEBUG, "%s", words.initialized);
   }
   const size_t stack_size = static_cast<size_t>(std::max(kStackSize, sysconf(_SC_THREAD_STACK_MIN)));
-  const int result = ast_pthread_create_stack(&context->thread, nullptr, entry, session, stack_size, __FILE__,
+  shared_increment(run.recognition->running);
+  const int result = ast_pthread_create_stack(&context->thread, nullptr, entry, &run, stack_size, __FILE__,
                                               words.caller, __LINE__, "quillbrook_thread");
   if (result) {
+    shared_decrement(run.recognition->running);
     context->thread = kNoThread;
   }
   return result;
@@ -163,37 +266,27 @@ int launch(quillbrook_speech_t *session, quillbrook_context *context, void *(*en
 }  // namespace
 
 int launch_quillbrook_thread(quillbrook_speech_t *session) {
-  shared_store(session->context1->finalize, 0);
-  shared_store(session->stream_phase, static_cast<int>(kStreamWaiting));
+  quillbrook_recognition_t *recognition = session->recognition;
+  shared_store(recognition->context1->finalize, 0);
   const int result =
-      launch(session, session->context1, quillbrook_thread,
+      launch(session, *quillbrook_run_of(recognition->context1), quillbrook_thread,
              {"Initialize the plugin.\n", "Failed to intialize quillbrook plugin\n", "launch_quillbrook_thread"});
   if (result) {
     // Nobody does the waits: the second thread must not wait for them.
-    shared_store(session->stream_phase, static_cast<int>(kStreamReady));
+    shared_store(recognition->stream_phase, static_cast<int>(kStreamReady));
   }
   return result;
 }
 
 int launch_quillbrook_thread2(quillbrook_speech_t *session) {
-  return launch(session, session->context2, quillbrook_thread2,
+  return launch(session, *quillbrook_run_of(session->recognition->context2), quillbrook_thread2,
                 {"Initialize the plugin2.\n", "Failed to intialize quillbrook plugin2\n", "launch_quillbrook_thread2"});
 }
 
 void *quillbrook_thread(void *data) {
-  auto *session = static_cast<quillbrook_speech_t *>(data);
-  guarded("quillbrook_thread", 0, [=] {
-    run(session, session->context1, prepare_first);
-    return 0;
-  });
-  pthread_exit(nullptr);
+  return enter(data, prepare_first);
 }
 
 void *quillbrook_thread2(void *data) {
-  auto *session = static_cast<quillbrook_speech_t *>(data);
-  guarded("quillbrook_thread", 0, [=] {
-    run(session, session->context2, prepare_second);
-    return 0;
-  });
-  pthread_exit(nullptr);
+  return enter(data, prepare_second);
 }

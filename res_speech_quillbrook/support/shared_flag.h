@@ -17,6 +17,11 @@ inline void shared_increment(int &counter) {
   __atomic_fetch_add(&counter, 1, __ATOMIC_ACQ_REL);
 }
 
+// Gives what is left.
+inline int shared_decrement(int &counter) {
+  return __atomic_sub_fetch(&counter, 1, __ATOMIC_ACQ_REL);
+}
+
 template <typename T>
 void shared_set_bits(T &flags, T bits) {
   __atomic_fetch_or(&flags, bits, __ATOMIC_ACQ_REL);

@@ -55,7 +55,7 @@ TEST_F(AudioTest, SilenceGrowsAndVoiceEndsIt) {
   destroy();
   stand_in::fail(stand_in::Fault::kDetector);
   create_and_start();
-  session()->silence = 77;
+  recognition()->silence = 77;
   write_ms(20, 1);
   EXPECT_EQ(*context()->silence, 77);
   EXPECT_EQ(stream().size(), 320U);

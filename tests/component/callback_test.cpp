@@ -33,7 +33,7 @@ TEST_F(CallbackTest, ABadScoreIsRefusedWithALine) {
               1);
   }
   EXPECT_EQ(send(nullptr, -3), -1);
-  EXPECT_TRUE(ast_tvzero(session()->datelast));
+  EXPECT_TRUE(ast_tvzero(transcript().datelast));
   EXPECT_EQ(stats().messages_total, 0U);
 }
 
@@ -88,13 +88,13 @@ TEST_F(CallbackTest, WhatComesBehindAResultIsRefused) {
   finish();
   stand_in::advance_ms(5000);
   const unsigned counted = stats().messages_total;
-  const timeval date = session()->datelast;
+  const timeval date = transcript().datelast;
   for (const int score : {80, 0, QUILLBROOK_SCORE_INTERIM, QUILLBROOK_SCORE_FINISH}) {
     EXPECT_EQ(send("late", score), -1);
     EXPECT_EQ(send(nullptr, score), -1);
   }
   EXPECT_EQ(stats().messages_total, counted);
-  EXPECT_EQ(ast_tvdiff_ms(session()->datelast, date), 0);
+  EXPECT_EQ(ast_tvdiff_ms(transcript().datelast, date), 0);
   EXPECT_EQ(stand_in::logged(__LOG_WARNING, "CALLBACK: Too late, we have already a result! (1)\n"), 4);
   EXPECT_EQ(get(), "first");
   EXPECT_EQ(score, 80);
@@ -103,21 +103,21 @@ TEST_F(CallbackTest, WhatComesBehindAResultIsRefused) {
 TEST_F(CallbackTest, TheEndOfTheProvidersSession) {
   create_and_start();
   send("one", 80);
-  const timeval date = session()->datelast;
+  const timeval date = transcript().datelast;
   stand_in::advance_ms(100);
   EXPECT_EQ(send("ignored", QUILLBROOK_SCORE_END), 0);
-  EXPECT_EQ(session()->plugin_closed, 0) << "nobody waits for it";
-  EXPECT_EQ(ast_tvdiff_ms(session()->datelast, date), 0);
+  EXPECT_EQ(recognition()->plugin_closed, 0) << "nobody waits for it";
+  EXPECT_EQ(ast_tvdiff_ms(transcript().datelast, date), 0);
   EXPECT_EQ(stats().messages_total, 1U);
 
   engine.waitclose = 1;
   EXPECT_EQ(send(nullptr, QUILLBROOK_SCORE_END), 0);
-  EXPECT_EQ(session()->plugin_closed, 1);
+  EXPECT_EQ(recognition()->plugin_closed, 1);
   EXPECT_EQ(queued(), 1U);
 
-  session()->plugin_closed = 0;
+  recognition()->plugin_closed = 0;
   EXPECT_EQ(send(nullptr, QUILLBROOK_SCORE_END), -1) << "a result is out";
-  EXPECT_EQ(session()->plugin_closed, 1);
+  EXPECT_EQ(recognition()->plugin_closed, 1);
 }
 
 TEST_F(CallbackTest, TheFirstTextRaisesTheHostsFlagsOnce) {
@@ -140,12 +140,12 @@ TEST_F(CallbackTest, ExtrasBelongToTheLastMessageThatHadThem) {
   json = "{\"n\":2}";
   meaning = "second";
   tick();
-  EXPECT_STREQ(session()->json, "{\"n\":1}");
+  EXPECT_STREQ(transcript().json, "{\"n\":1}");
   send("one", QUILLBROOK_SCORE_INTERIM);
   context()->extra_pointer = context()->api_pointer = nullptr;
   send("two", QUILLBROOK_SCORE_INTERIM);
-  EXPECT_STREQ(session()->json, "{\"n\":2}");
-  EXPECT_STREQ(session()->interpretation, "second");
+  EXPECT_STREQ(transcript().json, "{\"n\":2}");
+  EXPECT_STREQ(transcript().interpretation, "second");
 }
 
 // By which a dialplan is debugged.
@@ -193,8 +193,8 @@ TEST_F(CallbackTest, EveryAllocationMayFail) {
     stand_in::fail(stand_in::Fault::kAllocation, nth);
     send("three", 80);
     const int failed_early = stand_in::stop_failing();
-    EXPECT_STREQ(session()->text, failed_early ? "one" : "one.\nthree");
-    EXPECT_EQ(session()->text_interim == nullptr, !failed_early);
+    EXPECT_STREQ(transcript().text, failed_early ? "one" : "one.\nthree");
+    EXPECT_EQ(transcript().text_interim == nullptr, !failed_early);
     stand_in::fail(stand_in::Fault::kAllocation, nth);
     finish();
     const int failed_late = stand_in::stop_failing();

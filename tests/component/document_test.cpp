@@ -48,7 +48,7 @@ TEST_F(DocumentTest, NlsmlFormsByteByByte) {
             "    <input mode=\"speech\">R&amp;D\t\n \x7F</input>\n"
             "  </interpretation>\n"
             "</result>\n");
-  session()->score = 0;
+  transcript().score = 0;
   send("?", QUILLBROOK_SCORE_NO_CONFIDENCE);
   EXPECT_EQ(document(3),
             "<?xml version='1.0'?>\n"

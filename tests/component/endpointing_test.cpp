@@ -85,7 +85,7 @@ TEST_F(EndpointingTest, TimeoutsExpireOneMillisecondAboveTheirValue) {
     const std::string error = named("Error with incomplete timeout!\n");
     int errors = stand_in::logged(__LOG_ERROR, error);
     for (const Look &look : row.looks) {
-      session()->silence = look.dsp;
+      recognition()->silence = look.dsp;
       at(look.at);
       EXPECT_EQ(context()->finalize, look.finalize) << look.at;
       EXPECT_EQ(context()->incompletetimeout, look.incomplete) << look.at;
@@ -121,11 +121,11 @@ TEST_F(EndpointingTest, APluginThatIsAskedToFinalizeAndCloses) {
     at(1100);
     EXPECT_EQ(context()->finalize, 1);
     EXPECT_EQ(context()->incompletetimeout, 2000);
-    EXPECT_TRUE(ast_tvzero(session()->dateclose));
+    EXPECT_TRUE(ast_tvzero(transcript().dateclose));
     at(1200);
-    EXPECT_FALSE(ast_tvzero(session()->dateclose));
+    EXPECT_FALSE(ast_tvzero(transcript().dateclose));
     at(1500, "all the words", 90);
-    EXPECT_EQ(session()->text_interim, nullptr);
+    EXPECT_EQ(transcript().text_interim, nullptr);
     if (closes) {
       EXPECT_EQ(at(1700, nullptr, QUILLBROOK_SCORE_END), 0);
     } else {

@@ -21,7 +21,7 @@ TEST_F(GetTest, ASingleShotGetStopsEverythingInOrder) {
     EXPECT_EQ(get(), "yes");
     EXPECT_EQ(score, 80);
     EXPECT_TRUE(speech.flags & AST_SPEECH_HAVE_RESULTS);
-    EXPECT_TRUE(!session()->context1 && !session()->dsp && !session()->file);
+    EXPECT_EQ(recognition(), nullptr);
     EXPECT_EQ(plugin.ended, plugin.loops);
     const std::vector<std::string> notes = stand_in::notes();
     EXPECT_EQ(std::vector<std::string>(notes.begin() + before, notes.end()),
@@ -64,7 +64,7 @@ TEST_F(GetTest, ContinuousResultsComeOneByOneOnOneContext) {
     EXPECT_EQ(get(), text);
     EXPECT_EQ(state(), state_behind);
   }
-  EXPECT_TRUE(session()->file && session()->dsp);
+  EXPECT_TRUE(recognition()->file && recognition()->dsp);
   start_in_background();
   send("four", 80);
   EXPECT_EQ(get(), "four");

@@ -1,7 +1,7 @@
 // The session's grammars and the commands by which the dialplan steers a session()->
 #include "session_fixture.h"
 
-#include "grammar/accents.h"
+#include "support/accents.h"
 
 namespace {
 
@@ -119,21 +119,21 @@ TEST_F(GrammarTest, AConfigurationComesWholeWithAZeroBehindIt) {
       content[1] = '\0';  // bytes are not looked at
     }
     load("conf", file("configuration_a", content));
-    ASSERT_NE(session()->config_pointer, nullptr);
-    EXPECT_EQ(std::string(session()->config_pointer, size + 1), content + '\0') << size;
+    ASSERT_NE(config(), nullptr);
+    EXPECT_EQ(std::string(config(), size + 1), content + '\0') << size;
   }
   for (int nth = 1; nth <= 3; ++nth) {
     load("before", file("configuration_a", std::string(2000, 'c')));
     stand_in::fail(stand_in::Fault::kAllocation, nth);
     load("after", stand_in::config_path("configuration_a"));
-    EXPECT_EQ(session()->config_pointer, nullptr);
+    EXPECT_EQ(config(), nullptr);
     EXPECT_STREQ(session()->config_name, "after");
     EXPECT_EQ(stand_in::logged(__LOG_ERROR, "Memory allocation error!\n"), nth);
   }
   load("before", stand_in::config_path("configuration_a"));
   // One that cannot be read takes the former one's place all the same.
   load("gone", "/nowhere/configuration_b");
-  EXPECT_EQ(session()->config_pointer, nullptr);
+  EXPECT_EQ(config(), nullptr);
   EXPECT_STREQ(session()->config_name, "gone");
   EXPECT_THAT(
       lines(__LOG_WARNING),
@@ -158,13 +158,13 @@ TEST_F(GrammarTest, AContextIsCutAndAMissingFileLeavesIt) {
 TEST_F(GrammarTest, OneFileMayHaveTwoReadings) {
   const std::string rules = "public <r> = yes {Y};";
   load("both", jsgf("configuration_a.jsgf", rules));
-  EXPECT_EQ(session()->config_pointer, kHeader + rules);
+  EXPECT_EQ(config(), kHeader + rules);
   EXPECT_EQ(session()->grammars.match("yes"), "Y");
   load("list", file("context_a.txt", "yes, no"));
   EXPECT_STREQ(session()->context_text, "yes, no");
   EXPECT_STREQ(session()->phrases, "yes, no");
   unload("both");
-  EXPECT_EQ(session()->config_pointer, nullptr);
+  EXPECT_EQ(config(), nullptr);
   EXPECT_EQ(session()->grammars.size(), 0U);
 }
 
@@ -224,7 +224,7 @@ TEST_F(GrammarTest, TheFirstGrammarActivatedNamesTheResult) {
   EXPECT_STREQ(session()->grammar_id, "");
   activate("second");
   unload(first);
-  EXPECT_EQ(session()->config_pointer, nullptr);
+  EXPECT_EQ(config(), nullptr);
   EXPECT_STREQ(session()->context_name, "");
   EXPECT_STREQ(session()->grammar_id, "second");
   unload("second");

@@ -4,7 +4,7 @@
 
 #include "stand_in.h"
 
-#include "engine/engine.h"
+#include "record/engine.h"
 #include "ops/cli_commands.h"
 #include "ops/cli_version.h"
 #include "ops/http_jsgf.h"

@@ -16,11 +16,12 @@
 
 #include "stand_in.h"
 
-#include "engine/engine.h"
+#include "record/engine.h"
 #include "ops/statistics.h"
 #include "result/callback.h"
+#include "grammar/grammar_commands.h"
 #include "session/entries.h"
-#include "session/session.h"
+#include "record/session.h"
 
 // Gives up after a time that no test needs, so that a hang shows as a failure.
 template <typename Condition>
@@ -145,7 +146,7 @@ protected:
     start();
     ASSERT_TRUE(eventually([&] { return plugin.loops > before; }));
   }
-  int send(const char *text, int score) { return quillbrook_callback(session()->context1, text, score); }
+  int send(const char *text, int score) { return quillbrook_callback(context(), text, score); }
   int tick() { return send(nullptr, QUILLBROOK_SCORE_INTERIM); }
   int finish() { return send("", QUILLBROOK_SCORE_FINISH); }
   void deliver(const char *text, int score) {
@@ -196,7 +197,10 @@ protected:
   }
 
   quillbrook_speech_t *session() { return quillbrook_session_of(&speech); }
-  quillbrook_context *context() { return session()->context1; }
+  quillbrook_recognition_t *recognition() { return session()->recognition; }
+  quillbrook_context *context() { return recognition() ? recognition()->context1 : nullptr; }
+  quillbrook_transcript_t &transcript() { return quillbrook_run_of(context())->transcript; }
+  const char *config() { return session()->config_pointer.get(); }
   int state() { return __atomic_load_n(&speech.state, __ATOMIC_ACQUIRE); }
   size_t queued() { return str_fifo_count(&session()->last_results); }
   std::string named(const std::string &format) { return "(" + std::string(session()->name) + ") " + format; }

@@ -28,7 +28,7 @@ TEST_F(StartTest, ThePluginSeesTheWholeContextBeforeItsInit) {
   copy_text(session()->model, "session model");
   copy_text(session()->configuration, "session configuration");
   copy_text(session()->context_text, "session context");
-  session()->config_pointer = ast_strdup("<conf/>");
+  session()->config_pointer.reset(ast_strdup("<conf/>"), free);
 
   plugin.on_init = [&](quillbrook_context *seen) {
     const std::vector<std::string> texts_seen = {seen->profile,       seen->model,   seen->language, seen->voice,
@@ -48,7 +48,7 @@ TEST_F(StartTest, ThePluginSeesTheWholeContextBeforeItsInit) {
     EXPECT_THAT(numbers_seen, ElementsAre(1, 800, 3000, 9000, 0, 0, 4000, 1));
     EXPECT_STREQ(static_cast<const char *>(seen->config_pointer), "<conf/>");
     EXPECT_EQ(seen->speedvsaccuracy, 0.5F);
-    EXPECT_EQ(seen->silence, &session()->silence);
+    EXPECT_EQ(seen->silence, &recognition()->silence);
     EXPECT_EQ(seen->asterisk_pointer, &speech);
     EXPECT_EQ(seen->filelog, stderr);
     EXPECT_EQ(seen->callback, quillbrook_callback);
@@ -81,34 +81,37 @@ TEST_F(StartTest, PhrasesComeFromGrammarsElseSessionElseEngine) {
   EXPECT_EQ(phrases(), "engine");
 }
 
-TEST_F(StartTest, AFullStartBeginsAnewAndKeepsWhatBelongsToTheSession) {
-  engine.returnjson = 1;
-  engine.waitclose = 1;
-  create_and_start();
+// Of an abandoned recognition, which has had of everything.
+TEST_F(StartTest, NothingOfOneRecognitionReachesTheNext) {
+  engine.dsp = 1;
+  engine.returnnlsml = 1;
+  engine.earlyspeechtimeout = 60;
+  create();
+  start();
   context()->api_pointer = "meaning";
   context()->extra_pointer = "{}";
-  context()->finalize = 1;
   send("one", 80);
   send("two", QUILLBROOK_SCORE_INTERIM);
-  send(nullptr, QUILLBROOK_SCORE_END);
+  finish();
+  write_ms(500, 0);
+  EXPECT_GT(recognition()->silence, 0);
+  start();  // the answer to the prompting wait, which has not begun
+  send("late", QUILLBROOK_SCORE_INTERIM);
   str_fifo_push(&session()->last_results, "never collected");
-  get();
-  session()->text_interim = ast_strdup("left over");
-  session()->datestop = session()->datefinalize = session()->datestart;
+  quillbrook_recog_dtmf(&speech, "1");
 
   stand_in::advance_ms(5000);
-  start();
-  const quillbrook_speech_t &now = *session();
+  start_in_background();
+  const quillbrook_transcript_t &now = transcript();
   EXPECT_EQ(queued(), 0U);
-  EXPECT_TRUE(!now.text && !now.text_interim && !now.json);
-  EXPECT_EQ(now.score + now.scores_total + now.scores_count + now.plugin_closed, 0);
-  for (const timeval &date : {now.datefirst, now.datesilence, now.datestop, now.datefinalize, now.dateclose}) {
-    EXPECT_TRUE(ast_tvzero(date));
-  }
+  EXPECT_TRUE(!now.text && !now.text_interim && !now.json && !now.interpretation);
+  EXPECT_EQ(now.score + now.scores_total + now.scores_count + recognition()->plugin_closed, 0);
+  EXPECT_TRUE(ast_tvzero(now.datefirst) && ast_tvzero(now.datesilence) && ast_tvzero(now.datevoice));
   EXPECT_EQ(now.datestart.tv_sec, stand_in::clock_ms() / 1000);
-  EXPECT_FALSE(ast_tvzero(now.datevoice));
-  EXPECT_STREQ(now.interpretation, "meaning");
-  EXPECT_EQ(now.counter_result, 1);
+  EXPECT_EQ(recognition()->silence + recognition()->prompting, 0);
+  EXPECT_EQ(session()->counter_result, 1) << "that is the session's";
+  EXPECT_EQ(get(), "error");
+  EXPECT_EQ(score, 0);
 }
 
 // SpeechBackground would wait for ever on an object that comes back NOT_READY.
@@ -127,7 +130,7 @@ TEST_F(StartTest, ASecondStartLeavesARunningRecognitionAloneAndTheObjectReadyOrD
   EXPECT_EQ(state(), kDone);
   EXPECT_EQ(get(), "one");
   EXPECT_EQ(plugin.inits, 1);
-  EXPECT_EQ(session()->prompting, 0);
+  EXPECT_EQ(recognition()->prompting, 0);
 }
 
 TEST_F(StartTest, DigitsAbandonARecognitionThatTheNextQuestionFinds) {
@@ -173,7 +176,7 @@ TEST_F(StartTest, AFailureIsLoggedAndTheSessionGoesOn) {
     bool recognises;  // the plugin runs all the same
   } failures[] = {
       {"no detector", fails(Fault::kDetector), __LOG_WARNING, "Unable to allocate DSP!\n", true},
-      {"no context", [] { stand_in::fail_allocations_of(sizeof(quillbrook_context)); }, __LOG_ERROR,
+      {"no context", [] { stand_in::fail_allocations_of(sizeof(quillbrook_run_t)); }, __LOG_ERROR,
        "Enable to create quillbrook context\n", false},
       {"no stream", fails(Fault::kWriteStream), __LOG_ERROR, "Cannot open /tmp/quillbrook_", false},
       {"no thread", fails(Fault::kThread), -1, "", false},

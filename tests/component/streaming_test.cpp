@@ -54,7 +54,7 @@ TEST_F(StreamingTest, EarlySpeechIsKeptAndWhatComesBeforeItIsCut) {
   write_numbered(11, 12);
   EXPECT_THAT(numbers_in(path), ElementsAre(8, 9, 10, 11, 12));
   EXPECT_THAT(stand_in::files(), ElementsAre(path));
-  EXPECT_EQ(session()->prompting, 0);
+  EXPECT_EQ(recognition()->prompting, 0);
 }
 
 TEST_F(StreamingTest, TheSecondStartMayComeFirst) {
@@ -72,10 +72,27 @@ TEST_F(StreamingTest, TheSecondStartMayComeFirst) {
   EXPECT_EQ(get(), "error");
 }
 
+// What stands under the name of a stream that could not be opened or moved is not the caller's.
+TEST_F(StreamingTest, NothingIsHeardThatWasPlantedUnderTheName) {
+  for (const bool cut : {false, true}) {
+    engine.earlyspeechtimeout = cut ? 60 : 0;
+    create();
+    stand_in::fail(cut ? Fault::kRename : Fault::kWriteStream);
+    start();
+    stand_in::write_file(context()->filename, "planted");
+    start();
+    write_ms(20, 1);
+    EXPECT_TRUE(eventually([&] { return shared_load(recognition()->running) == 0; }));
+    EXPECT_EQ(get(), "error");
+    EXPECT_EQ(plugin.loops, 0);
+    destroy();
+  }
+}
+
 TEST_F(StreamingTest, ThePluginRunsAndFramesAreDroppedWhenTheCutFails) {
   verbose = 1;
   engine.earlyspeechtimeout = 60;
-  for (const Fault fault : {Fault::kRename, Fault::kReadStream, Fault::kWriteStream}) {
+  for (const Fault fault : {Fault::kReadStream, Fault::kWriteStream}) {
     plugin.loops = 0;
     create();
     start();
@@ -151,7 +168,7 @@ TEST_F(StreamingTest, TwinsBothRunAndTheFirstReportWins) {
   };
   create();
   start();
-  quillbrook_context *second = session()->context2;
+  quillbrook_context *second = recognition()->context2;
   ASSERT_NE(second, nullptr);
   EXPECT_EQ(plugin.inits, 2);
   EXPECT_EQ(second->filename, context()->filename);
@@ -166,7 +183,7 @@ TEST_F(StreamingTest, TwinsBothRunAndTheFirstReportWins) {
   EXPECT_EQ(get(), "second");
   EXPECT_EQ(plugin.stops, 2);
   EXPECT_EQ(plugin.ended, 2) << "both have been waited for";
-  EXPECT_EQ(session()->context2, nullptr);
+  EXPECT_EQ(recognition(), nullptr);
 }
 
 TEST_F(StreamingTest, ATwinRunsAloneWhenTheOtherIsRefused) {
@@ -179,7 +196,7 @@ TEST_F(StreamingTest, ATwinRunsAloneWhenTheOtherIsRefused) {
     EXPECT_TRUE(loop_entered());
     EXPECT_EQ(stand_in::logged(__LOG_WARNING, "Failed to intialize quillbrook plugin\n"), 1);
     EXPECT_EQ(stand_in::logged(__LOG_WARNING, "Failed to intialize quillbrook plugin2\n"), refused - 1);
-    EXPECT_EQ(quillbrook_callback(refused == 1 ? session()->context2 : context(), "one", 90), 0);
+    EXPECT_EQ(quillbrook_callback(refused == 1 ? recognition()->context2 : context(), "one", 90), 0);
     EXPECT_EQ(get(), "one");
     EXPECT_EQ(plugin.loops, 1);
     destroy();

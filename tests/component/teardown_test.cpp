@@ -96,7 +96,7 @@ TEST_P(TeardownTest, LeavesNothingBehind) {
   stand_in::answer_command("tandrel show session threadid uniqueid", "u1");
   stand_in::add_channel("u1", true);
   reach(phase.steps);
-  const bool running = session()->context1;
+  const bool running = context();
   EXPECT_EQ(running, std::string(phase.name) != "Created" && std::string(phase.name) != "Collected");
   const int stops = plugin.stops;
   destroy();

@@ -2,7 +2,7 @@
 
 #include "../support/log.h"
 #include "../support/text_file.h"
-#include "accents.h"
+#include "../support/accents.h"
 #include "jsgfkitxx.h"
 
 namespace {

@@ -52,6 +52,7 @@ struct quillbrook_engine_t {
   int extendedtimeout;
   int earlyspeechtimeout;
   int providertimeout;
+  int stoptimeout;  // how long a plugin has to return from its loop; 0 is for ever
   char *loggingtag;
 };
 

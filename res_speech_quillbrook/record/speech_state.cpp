@@ -1,4 +1,4 @@
-#include "state.h"
+#include "speech_state.h"
 
 void quillbrook_queue_result(struct ast_speech *speech, quillbrook_speech_t *session, const char *result) {
   str_fifo_push(&session->last_results, result);
