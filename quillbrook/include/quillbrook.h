@@ -19,8 +19,10 @@
  *
  * - plugin_init holds up the caller: keep it under 50 ms and leave connections and models to plugin_loop.
  * - plugin_loop calls back at least every 100 ms, also with no text: the module has no timer of its own, and its
- *   timeouts are looked at only inside the callback. One thread at a time calls back for one record.
- * - plugin_stop is called right before the streaming thread is joined, and the join has no time limit. It may come
+ *   timeouts are looked at only inside the callback. After the first words, silence for the key plugintimeout (10 s)
+ *   ends the recognition with "error". One thread at a time calls back for one record.
+ * - plugin_stop is called right before the streaming thread is joined. A loop that does not return holds up the caller
+ *   for the key stoptimeout (5 s); then its thread is left behind, and every call of its record is refused. It may come
  *   on a record whose plugin_init refused, whose plugin_loop was never entered or has already returned, and twice.
  *   It sets hangup to 2, and raises finalize, which also ends a streaming thread that still waits for audio.
  * - All functions run at the same time for different records. What belongs to one recognition lives in its record.

@@ -60,6 +60,7 @@ constexpr ConfigKey kConfigKeys[kConfigKeyCount] = {
     {{"keepfiles"}, Kind::kBoolean, &Engine::keepfiles, stores("no"), 20},
     {{"waitclose"}, Kind::kBoolean, &Engine::waitclose, stores("no"), 21},
     {{"closetimeout"}, Kind::kMilliseconds, &Engine::closetimeout, stores("10000"), 22, {.least = 1}},
+    {{"plugintimeout"}, Kind::kMilliseconds, &Engine::plugintimeout, stores("10000"), 31, {.least = 0}},
     {{"stoptimeout"}, Kind::kMilliseconds, &Engine::stoptimeout, stores("5000"), 30, {.least = 0}},
     {{"twin"}, Kind::kBoolean, &twin, stores("no")},
     {{"continuous"}, Kind::kBoolean, &Engine::continuous, stores("no"), 23, {.warn_in_profile = true}},

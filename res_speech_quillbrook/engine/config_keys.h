@@ -55,8 +55,8 @@ struct ConfigKey {
   ConfigRules rules;
 };
 
-constexpr int kConfigKeyCount = 42;
-constexpr int kConfigProfileKeyCount = 30;
+constexpr int kConfigKeyCount = 43;
+constexpr int kConfigProfileKeyCount = 31;
 
 // In the order of reading `general`.
 extern const ConfigKey kConfigKeys[kConfigKeyCount];

@@ -6,6 +6,7 @@
 #include "../ops/http_metrics.h"
 #include "../ops/statistics.h"
 #include "../support/guard.h"
+#include "../session/watch.h"
 #include "config.h"
 #include "../record/engine.h"
 #include "plugin_library.h"
@@ -42,6 +43,7 @@ bool load() {
       return false;
     }
   }
+  quillbrook_watch_start();
   quillbrook_http_update();
   quillbrook_jsgf_uri_link();
   if (quillbrook_cli_register()) {
@@ -54,6 +56,7 @@ bool load() {
 // Takes back all that a failed load had done, the last step first: an engine left registered would lead calls into a
 // module that is gone. What had not been done yet is passed over.
 void withdraw() {
+  quillbrook_watch_stop();
   quillbrook_jsgf_uri_unlink();
   quillbrook_webenabled = 0;
   quillbrook_http_update();
@@ -118,6 +121,7 @@ int unload_module() {
     if (!quillbrook_unregister_default_engine()) {
       ast_log(LOG_ERROR, "Failed to unregister module\n");
     }
+    quillbrook_watch_stop();
     close_log_file();
     quillbrook_statistics_destroy();
     return 0;

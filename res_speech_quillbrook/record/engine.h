@@ -52,7 +52,8 @@ struct quillbrook_engine_t {
   int extendedtimeout;
   int earlyspeechtimeout;
   int providertimeout;
-  int stoptimeout;  // how long a plugin has to return from its loop; 0 is for ever
+  int plugintimeout;  // how long a plugin may be silent once words came; 0 is for ever
+  int stoptimeout;    // how long a plugin has to return from its loop; 0 is for ever
   char *loggingtag;
 };
 

@@ -113,6 +113,9 @@ struct quillbrook_recognition_t {
   int plugin_closed;  // 1 once the plugin has reported the end of its session; written under result_lock, shared
   quillbrook_transcript_t *delivered;  // of the run that made the latest result, else of the first; under result_lock
 
+  int64_t last_call;     // of a plugin, by the monotonic clock; shared
+  int silence_reported;  // the plugin's silence has ended this recognition; under result_lock
+
   int left_behind;  // a run did not return: nothing of this is released
 };
 

@@ -35,6 +35,18 @@ constexpr size_t kNameSize = 150;
 constexpr size_t kLoggingtagSize = 400;
 constexpr size_t kGrammarNameSize = 20;
 
+// What the watch (session/watch.h) keeps of a session. `speech` is constant while it is listed.
+struct quillbrook_watch_entry {
+  struct ast_speech *speech;
+  quillbrook_speech_t *next;  // the list is guarded by the watch's lock
+  quillbrook_speech_t *previous;
+
+  // Under result_lock.
+  int result_waits;     // a result was queued, and no get has come since
+  int looks_not_ready;  // in a row, that found a result waiting and the object NOT_READY
+  int passed_over;      // the host will not collect what waits
+};
+
 // Texts by pointer are heap strings that the session owns, or null. Times in int are milliseconds.
 struct quillbrook_speech_t {
   // Constant after create.
@@ -86,6 +98,7 @@ struct quillbrook_speech_t {
   // Not told to plugins or the host.
   Mutex result_lock;
   Mutex grammar_lock;
+  quillbrook_watch_entry watch;
   int digits_pending;  // digits were reported since the last start. Dialplan thread only
 };
 

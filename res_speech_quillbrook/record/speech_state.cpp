@@ -1,7 +1,16 @@
 #include "speech_state.h"
 
+Bell quillbrook_watch_bell;
+
+void quillbrook_note_result(quillbrook_speech_t *session) {
+  session->watch.result_waits = 1;
+  session->watch.looks_not_ready = 0;
+  quillbrook_watch_bell.ring();
+}
+
 void quillbrook_queue_result(struct ast_speech *speech, quillbrook_speech_t *session, const char *result) {
   str_fifo_push(&session->last_results, result);
+  quillbrook_note_result(session);
   quillbrook_set_done(speech, session);
 }
 

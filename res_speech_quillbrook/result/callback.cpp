@@ -6,6 +6,7 @@
 
 #include "../ops/statistics.h"
 #include "../support/guard.h"
+#include "../support/monotonic.h"
 #include "delivery.h"
 #include "endpointing.h"
 #include "message.h"
@@ -84,6 +85,7 @@ void trace_state(const quillbrook_message &message) {
 // result.
 int process(quillbrook_message &message, bool session_ended) {
   MutexLock held(message.session->result_lock);
+  message.recognition->silence_reported = 0;
   if (session_ended) {
     // Under the lock, so that who waits for this finds the result that comes with it.
     shared_store(message.recognition->plugin_closed, 1);
@@ -129,6 +131,7 @@ int receive(quillbrook_context *context, const char *text, int score) {
     trace(2, "CALLBACK: No Quillbrook context...\n");
     return -1;
   }
+  shared_store(run.recognition->last_call, monotonic_ms());
   if (text) {
     trace(2, "CALLBACK: [%s] - score %d len=%d\n", text, score, text_length(text));
   } else {

@@ -98,6 +98,7 @@ void deliver_nlsml(const quillbrook_message &message) QUILLBROOK_REQUIRES(messag
   if (quillbrook_write_result_file(path, [&document](FILE *file) { quillbrook_write_nlsml(file, document); })) {
     session_notice(session, "Recognition result: %s (with file %s)\n", transcript.text, path);
     str_fifo_push(&session->last_results, path);
+    quillbrook_note_result(message.session);
     session_notice(session, "Set last result : %d\n", static_cast<int>(str_fifo_count(&session->last_results)));
     quillbrook_release_text(transcript.interpretation);
     quillbrook_release_text(transcript.text);

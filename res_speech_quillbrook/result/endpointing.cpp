@@ -208,6 +208,7 @@ void quillbrook_note_first_text(quillbrook_message &message) {
   trace(2, "CALLBACK: delay first [%d]\n", static_cast<int>(ast_tvdiff_ms(transcript.datefirst, transcript.datestart)));
   trace(2, "CALLBACK: delay last [%d]\n", static_cast<int>(ast_tvdiff_ms(transcript.datelast, transcript.datestart)));
   transcript.datesilence = {};
+  quillbrook_watch_bell.ring();  // from here on the plugin has to keep calling
 }
 
 void quillbrook_run_timers(quillbrook_message &message) {

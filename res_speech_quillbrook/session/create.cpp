@@ -2,6 +2,7 @@
 #include "../support/cli.h"
 #include "../support/guard.h"
 #include "entries.h"
+#include "watch.h"
 #include "../record/session.h"
 
 namespace {
@@ -156,6 +157,7 @@ int create(struct ast_speech *speech) {
   // Kept until destroy, so that the host refuses to unload the module under a live call.
   ast_module_ref(host_module_self());
   shared_store(speech->data, static_cast<void *>(session));
+  quillbrook_watch_add(speech, session);
   log_defaults(session);
   return 0;
 }

@@ -3,6 +3,7 @@
 #include "../support/guard.h"
 #include "entries.h"
 #include "recognition.h"
+#include "watch.h"
 
 namespace {
 
@@ -50,6 +51,7 @@ int quillbrook_recog_destroy(struct ast_speech *speech) {
     session_notice(session, "Destroy speech resource\n");
     // From here on the callback refuses, so nothing reaches what is taken apart below.
     shared_store(speech->data, static_cast<void *>(nullptr));
+    quillbrook_watch_remove(session);
     quillbrook_shut_gates(session->recognition);
     quillbrook_statistics_session_stop();
     // The stream stops growing before the plugin is told to stop.

@@ -132,8 +132,17 @@ struct ast_speech_result *take_result(struct ast_speech *speech, quillbrook_spee
   return result;
 }
 
+// The host collects what waits: nothing of it is passed over.
+void note_collection(quillbrook_speech_t *session) {
+  MutexLock held(session->result_lock);
+  session->watch.result_waits = 0;
+  session->watch.passed_over = 0;
+}
+
 struct ast_speech_result *get(struct ast_speech *speech, quillbrook_speech_t *session) {
   const bool continuous = session->engine->continuous;
+  const bool found_ready = shared_load(speech->state) == AST_SPEECH_STATE_READY;
+  note_collection(session);
   session_notice(session, "Get results: last_results=%d\n", queued(session));
   if (!continuous) {
     quillbrook_close_stream(session->recognition);
@@ -153,7 +162,12 @@ struct ast_speech_result *get(struct ast_speech *speech, quillbrook_speech_t *se
     session_notice(session, "Mode continuous : don't stop thread.\n");
     session_notice(session, "Mode continuous : don't free DSP.\n");
   }
-  return take_result(speech, session);
+  struct ast_speech_result *result = take_result(speech, session);
+  // An application that asks at its own timeout leaves READY, in which it would never start the next recognition.
+  if (!continuous && found_ready) {
+    ast_speech_change_state(speech, AST_SPEECH_STATE_NOT_READY);
+  }
+  return result;
 }
 
 }  // namespace

@@ -15,6 +15,20 @@ bool abandoned_by_digits(const struct ast_speech *speech, quillbrook_speech_t *s
   return digits && shared_load(speech->state) == AST_SPEECH_STATE_NOT_READY && !session->engine->continuous;
 }
 
+// Whether the host has left a waiting result behind, whose question is over. Counts for one start.
+bool takes_passed_over(quillbrook_speech_t *session) {
+  MutexLock held(session->result_lock);
+  return std::exchange(session->watch.passed_over, 0) != 0;
+}
+
+// A continuous session goes on without the results that were passed over.
+void drop_results(quillbrook_speech_t *session) {
+  MutexLock held(session->result_lock);
+  session->watch.result_waits = 0;
+  str_fifo_destroy(&session->last_results);
+  str_fifo_init(&session->last_results);
+}
+
 // A start on a running recognition releases the prompting wait.
 void go_on(struct ast_speech *speech, quillbrook_speech_t *session) {
   session_notice(session, "Recognition already started!\n");
@@ -81,6 +95,7 @@ void install(quillbrook_speech_t *session, quillbrook_recognition_t *recognition
   session->score = 0;
   str_fifo_destroy(&session->last_results);
   str_fifo_init(&session->last_results);
+  session->watch.result_waits = 0;
 }
 
 quillbrook_recognition_t *make_recognition(const quillbrook_speech_t *session) {
@@ -152,13 +167,18 @@ int quillbrook_recog_start(struct ast_speech *speech) {
   return guarded("quillbrook_recog_start", 0, [=] {
     quillbrook_speech_t *session = quillbrook_session_of(speech);
     session_notice(session, "Plugin name = %s\n", shown(session->engine->plugin_name));
-    const bool abandoned = abandoned_by_digits(speech, session);
+    const bool digits = abandoned_by_digits(speech, session);
+    const bool passed_over = takes_passed_over(session);
+    if (passed_over && session->engine->continuous) {
+      drop_results(session);
+    }
+    const bool abandoned = digits || (passed_over && !session->engine->continuous);
     if (is_running(session) && !abandoned) {
       go_on(speech, session);
       return 0;
     }
     if (is_running(session)) {
-      quillbrook_abandon_recognition(session, "digits were received");
+      quillbrook_abandon_recognition(session, digits ? "digits were received" : "its result was passed over");
     }
     quillbrook_release_session_recognition(session);  // one that never got a plugin
     start(speech, session);

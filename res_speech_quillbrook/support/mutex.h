@@ -16,6 +16,7 @@
 class QUILLBROOK_ANNOTATION(capability("mutex")) Mutex {
 public:
   void lock() QUILLBROOK_ANNOTATION(acquire_capability()) { mutex_.lock(); }
+  bool try_lock() QUILLBROOK_ANNOTATION(try_acquire_capability(true)) { return mutex_.try_lock(); }
   void unlock() QUILLBROOK_ANNOTATION(release_capability()) { mutex_.unlock(); }
 
 private:

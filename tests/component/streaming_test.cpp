@@ -139,7 +139,7 @@ TEST_F(StreamingTest, OnlyAnErrorTextEndsTheRecognition) {
     ASSERT_TRUE(eventually([&] { return plugin.ended == 1; }));
     EXPECT_TRUE(!failure || eventually([&] { return state() == kDone; })) << extra;
     EXPECT_EQ(get(), "error");
-    EXPECT_EQ(state(), failure ? kDone : kReady) << extra;
+    EXPECT_EQ(state(), failure ? kDone : kNotReady) << extra;
     EXPECT_EQ(stand_in::logged(__LOG_WARNING, named("QuillBrook plugin error: " + extra + "\n")), failure);
   }
   // Behind a result it does not hide that.

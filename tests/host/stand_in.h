@@ -41,8 +41,9 @@ void fail_allocations_of(size_t size);
 // No failure is planned any more. Gives how many have happened since the last reset.
 int stop_failing();
 
-// The clock: gettimeofday, ast_tvnow and time. It stands still unless a test moves it.
+// The wall clock: gettimeofday, ast_tvnow and time. It stands still unless a test moves it.
 void set_clock_ms(int64_t milliseconds);
+// The same, and the monotonic clock besides.
 void advance_ms(int64_t milliseconds);
 int64_t clock_ms();
 // Sum of what was asked of usleep, which gives up the processor for an instant only.

@@ -38,6 +38,7 @@ std::atomic<bool> failures_planned{false};
 constexpr int64_t kClockStartUs = 1'700'000'000'000'000;
 // Read and written relaxed, for the reason that Guard has.
 std::atomic<int64_t> clock_us{kClockStartUs};
+std::atomic<int64_t> monotonic_us{0};
 std::atomic<int64_t> slept{0};
 
 bool allocation_fails(size_t size) {
@@ -98,7 +99,10 @@ bool fails(Fault fault) {
 }
 
 void set_clock_ms(int64_t milliseconds) { clock_us.store(milliseconds * 1000, std::memory_order_relaxed); }
-void advance_ms(int64_t milliseconds) { clock_us.fetch_add(milliseconds * 1000, std::memory_order_relaxed); }
+void advance_ms(int64_t milliseconds) {
+  clock_us.fetch_add(milliseconds * 1000, std::memory_order_relaxed);
+  monotonic_us.fetch_add(milliseconds * 1000, std::memory_order_relaxed);
+}
 int64_t clock_ms() { return clock_us.load(std::memory_order_relaxed) / 1000; }
 int64_t slept_us() { return slept.load(std::memory_order_relaxed); }
 
@@ -129,6 +133,12 @@ extern "C" {
 int __wrap_gettimeofday(struct timeval *now, void *) {
   int64_t us = clock_us.load(std::memory_order_relaxed);
   *now = {us / 1'000'000, us % 1'000'000};
+  return 0;
+}
+
+int __wrap_clock_gettime(clockid_t, struct timespec *now) {
+  int64_t us = monotonic_us.load(std::memory_order_relaxed);
+  *now = {us / 1'000'000, us % 1'000'000 * 1000};
   return 0;
 }
 

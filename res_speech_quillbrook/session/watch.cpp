@@ -1,0 +1,136 @@
+#include "watch.h"
+
+#include "../record/speech_state.h"
+#include "../support/guard.h"
+#include "../support/monotonic.h"
+
+namespace {
+
+constexpr int kNothing = -1;
+constexpr int kLooksPassedOver = 2;
+constexpr size_t kStackSize = 507904;  // 496 KiB, as a streaming thread
+
+// The list of sessions. Taken before all locks of a session; of those a look only tries result_lock, so that a session
+// whose plugin is in the middle of a report holds nobody up.
+Mutex list_lock;
+quillbrook_speech_t *first_session QUILLBROOK_GUARDED_BY(list_lock);
+
+pthread_t watch_thread = kNoThread;  // loading thread
+std::atomic<bool> stopping{false};
+
+int sooner(int one, int other) {
+  return one == kNothing ? other : other == kNothing ? one : std::min(one, other);
+}
+
+int look_at_result(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->result_lock) {
+  quillbrook_watch_entry &entry = session->watch;
+  if (!entry.result_waits) {
+    return kNothing;
+  }
+  if (shared_load(entry.speech->state) != AST_SPEECH_STATE_NOT_READY) {
+    entry.looks_not_ready = 0;
+  } else if (++entry.looks_not_ready == kLooksPassedOver) {
+    session_notice(session, "The host has passed the result over.\n");
+    entry.passed_over = 1;
+    entry.result_waits = 0;
+    return kNothing;
+  }
+  return kWatchInterval;
+}
+
+bool words_came(quillbrook_recognition_t *recognition) {
+  bool came = false;
+  quillbrook_for_each_run(recognition,
+                          [&came](quillbrook_run_t &run) { came = came || !ast_tvzero(run.transcript.datefirst); });
+  return came;
+}
+
+int look_at_plugin(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->result_lock) {
+  quillbrook_recognition_t *recognition = session->recognition;
+  const int limit = session->engine->plugintimeout;
+  if (!recognition || limit <= 0 || recognition->silence_reported || !words_came(recognition) ||
+      !str_fifo_empty(&session->last_results)) {
+    return kNothing;
+  }
+  const int64_t silent = monotonic_ms() - shared_load(recognition->last_call);
+  if (silent <= limit) {
+    return static_cast<int>(limit - silent) + 1;
+  }
+  recognition->silence_reported = 1;
+  ast_log(LOG_ERROR, "(%s) The plugin %s has not called back for %d ms: the recognition ends\n", session->name,
+          shown(session->engine->plugin_name), limit);
+  quillbrook_queue_result(session->watch.speech, session, "error");
+  return kWatchInterval;
+}
+
+int look_at(quillbrook_speech_t *session) {
+  if (!session->result_lock.try_lock()) {
+    return kWatchInterval;
+  }
+  const int next = sooner(look_at_result(session), look_at_plugin(session));
+  session->result_lock.unlock();
+  return next;
+}
+
+void *quillbrook_watch(void *) {
+  while (!stopping) {
+    const int next = guarded("quillbrook_watch", kWatchInterval, quillbrook_watch_look);
+    quillbrook_watch_bell.wait(next);
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+void quillbrook_watch_add(struct ast_speech *speech, quillbrook_speech_t *session) {
+  MutexLock held(list_lock);
+  session->watch = {speech, first_session, nullptr};
+  if (first_session) {
+    first_session->watch.previous = session;
+  }
+  first_session = session;
+}
+
+void quillbrook_watch_remove(quillbrook_speech_t *session) {
+  MutexLock held(list_lock);
+  const quillbrook_watch_entry &entry = session->watch;
+  if (entry.next) {
+    entry.next->watch.previous = entry.previous;
+  }
+  if (entry.previous) {
+    entry.previous->watch.next = entry.next;
+  } else {
+    first_session = entry.next;
+  }
+}
+
+int quillbrook_watch_look() {
+  MutexLock held(list_lock);
+  int next = kNothing;
+  for (quillbrook_speech_t *session = first_session; session; session = session->watch.next) {
+    next = sooner(next, look_at(session));
+  }
+  return next;
+}
+
+bool quillbrook_watch_start() {
+  stopping = false;
+  const int result = ast_pthread_create_stack(&watch_thread, nullptr, quillbrook_watch, nullptr, kStackSize, __FILE__,
+                                              __FUNCTION__, __LINE__, "quillbrook_watch");
+  if (result) {
+    watch_thread = kNoThread;
+    ast_log(LOG_WARNING, "The watch thread cannot run (%s): a plugin that stops calling back holds its caller up\n",
+            strerror(result));
+  }
+  return result == 0;
+}
+
+void quillbrook_watch_stop() {
+  if (watch_thread == kNoThread) {
+    return;
+  }
+  stopping = true;
+  quillbrook_watch_bell.ring();
+  pthread_join(watch_thread, nullptr);
+  watch_thread = kNoThread;
+}

@@ -1,0 +1,11 @@
+// Time that runs evenly, whatever happens to the wall clock.
+#pragma once
+
+#include "../host.h"
+
+// Milliseconds since some fixed moment.
+inline int64_t monotonic_ms() {
+  struct timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
