@@ -74,6 +74,9 @@ void Player::run(const Step &step) {
       return repeat(step);
     case Word::kDone:
       return done(step);
+    case Word::kDeaf:
+      clock_.sleep(step.number);
+      break;
     case Word::kQuiet:
       quiet_ = true;
       return;

@@ -51,6 +51,7 @@ constexpr std::array kRules{
     WordRule{"repeat", Word::kRepeat, Form::kNumber, 0, kMaxCount},
     WordRule{"done", Word::kDone, Form::kNothing, 0, 0},
     WordRule{"quiet", Word::kQuiet, Form::kNothing, 0, 0},
+    WordRule{"deaf", Word::kDeaf, Form::kNumber, 0, kMaxMilliseconds},
     WordRule{"log", Word::kLog, Form::kTextRequired, 0, 0},
     WordRule{"show", Word::kShow, Form::kText, 0, 0},
     WordRule{"refuse", Word::kRefuse, Form::kNothing, 0, 0},

@@ -41,6 +41,7 @@ enum class Word {
   kRepeat,
   kDone,
   kQuiet,
+  kDeaf,
   kLog,
   kShow,
   kRefuse,

@@ -21,10 +21,10 @@
  * - plugin_loop calls back at least every 100 ms, also with no text: the module has no timer of its own, and its
  *   timeouts are looked at only inside the callback. After the first words, silence for the key plugintimeout (10 s)
  *   ends the recognition with "error". One thread at a time calls back for one record.
- * - plugin_stop is called right before the streaming thread is joined. A loop that does not return holds up the caller
- *   for the key stoptimeout (5 s); then its thread is left behind, and every call of its record is refused. It may come
- *   on a record whose plugin_init refused, whose plugin_loop was never entered or has already returned, and twice.
- *   It sets hangup to 2, and raises finalize, which also ends a streaming thread that still waits for audio.
+ * - plugin_stop is called right before the streaming thread is joined. It sets hangup to 2, and raises finalize, which
+ *   also ends a streaming thread that still waits for audio. It may come on a record whose plugin_init refused, whose
+ *   plugin_loop was never entered or has already returned, and twice. A loop that does not return after it holds up
+ *   the caller for the key stoptimeout (5 s); then its thread is left behind, and every call of its record is refused.
  * - All functions run at the same time for different records. What belongs to one recognition lives in its record.
  * - The record is the module's: a plugin never frees it and never uses it after plugin_loop has returned.
  * - Two threads share finalize, hangup, quantum, completetimeout, incompletetimeout and *silence. They are plain

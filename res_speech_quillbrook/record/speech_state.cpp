@@ -1,6 +1,14 @@
 #include "speech_state.h"
 
-Bell quillbrook_watch_bell;
+namespace {
+
+// Never destroyed: a PBX that ends without unloading its modules leaves the watch asleep on it, and to destroy what a
+// thread waits on is to wait for that thread.
+alignas(Bell) char bell_storage[sizeof(Bell)];
+
+}  // namespace
+
+Bell &quillbrook_watch_bell = *new (bell_storage) Bell();
 
 void quillbrook_note_result(quillbrook_speech_t *session) {
   session->watch.result_waits = 1;

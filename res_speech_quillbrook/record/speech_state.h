@@ -6,7 +6,7 @@
 #include "session.h"
 
 // Wakes the watch thread (session/watch.h): there is something to look at.
-extern Bell quillbrook_watch_bell;
+extern Bell &quillbrook_watch_bell;
 
 // To be called for each result that is queued, which the watch looks after until the host asks for it.
 void quillbrook_note_result(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->result_lock);

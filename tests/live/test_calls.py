@@ -11,8 +11,11 @@ CONTINUOUS = {"cont": {"continuous": "yes"}}
 
 class CallTest(LiveTest):
     general = {"configuration": "bytes 8000\\;interim good\\;sleep 100\\;final 90 good morning"}
-    profiles = {**CONTINUOUS, "early": {"earlyspeechtimeout": "500"}}
-    complaints = ("QuillBrook plugin error", "with continuous = 1", "Failed to intialize quillbrook plugin")
+    profiles = {**CONTINUOUS, "early": {"earlyspeechtimeout": "500"},
+                "late": {"dsp": "yes", "completetimeout": "400", "incompletetimeout": "9000"},
+                "silent": {"plugintimeout": "500"}}
+    complaints = ("QuillBrook plugin error", "with continuous = 1", "Failed to intialize quillbrook plugin",
+                  "has not called back for 500 ms")
 
     def test_a_call_is_recognised_by_the_script_of_the_configuration(self):
         lines = self.pbx.call(["Answer()", "SpeechCreate(quillbrook)", report("created ${ERROR}"), "SpeechStart()",
@@ -43,6 +46,41 @@ class CallTest(LiveTest):
         for call in calls:
             self.assertEqual(call.wait(), ["result 1|1000|7", "result 1|80|spoken"])
         self.assertEqual(self.report_path.read_text(), "started\n" * 4)
+
+    def test_keys_in_mid_recognition_leave_no_answer_for_the_next_question(self):
+        # The caller says something, then keys digits; the result comes between two keys, and the host passes it over.
+        ways = {"digit timeout": ("TIMEOUT(digit)=1", "2"), "length": ("SPEECH_DTMF_MAXLEN=2", "2"),
+                "terminator": ("TIMEOUT(digit)=9", "2#")}
+        calls = {}
+        for way, (setting, keys) in ways.items():
+            for start in ([], ["SpeechStart()"]):
+                calls[way, len(start)] = self.pbx.call(
+                    ["Answer()", f"Set({setting})", "SpeechCreate(quillbrook)",
+                     self.script("sleep 2000\nfinal 90 two"), "SpeechStart()", "SpeechBackground(silence/1,9)",
+                     report("next question"), self.script("bytes 4000\nfinal 80 five"), *start,
+                     "SpeechBackground(silence/1,9)", RESULT],
+                    talker=["Playback(silence/1)", "SendDTMF(1)", "Playback(silence/2)", f"SendDTMF({keys})",
+                            "Playback(silence/10)"])
+        for way, call in calls.items():
+            with self.subTest(way=way):
+                self.assertEqual(call.wait(), ["next question", "result 1|80|five"])
+
+    def test_a_result_between_two_turns_of_one_question_is_delivered(self):
+        self.assertEqual(self.pbx.call(
+            ["Answer()", "SpeechCreate(quillbrook)", self.script("sleep 2000\nfinal 90 two"), "SpeechStart()",
+             "SpeechBackground(silence/1,1)", "Wait(1)", "SpeechBackground(silence/1,5)", RESULT]).wait(),
+            ["result 1|90|two"])
+
+    def test_nobody_waits_for_a_plugin(self):
+        # Once words came nothing but a result lets the caller go.
+        roads = {"returned": ("quillbrook", "bytes 4000\ninterim half a word\nreturn", "result 1|50|half a word"),
+                 "fell silent": ("quillbrook:silent", "bytes 4000\ninterim half\nquiet\nsleep 60000", "result 1|0|error"),
+                 "heard late": ("quillbrook:late", "bytes 48000\ninterim late words", "result 1|50|late words")}
+        calls = {road: self.pbx.call(["Answer()", f"SpeechCreate({engine})", self.script(script), "SpeechStart()",
+                                      "SpeechBackground(silence/1,9)", RESULT]) for road, (engine, script, _) in roads.items()}
+        for road, call in calls.items():
+            with self.subTest(road=road):
+                self.assertEqual(call.wait(), [roads[road][2]])
 
     def test_continuous_results_are_read_one_by_one(self):
         lines = self.pbx.call(
@@ -117,6 +155,33 @@ class CallTest(LiveTest):
             self.assertTrue(self.pbx.unload_module(MODULE), "not unloaded after the call")
             self.assertEqual(self.mapped(), [], "still mapped after the unload")
             self.assertTrue(self.pbx.load_module(MODULE))
+
+
+class StuckPluginTest(LiveTest):
+    general = {"stoptimeout": "300"}
+    complaints = ("has not returned 300 ms after its stop",)
+
+    def test_a_plugin_that_does_not_return_is_left_behind(self):
+        # The loop stands still behind its result; the dialplan goes on, and the next question is a new recognition.
+        lines = self.pbx.call(
+            ["Answer()", "SpeechCreate(quillbrook)", self.script("bytes 4000\nfinal 90 heard\ndeaf 60000"), "SpeechStart()",
+             "SpeechBackground(silence/1,5)", RESULT, self.script("bytes 4000\nfinal 80 again"),
+             "SpeechBackground(silence/1,5)", RESULT]).wait()
+        self.assertEqual(lines, ["result 1|90|heard", "result 1|80|again"])
+        self.wait_for_no_files()
+        self.assertFalse(self.pbx.unload_module(MODULE), "unloaded under a thread of its own")
+
+
+class AskAtTimeoutTest(LiveTest):
+    def test_an_application_that_asks_at_its_timeout_leaves_an_object_that_starts(self):
+        """The option p of the newer hosts."""
+        if not any("[p]" in line or "p -" in line or " p:" in line for line in
+                   self.pbx.cli("core show application SpeechBackground").splitlines()):
+            self.skipTest("this host's SpeechBackground has no option p")
+        self.assertEqual(self.pbx.call(
+            ["Answer()", "SpeechCreate(quillbrook)", self.script("until-stop"), "SpeechStart()",
+             "SpeechBackground(silence/1,1,p)", RESULT, self.script("bytes 4000\nfinal 80 again"),
+             "SpeechBackground(silence/1,5)", RESULT]).wait(), ["result 1|0|error", "result 1|80|again"])
 
 
 class StopTest(LiveTest):
