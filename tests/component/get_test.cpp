@@ -121,4 +121,32 @@ TEST_F(GetTest, AHangUpWaitsForTheFinalReportOnlyWhenThereIsOne) {
   }
 }
 
+// The report says that the session is over before its result is written: get waits for both.
+TEST_F(GetTest, TheFinalReportIsReceivedTogetherWithItsResult) {
+  engine.continuous = engine.waitclose = engine.returnnlsml = 1;
+  stand_in::add_channel("u1", true);
+  create_and_start();
+  std::thread reporting;
+  plugin.on_stop = [&](quillbrook_context *context) {
+    if (reporting.joinable()) return;
+    reporting = std::thread([context] {
+      quillbrook_callback(context, "last words", QUILLBROOK_SCORE_INTERIM);
+      quillbrook_callback(context, nullptr, QUILLBROOK_SCORE_END);
+    });
+  };
+  std::string result;
+  std::atomic<bool> collected{false};
+  session()->grammar_lock.lock();  // which a document needs
+  std::thread collecting([&] {
+    result = get();
+    collected = true;
+  });
+  ASSERT_TRUE(eventually([&] { return shared_load(recognition()->plugin_closed) == 1; }));
+  for (int turn = 0; turn < 200 && !collected; ++turn) std::this_thread::sleep_for(std::chrono::microseconds(50));
+  session()->grammar_lock.unlock();
+  collecting.join();
+  reporting.join();
+  EXPECT_THAT(result, testing::EndsWith(".xml"));
+}
+
 }  // namespace
