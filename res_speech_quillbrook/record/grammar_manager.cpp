@@ -147,6 +147,10 @@ std::string GrammarManager::normalize(const std::string &text) const {
 }
 
 std::string GrammarManager::match(const std::string &input) const {
+  return matchInFull(input).tags;
+}
+
+GrammarMatch GrammarManager::matchInFull(const std::string &input) const {
   const std::string effective = normalize(input);
   notice("Match: %d grammar(s) loaded, %d active [%s], input [%s]\n", static_cast<int>(size()),
          static_cast<int>(activeCount()), activeNames().c_str(), effective.c_str());
@@ -161,11 +165,11 @@ std::string GrammarManager::match(const std::string &input) const {
     std::string tags = rule.empty() ? "" : tags_of(*grammar, rule, effective);
     if (!tags.empty()) {
       notice("Match: grammar %s matched rule [%s], tags [%s]\n", name.c_str(), rule.c_str(), tags.c_str());
-      return tags;
+      return {name, rule, tags};
     }
     notice("Match: no match in grammar %s (rule [%s])\n", name.c_str(), rule.c_str());
   }
-  return "";
+  return {};
 }
 
 std::string GrammarManager::words() const {

@@ -22,6 +22,14 @@ private:
   int error_;
 };
 
+// The first active grammar whose tags fit a text: its name, the public rule, the non-empty tags joined by a blank. All
+// empty when there is none.
+struct GrammarMatch {
+  std::string grammar;
+  std::string rule;
+  std::string tags;
+};
+
 class GrammarManager {
 public:
   GrammarManager();
@@ -57,6 +65,8 @@ public:
 
   // The non-empty tags of the first active grammar that yields any for `input`, joined by a blank; else empty.
   std::string match(const std::string &input) const;
+  // The same with the grammar and the rule.
+  GrammarMatch matchInFull(const std::string &input) const;
 
   // The words of the first active grammar that has any, joined by ", "; else empty.
   std::string words() const;

@@ -56,6 +56,7 @@ struct quillbrook_transcript_t {
   char *interpretation;
   char *json;
   int incomplete_reported;  // the incomplete error of the present silence is out
+  int no_match;             // the plugin has said that nothing was understood
 };
 
 // How far a run is. Only inside the plugin's loop is a thread left behind: everywhere else it comes to an end by

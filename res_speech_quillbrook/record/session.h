@@ -29,6 +29,7 @@
 #include "engine.h"
 #include "grammar_manager.h"
 #include "recognition.h"
+#include "result.h"
 
 // Sizes in bytes of the session's texts, the terminating zero included.
 constexpr size_t kNameSize = 150;
@@ -92,6 +93,11 @@ struct quillbrook_speech_t {
   int counter_result;  // result files written by the session
 
   str_fifo last_results;  // oldest first
+
+  // What is known about the result that the host fetched last, since the latest start, and about what keeps the
+  // recognition from having any. Empty when there is none. Under result_lock.
+  std::shared_ptr<const quillbrook_result_t> fetched;
+  std::shared_ptr<const quillbrook_result_t> failure;
 
   GrammarManager grammars QUILLBROOK_GUARDED_BY(grammar_lock);
 

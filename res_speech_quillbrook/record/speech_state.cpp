@@ -1,5 +1,7 @@
 #include "speech_state.h"
 
+#include "../support/printable.h"
+
 namespace {
 
 // Never destroyed: a PBX that ends without unloading its modules leaves the watch asleep on it, and to destroy what a
@@ -10,16 +12,74 @@ alignas(Bell) char bell_storage[sizeof(Bell)];
 
 Bell &quillbrook_watch_bell = *new (bell_storage) Bell();
 
-void quillbrook_note_result(quillbrook_speech_t *session) {
+namespace {
+
+void log_failure(const quillbrook_speech_t *session, quillbrook_cause cause, const char *reason) {
+  char engine[kEngineNameSize];
+  quillbrook_engine_host_name(*session->engine, engine, sizeof(engine));
+  ast_log(LOG_WARNING, "(%s) %s has no result (%s): %s; %s\n", session->name, engine, quillbrook_cause_name(cause),
+          Printable(reason).text(), quillbrook_cause_advice(cause));
+}
+
+// Without memory the result counts more than what is known about it.
+quillbrook_result_t failure(quillbrook_cause cause, const char *reason) {
+  quillbrook_result_t details;
+  details.cause = cause;
+  try {
+    details.reason = Printable(reason).text();
+  } catch (const std::bad_alloc &) {
+  }
+  return details;
+}
+
+std::shared_ptr<const quillbrook_result_t> share(quillbrook_result_t details) {
+  try {
+    return std::make_shared<const quillbrook_result_t>(std::move(details));
+  } catch (const std::bad_alloc &) {
+    return nullptr;
+  }
+}
+
+void fill_moments(const quillbrook_speech_t *session, quillbrook_result_t &details) {
+  const quillbrook_recognition_t *recognition = session->recognition;
+  if (!recognition || !recognition->delivered) {
+    return;
+  }
+  const quillbrook_transcript_t &transcript = *recognition->delivered;
+  details.length = ast_tvdiff_ms(ast_tvnow(), transcript.datestart);
+  if (!ast_tvzero(transcript.datefirst)) {
+    details.first = ast_tvdiff_ms(transcript.datefirst, transcript.datestart);
+  }
+}
+
+}  // namespace
+
+void quillbrook_push_result(quillbrook_speech_t *session, const char *text, quillbrook_result_t details) {
+  fill_moments(session, details);
+  str_fifo_push(&session->last_results, text, share(std::move(details)));
   session->watch.result_waits = 1;
   session->watch.looks_not_ready = 0;
   quillbrook_watch_bell.ring();
 }
 
-void quillbrook_queue_result(struct ast_speech *speech, quillbrook_speech_t *session, const char *result) {
-  str_fifo_push(&session->last_results, result);
-  quillbrook_note_result(session);
+void quillbrook_queue_result(struct ast_speech *speech, quillbrook_speech_t *session, const char *text,
+                             quillbrook_result_t details) {
+  quillbrook_push_result(session, text, std::move(details));
   quillbrook_set_done(speech, session);
+}
+
+void quillbrook_queue_error(struct ast_speech *speech, quillbrook_speech_t *session, quillbrook_cause cause,
+                            const char *reason) {
+  log_failure(session, cause, reason);
+  quillbrook_queue_result(speech, session, "error", failure(cause, reason));
+}
+
+void quillbrook_note_failure(quillbrook_speech_t *session, quillbrook_cause cause, const char *reason) {
+  log_failure(session, cause, reason);
+  MutexLock held(session->result_lock);
+  if (!session->failure) {
+    session->failure = share(failure(cause, reason));
+  }
 }
 
 void quillbrook_set_done(struct ast_speech *speech, quillbrook_speech_t *session) {

@@ -1,19 +1,31 @@
-// The host's state of a speech object. A state is set together with what it says about the queue of results, under
-// result_lock, so that a READY never covers the DONE of a result that came in between.
+// The queue of results and the host's state of a speech object. A state is set together with what it says about the
+// queue, under result_lock, so that a READY never covers the DONE of a result that came in between.
 #pragma once
 
 #include "../support/bell.h"
+#include "result.h"
 #include "session.h"
 
 // Wakes the watch thread (session/watch.h): there is something to look at.
 extern Bell &quillbrook_watch_bell;
 
-// To be called for each result that is queued, which the watch looks after until the host asks for it.
-void quillbrook_note_result(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->result_lock);
+// Puts a result into the queue, which the watch looks after until the host asks for it. The moments in `details` are
+// filled in here.
+void quillbrook_push_result(quillbrook_speech_t *session, const char *text, quillbrook_result_t details)
+    QUILLBROOK_REQUIRES(session->result_lock);
 
 // Queues a result and announces it: the entry is there before the state says so.
-void quillbrook_queue_result(struct ast_speech *speech, quillbrook_speech_t *session, const char *result)
-    QUILLBROOK_REQUIRES(session->result_lock);
+void quillbrook_queue_result(struct ast_speech *speech, quillbrook_speech_t *session, const char *text,
+                             quillbrook_result_t details) QUILLBROOK_REQUIRES(session->result_lock);
+
+// The same for the result "error", with a line in the log. `reason` is of the provider or the system, in its own words.
+void quillbrook_queue_error(struct ast_speech *speech, quillbrook_speech_t *session, quillbrook_cause cause,
+                            const char *reason) QUILLBROOK_REQUIRES(session->result_lock);
+
+// Remembers, with a line in the log, what keeps a recognition from having any result: it is what the dialplan learns
+// when there is none. The first failure of a recognition counts.
+void quillbrook_note_failure(quillbrook_speech_t *session, quillbrook_cause cause, const char *reason)
+    QUILLBROOK_EXCLUDES(session->result_lock);
 
 // Announces that results wait.
 void quillbrook_set_done(struct ast_speech *speech, quillbrook_speech_t *session)

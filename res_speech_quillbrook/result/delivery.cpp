@@ -17,9 +17,49 @@ void next_result_path(char (&path)[kResultPathSize], quillbrook_speech_t *sessio
   trace(2, "Set file result =%s\n", path);
 }
 
-void fail(const quillbrook_message &message, const char *path) QUILLBROOK_REQUIRES(message.session->result_lock) {
+// `error` is the system's.
+void fail(const quillbrook_message &message, const char *path, int error)
+    QUILLBROOK_REQUIRES(message.session->result_lock) {
   ast_log(LOG_ERROR, "(%s) Cannot create recognition result file : %s!\n", message.session->name, path);
-  quillbrook_queue_result(message.speech, message.session, "error");
+  char reason[kResultPathSize + 80];
+  snprintf(reason, sizeof(reason), "%s: %s", path, strerror(error));
+  quillbrook_queue_error(message.speech, message.session, kCauseStorage, reason);
+}
+
+std::string text_or_empty(const char *text) {
+  return text ? text : "";
+}
+
+// What the active grammars say to a text.
+struct Judgement {
+  bool refused = false;
+  GrammarMatch match;
+};
+
+void fill(quillbrook_result_t &details, const quillbrook_transcript_t &transcript, const Judgement &judgement) {
+  details.input = text_or_empty(transcript.text);
+  details.json = text_or_empty(transcript.json);
+  if (judgement.refused) {
+    details.reason = "no active grammar accepts the text";
+  } else if (transcript.no_match) {
+    details.reason = "the recogniser understood nothing";
+  } else {
+    details.meaning = text_or_empty(transcript.interpretation);
+    details.grammar = judgement.match.grammar;
+    details.rule = judgement.match.rule;
+  }
+}
+
+// What is known about the text that is delivered. Without memory for it the text is delivered all the same.
+quillbrook_result_t describe(const quillbrook_transcript_t &transcript, const Judgement &judgement) {
+  quillbrook_result_t details;
+  details.cause = judgement.refused || transcript.no_match ? kCauseNoMatch : kCauseUnderstood;
+  details.score = transcript.score;
+  guarded("quillbrook_deliver", 0, [&] {
+    fill(details, transcript, judgement);
+    return 0;
+  });
+  return details;
 }
 
 void deliver_json(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
@@ -29,11 +69,11 @@ void deliver_json(const quillbrook_message &message) QUILLBROOK_REQUIRES(message
   next_result_path(path, session, "json");
   const char *content = transcript.json ? transcript.json : transcript.text;
   if (!quillbrook_write_result_file(path, [content](FILE *file) { fputs(content, file); })) {
-    fail(message, path);
+    fail(message, path, errno);
     return;
   }
   session_notice(session, "Recognition result: %s (with file %s)\n", transcript.text, path);
-  quillbrook_queue_result(message.speech, message.session, path);
+  quillbrook_queue_result(message.speech, message.session, path, describe(transcript, {}));
   // The next finish of a continuous session must not find this text again.
   if (session->engine->continuous) {
     quillbrook_release_text(transcript.text);
@@ -46,29 +86,32 @@ void copy_grammar_id(char (&grammar_id)[kGrammarNameSize], quillbrook_speech_t *
 }
 
 // Memory may run out on a long text, and the transcript is to be delivered all the same.
-std::string tags_of(const GrammarManager &grammars, const char *text) {
-  return guarded("GrammarManager::match", std::string(), [&] { return grammars.match(text); });
+GrammarMatch match(const GrammarManager &grammars, const char *text) {
+  return guarded("GrammarManager::match", GrammarMatch(), [&] { return grammars.matchInFull(text); });
 }
 
 // The tags of the session's grammars become the interpretation. A transcript that no active grammar accepts is no
 // match, whatever confidence the provider gave.
-void apply_grammars(const quillbrook_message &message) {
+Judgement apply_grammars(const quillbrook_message &message) {
   quillbrook_speech_t *session = message.session;
   quillbrook_transcript_t &transcript = message.transcript;
   MutexLock held(session->grammar_lock);
   if (!session->grammars.hasGrammar()) {
-    return;
+    return {};
   }
-  const std::string rule = tags_of(session->grammars, transcript.text);
+  Judgement judgement = {false, match(session->grammars, transcript.text)};
+  const std::string &rule = judgement.match.tags;
   trace(2, "JSGF input = %s\n", transcript.text);
   if (rule.empty()) {
     trace(2, "JSGF grammar no match !\n");
     transcript.score = 0;
-    return;
+    judgement.refused = true;
+    return judgement;
   }
   trace(2, "JSGF grammar match = %s\n", rule.c_str());
   quillbrook_release_text(transcript.interpretation);
   transcript.interpretation = ast_strdup(rule.c_str());
+  return judgement;
 }
 
 void finalize_after_result(const quillbrook_message &message) {
@@ -92,13 +135,12 @@ void deliver_nlsml(const quillbrook_message &message) QUILLBROOK_REQUIRES(messag
   next_result_path(path, session, "xml");
   trace(2, "Use interpretation = %s\n", shown(transcript.interpretation));
   trace(2, "Use text = %s\n", transcript.text);
-  apply_grammars(message);
+  const Judgement judgement = apply_grammars(message);
   const quillbrook_nlsml document = {grammar_id, transcript.score, transcript.text, transcript.interpretation,
                                      transcript.json};
   if (quillbrook_write_result_file(path, [&document](FILE *file) { quillbrook_write_nlsml(file, document); })) {
     session_notice(session, "Recognition result: %s (with file %s)\n", transcript.text, path);
-    str_fifo_push(&session->last_results, path);
-    quillbrook_note_result(message.session);
+    quillbrook_push_result(session, path, describe(transcript, judgement));
     session_notice(session, "Set last result : %d\n", static_cast<int>(str_fifo_count(&session->last_results)));
     quillbrook_release_text(transcript.interpretation);
     quillbrook_release_text(transcript.text);
@@ -106,7 +148,7 @@ void deliver_nlsml(const quillbrook_message &message) QUILLBROOK_REQUIRES(messag
     transcript.scores_count = 0;
     quillbrook_set_done(message.speech, message.session);
   } else {
-    fail(message, path);
+    fail(message, path, errno);
   }
   finalize_after_result(message);
 }
@@ -115,7 +157,7 @@ void deliver_text(const quillbrook_message &message) QUILLBROOK_REQUIRES(message
   quillbrook_speech_t *session = message.session;
   quillbrook_transcript_t &transcript = message.transcript;
   session_notice(session, "Asterisk speech variable recognition result: %s\n", transcript.text);
-  quillbrook_queue_result(message.speech, message.session, transcript.text);
+  quillbrook_queue_result(message.speech, message.session, transcript.text, describe(transcript, {}));
   quillbrook_release_text(transcript.text);
 }
 
@@ -134,4 +176,5 @@ void quillbrook_deliver(quillbrook_message &message) {
   } else {
     deliver_text(message);
   }
+  message.transcript.no_match = 0;
 }

@@ -115,7 +115,10 @@ void report_incomplete(const quillbrook_message &message) QUILLBROOK_REQUIRES(me
   }
   transcript.incomplete_reported = 1;
   ast_log(LOG_ERROR, "(%s) Error with incomplete timeout!\n", message.session->name);
-  quillbrook_queue_result(message.speech, message.session, "error");
+  char reason[80];
+  snprintf(reason, sizeof(reason), "no new words for %d ms and no end of the utterance",
+           static_cast<int>(text_silence(transcript)));
+  quillbrook_queue_error(message.speech, message.session, kCauseIncomplete, reason);
   shared_store(message.context->finalize, 1);
 }
 

@@ -46,8 +46,10 @@ FILE *quillbrook_create_result_file(const char *path) {
   }
   FILE *file = fdopen(descriptor, "wb");
   if (!file) {
+    const int error = errno;
     close(descriptor);
     unlink(path);
+    errno = error;
   }
   return file;
 }
@@ -57,6 +59,8 @@ bool quillbrook_finish_result_file(FILE *file, const char *path) {
   if (fclose(file) == 0 && written) {
     return true;
   }
+  const int error = errno;
   unlink(path);
+  errno = error;
   return false;
 }

@@ -77,6 +77,7 @@ void quillbrook_take_no_match(quillbrook_message &message) {
   }
   quillbrook_release_text(message.transcript.text);
   message.transcript.text = copy;
+  message.transcript.no_match = 1;
   trace(2, "Set score = -2 !\n");
   message.score = QUILLBROOK_SCORE_FINISH;
 }

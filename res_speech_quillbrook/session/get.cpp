@@ -116,9 +116,10 @@ struct ast_speech_result *take_result(struct ast_speech *speech, quillbrook_spee
   // Score, queue and state go together: in a continuous session the plugin reports on meanwhile.
   MutexLock held(session->result_lock);
   if (result) {
-    result->text = str_fifo_pop(&session->last_results);
+    result->text = str_fifo_pop(&session->last_results, session->fetched);
     if (!result->text) {
       result->text = ast_strdup("error");
+      session->fetched = session->failure;
     }
     result->score = score_of(session);
     session_notice(session, "Got last result (older one)!\n");

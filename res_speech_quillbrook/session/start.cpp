@@ -29,6 +29,12 @@ void drop_results(quillbrook_speech_t *session) {
   str_fifo_init(&session->last_results);
 }
 
+// What was known about the former result goes, as the result itself does in the host.
+void forget(quillbrook_speech_t *session, std::shared_ptr<const quillbrook_result_t> &details) {
+  MutexLock held(session->result_lock);
+  details = nullptr;
+}
+
 // A start on a running recognition releases the prompting wait.
 void go_on(struct ast_speech *speech, quillbrook_speech_t *session) {
   session_notice(session, "Recognition already started!\n");
@@ -63,6 +69,7 @@ void add_run(struct ast_speech *speech, quillbrook_speech_t *session, quillbrook
   quillbrook_run_t *run = quillbrook_add_run(recognition);
   if (!run) {
     ast_log(LOG_ERROR, "Enable to create quillbrook context\n");
+    quillbrook_note_failure(session, kCauseMemory, strerror(ENOMEM));
     return;
   }
   run->speech = speech;
@@ -71,7 +78,7 @@ void add_run(struct ast_speech *speech, quillbrook_speech_t *session, quillbrook
   run->session = session;
 }
 
-void open_stream(const quillbrook_speech_t *session, quillbrook_recognition_t *recognition) {
+void open_stream(quillbrook_speech_t *session, quillbrook_recognition_t *recognition) {
   const char *format = session->engine->ws_format;
   // Without a context the session's own address keeps the name apart from those of other sessions.
   const void *address = recognition->context1 ? static_cast<const void *>(recognition->context1) : session;
@@ -85,6 +92,7 @@ void open_stream(const quillbrook_speech_t *session, quillbrook_recognition_t *r
     ast_log(LOG_ERROR, "Cannot open %s.%s\n", base, format);
     ast_log(LOG_NOTICE,
             "The key format names an extension of 'core show file formats', and /tmp has to be writable.\n");
+    quillbrook_note_failure(session, kCauseStorage, "the audio cannot be written");
   }
 }
 
@@ -98,10 +106,11 @@ void install(quillbrook_speech_t *session, quillbrook_recognition_t *recognition
   session->watch.result_waits = 0;
 }
 
-quillbrook_recognition_t *make_recognition(const quillbrook_speech_t *session) {
+quillbrook_recognition_t *make_recognition(quillbrook_speech_t *session) {
   quillbrook_recognition_t *recognition = quillbrook_make_recognition();
   if (!recognition) {
     ast_log(LOG_ERROR, "Enable to create quillbrook context\n");
+    quillbrook_note_failure(session, kCauseMemory, strerror(ENOMEM));
     return nullptr;
   }
   copy_text(recognition->uniqueid, session->uniqueid);
@@ -130,6 +139,7 @@ void run_plugin(struct ast_speech *speech, quillbrook_speech_t *session) {
 }
 
 void start(struct ast_speech *speech, quillbrook_speech_t *session) {
+  forget(session, session->failure);
   session_notice(session, "Start recognition\n");
   session_notice(session, "Set state READY\n");
   ast_speech_change_state(speech, AST_SPEECH_STATE_READY);
@@ -167,6 +177,7 @@ int quillbrook_recog_start(struct ast_speech *speech) {
   return guarded("quillbrook_recog_start", 0, [=] {
     quillbrook_speech_t *session = quillbrook_session_of(speech);
     session_notice(session, "Plugin name = %s\n", shown(session->engine->plugin_name));
+    forget(session, session->fetched);
     const bool digits = abandoned_by_digits(speech, session);
     const bool passed_over = takes_passed_over(session);
     if (passed_over && session->engine->continuous) {

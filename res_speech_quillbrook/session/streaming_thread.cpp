@@ -1,6 +1,7 @@
 #include "streaming_thread.h"
 
 #include "../support/guard.h"
+#include "../support/printable.h"
 #include "../record/speech_state.h"
 #include "../result/callback.h"
 #include "stream_file.h"
@@ -109,6 +110,12 @@ bool prepare_second(quillbrook_speech_t *, const quillbrook_run_t &run) {
   return stat_stream(run, &status) && !finalize_raised(&run.context);
 }
 
+// The plugin's words behind the mark of a failure.
+const char *failure_text(const char *extra) {
+  const char *text = extra + sizeof(kFailurePrefix) - 1;
+  return text + strspn(text, " ");
+}
+
 // What the plugin left in `extra` when it cannot go on. False when there is nothing.
 bool report_failure(quillbrook_speech_t *session, quillbrook_run_t &run) {
   quillbrook_context &context = run.context;
@@ -116,10 +123,10 @@ bool report_failure(quillbrook_speech_t *session, quillbrook_run_t &run) {
   if (strncmp(context.extra, kFailurePrefix, sizeof(kFailurePrefix) - 1) != 0) {
     return false;
   }
-  ast_log(LOG_WARNING, "(%s) QuillBrook plugin error: %s\n", session->name, context.extra);
+  ast_log(LOG_WARNING, "(%s) QuillBrook plugin error: %s\n", session->name, Printable(context.extra).text());
   MutexLock held(session->result_lock);
   if (str_fifo_empty(&session->last_results)) {
-    quillbrook_queue_result(run.speech, session, "error");
+    quillbrook_queue_error(run.speech, session, kCauseProvider, failure_text(context.extra));
   } else {
     quillbrook_set_done(run.speech, session);
   }
@@ -147,7 +154,7 @@ void finish_for_plugin(quillbrook_speech_t *session, struct ast_speech *speech, 
   if (str_fifo_empty(&session->last_results)) {
     ast_log(LOG_WARNING, "(%s) The plugin %s returned after words, without a result\n", session->name,
             shown(session->engine->plugin_name));
-    quillbrook_queue_result(speech, session, "error");
+    quillbrook_queue_error(speech, session, kCausePlugin, "it returned after words, without a result");
   }
 }
 
@@ -247,6 +254,7 @@ int launch(quillbrook_speech_t *session, quillbrook_run_t &run, void *(*entry)(v
   context->thread = kNoThread;
   if (guarded("plugin_init", -1, [=] { return session->engine->plugin_init(context); })) {
     ast_log(LOG_WARNING, "%s", words.refused);
+    quillbrook_note_failure(session, kCausePlugin, "it refused the recognition");
     return -1;
   }
   if (host_debug_at_least(3)) {
@@ -259,6 +267,7 @@ int launch(quillbrook_speech_t *session, quillbrook_run_t &run, void *(*entry)(v
   if (result) {
     shared_decrement(run.recognition->running);
     context->thread = kNoThread;
+    quillbrook_note_failure(session, kCauseMemory, strerror(result));
   }
   return result;
 }

@@ -59,7 +59,7 @@ int look_at_plugin(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->re
   recognition->silence_reported = 1;
   ast_log(LOG_ERROR, "(%s) The plugin %s has not called back for %d ms: the recognition ends\n", session->name,
           shown(session->engine->plugin_name), limit);
-  quillbrook_queue_result(session->watch.speech, session, "error");
+  quillbrook_queue_error(session->watch.speech, session, kCausePlugin, "it has stopped calling back");
   return kWatchInterval;
 }
 

@@ -1,5 +1,14 @@
 #include "str_fifo.h"
 
+namespace {
+
+void release(str_item *item) {
+  item->~str_item();
+  ast_free(item);
+}
+
+}  // namespace
+
 int str_fifo_init(str_fifo *fifo) {
   if (!fifo) {
     return -1;
@@ -16,7 +25,7 @@ void str_fifo_destroy(str_fifo *fifo) {
   AST_RWLIST_WRLOCK(&fifo->items);
   while (str_item *item = AST_RWLIST_REMOVE_HEAD(&fifo->items, entry)) {
     ast_free(item->value);
-    ast_free(item);
+    release(item);
   }
   fifo->count = 0;
   AST_RWLIST_UNLOCK(&fifo->items);
@@ -24,16 +33,22 @@ void str_fifo_destroy(str_fifo *fifo) {
 }
 
 int str_fifo_push(str_fifo *fifo, const char *s) {
+  return str_fifo_push(fifo, s, nullptr);
+}
+
+int str_fifo_push(str_fifo *fifo, const char *s, std::shared_ptr<const quillbrook_result_t> details) {
   if (!fifo || !s) {
     return -1;
   }
-  str_item *item = host_calloc<str_item>();
-  if (!item) {
+  void *memory = ast_calloc(1, sizeof(str_item));
+  if (!memory) {
     return -1;
   }
+  auto *item = new (memory) str_item();
+  item->details = std::move(details);
   item->value = ast_strdup(s);
   if (!item->value) {
-    ast_free(item);
+    release(item);
     return -1;
   }
   AST_RWLIST_WRLOCK(&fifo->items);
@@ -44,6 +59,11 @@ int str_fifo_push(str_fifo *fifo, const char *s) {
 }
 
 char *str_fifo_pop(str_fifo *fifo) {
+  std::shared_ptr<const quillbrook_result_t> details;
+  return str_fifo_pop(fifo, details);
+}
+
+char *str_fifo_pop(str_fifo *fifo, std::shared_ptr<const quillbrook_result_t> &details) {
   if (!fifo) {
     return nullptr;
   }
@@ -57,7 +77,8 @@ char *str_fifo_pop(str_fifo *fifo) {
     return nullptr;
   }
   char *value = item->value;
-  ast_free(item);
+  details = std::move(item->details);
+  release(item);
   return value;
 }
 

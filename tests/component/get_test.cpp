@@ -47,6 +47,7 @@ TEST_F(GetTest, AForcedFinishGivesWhatWasHeardSoFar) {
   start();
   send("one", 80);
   send("two", QUILLBROOK_SCORE_INTERIM);
+  finish();
   // Without memory for the host's record the result waits.
   stand_in::fail_allocations_of(sizeof(ast_speech_result));
   EXPECT_EQ(get(), "(none)");
