@@ -1,8 +1,7 @@
-// The server's messages: what they say, and making them safe to read.
+// The server's messages: what they say.
 #pragma once
 
 #include <string>
-#include <string_view>
 
 namespace quillbrook::websocket {
 
@@ -20,12 +19,7 @@ struct Answer {
   int confidence = 0;  // of a final: 1 to 100, the mean of its figures
 };
 
-// The message as a valid JSON text wherever a server's known slips are all that is wrong: bytes that are no UTF-8 and
-// escapes that are half of a surrogate pair become U+FFFD, control characters become blanks, and numbers that JSON
-// does not have (nan, inf, 1e999) become null. Takes one pass.
-std::string repaired(std::string_view message);
-
-// Reads a repaired message. Throws Failure when it is no JSON object or is nested too deeply.
+// Reads a message that repaired() has seen. Throws Failure when it is no JSON object or is nested too deeply.
 Answer parse_answer(const std::string &json);
 
 }  // namespace quillbrook::websocket

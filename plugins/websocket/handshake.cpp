@@ -11,6 +11,8 @@
 
 namespace quillbrook::websocket {
 
+using namespace common;
+
 namespace {
 
 std::string base64(const unsigned char *bytes, int size) {

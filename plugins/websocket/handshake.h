@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "settings.h"
+#include "url.h"
 
 namespace quillbrook::websocket {
 
@@ -11,7 +11,7 @@ namespace quillbrook::websocket {
 std::string new_key();
 
 // The client's request, with the empty line at its end.
-std::string upgrade_request(const Url &url, const std::string &key);
+std::string upgrade_request(const common::Url &url, const std::string &key);
 
 // Throws Failure unless `head`, the answer up to its empty line, opens a connection for that key.
 void check_upgrade(const std::string &head, const std::string &key);

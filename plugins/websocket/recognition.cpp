@@ -4,6 +4,8 @@
 #include <nlohmann/json.hpp>
 
 #include "failure.h"
+#include "json_text.h"
+#include "phrases.h"
 
 namespace quillbrook::websocket {
 
@@ -19,28 +21,11 @@ constexpr Milliseconds kFarewell{70};
 // Servers compare this message letter by letter, so the blanks belong to it.
 constexpr char kEndOfAudio[] = R"({"eof" : 1})";
 
-// Phrases separated by commas. The record cuts a long list at its end: the last phrase may then be half a word.
-std::vector<std::string> phrases_of(const std::string &text) {
-  const bool cut = text.size() + 1 >= QUILLBROOK_TEXT_SIZE;
-  std::vector<std::string> phrases;
-  size_t from = 0;
-  while (from < text.size()) {
-    const size_t comma = text.find(',', from);
-    if (comma == std::string::npos && cut && !phrases.empty()) break;
-    const size_t end = std::min(comma, text.size());
-    const size_t first = std::min(text.find_first_not_of(" \t\r\n", from), end);
-    const size_t last = text.find_last_not_of(" \t\r\n", end - 1);
-    if (first < end) phrases.push_back(text.substr(first, last + 1 - first));
-    from = end + 1;
-  }
-  return phrases;
-}
-
 }  // namespace
 
 Recognition::Recognition(Link &link)
     : link_(link),
-      url_(parse_url(link.record().profile[0] != '\0' ? link.record().profile : kDefaultUrl)),
+      url_(parse_url(link.record().profile[0] != '\0' ? link.record().profile : kDefaultUrl, "ws", "wss")),
       settings_(parse_settings(link.record().configuration)),
       audio_(link.record().filename != nullptr ? link.record().filename : "",
              link.record().format != nullptr ? link.record().format : "") {

@@ -7,9 +7,19 @@
 #include <string>
 
 #include "descriptor.h"
+#include "failure.h"
+#include "link.h"
 #include "settings.h"
+#include "url.h"
 
 namespace quillbrook::websocket {
+
+using namespace common;  // what network plugins share
+
+// The connection was up and is gone; another one may do better.
+struct Lost : Failure {
+  using Failure::Failure;
+};
 
 class Transport {
 public:

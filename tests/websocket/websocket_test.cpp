@@ -13,15 +13,17 @@
 
 #include "answer.h"
 #include "failure.h"
+#include "json_text.h"
 #include "plugin_driver.h"
 #include "settings.h"
 #include "speech_server.h"
 #include "stream_file.h"
+#include "url.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using quillbrook::websocket::Failure;
+using quillbrook::common::Failure;
 using namespace speech_server;
 
 size_t entries(const char *folder) {
@@ -475,7 +477,7 @@ TEST(ManyCalls, RunBesideEachOtherAndLeaveNothing) {
 }
 
 TEST(Audio, IsReadAsLinearSamplesWhileTheFileGrows) {
-  using quillbrook::websocket::StreamFile;
+  using quillbrook::common::StreamFile;
   const std::string path = scratch_folder() + "/audio";
   const auto file = [&](const std::string &bytes, bool anew) {
     std::ofstream(path, std::ios::binary | (anew ? std::ios::trunc : std::ios::app)) << bytes;
@@ -516,7 +518,7 @@ TEST(Audio, IsReadAsLinearSamplesWhileTheFileGrows) {
 TEST(Answers, AreReadAndMadeSafe) {
   using quillbrook::websocket::parse_answer;
   const auto read = [](const std::string &message) {
-    const auto answer = parse_answer(quillbrook::websocket::repaired(message));
+    const auto answer = parse_answer(quillbrook::common::repaired(message));
     return answer.text + (answer.final ? "/" + std::to_string(answer.confidence) : "");
   };
   EXPECT_EQ(read(R"({"partial" : "one"})"), "one");
@@ -551,15 +553,15 @@ TEST(Answers, AreReadAndMadeSafe) {
     message.resize(random() % 2 == 0 ? message.size() : random() % message.size());
     try {
       const std::string text = read(message);
-      EXPECT_EQ(quillbrook::websocket::repaired(text), text) << message;
+      EXPECT_EQ(quillbrook::common::repaired(text), text) << message;
     } catch (const Failure &) {
     }
   }
 }
 
 TEST(Settings, AreReadOrRefused) {
+  using quillbrook::common::parse_url;
   using quillbrook::websocket::parse_settings;
-  using quillbrook::websocket::parse_url;
   const auto settings = parse_settings(" tls_verify=no,tls_ca=/a/b.pem words=off, hints=0\tfinal_timeout=10 ");
   EXPECT_FALSE(settings.tls_verify || settings.words || settings.hints);
   EXPECT_EQ(settings.tls_ca, "/a/b.pem");
@@ -569,7 +571,7 @@ TEST(Settings, AreReadOrRefused) {
     EXPECT_THROW(parse_settings(bad), Failure) << bad;
   }
   const auto parts = [](const char *text) {
-    const auto url = parse_url(text);
+    const auto url = parse_url(text, "ws", "wss");
     return std::string(url.tls ? "tls " : "") + url.host + " " + url.port + " " + url.authority + " " + url.target;
   };
   EXPECT_EQ(parts("ws://a"), "a 80 a /");
@@ -577,7 +579,7 @@ TEST(Settings, AreReadOrRefused) {
   EXPECT_EQ(parts("ws://[::1]:2700/p/q"), "::1 2700 [::1]:2700 /p/q");
   for (const char *bad : {"", "ws:/a", "ws://", "ws://:80", "ws://a:0", "ws://a:65536", "ws://a:8x", "ws://[::1",
                           "ws://[::1]x", "ws://user@a", "ws://a/b c", "ws://a/\r\nX: y"}) {
-    EXPECT_THROW(parse_url(bad), Failure) << bad;
+    EXPECT_THROW(parse_url(bad, "ws", "wss"), Failure) << bad;
   }
 }
 

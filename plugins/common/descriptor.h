@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-namespace quillbrook::websocket {
+namespace quillbrook::common {
 
 // Owns a file descriptor.
 class Descriptor {
@@ -26,4 +26,4 @@ private:
   int value_;
 };
 
-}  // namespace quillbrook::websocket
+}  // namespace quillbrook::common

@@ -12,7 +12,7 @@
 
 #include "quillbrook.h"
 
-namespace quillbrook::websocket {
+namespace quillbrook::common {
 
 using Clock = std::chrono::steady_clock;
 using Moment = Clock::time_point;
@@ -23,8 +23,9 @@ constexpr Milliseconds kTurn{30};
 
 class Link {
 public:
-  // The record must outlive the link.
-  explicit Link(quillbrook_context *context) : context_(context), next_turn_(Clock::now()) {}
+  // The record must outlive the link. `plugin` is what the plugin's lines in the log begin with.
+  Link(quillbrook_context *context, const char *plugin)
+      : context_(context), plugin_(plugin), next_turn_(Clock::now()) {}
 
   const quillbrook_context &record() const { return *context_; }
   bool stopped() const { return __atomic_load_n(&context_->hangup, __ATOMIC_ACQUIRE) == QUILLBROOK_HANGUP_STOPPED; }
@@ -62,13 +63,17 @@ public:
   // As wait(), for the way to a server: throws Stopped, and Failure(reason) when the time is up.
   void wait_or_fail(int descriptor, short events, Moment until, const char *reason);
 
+  // What a plugin's stop function does, from another thread: all waiting above ends within a turn.
+  static void stop(quillbrook_context *context);
+
 private:
   void call(const char *text, int score);
 
   quillbrook_context *context_;
+  const char *plugin_;
   Moment next_turn_;
   bool listening_ = true;
   bool ended_ = false;
 };
 
-}  // namespace quillbrook::websocket
+}  // namespace quillbrook::common

@@ -7,7 +7,7 @@
 
 #include "failure.h"
 
-namespace quillbrook::websocket {
+namespace quillbrook::common {
 
 namespace {
 
@@ -121,4 +121,4 @@ size_t StreamFile::read(size_t count, bool rest, std::string &audio) {
   return samples;
 }
 
-}  // namespace quillbrook::websocket
+}  // namespace quillbrook::common

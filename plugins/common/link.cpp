@@ -6,7 +6,13 @@
 
 #include "failure.h"
 
-namespace quillbrook::websocket {
+namespace quillbrook::common {
+
+void Link::stop(quillbrook_context *context) {
+  // In this order: who sees finalize raised by a stop also sees that it is a stop.
+  __atomic_store_n(&context->hangup, QUILLBROOK_HANGUP_STOPPED, __ATOMIC_RELEASE);
+  __atomic_store_n(&context->finalize, 1, __ATOMIC_RELEASE);
+}
 
 void Link::lower_finalize() {
   if (!stopped()) __atomic_store_n(&context_->finalize, 0, __ATOMIC_RELEASE);
@@ -37,7 +43,7 @@ void Link::fail(const std::string &reason) {
 void Link::debug(const char *event, const std::string &detail) const {
   if (context_->debug == 0 || context_->filelog == nullptr) return;
   // One call a line: other calls write to the same file.
-  fprintf(context_->filelog, "websocket (%s): %s%s\n", context_->param, event, detail.c_str());
+  fprintf(context_->filelog, "%s (%s): %s%s\n", plugin_, context_->param, event, detail.c_str());
 }
 
 Link::Wait Link::wait(int descriptor, short events, Moment until, Heed heed) {
@@ -73,4 +79,4 @@ void Link::wait_or_fail(int descriptor, short events, Moment until, const char *
   }
 }
 
-}  // namespace quillbrook::websocket
+}  // namespace quillbrook::common

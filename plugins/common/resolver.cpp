@@ -14,7 +14,7 @@
 
 #include "failure.h"
 
-namespace quillbrook::websocket {
+namespace quillbrook::common {
 
 namespace {
 
@@ -127,4 +127,4 @@ std::vector<Address> resolve(Link &link, const std::string &host, const std::str
   return lookup.found;
 }
 
-}  // namespace quillbrook::websocket
+}  // namespace quillbrook::common

@@ -8,7 +8,7 @@
 
 #include "link.h"
 
-namespace quillbrook::websocket {
+namespace quillbrook::common {
 
 struct Address {
   sockaddr_storage socket = {};
@@ -19,4 +19,4 @@ struct Address {
 // Throws Failure, and Stopped.
 std::vector<Address> resolve(Link &link, const std::string &host, const std::string &port, Moment deadline);
 
-}  // namespace quillbrook::websocket
+}  // namespace quillbrook::common

@@ -11,7 +11,7 @@
 
 #include "descriptor.h"
 
-namespace quillbrook::websocket {
+namespace quillbrook::common {
 
 class StreamFile {
 public:
@@ -46,4 +46,4 @@ private:
   std::vector<uint8_t> buffer_;
 };
 
-}  // namespace quillbrook::websocket
+}  // namespace quillbrook::common

@@ -1,0 +1,49 @@
+#include "parameters.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <charconv>
+
+namespace quillbrook::common {
+
+bool take_parameter(std::string_view &text, Parameter &parameter) {
+  constexpr std::string_view kSeparators = ", \t\r\n";
+  text.remove_prefix(std::min(text.find_first_not_of(kSeparators), text.size()));
+  if (text.empty()) return false;
+  parameter.text = text.substr(0, text.find_first_of(kSeparators));
+  text.remove_prefix(parameter.text.size());
+  const size_t equals = std::min(parameter.text.find('='), parameter.text.size());
+  parameter.key = parameter.text.substr(0, equals);
+  parameter.value = equals < parameter.text.size() ? parameter.text.substr(equals + 1) : "";
+  return true;
+}
+
+bool number(std::string_view value, int least, int most, int &result) {
+  int read = 0;
+  const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), read);
+  if (error != std::errc() || end != value.data() + value.size() || read < least || read > most) return false;
+  result = read;
+  return true;
+}
+
+bool truth(const std::string &value, bool &result) {
+  for (const char *yes : {"yes", "true", "on", "1"}) {
+    if (strcasecmp(value.c_str(), yes) == 0) return result = true;
+  }
+  for (const char *no : {"no", "false", "off", "0"}) {
+    if (strcasecmp(value.c_str(), no) == 0) return !(result = false);
+  }
+  return false;
+}
+
+bool milliseconds(std::string_view value, std::chrono::milliseconds &result) {
+  constexpr int kLeast = 10;
+  constexpr int kMost = 60000;
+  int count = 0;
+  if (!number(value, kLeast, kMost, count)) return false;
+  result = std::chrono::milliseconds(count);
+  return true;
+}
+
+}  // namespace quillbrook::common

@@ -1,0 +1,24 @@
+// What operators write into `configuration`: parameters "key=value", separated by commas or blanks.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <string_view>
+
+namespace quillbrook::common {
+
+struct Parameter {
+  std::string text;  // as it stands there
+  std::string key;
+  std::string value;  // empty when there is no "="
+};
+
+// Takes the next parameter off the front of the text. False when there is none left.
+bool take_parameter(std::string_view &text, Parameter &parameter);
+
+// Each gives whether the value is one; the result is left alone when it is not.
+bool number(std::string_view value, int least, int most, int &result);
+bool truth(const std::string &value, bool &result);                            // yes, true, on, 1; no, false, off, 0
+bool milliseconds(std::string_view value, std::chrono::milliseconds &result);  // a limit: 10 to 60000
+
+}  // namespace quillbrook::common

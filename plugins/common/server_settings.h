@@ -1,0 +1,21 @@
+// Parameters of every plugin that talks to a server.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "parameters.h"
+
+namespace quillbrook::common {
+
+struct ServerSettings {
+  bool tls_verify = true;                           // refuse a server whose certificate does not prove its name
+  std::string tls_ca;                               // PEM file of authorities; empty: the system's
+  std::chrono::milliseconds connect_timeout{3000};  // name, TCP, TLS and handshake together
+  std::chrono::milliseconds answer_timeout{5000};   // longest time without an answer while one is due
+
+  // Whether the parameter is one of these, with a value that it can take.
+  bool set(const Parameter &parameter);
+};
+
+}  // namespace quillbrook::common
