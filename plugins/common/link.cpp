@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "failure.h"
 
@@ -23,8 +24,12 @@ void Link::call(const char *text, int score) {
   next_turn_ = Clock::now() + kTurn;
 }
 
+void Link::tick_if_due() {
+  if (Clock::now() >= next_turn_) tick();
+}
+
 void Link::piece(const std::string &text, int confidence, const std::string &json) {
-  context_->extra_pointer = json.c_str();
+  context_->extra_pointer = json.empty() ? nullptr : json.c_str();
   call(text.c_str(), confidence);
   context_->extra_pointer = nullptr;
 }
@@ -41,9 +46,20 @@ void Link::fail(const std::string &reason) {
 }
 
 void Link::debug(const char *event, const std::string &detail) const {
-  if (context_->debug == 0 || context_->filelog == nullptr) return;
+  if (context_->debug != 0 && context_->filelog != nullptr) log(event + detail);
+}
+
+void Link::log(const std::string &sentence) const {
+  constexpr size_t kLongestTag = 150;
+  constexpr size_t kLongestSentence = 400;
+  std::string line = std::string(context_->param, strnlen(context_->param, kLongestTag)) +
+                     "): " + sentence.substr(0, kLongestSentence);
+  std::replace_if(
+      line.begin(), line.end(), [](unsigned char byte) { return byte < ' ' || byte == 0x7f; }, '?');
+  FILE *file = context_->filelog != nullptr ? context_->filelog : stderr;
   // One call a line: other calls write to the same file.
-  fprintf(context_->filelog, "%s (%s): %s%s\n", plugin_, context_->param, event, detail.c_str());
+  fprintf(file, "%s (%s\n", plugin_, line.c_str());
+  fflush(file);
 }
 
 Link::Wait Link::wait(int descriptor, short events, Moment until, Heed heed) {
@@ -53,7 +69,7 @@ Link::Wait Link::wait(int descriptor, short events, Moment until, Heed heed) {
 
 Link::Wait Link::wait(pollfd *watched, nfds_t count, Moment until, Heed heed) {
   for (;;) {
-    if (Clock::now() >= next_turn_) tick();
+    tick_if_due();
     if (heed == Heed::kStop && stopped()) return Wait::kStopped;
     const auto left = std::chrono::ceil<Milliseconds>(std::min(until, next_turn_) - Clock::now()).count();
     const int ready = poll(watched, count, static_cast<int>(std::max<Milliseconds::rep>(left, 0)));
@@ -64,7 +80,7 @@ Link::Wait Link::wait(pollfd *watched, nfds_t count, Moment until, Heed heed) {
 }
 
 Link::Wait Link::wait_a_turn(int descriptor, short events, Heed heed) {
-  if (Clock::now() >= next_turn_) tick();
+  tick_if_due();
   return wait(descriptor, events, next_turn_, heed);
 }
 

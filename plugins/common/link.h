@@ -32,15 +32,24 @@ public:
   bool finalize_raised() const { return __atomic_load_n(&context_->finalize, __ATOMIC_ACQUIRE) > 0; }
   // Takes back what the module asked for out of the silence before these words; a stop stays what it is.
   void lower_finalize();
+  // Whether raising finalize brings out words that were held back.
+  void set_quantum(bool set) { __atomic_store_n(&context_->quantum, set ? 1 : 0, __ATOMIC_RELEASE); }
+  // When the module was last called.
+  Moment last_call() const { return next_turn_ - kTurn; }
   // False from the first refusal on: a result is out, or the call is over.
   bool listening() const { return listening_; }
 
   void tick() { call("", QUILLBROOK_SCORE_INTERIM); }
+  // Gives the module its turn if one is due: for work in between two waits.
+  void tick_if_due();
   void interim(const std::string &text) { call(text.c_str(), QUILLBROOK_SCORE_INTERIM); }
-  // A final piece with its confidence, 1 to 100, and the provider's JSON that it comes from.
-  void piece(const std::string &text, int confidence, const std::string &json);
+  // Somebody is speaking and there are no new words yet. The module measures silence from the last text that was new:
+  // a blank is new to it, and nothing that it stores. It also counts as the first words, so it comes behind those.
+  void sign_of_life() { call(" ", QUILLBROOK_SCORE_NO_CONFIDENCE); }
+  // A final piece with its confidence, 1 to 100, and the provider's JSON that it comes from, if there is one.
+  void piece(const std::string &text, int confidence, const std::string &json = "");
   // Nothing was understood.
-  void no_match(const std::string &json) { piece("?", QUILLBROOK_SCORE_NO_CONFIDENCE, json); }
+  void no_match(const std::string &json = "") { piece("?", QUILLBROOK_SCORE_NO_CONFIDENCE, json); }
   // Asks for the result of the words up to now.
   void finish() { call("", QUILLBROOK_SCORE_FINISH); }
   // The provider's session is over. Said once.
@@ -48,7 +57,9 @@ public:
 
   // Leaves the failure in the record.
   void fail(const std::string &reason);
-  // One line into the plugins' log file, when there is one and debug output is asked for.
+  // One line into the plugins' log file, or to the process's error output where there is none.
+  void log(const std::string &sentence) const;
+  // The same when there is such a file and debug output is asked for.
   void debug(const char *event, const std::string &detail) const;
 
   enum class Wait { kReady, kElapsed, kStopped };

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <string>
 
-#include "parameters.h"
+#include "parameter_list.h"
 
 namespace quillbrook::common {
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -11,12 +12,16 @@ namespace quillbrook::common {
 
 namespace {
 
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "samples are read as they stand in the file");
+
 // Samples a second of the raw linear formats, by extension.
 constexpr struct {
   const char *format;
   int rate;
 } kLinearFormats[] = {{"sln", 8000},    {"slin", 8000},   {"raw", 8000},    {"sln12", 12000}, {"sln16", 16000},
                       {"sln24", 24000}, {"sln32", 32000}, {"sln44", 44100}, {"sln48", 48000}};
+constexpr int kLowestRate = 8000;
+constexpr int kHighestRate = 48000;
 
 uint32_t little_endian(const uint8_t *bytes, int count) {
   uint32_t value = 0;
@@ -43,18 +48,23 @@ int16_t from_a_law(uint8_t code) {
 }  // namespace
 
 StreamFile::StreamFile(const std::string &path, const std::string &format) {
-  if (format == "wav" || format == "wav16") {
+  const auto is_any_of = [&format](std::initializer_list<const char *> names) {
+    return std::find(names.begin(), names.end(), format) != names.end();
+  };
+  if (is_any_of({"wav", "wav16"})) {
     has_header_ = true;
-  } else if (format == "ulaw" || format == "ul" || format == "mu" || format == "pcm") {
+  } else if (is_any_of({"ulaw", "ul", "mu", "ulw", "pcm"})) {
     coding_ = Coding::kMuLaw;
-  } else if (format == "alaw" || format == "al") {
+  } else if (is_any_of({"alaw", "al", "alw"})) {
     coding_ = Coding::kALaw;
   } else {
     rate_ = 0;
     for (const auto &linear : kLinearFormats) {
       if (format == linear.format) rate_ = linear.rate;
     }
-    if (rate_ == 0) throw Failure("audio of the format '" + format + "' cannot be sent: use wav, ulaw, alaw or sln");
+    if (rate_ == 0) {
+      throw Failure("audio of the format '" + format.substr(0, 32) + "' cannot be read: use wav, ulaw, alaw or sln");
+    }
   }
   // The file lies in a folder that everybody can write to: a link in its place is not followed.
   file_ = Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
@@ -80,13 +90,9 @@ bool StreamFile::parse_header() {
   while (at + 8 <= size && memcmp(header + at, "data", 4) != 0) {
     const size_t length = little_endian(header + at + 4, 4);
     if (memcmp(header + at, "fmt ", 4) == 0) {
+      if (length < kFormatSize) throw Failure("the stream file's WAV header does not describe its samples");
       if (at + 8 + kFormatSize > size) return false;
-      const uint8_t *format = header + at + 8;
-      rate_ = static_cast<int>(little_endian(format + 4, 4));
-      if (little_endian(format, 2) != 1 || little_endian(format + 2, 2) != 1 || little_endian(format + 14, 2) != 16 ||
-          rate_ < 4000 || rate_ > 192000) {
-        throw Failure("the stream file is no WAV file of 16-bit linear samples in one channel");
-      }
+      take_format(header + at + 8);
       described = true;
     }
     at += 8 + length + (length & 1);
@@ -100,25 +106,51 @@ bool StreamFile::parse_header() {
   return true;
 }
 
-size_t StreamFile::read(size_t count, bool rest, std::string &audio) {
-  const size_t width = coding_ == Coding::kLinear ? 2 : 1;
-  audio.clear();
-  buffer_.resize(count * width);
-  const ssize_t got = pread(file_.get(), buffer_.data(), buffer_.size(), static_cast<off_t>(data_ + position_ * width));
-  // A sample that is only half there stays for the next time.
-  const size_t samples = got > 0 ? static_cast<size_t>(got) / width : 0;
-  if (samples == 0 || (samples < count && !rest)) return 0;
-  if (coding_ == Coding::kLinear) {
-    audio.assign(reinterpret_cast<const char *>(buffer_.data()), samples * width);
+// Tags of the WAVE format: Microsoft's multimedia registrations.
+void StreamFile::take_format(const uint8_t *format) {
+  constexpr uint32_t kLinear = 1;
+  constexpr uint32_t kALaw = 6;
+  constexpr uint32_t kMuLaw = 7;
+  const uint32_t tag = little_endian(format, 2);
+  const uint32_t channels = little_endian(format + 2, 2);
+  const uint32_t rate = little_endian(format + 4, 4);
+  const uint32_t bits = little_endian(format + 14, 2);
+  if (tag == kLinear && bits == 16) {
+    coding_ = Coding::kLinear;
+  } else if (tag == kMuLaw && bits == 8) {
+    coding_ = Coding::kMuLaw;
+  } else if (tag == kALaw && bits == 8) {
+    coding_ = Coding::kALaw;
   } else {
-    for (size_t i = 0; i < samples; ++i) {
-      const int16_t sample = coding_ == Coding::kMuLaw ? from_mu_law(buffer_[i]) : from_a_law(buffer_[i]);
-      audio += static_cast<char>(sample & 0xff);
-      audio += static_cast<char>(sample >> 8 & 0xff);
-    }
+    throw Failure("the stream file holds format " + std::to_string(tag) + " with " + std::to_string(bits) +
+                  " bits: 16-bit linear samples, mu-law and A-law can be read");
   }
-  position_ += samples;
-  return samples;
+  if (channels != 1 || rate < kLowestRate || rate > kHighestRate) {
+    throw Failure("the stream file has " + std::to_string(channels) + " channels at " + std::to_string(rate) +
+                  " Hz: one channel at 8000 to 48000 Hz can be read");
+  }
+  rate_ = static_cast<int>(rate);
+}
+
+size_t StreamFile::read(size_t count, bool rest, std::vector<int16_t> &samples) {
+  const bool linear = coding_ == Coding::kLinear;
+  const size_t width = linear ? 2 : 1;
+  const size_t before = samples.size();
+  samples.resize(before + count);
+  codes_.resize(linear ? 0 : count);
+  void *target = linear ? static_cast<void *>(samples.data() + before) : codes_.data();
+  const ssize_t got = pread(file_.get(), target, count * width, static_cast<off_t>(data_ + position_ * width));
+  // A sample that is only half there stays for the next time.
+  size_t taken = got > 0 ? static_cast<size_t>(got) / width : 0;
+  if (taken < count && !rest) taken = 0;
+  samples.resize(before + taken);
+  if (!linear) {
+    std::transform(codes_.begin(), codes_.begin() + static_cast<std::ptrdiff_t>(taken),
+                   samples.begin() + static_cast<std::ptrdiff_t>(before),
+                   coding_ == Coding::kMuLaw ? from_mu_law : from_a_law);
+  }
+  position_ += taken;
+  return taken;
 }
 
 }  // namespace quillbrook::common

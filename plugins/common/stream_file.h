@@ -1,4 +1,4 @@
-// Reads a stream file while the module still appends to it, as 16-bit little-endian linear samples, one channel.
+// Reads a stream file while the module still appends to it, as 16-bit linear samples, one channel.
 //
 // The sizes in the header of a growing WAV file are not set yet: the data begins at its "data" chunk and goes on to
 // the end of the file, wherever that is at the moment.
@@ -22,12 +22,12 @@ public:
   // False while the header has not been written in full; then there is no rate and nothing to read. Throws Failure
   // when the header cannot be that of a usable file.
   bool ready();
-  // Samples a second.
+  // Samples a second, 8000 to 48000.
   int rate() const { return rate_; }
 
-  // Puts `count` samples into `audio`. With fewer in the file: all of them when `rest` is set, else none. Returns the
-  // number of samples put there, and moves on by as many.
-  size_t read(size_t count, bool rest, std::string &audio);
+  // Puts `count` samples behind those in `samples`. With fewer in the file: all of them when `rest` is set, else none.
+  // Returns the number of samples put there, and moves on by as many.
+  size_t read(size_t count, bool rest, std::vector<int16_t> &samples);
   // The next sample to be read, counted from the first of the file.
   size_t position() const { return position_; }
   void seek(size_t sample) { position_ = sample; }
@@ -36,6 +36,7 @@ private:
   enum class Coding { kLinear, kMuLaw, kALaw };
 
   bool parse_header();
+  void take_format(const uint8_t *format);
 
   Descriptor file_;
   Coding coding_ = Coding::kLinear;
@@ -43,7 +44,7 @@ private:
   bool has_header_ = false;
   size_t data_ = 0;  // where the samples begin; 0 before a WAV header was found
   size_t position_ = 0;
-  std::vector<uint8_t> buffer_;
+  std::vector<uint8_t> codes_;
 };
 
 }  // namespace quillbrook::common

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "failure.h"
-#include "parameters.h"
+#include "parameter_list.h"
 
 namespace quillbrook::common {
 

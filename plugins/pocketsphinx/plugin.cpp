@@ -1,45 +1,36 @@
-// The three functions of the plugin. No exception leaves them.
-#include <quillbrook.h>
+// The plugin's three entries.
+#include <string>
 
-#include <cstdio>
-#include <exception>
-
+#include "entries.h"
+#include "failure.h"
 #include "recognition.h"
 
+namespace quillbrook::pocketsphinx {
 namespace {
-
-using namespace quillbrook::pocketsphinx;
 
 // Shared by all calls. Freed when the plugin is unloaded.
 DecoderPool pool;
 ChannelMemory channels;
 
-void fail(quillbrook_context *context, const char *reason) {
-  snprintf(context->extra, sizeof context->extra, "ERROR: pocketsphinx: %s", reason);
+void recognise(common::Link &link) {
+  try {
+    Recognition(link, pool, channels).run();
+  } catch (const std::exception &error) {
+    throw common::Failure(std::string("pocketsphinx: ") + error.what());
+  }
 }
 
 }  // namespace
+}  // namespace quillbrook::pocketsphinx
 
-extern "C" {
-
-__attribute__((visibility("default"))) int quillbrook_init(quillbrook_context *context) {
-  return context == nullptr ? -1 : 0;
+QUILLBROOK_PLUGIN_ENTRY int quillbrook_init(quillbrook_context *) {
+  return 0;
 }
 
-__attribute__((visibility("default"))) void *quillbrook_loop(quillbrook_context *context) {
-  try {
-    Recognition(context, pool, channels).run();
-  } catch (const std::exception &exception) {
-    fail(context, exception.what());
-  } catch (...) {
-    fail(context, "unknown failure");
-  }
-  return nullptr;
+QUILLBROOK_PLUGIN_ENTRY void *quillbrook_loop(quillbrook_context *context) {
+  return quillbrook::common::run_loop(context, "pocketsphinx", quillbrook::pocketsphinx::recognise);
 }
 
-__attribute__((visibility("default"))) void quillbrook_stop(quillbrook_context *context) {
-  if (context == nullptr) return;
-  __atomic_store_n(&context->hangup, QUILLBROOK_HANGUP_STOPPED, __ATOMIC_RELEASE);
-  __atomic_store_n(&context->finalize, 1, __ATOMIC_RELEASE);
-}
+QUILLBROOK_PLUGIN_ENTRY void quillbrook_stop(quillbrook_context *context) {
+  quillbrook::common::Link::stop(context);
 }

@@ -1,17 +1,15 @@
 // One run of quillbrook_loop: follows the stream file of one call and reports what it hears.
 #pragma once
 
-#include <quillbrook.h>
-
-#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "decoder_pool.h"
 #include "hints.h"
+#include "link.h"
 #include "parameters.h"
-#include "stream_reader.h"
+#include "stream_file.h"
 #include "utterance.h"
 
 namespace quillbrook::pocketsphinx {
@@ -34,7 +32,7 @@ private:
 class Recognition {
 public:
   // Throws std::runtime_error with a sentence for the operator.
-  Recognition(quillbrook_context *context, DecoderPool &pool, ChannelMemory &channels);
+  Recognition(common::Link &link, DecoderPool &pool, ChannelMemory &channels);
   ~Recognition();
   Recognition(const Recognition &) = delete;
   Recognition &operator=(const Recognition &) = delete;
@@ -43,42 +41,33 @@ public:
   void run();
 
 private:
-  using Clock = std::chrono::steady_clock;
-
-  void log(const std::string &sentence) const;
-  bool is_stopped() const;
   bool is_asked_to_finish();
 
   bool get_ready();
   bool hear_some();
-  void report(const char *text, int score);
-  void tick_if_due();
   void report_interim();
-  bool is_sign_of_life_due() const;
   void finish_utterance();
   void wind_up();
   void start_over_after_result();
 
-  quillbrook_context *context_;
+  common::Link &link_;
   DecoderPool &pool_;
   ChannelMemory &channels_;
   Parameters parameters_;
   std::string call_;
+  common::StreamFile stream_;
+  bool with_hints_;
+  int longest_ms_;  // of speech in one utterance
 
   DecoderPool::Ticket order_;
   Recogniser recogniser_;
   Hints hints_;
   Channel channel_;
-  std::optional<StreamReader> stream_;
   std::optional<UtteranceDecoder> utterance_;  // empty when no hint can be understood
-  bool with_hints_ = false;
-  int longest_ms_;  // of speech in one utterance
 
   std::vector<int16_t> samples_;
-  std::string interim_;            // reported last, and not yet followed by a final
-  Clock::time_point reported_{};   // last call of the callback
-  bool marked_ = false;            // with a blank behind it
-  Clock::time_point new_words_{};  // last time that it had a text that was new
+  std::string interim_;         // reported last, and not yet followed by a final
+  common::Moment new_words_{};  // when, or when there was last a sign of life
   bool finish_seen_ = false;
   bool sound_ = false;  // the decoder has not thrown: another call may have it
 };

@@ -140,9 +140,10 @@ bool Recognition::feed(Connection &connection, bool rest) {
   const int samples =
       std::clamp(link_.record().buffer_size / 2, kShortest * per_millisecond, kLongest * per_millisecond);
   while (unanswered_.size() < kWindow) {
+    chunk_.clear();
     const size_t count = audio_.read(static_cast<size_t>(samples), rest, chunk_);
     if (count == 0) return true;
-    connection.send_binary(chunk_);
+    connection.send_binary({reinterpret_cast<const char *>(chunk_.data()), count * sizeof(int16_t)});
     unanswered_.push_back({count, Clock::now()});
   }
   return false;

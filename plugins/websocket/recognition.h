@@ -68,7 +68,7 @@ private:
   bool end_sent_ = false;      // the server knows that no more audio comes
   bool last_result_ = false;   // and has answered that
   std::string interim_;        // what the module knows
-  std::string chunk_;
+  std::vector<int16_t> chunk_;
 };
 
 }  // namespace quillbrook::websocket

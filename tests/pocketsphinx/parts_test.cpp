@@ -1,4 +1,4 @@
-// The parts that take text and bytes from elsewhere: parameters, hints, the stream file.
+// The parts that take text from elsewhere: parameters, hints.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -12,7 +12,6 @@
 #include "hints.h"
 #include "model.h"
 #include "parameters.h"
-#include "stream_reader.h"
 
 namespace quillbrook::pocketsphinx {
 namespace {
@@ -34,94 +33,6 @@ public:
 private:
   std::string path_;
 };
-
-std::string number(unsigned value, int bytes) {
-  std::string text;
-  for (int i = 0; i < bytes; ++i) text += static_cast<char>(value >> (8 * i) & 0xFF);
-  return text;
-}
-
-std::string chunk(const std::string &name, unsigned size, const std::string &content) {
-  return name + number(size, 4) + content;
-}
-
-std::string format_chunk(unsigned tag, unsigned channels, unsigned rate, unsigned bits) {
-  return chunk("fmt ", 16,
-               number(tag, 2) + number(channels, 2) + number(rate, 4) + number(rate * bits / 8, 4) +
-                   number(bits / 8, 2) + number(bits, 2));
-}
-
-const std::string kRiff = "RIFF" + number(0, 4) + "WAVE";
-
-using Samples = std::vector<int16_t>;
-
-TEST(StreamReader, TakesSamplesAsTheyComeByteByByte) {
-  // A chunk before the format, one of odd size behind it, and sizes unset: as long as the host writes, they are.
-  std::string bytes = kRiff + chunk("LIST", 4, "abcd") + format_chunk(1, 1, 8000, 16) + chunk("note", 3, "xyz\0") +
-                      std::string(1, '\0') + chunk("data", 0, "") + number(1, 2) + number(0xFFFF, 2) +
-                      number(0x8000, 2);
-  File file;
-  StreamReader reader(file.path(), "wav");
-  Samples samples;
-  for (char byte : bytes) {
-    file.append(std::string(1, byte));
-    reader.read(samples, 100);
-  }
-  EXPECT_EQ(samples, (Samples{1, -1, -32768}));
-  EXPECT_EQ(reader.sample_rate(), 8000);
-  EXPECT_EQ(reader.read(samples, 100), 0U);
-}
-
-TEST(StreamReader, GivesAtMostWhatWasAskedForAndLosesNothing) {
-  std::string bytes;
-  Samples all;
-  for (int i = 0; i < 20000; ++i) {
-    all.push_back(static_cast<int16_t>(i));
-    bytes += number(static_cast<unsigned>(i), 2);
-  }
-  File file(bytes);
-  StreamReader reader(file.path(), "sln");
-  Samples samples;
-  EXPECT_EQ(reader.read(samples, 7), 7U);
-  while (reader.read(samples, 9000) > 0) {
-  }
-  EXPECT_EQ(samples, all);
-}
-
-TEST(StreamReader, DecodesCompandedSamples) {
-  // Extremes, smallest steps and one value from the middle, from the tables of G.711.
-  Samples ulaw;
-  StreamReader(File(std::string("\x00\x80\x7F\xFF\x55", 5)).path(), "ulaw").read(ulaw, 5);
-  EXPECT_EQ(ulaw, (Samples{-32124, 32124, 0, 0, -716}));
-  Samples alaw;
-  StreamReader(File(std::string("\x2A\xAA\x55\xD5\x80", 5)).path(), "alaw").read(alaw, 5);
-  EXPECT_EQ(alaw, (Samples{-32256, 32256, -8, 8, 5504}));
-  File tagged(kRiff + format_chunk(7, 1, 8000, 8) + chunk("data", 0, "\x80"));
-  Samples wav;
-  StreamReader(tagged.path(), "wav").read(wav, 5);
-  EXPECT_EQ(wav, (Samples{32124}));
-}
-
-TEST(StreamReader, RefusesWhatItCannotRead) {
-  EXPECT_THROW(StreamReader("/nonexistent/stream.wav", "wav"), std::runtime_error);
-  for (const char *format : {"gsm", "", "WAV", "g722"}) {
-    EXPECT_THROW(StreamReader(File().path(), format), std::runtime_error) << format;
-  }
-  const std::string bad[] = {
-      "OggS" + std::string(40, 'x'),        kRiff + format_chunk(1, 2, 8000, 16),
-      kRiff + format_chunk(1, 1, 8000, 24), kRiff + format_chunk(85, 1, 8000, 16),
-      kRiff + format_chunk(1, 1, 0, 16),    kRiff + format_chunk(1, 1, 4000000000U, 16),
-      kRiff + chunk("fmt ", 2, "ab"),       kRiff + chunk("fmt ", 0xFFFFFFFFU, "ab"),
-      kRiff + chunk("data", 0, "abcd"),     kRiff + chunk("junk", 0xFFFFFFFFU, std::string(100000, 'x')),
-  };
-  for (const std::string &bytes : bad) {
-    File file(bytes);
-    StreamReader reader(file.path(), "wav");
-    Samples samples;
-    EXPECT_THROW(reader.read(samples, 100), std::runtime_error) << bytes.substr(0, 50);
-    EXPECT_TRUE(samples.empty());
-  }
-}
 
 TEST(Parameters, TakesPairsInAnyLayoutAndComplainsOfTheRest) {
   Parameters parameters =

@@ -161,9 +161,14 @@ TEST(Pocketsphinx, LeavesEndpointingToTheModule) {
   EXPECT_EQ(reports.back().score, QUILLBROOK_SCORE_END) << call.record.extra;
   reports.pop_back();
   ASSERT_FALSE(reports.empty());
+  // Speech that brings no new word yet is told by blanks, which the module does not store.
+  const Report sign_of_life = {" ", QUILLBROOK_SCORE_NO_CONFIDENCE};
+  EXPECT_NE(std::find(reports.begin(), reports.end(), sign_of_life), reports.end());
+  EXPECT_FALSE(reports.front() == sign_of_life) << "it comes behind words";
+  reports.erase(std::remove(reports.begin(), reports.end(), sign_of_life), reports.end());
   for (const Report &each : reports) EXPECT_EQ(each.score, QUILLBROOK_SCORE_INTERIM);
   EXPECT_NE(std::find(reports.begin(), reports.end(), Report{"one three", QUILLBROOK_SCORE_INTERIM}), reports.end());
-  EXPECT_EQ(reports.back().text, "nine") << "what was delivered does not come back, and no mark stays behind";
+  EXPECT_EQ(reports.back().text, "nine") << "what was delivered does not come back";
   EXPECT_EQ(std::adjacent_find(reports.begin(), reports.end()), reports.end()) << "each text is new to the module";
 }
 

@@ -7,7 +7,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <random>
 
@@ -17,8 +16,6 @@
 #include "plugin_driver.h"
 #include "settings.h"
 #include "speech_server.h"
-#include "stream_file.h"
-#include "url.h"
 
 namespace {
 
@@ -28,13 +25,6 @@ using namespace speech_server;
 
 size_t entries(const char *folder) {
   return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
-}
-
-// The header of a WAV file under way: its sizes are not set, and a chunk that nobody knows stands in it.
-std::string wav_header(int rate) {
-  std::string header("RIFF\0\0\0\0WAVEjunk\3\0\0\0abc\0fmt \20\0\0\0\1\0\1\0........\2\0\20\0data\0\0\0\0", 56);
-  for (int i = 0; i < 4; ++i) header[36 + i] = static_cast<char>(rate >> 8 * i);
-  return header;
 }
 
 // A call to the server at this URL.
@@ -476,45 +466,6 @@ TEST(ManyCalls, RunBesideEachOtherAndLeaveNothing) {
   EXPECT_EQ(entries("/proc/self/task"), threads);
 }
 
-TEST(Audio, IsReadAsLinearSamplesWhileTheFileGrows) {
-  using quillbrook::common::StreamFile;
-  const std::string path = scratch_folder() + "/audio";
-  const auto file = [&](const std::string &bytes, bool anew) {
-    std::ofstream(path, std::ios::binary | (anew ? std::ios::trunc : std::ios::app)) << bytes;
-  };
-  std::string audio;
-  file(wav_header(16000).substr(0, 40), true);
-  StreamFile wav(path, "wav");
-  EXPECT_FALSE(wav.ready()) << "half a header";
-  file(wav_header(16000).substr(40) + "\1\2\3", false);
-  ASSERT_TRUE(wav.ready());
-  EXPECT_EQ(wav.rate(), 16000);
-  EXPECT_EQ(wav.read(4, false, audio), 0U);
-  EXPECT_EQ(wav.read(4, true, audio), 1U) << "half a sample stays";
-  file("\4", false);
-  EXPECT_EQ(wav.read(1, false, audio), 1U);
-  EXPECT_EQ(audio, "\3\4");
-
-  // G.711: the ends of the scale, its smallest steps, and one value in the middle.
-  file(std::string("\x00\x80\xff\x7f\xaa", 5), true);
-  StreamFile mu_law(path, "ulaw");
-  ASSERT_EQ(mu_law.read(5, false, audio), 5U);
-  EXPECT_EQ(audio, std::string("\x84\x82\x7c\x7d\x00\x00\x00\x00\xfc\x14", 10));
-  StreamFile a_law(path, "alaw");
-  ASSERT_EQ(a_law.read(5, false, audio), 5U);
-  EXPECT_EQ(audio, std::string("\x80\xea\x80\x15\x50\x03\xb0\xfc\x00\x7e", 10));
-
-  for (const std::string &bad : {std::string("nothing like a header"), wav_header(8000).replace(32, 1, "\7"),
-                                 wav_header(8000).replace(34, 1, "\2"), wav_header(0),
-                                 wav_header(8000).substr(0, 12) + "LIST\xff\xff\xff\xff" + std::string(5000, 'x')}) {
-    file(bad, true);
-    EXPECT_THROW(StreamFile(path, "wav").ready(), Failure);
-  }
-  ASSERT_EQ(symlink("audio", (path + ".link").c_str()), 0);
-  EXPECT_THROW(StreamFile(path + ".link", "sln"), Failure);
-  unlink((path + ".link").c_str());
-}
-
 TEST(Answers, AreReadAndMadeSafe) {
   using quillbrook::websocket::parse_answer;
   const auto read = [](const std::string &message) {
@@ -560,7 +511,6 @@ TEST(Answers, AreReadAndMadeSafe) {
 }
 
 TEST(Settings, AreReadOrRefused) {
-  using quillbrook::common::parse_url;
   using quillbrook::websocket::parse_settings;
   const auto settings = parse_settings(" tls_verify=no,tls_ca=/a/b.pem words=off, hints=0\tfinal_timeout=10 ");
   EXPECT_FALSE(settings.tls_verify || settings.words || settings.hints);
@@ -569,17 +519,6 @@ TEST(Settings, AreReadOrRefused) {
   EXPECT_EQ(parse_settings("").connect_timeout, 3s);
   for (const char *bad : {"word=yes", "words", "words=", "final_timeout=9", "final_timeout=99999999999", "tls_ca="}) {
     EXPECT_THROW(parse_settings(bad), Failure) << bad;
-  }
-  const auto parts = [](const char *text) {
-    const auto url = parse_url(text, "ws", "wss");
-    return std::string(url.tls ? "tls " : "") + url.host + " " + url.port + " " + url.authority + " " + url.target;
-  };
-  EXPECT_EQ(parts("ws://a"), "a 80 a /");
-  EXPECT_EQ(parts("WSS://a.b?x=/y#z"), "tls a.b 443 a.b /?x=/y");
-  EXPECT_EQ(parts("ws://[::1]:2700/p/q"), "::1 2700 [::1]:2700 /p/q");
-  for (const char *bad : {"", "ws:/a", "ws://", "ws://:80", "ws://a:0", "ws://a:65536", "ws://a:8x", "ws://[::1",
-                          "ws://[::1]x", "ws://user@a", "ws://a/b c", "ws://a/\r\nX: y"}) {
-    EXPECT_THROW(parse_url(bad, "ws", "wss"), Failure) << bad;
   }
 }
 

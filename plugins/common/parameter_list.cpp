@@ -1,4 +1,4 @@
-#include "parameters.h"
+#include "parameter_list.h"
 
 #include <strings.h>
 
@@ -8,7 +8,7 @@
 namespace quillbrook::common {
 
 bool take_parameter(std::string_view &text, Parameter &parameter) {
-  constexpr std::string_view kSeparators = ", \t\r\n";
+  constexpr std::string_view kSeparators = ",; \t\r\n";
   text.remove_prefix(std::min(text.find_first_not_of(kSeparators), text.size()));
   if (text.empty()) return false;
   parameter.text = text.substr(0, text.find_first_of(kSeparators));

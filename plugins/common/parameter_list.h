@@ -1,4 +1,4 @@
-// What operators write into `configuration`: parameters "key=value", separated by commas or blanks.
+// What operators write into `configuration`: parameters "key=value", separated by commas, semicolons or blanks.
 #pragma once
 
 #include <chrono>
