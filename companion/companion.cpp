@@ -16,14 +16,14 @@ namespace {
 // a dialplan, such as the far legs of a dial, may share that id.
 int match_dialplan_thread(void *object, void *, void *data, int) {
   auto *channel = static_cast<struct ast_channel *>(object);
-  const ast_callid wanted = *static_cast<const ast_callid *>(data);
-  return ast_channel_pbx(channel) && ast_channel_callid(channel) == wanted ? CMP_MATCH | CMP_STOP : 0;
+  const auto &wanted = *static_cast<const HostCallId *>(data);
+  return ast_channel_pbx(channel) && HostCallId::of(channel) == wanted ? CMP_MATCH | CMP_STOP : 0;
 }
 
 class ChannelOfThisThread {
 public:
   ChannelOfThisThread() {
-    ast_callid id = ast_read_threadstorage_callid();
+    HostCallId id = HostCallId::of_this_thread();
     if (id) channel_ = ast_channel_callback(match_dialplan_thread, nullptr, &id, 0);
     if (channel_) ast_channel_lock(channel_);
   }

@@ -1,5 +1,5 @@
-// The PBX as this module sees it: the only file that includes its headers and knows that it comes in several versions
-// (13, 16 and 22 are compiled; 16 is what runs).
+// The PBX as this module and the companion see it: the only file that includes its headers and knows that it comes in
+// several series. What was tried with which of them stands in docs/which-asterisk.md.
 //
 // Include it first in every file: it takes in the system's and the language's headers before the PBX's, because those
 // turn names such as pthread_mutex_lock, free and localtime_r into errors.
@@ -109,6 +109,37 @@ inline char *host_realloc_text(char *text, size_t size) {
 inline void host_channel_release(struct ast_channel *channel) {
   ao2_ref(channel, -1);
 }
+
+// Which call a thread or a channel belongs to, as the host counts them; empty when to none. 13 hands out a reference to
+// a counted object, which is given back here, the later series a number: so the host's type is not named.
+class HostCallId {
+public:
+  // The call that the calling thread is bound to.
+  static HostCallId of_this_thread() { return HostCallId(ast_read_threadstorage_callid()); }
+  static HostCallId of(struct ast_channel *channel) { return HostCallId(ast_channel_callid(channel)); }
+
+  HostCallId(const HostCallId &) = delete;
+  HostCallId &operator=(const HostCallId &) = delete;
+  ~HostCallId() { release(id_); }
+
+  explicit operator bool() const { return id_ != Id{}; }
+  bool operator==(const HostCallId &other) const { return id_ == other.id_; }
+
+private:
+  using Id = decltype(ast_read_threadstorage_callid());
+
+  explicit HostCallId(Id id) : id_(id) {}
+
+  // A template, because one of the two branches does not compile with the type of the other series.
+  template <typename T>
+  static void release(T id) {
+    if constexpr (std::is_pointer_v<T>) {
+      if (id) ao2_ref(id, -1);
+    }
+  }
+
+  Id id_;
+};
 
 // Formats of our own, holding one: signed linear at 8 kHz. Null when the host has no memory. Given back with
 // host_format_cap_release.
