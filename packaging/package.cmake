@@ -1,6 +1,5 @@
 # What `cmake --install` puts where besides the targets, and the Debian package of `--target package`.
 
-set(QUILLBROOK_CONFIG_DIR /etc/asterisk)
 set(QUILLBROOK_LOG_DIR /var/log/quillbrook)
 set(QUILLBROOK_DOC_DIR /usr/share/doc/quillbrook)
 
