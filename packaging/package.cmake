@@ -30,28 +30,44 @@ install(CODE [[
   endif()
 ]])
 
+# No package without a word: whoever asks for one is told why there is none.
+function(quillbrook_no_package reason)
+  message(STATUS "No package can be made: ${reason}")
+  add_custom_target(package COMMAND ${CMAKE_COMMAND} -E echo "No package can be made: ${reason}"
+    COMMAND ${CMAKE_COMMAND} -E false VERBATIM)
+endfunction()
+
 # The sum of build options that the host compares tells neither 16 from 13 nor from 22, and a module built for one of
-# them crashes in another: the package has to know its major version.
+# them crashes in another: the package has to know its series. It is for Debian's PBX, so it is made only where the
+# headers are those of its package.
 find_program(DPKG_QUERY dpkg-query)
+set(asterisk_version "")
 if(DPKG_QUERY)
   execute_process(COMMAND ${DPKG_QUERY} -W -f=\${Version} asterisk-dev
     OUTPUT_VARIABLE asterisk_version ERROR_QUIET)
 endif()
 if(NOT asterisk_version MATCHES "^(([0-9]+:)?)([0-9]+)\\.")
-  message(STATUS "No package can be made here: it is made against the Debian package asterisk-dev")
+  quillbrook_no_package("it is for Debian's Asterisk, and the package asterisk-dev is not installed")
   return()
 endif()
 set(asterisk_epoch "${CMAKE_MATCH_1}")
-set(asterisk_major "${CMAKE_MATCH_3}")
-math(EXPR asterisk_next "${asterisk_major} + 1")
+if(NOT CMAKE_MATCH_3 STREQUAL ASTERISK_SERIES)
+  quillbrook_no_package(
+    "the headers in ${ASTERISK_INCLUDE_DIR} are of Asterisk ${ASTERISK_SERIES}, the installed asterisk-dev is ${CMAKE_MATCH_3}")
+  return()
+elseif(NOT asterisk_prefix STREQUAL "/usr")
+  quillbrook_no_package("it is for Debian's Asterisk, not for the one in ${asterisk_prefix}")
+  return()
+endif()
+math(EXPR asterisk_next "${ASTERISK_SERIES} + 1")
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME quillbrook)
-set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION}+asterisk${asterisk_major})
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION}+asterisk${ASTERISK_SERIES})
 set(CPACK_PACKAGE_CONTACT "The Quillbrook developers <developers@quillbrook.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "speech recognition engines for the Asterisk PBX")
 set(CPACK_PACKAGE_DESCRIPTION
-  "A module that gives the speech API of Asterisk ${asterisk_major} engines whose plugins recognise speech: offline on
+  "A module that gives the speech API of Asterisk ${ASTERISK_SERIES} engines whose plugins recognise speech: offline on
 this machine, or by a server that speaks a common WebSocket protocol. With endpointing, JSGF grammars, results as
 text, JSON and NLSML, console commands, Prometheus metrics, and the header for plugins of one's own.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -60,7 +76,7 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION comm)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
-  "asterisk (>= ${asterisk_epoch}${asterisk_major}~), asterisk (<< ${asterisk_epoch}${asterisk_next}~)")
+  "asterisk (>= ${asterisk_epoch}${ASTERISK_SERIES}~), asterisk (<< ${asterisk_epoch}${asterisk_next}~)")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${QUILLBROOK_PLUGIN_OUTPUT_DIR})
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS pocketsphinx-en-us)
