@@ -66,7 +66,10 @@ public:
     ares_options options = {};
     options.timeout = 700;
     options.tries = 3;
-    if (kReady != ARES_SUCCESS || ares_init_options(&channel_, &options, ARES_OPT_TIMEOUTMS | ARES_OPT_TRIES) != 0) {
+    options.sock_state_cb = take_socket;
+    options.sock_state_cb_data = this;
+    constexpr int kSet = ARES_OPT_TIMEOUTMS | ARES_OPT_TRIES | ARES_OPT_SOCK_STATE_CB;
+    if (kReady != ARES_SUCCESS || ares_init_options(&channel_, &options, kSet) != 0) {
       throw Failure("the host's name cannot be looked up");
     }
   }
@@ -84,16 +87,8 @@ public:
 
   // Waits for one thing to happen and does what follows from it.
   Link::Wait step(Link &link, Moment deadline) {
-    std::array<ares_socket_t, ARES_GETSOCK_MAXNUM> sockets{};
-    const auto wanted = static_cast<unsigned>(ares_getsock(channel_, sockets.data(), ARES_GETSOCK_MAXNUM));
-    std::array<pollfd, ARES_GETSOCK_MAXNUM> watched{};
-    nfds_t count = 0;
-    for (size_t i = 0; i < watched.size(); ++i) {
-      const bool readable = ARES_GETSOCK_READABLE(wanted, i) != 0;
-      const bool writable = ARES_GETSOCK_WRITABLE(wanted, i) != 0;
-      const int events = (readable ? POLLIN : 0) | (writable ? POLLOUT : 0);
-      if (events != 0) watched[count++] = {sockets[i], static_cast<short>(events), 0};
-    }
+    std::array<pollfd, kMostSockets> watched = watched_;  // what happens changes the list
+    const nfds_t count = count_;
     // The turn bounds the wait too, so the library's own timeouts are seen to in time.
     const Link::Wait wait = link.wait(watched.data(), count, std::min(deadline, Clock::now() + kTurn));
     for (nfds_t i = 0; i < count && wait == Link::Wait::kReady; ++i) {
@@ -106,7 +101,29 @@ public:
   }
 
 private:
+  // Some for each name server of the system. One that is left out is not heard, and then the next server is asked.
+  static constexpr size_t kMostSockets = 16;
+
+  // Called by the library: what to wait for at a socket from now on, which is nothing once it is to be closed.
+  static void take_socket(void *self, ares_socket_t socket, int readable, int writable) {
+    auto *channel = static_cast<Channel *>(self);
+    pollfd *begin = channel->watched_.data();
+    pollfd *end = begin + channel->count_;
+    pollfd *found = std::find_if(begin, end, [socket](const pollfd &each) { return each.fd == socket; });
+    const int events = (readable != 0 ? POLLIN : 0) | (writable != 0 ? POLLOUT : 0);
+    if (events == 0) {
+      if (found == end) return;
+      *found = *(end - 1);
+      --channel->count_;
+    } else if (found != end || channel->count_ < kMostSockets) {
+      *found = {socket, static_cast<short>(events), 0};
+      if (found == end) ++channel->count_;
+    }
+  }
+
   ares_channel channel_ = nullptr;
+  std::array<pollfd, kMostSockets> watched_{};
+  nfds_t count_ = 0;
 };
 
 }  // namespace
