@@ -41,7 +41,7 @@ check() {
 }
 
 # build FOLDER OPTION...: configures and builds. At a low priority, because the live tests beside it keep a clock.
-build() { cmake -S . -B "$1" -G Ninja "${@:2}" && nice -n 10 ninja -C "$1" -j "$jobs"; }
+build() { cmake -S . -B "$1" -G Ninja -DCMAKE_COMPILE_WARNING_AS_ERROR=ON "${@:2}" && nice -n 10 ninja -C "$1" -j "$jobs"; }
 
 # run_tests NAME FOLDER OPTION...: runs ctest, shows what failed, and keeps its closing line.
 run_tests() {
