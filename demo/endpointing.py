@@ -5,7 +5,7 @@ The recogniser is told to send hypotheses only, so the module alone decides when
 
 import wave
 
-from pbx import SOUNDS, report
+from pbx import prompt, report
 
 DIGITS = ["zero", "one", "two", "three", "four", "five", "six", "seven", "eight", "nine"]
 # completetimeout of the three engines.
@@ -53,7 +53,7 @@ def write_number(path, digits, pause_ms):
         for position, digit in enumerate(digits):
             if position:
                 number.writeframes(bytes(2 * RATE * pause_ms // 1000))
-            with wave.open(f"{SOUNDS}/digits/{digit}.wav") as recording:
+            with wave.open(prompt(f"digits/{digit}") + ".wav") as recording:
                 number.writeframes(without_silence(recording.readframes(recording.getnframes())))
 
 

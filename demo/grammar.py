@@ -4,7 +4,7 @@ import shutil
 from pathlib import Path
 from xml.etree import ElementTree
 
-from pbx import SOUNDS, report
+from pbx import prompt, report
 
 GRAMMARS = Path(__file__).resolve().parent
 # Grammar, what is said, its recordings, and the tags that it should give. The last answer is a digit short.
@@ -72,5 +72,5 @@ def dialplan(folder):
 def talker():
     steps = ["Playback(silence/2)"]
     for _, _, sounds, _ in QUESTIONS:
-        steps += ["Playback(" + "&".join(str(SOUNDS / sound) for sound in sounds) + ")", "Playback(silence/4)"]
+        steps += ["Playback(" + "&".join(map(prompt, sounds)) + ")", "Playback(silence/4)"]
     return [*steps, "Playback(silence/10&silence/10)"]

@@ -1,8 +1,8 @@
 """A private PBX: an Asterisk of one's own for a demonstration or a test, beside whatever the machine runs.
 
 It lives in one scratch folder, listens on the loopback interface only, knows only the host modules that it is given,
-and is gone with everything it wrote when the `with` block is left, also by Ctrl-C or SIGTERM. Nothing of the system's
-Asterisk is read but its modules and its sounds.
+and is gone with everything it wrote when the `with` block is left, also by Ctrl-C or SIGTERM. Nothing of the installed
+Asterisk is read but its modules, its documentation and its sounds, so any user can run one, beside the system's.
 
     with PrivatePbx(build, quillbrook_conf="[general]\\n") as pbx:
         pbx.load_module("res_speech_quillbrook.so")
@@ -24,8 +24,7 @@ import tempfile
 import time
 from pathlib import Path
 
-HOST_MODULES = Path("/usr/lib/asterisk/modules")
-SOUNDS = Path("/usr/share/asterisk/sounds/en")
+from host import PbxError, host
 
 # Without a timing module the first digit on a channel crashes the host.
 BASE_MODULES = (
@@ -41,10 +40,6 @@ SILENT_TALKER = ["Playback(" + "&".join(["silence/10"] * 6) + ")"]
 
 LOG_LINE = re.compile(
     r"^\[(?P<time>[^]]+)\] (?P<level>[A-Z]+)\[\d+\](?:\[[^]]*\])? (?P<source>[^ ]+?)(?: |:) ?(?P<text>.*)$")
-
-
-class PbxError(RuntimeError):
-    """The PBX did not do what it was asked; the message says what and where to look."""
 
 
 class LogLine:
@@ -141,16 +136,20 @@ class PrivatePbx:
         for name in ("etc", "run", "db", "log", "keys", "cache", "data", "mod", "spool/tmp", "spool/outgoing"):
             (self.folder / name).mkdir(parents=True)
         for name in self._modules:
-            source = HOST_MODULES / f"{name}.so"
+            source = host().modules / f"{name}.so"
             if not source.exists():
                 raise PbxError(f"{source} is missing: run setup/packages.sh")
             (self.folder / "mod" / source.name).symlink_to(source)
+        # The host looks for its documentation and its sounds in one folder, and they may stand in two.
+        (self.folder / "data/documentation").symlink_to(host().data / "documentation")
+        (self.folder / "data/sounds").symlink_to(host().sounds)
         folders = {
             "astetcdir": "etc", "astmoddir": "mod", "astvarlibdir": "data", "astdbdir": "db", "astkeydir": "keys",
-            "astagidir": "data", "astspooldir": "spool", "astrundir": "run", "astlogdir": "log", "astcachedir": "cache",
+            "astdatadir": "data", "astagidir": "data", "astspooldir": "spool", "astrundir": "run", "astlogdir": "log",
+            "astcachedir": "cache",
         }
         files = {
-            "asterisk.conf": "[directories]\nastdatadir => /usr/share/asterisk\n"
+            "asterisk.conf": "[directories]\n"
                              + "".join(f"{key} => {self.folder / name}\n" for key, name in folders.items())
                              + "[options]\nverbose = 0\nnocolor = yes\nsystemname = private\n",
             "modules.conf": "[modules]\nautoload=yes\n",
@@ -174,7 +173,7 @@ class PrivatePbx:
         # The grammar library is looked for where it will be installed; the build tree's comes first.
         environment = {**os.environ, "LD_LIBRARY_PATH": str(self.build / "lib" / "quillbrook"),
                        **sanitizer_environment(self.build), **self._environment}
-        command = [asterisk(), "-C", str(self.folder / "etc/asterisk.conf"), "-f"]
+        command = [host().program, "-C", str(self.folder / "etc/asterisk.conf"), "-f"]
         with open(self.folder / "out", "wb") as out, open(self.folder / "err", "wb") as err:
             self._process = subprocess.Popen(
                 command, stdin=subprocess.DEVNULL, stdout=out, stderr=err, env=environment, cwd=self.folder,
@@ -218,7 +217,7 @@ class PrivatePbx:
     def cli(self, command, check=True):
         """What the console prints for a command."""
         answer = subprocess.run(
-            [asterisk(), "-C", str(self.folder / "etc/asterisk.conf"), "-rx", command],
+            [host().program, "-C", str(self.folder / "etc/asterisk.conf"), "-rx", command],
             stdin=subprocess.DEVNULL, capture_output=True, timeout=LIMIT, text=True, errors="replace", check=False)
         if check and answer.returncode != 0:
             raise PbxError(f"no answer to '{command}': {answer.stderr or answer.stdout}{self._last_words()}")
@@ -313,12 +312,9 @@ class PrivatePbx:
         return ""
 
 
-def asterisk():
-    """Path of the PBX's program, which stands in a folder that not every user searches."""
-    path = shutil.which("asterisk", path=os.environ.get("PATH", "") + ":/usr/sbin:/usr/local/sbin")
-    if not path:
-        raise PbxError("asterisk is not installed: run setup/packages.sh")
-    return path
+def prompt(name):
+    """The path, without its extension, of a recorded prompt: prompt("digits/7")."""
+    return f"{host().sounds}/en/{name}"
 
 
 def sanitizer_environment(build):

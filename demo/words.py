@@ -2,7 +2,7 @@
 
 from collections import deque
 
-from pbx import SOUNDS
+from pbx import prompt
 from question import HEADING, Question, row
 
 DAYS = ["sunday", "monday", "tuesday", "wednesday", "thursday", "friday", "saturday"]
@@ -49,7 +49,7 @@ def answers(pbx, spoken):
     for name, word, sound in spoken:
         if len(waiting) == CALLS_AT_ONCE:
             yield next_answer(waiting)
-        waiting.append((word, Question(pbx, f"quillbrook:{name}", SOUNDS / sound)))
+        waiting.append((word, Question(pbx, f"quillbrook:{name}", prompt(sound))))
     while waiting:
         yield next_answer(waiting)
 

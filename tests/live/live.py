@@ -1,9 +1,11 @@
 """What the live tests share: a PBX with the module loaded, calls on the dummy plugin, and a look at what is left over.
 
-A test file ends with `live.main()` and is run as `python3 test_x.py --build FOLDER [-v] [Class.test]`.
+A test file ends with `live.main()` and is run as `python3 test_x.py --build FOLDER [--host PREFIX] [-v] [Class.test]`.
+--host, or the variable QUILLBROOK_HOST, names another PBX than the system's, for which FOLDER was built.
 """
 
 import argparse
+import os
 import re
 import sys
 import time
@@ -12,6 +14,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "demo"))
 
+from host import host  # noqa: E402
 from pbx import LIMIT, PrivatePbx, end_on_signals, report  # noqa: E402
 
 MODULE = "res_speech_quillbrook.so"
@@ -31,6 +34,12 @@ def configuration(general=None, **profiles):
         sections["general"]["profiles"] = ",".join(profiles)
     return "".join(f"[{name}]\n" + "".join(f"{key}={value}\n" for key, value in keys.items())
                    for name, keys in sections.items())
+
+
+def require_module(name):
+    """Skips the test on a PBX that lacks a module, as the older series do."""
+    if not host().has_module(name):
+        raise unittest.SkipTest(f"Asterisk {host().series} has no {name}")
 
 
 class LiveTest(unittest.TestCase):
@@ -103,6 +112,8 @@ def main():
     end_on_signals()
     parser = argparse.ArgumentParser()
     parser.add_argument("--build", required=True)
+    parser.add_argument("--host", default=os.environ.get("QUILLBROOK_HOST", ""))
     options, rest = parser.parse_known_args()
+    os.environ["QUILLBROOK_HOST"] = options.host
     build = Path(options.build).resolve()
     unittest.main(module="__main__", argv=[sys.argv[0], *(rest or ["-v"])])

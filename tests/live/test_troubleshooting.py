@@ -8,6 +8,7 @@ from pathlib import Path
 
 import live
 from live import MODULE, RESULT, configuration
+from host import host
 from pbx import PrivatePbx
 
 PAGE = (Path(__file__).resolve().parents[2] / "docs/troubleshooting.md").read_text(encoding="utf-8")
@@ -74,7 +75,7 @@ class TroubleTest(unittest.TestCase):
 
     def test_hosts(self):
         module = (live.build / "lib/asterisk/modules" / MODULE).read_bytes()
-        options, = re.findall(rb'AST_BUILDOPT_SUM "(\w+)"', Path("/usr/include/asterisk/buildopts.h").read_bytes())
+        options, = re.findall(rb'AST_BUILDOPT_SUM "(\w+)"', (host().headers / "asterisk/buildopts.h").read_bytes())
         (self.pbx.folder / "mod" / MODULE).write_bytes(module.replace(options, options[::-1]))
         self.assertFalse(self.load(configuration(), "The module was built for another PBX"))
         machines = {"The speech API of the PBX is missing": {"files": {"modules.conf": NO_SPEECH}}}
