@@ -4,7 +4,7 @@
 #
 # Usage: ./test.sh [--thorough]
 #   --thorough  for a release; takes several times as long: the component tests also as compiled for release, every
-#               live test with the address sanitizer, a longer fuzzing, the analyser's full depth
+#               live test with the address sanitizer and longer ones, a longer fuzzing, the analyser's full depth
 #
 # Installs what is missing. Builds are kept in build/ (what ships), build-address/, build-thread/, build-fuzz/ and
 # build-tidy/; their check-*.log hold the details. The live tests mostly wait, so they run beside the later builds.
@@ -13,7 +13,7 @@ cd "$(dirname "$0")" || exit 1
 
 case ${1:-} in
   '') fuzz_inputs=2000 depth=shallow live_with_sanitizer='calls|grammar' ;;
-  --thorough) fuzz_inputs=1000000 depth=deep live_with_sanitizer=live ;;
+  --thorough) fuzz_inputs=1000000 depth=deep live_with_sanitizer=live && export QUILLBROOK_THOROUGH=1 ;;
   *) echo "usage: $0 [--thorough]" >&2 && exit 2 ;;
 esac
 jobs=$(nproc)

@@ -7,6 +7,7 @@
 #include "../ops/statistics.h"
 #include "../support/guard.h"
 #include "../session/watch.h"
+#include "../support/module_use.h"
 #include "config.h"
 #include "../record/engine.h"
 #include "plugin_library.h"
@@ -53,38 +54,75 @@ bool load() {
   return true;
 }
 
-// Takes back all that a failed load had done, the last step first: an engine left registered would lead calls into a
-// module that is gone. What had not been done yet is passed over.
-void withdraw() {
-  quillbrook_watch_stop();
-  quillbrook_jsgf_uri_unlink();
+void unlink_uris() {
   quillbrook_webenabled = 0;
   quillbrook_http_update();
-  for (int index = kEngines - 1; index > 0; --index) {
-    quillbrook_engine_t &engine = quillbrook_engine[index];
-    if (engine.plugin_handle) {
-      quillbrook_unregister_profile_engine(index);
-      quillbrook_plugin_close(engine);
-    }
-    quillbrook_engine_release_texts(engine);
+  quillbrook_jsgf_uri_unlink();
+}
+
+// Takes back all that a failed load had done: an engine left registered would lead calls into a module that is gone.
+// What had not been done yet is passed over.
+void withdraw() {
+  unlink_uris();
+  bool was_offered = false;
+  for (int index = 0; index < kEngines; ++index) {
+    was_offered = quillbrook_withdraw_engine(index) || was_offered;
   }
-  if (ast_engine.formats) {
-    quillbrook_unregister_default_engine();
-    quillbrook_release_default_formats();
+  // Who has found an engine is turned away, and gone in the end.
+  while (was_offered && !quillbrook_module_at_rest()) {
   }
-  quillbrook_plugin_close(quillbrook_engine[0]);
-  quillbrook_engine_release_texts(quillbrook_engine[0]);
+  quillbrook_watch_stop();
+  for (int index = 0; index < kEngines; ++index) {
+    quillbrook_release_engine(index);
+    quillbrook_plugin_close(quillbrook_engine[index]);
+    quillbrook_engine_release_texts(quillbrook_engine[index]);
+  }
   close_log_file();
   quillbrook_statistics_destroy();
 }
 
-void unload_profile(quillbrook_engine_t &engine, int index) {
-  debug_notice("Remove profile = %s\n", engine.name);
-  quillbrook_engine_release_texts(engine);
-  if (const int result = quillbrook_plugin_close(engine)) {
+// What the unload has taken from the host, to be given back when it cannot go on.
+struct Withdrawn {
+  int webenabled;
+  bool engines[kEngines];
+};
+
+Withdrawn withdraw_for_unload() {
+  Withdrawn withdrawn = {quillbrook_webenabled, {}};
+  unlink_uris();
+  quillbrook_cli_unregister();
+  for (int index = 0; index < kEngines; ++index) {
+    withdrawn.engines[index] = quillbrook_withdraw_engine(index);
+  }
+  return withdrawn;
+}
+
+void give_back(const Withdrawn &withdrawn) {
+  quillbrook_webenabled = withdrawn.webenabled;
+  quillbrook_http_update();
+  quillbrook_jsgf_uri_link();
+  if (quillbrook_cli_register()) {
+    ast_log(LOG_ERROR, "Failed to register QuillBrook CLI commands\n");
+  }
+  for (int index = 0; index < kEngines; ++index) {
+    if (withdrawn.engines[index]) {
+      quillbrook_offer_engine_again(index);
+    }
+  }
+}
+
+bool close_plugin(quillbrook_engine_t &engine) {
+  const int result = quillbrook_plugin_close(engine);
+  if (result) {
     ast_log(LOG_ERROR, "Failed to unload the QuillBrook plugin : res=%d.\n", result);
   }
-  if (!quillbrook_unregister_profile_engine(index)) {
+  return result == 0;
+}
+
+void unload_profile(quillbrook_engine_t &engine, bool was_offered) {
+  debug_notice("Remove profile = %s\n", engine.name);
+  close_plugin(engine);
+  if (!was_offered) {
     char name[kEngineNameSize];
     quillbrook_engine_host_name(engine, name, sizeof(name));
     ast_log(LOG_ERROR, "Failed to unregister module %s\n", name);
@@ -94,38 +132,49 @@ void unload_profile(quillbrook_engine_t &engine, int index) {
 enum ast_module_load_result load_module() {
   quillbrook_engine_table_init();
   quillbrook_statistics_init();
+  quillbrook_module_set_open(false);
   if (guarded("load_module", false, load)) {
+    quillbrook_module_set_open(true);
     return AST_MODULE_LOAD_SUCCESS;
   }
   withdraw();
   return AST_MODULE_LOAD_FAILURE;
 }
 
-int unload_module() {
-  return guarded("unload_module", -1, [] {
-    quillbrook_webenabled = 0;
-    quillbrook_http_update();
-    quillbrook_jsgf_uri_unlink();
-    quillbrook_cli_unregister();
-    quillbrook_for_each_profile(unload_profile);
-    // Entries behind a hole in the list of profiles have texts, but neither plugin nor engine.
-    for (quillbrook_engine_t &engine : quillbrook_engine) {
-      quillbrook_engine_release_texts(engine);
-    }
-    quillbrook_release_default_formats();
-    if (const int result = quillbrook_plugin_close(quillbrook_engine[0])) {
-      ast_log(LOG_ERROR, "Failed to unload the QuillBrook plugin : res=%d.\n", result);
-      return -1;
-    }
-    debug_notice("Unload res_speech_quillbrook module\n");
-    if (!quillbrook_unregister_default_engine()) {
-      ast_log(LOG_ERROR, "Failed to unregister module\n");
-    }
-    quillbrook_watch_stop();
-    close_log_file();
-    quillbrook_statistics_destroy();
-    return 0;
+int unload() {
+  const Withdrawn withdrawn = withdraw_for_unload();
+  if (!quillbrook_module_at_rest()) {
+    give_back(withdrawn);
+    ast_log(LOG_NOTICE, "A session began meanwhile: the module stays loaded.\n");
+    return -1;
+  }
+  quillbrook_module_set_open(false);
+  quillbrook_for_each_profile([&](quillbrook_engine_t &engine, int index) {
+    unload_profile(engine, withdrawn.engines[index]);
+    quillbrook_release_engine(index);
   });
+  // Entries behind a hole in the list of profiles have texts, but neither plugin nor engine.
+  for (quillbrook_engine_t &engine : quillbrook_engine) {
+    quillbrook_engine_release_texts(engine);
+  }
+  if (!close_plugin(quillbrook_engine[0])) {
+    // The default engine stays, and refuses every session.
+    quillbrook_offer_engine_again(0);
+    return -1;
+  }
+  debug_notice("Unload res_speech_quillbrook module\n");
+  if (!withdrawn.engines[0]) {
+    ast_log(LOG_ERROR, "Failed to unregister module\n");
+  }
+  quillbrook_release_engine(0);
+  quillbrook_watch_stop();
+  close_log_file();
+  quillbrook_statistics_destroy();
+  return 0;
+}
+
+int unload_module() {
+  return guarded("unload_module", -1, unload);
 }
 
 // Nothing is read again: a change of the configuration takes effect when the module is unloaded and loaded.

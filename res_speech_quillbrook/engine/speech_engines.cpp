@@ -8,13 +8,40 @@ namespace {
 // The host keeps names as char *, and never writes to them.
 char default_engine_name[] = "quillbrook";
 
-// The records of the profiles' engines, by index of their entry: the host uses them but does not own them.
-struct ast_speech_engine *profile_engines[kEngines];
+// The record of each engine by index of its entry, until it is released, and whether the host knows it. Entry 0 has
+// `ast_engine`; the records of the profiles are on the heap: the host uses them but does not own them.
+struct ast_speech_engine *engines[kEngines];
+bool known[kEngines];
 
-void release_profile_engine(struct ast_speech_engine *engine) {
+void discard(struct ast_speech_engine *engine) {
   host_format_cap_release(engine->formats);
-  ast_free(engine->name);
-  ast_free(engine);
+  engine->formats = nullptr;
+  if (engine != &ast_engine) {
+    ast_free(engine->name);
+    ast_free(engine);
+  }
+}
+
+bool offer(int index, struct ast_speech_engine *engine) {
+  if (ast_speech_register(engine)) {
+    if (index == 0) {
+      ast_log(LOG_ERROR, "Failed to register module\n");
+    } else {
+      ast_log(LOG_ERROR, "Failed to register module %s\n", engine->name);
+    }
+    return false;
+  }
+  engines[index] = engine;
+  known[index] = true;
+  return true;
+}
+
+bool add_formats(struct ast_speech_engine *engine) {
+  engine->formats = host_format_cap_slin();
+  if (!engine->formats) {
+    ast_log(LOG_ERROR, "Failed to alloc media format capabilities\n");
+  }
+  return engine->formats;
 }
 
 }  // namespace
@@ -39,65 +66,48 @@ struct ast_speech_engine ast_engine = {
 };
 
 bool quillbrook_register_default_engine() {
-  ast_engine.formats = host_format_cap_slin();
-  if (!ast_engine.formats) {
-    ast_log(LOG_ERROR, "Failed to alloc media format capabilities\n");
-    return false;
+  if (add_formats(&ast_engine) && offer(0, &ast_engine)) {
+    return true;
   }
-  if (ast_speech_register(&ast_engine)) {
-    ast_log(LOG_ERROR, "Failed to register module\n");
-    quillbrook_release_default_formats();
-    return false;
-  }
-  return true;
+  discard(&ast_engine);
+  return false;
 }
 
 bool quillbrook_register_profile_engine(int index) {
   char name[kEngineNameSize];
   quillbrook_engine_host_name(quillbrook_engine[index], name, sizeof(name));
-  auto *ast_engine_profile = host_calloc<struct ast_speech_engine>();
-  if (!ast_engine_profile) {
+  auto *engine = host_calloc<struct ast_speech_engine>();
+  if (!engine) {
     return true;
   }
-  *ast_engine_profile = ast_engine;
-  ast_engine_profile->name = ast_strdup(name);
-  ast_engine_profile->formats = nullptr;
-  if (!ast_engine_profile->name) {
-    release_profile_engine(ast_engine_profile);
+  *engine = ast_engine;
+  engine->name = ast_strdup(name);
+  engine->formats = nullptr;
+  if (!engine->name) {
+    discard(engine);
     return true;
   }
-  ast_engine_profile->formats = host_format_cap_slin();
-  if (!ast_engine_profile->formats) {
-    ast_log(LOG_ERROR, "Failed to alloc media format capabilities\n");
-    release_profile_engine(ast_engine_profile);
+  if (!add_formats(engine) || !offer(index, engine)) {
+    discard(engine);
     return false;
   }
-  if (ast_speech_register(ast_engine_profile)) {
-    ast_log(LOG_ERROR, "Failed to register module %s\n", name);
-    release_profile_engine(ast_engine_profile);
-    return false;
-  }
-  profile_engines[index] = ast_engine_profile;
   debug_notice(" Registred plugin : %s.\n", name);
   return true;
 }
 
-bool quillbrook_unregister_default_engine() {
-  return ast_speech_unregister(ast_engine.name) == 0;
+bool quillbrook_withdraw_engine(int index) {
+  return std::exchange(known[index], false) && ast_speech_unregister(engines[index]->name) == 0;
 }
 
-bool quillbrook_unregister_profile_engine(int index) {
-  char name[kEngineNameSize];
-  quillbrook_engine_host_name(quillbrook_engine[index], name, sizeof(name));
-  const bool known = ast_speech_unregister(name) == 0;
-  if (profile_engines[index]) {
-    release_profile_engine(profile_engines[index]);
-    profile_engines[index] = nullptr;
+void quillbrook_offer_engine_again(int index) {
+  if (engines[index]) {
+    offer(index, engines[index]);
   }
-  return known;
 }
 
-void quillbrook_release_default_formats() {
-  host_format_cap_release(ast_engine.formats);
-  ast_engine.formats = nullptr;
+void quillbrook_release_engine(int index) {
+  if (engines[index]) {
+    discard(engines[index]);
+    engines[index] = nullptr;
+  }
 }

@@ -11,9 +11,14 @@ extern struct ast_speech_engine ast_engine;
 bool quillbrook_register_default_engine();
 bool quillbrook_register_profile_engine(int index);
 
-// Withdraw an engine from the host and release its record. False when the host does not know it.
-bool quillbrook_unregister_default_engine();
-bool quillbrook_unregister_profile_engine(int index);
+// In the functions below `index` is that of any entry; where the module has no engine they do nothing.
 
-// Releases the formats of the default engine.
-void quillbrook_release_default_formats();
+// Takes an engine from the host, which may be about to call it all the same: its record stays as it is. False when the
+// host did not have it from us; an engine of that name is then another module's.
+bool quillbrook_withdraw_engine(int index);
+
+// Gives the host back an engine that was withdrawn; an ERROR line when it refuses.
+void quillbrook_offer_engine_again(int index);
+
+// Releases the record of an engine that was withdrawn.
+void quillbrook_release_engine(int index);

@@ -1,6 +1,7 @@
 #include "../ops/statistics.h"
 #include "../support/cli.h"
 #include "../support/guard.h"
+#include "../support/module_use.h"
 #include "entries.h"
 #include "watch.h"
 #include "../record/session.h"
@@ -134,7 +135,7 @@ int create(struct ast_speech *speech) {
   const char *profile;
   quillbrook_engine_t *engine = find_engine(engine_name, profile);
   // An engine without a plugin is left when an unload failed half way.
-  if (!engine || !engine->plugin_init) {
+  if (!engine || !engine->plugin_init || !quillbrook_module_is_open()) {
     ast_log(LOG_ERROR, "No plugin behind the engine %s (profile %s)\n", engine_name, profile);
     return -1;
   }
@@ -154,8 +155,6 @@ int create(struct ast_speech *speech) {
   name_session(session);
   choose_loggingtag(session);
   str_fifo_init(&session->last_results);
-  // Kept until destroy, so that the host refuses to unload the module under a live call.
-  ast_module_ref(host_module_self());
   shared_store(speech->data, static_cast<void *>(session));
   quillbrook_watch_add(speech, session);
   log_defaults(session);
@@ -165,5 +164,11 @@ int create(struct ast_speech *speech) {
 }  // namespace
 
 int quillbrook_recog_create(struct ast_speech *speech, struct ast_format *) {
-  return guarded("quillbrook_recog_create", -1, [=] { return create(speech); });
+  // Kept until destroy, so that the host refuses to unload the module under a live call.
+  quillbrook_module_enter();
+  const int result = guarded("quillbrook_recog_create", -1, [=] { return create(speech); });
+  if (result) {
+    quillbrook_module_leave();
+  }
+  return result;
 }

@@ -1,6 +1,7 @@
 #include "../ops/statistics.h"
 #include "../result/result_file.h"
 #include "../support/guard.h"
+#include "../support/module_use.h"
 #include "entries.h"
 #include "recognition.h"
 #include "watch.h"
@@ -46,7 +47,7 @@ void release_session(quillbrook_speech_t *session) {
 }  // namespace
 
 int quillbrook_recog_destroy(struct ast_speech *speech) {
-  return guarded("quillbrook_recog_destroy", 0, [=] {
+  const int result = guarded("quillbrook_recog_destroy", 0, [=] {
     quillbrook_speech_t *session = quillbrook_session_of(speech);
     session_notice(session, "Destroy speech resource\n");
     // From here on the callback refuses, so nothing reaches what is taken apart below.
@@ -62,7 +63,8 @@ int quillbrook_recog_destroy(struct ast_speech *speech) {
     quillbrook_release_session_recognition(session);
     remove_result_files(session);
     release_session(session);
-    ast_module_unref(host_module_self());
     return 0;
   });
+  quillbrook_module_leave();
+  return result;
 }

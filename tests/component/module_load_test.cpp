@@ -126,10 +126,64 @@ TEST_F(LoadTest, AnUnloadThatFailsHalfWayLeavesNoEngineThatRuns) {
   EXPECT_EQ(stand_in::unload_module(), -1);
   EXPECT_EQ(stand_in::logged(__LOG_ERROR, "Failed to unload the QuillBrook plugin : res=-1.\n"), 1);
   ast_speech speech{};
-  speech.engine = stand_in::find_engine("quillbrook");
-  ASSERT_NE(speech.engine, nullptr);
-  EXPECT_EQ(speech.engine->create(&speech, nullptr), -1);
+  ASSERT_THAT(stand_in::engine_names(), testing::ElementsAre("quillbrook"));
+  EXPECT_EQ(stand_in::create_speech(speech, stand_in::find_engine("quillbrook")), -1);
   EXPECT_EQ(stand_in::unload_module(), 0);
+  expect_nothing_left();
+}
+
+// A call had found its engine when the unload began, or was in the middle of its creation.
+TEST_F(LoadTest, AnUnloadGivesWayToASessionThatBegins) {
+  for (const char *moment : {"usleep", "cli tandrel show session threadid uniqueid"}) {
+    ASSERT_EQ(stand_in::load_module(), 0);
+    const std::vector<std::string> commands = stand_in::command_names();
+    ast_speech_engine *found = stand_in::find_engine("quillbrook:digits");
+    ast_speech speech{};
+    int unloaded = 0;
+    const auto create = [&] { EXPECT_EQ(stand_in::create_speech(speech, found), 0); };
+    const auto unload = [&] { unloaded = stand_in::unload_module(); };
+    const bool unload_is_first = moment == std::string("usleep");
+    stand_in::during(moment, unload_is_first ? std::function<void()>(create) : unload);
+    unload_is_first ? unload() : create();
+    EXPECT_EQ(unloaded, -1) << moment;
+    EXPECT_THAT(stand_in::engine_names(), testing::ElementsAre("quillbrook", "quillbrook:digits", "quillbrook:names"));
+    EXPECT_EQ(stand_in::http_uris().size(), 2U);
+    EXPECT_EQ(stand_in::command_names(), commands);
+    ASSERT_NE(speech.data, nullptr) << moment;
+
+    // The session ends as the next unload looks: that one waits a second time, for the last steps of the destruction.
+    const int64_t slept = stand_in::slept_us();
+    stand_in::during("usleep", [&] { found->destroy(&speech); });
+    EXPECT_EQ(stand_in::unload_module(), 0);
+    EXPECT_EQ(stand_in::slept_us() - slept, 2 * 200000);
+    expect_nothing_left();
+  }
+}
+
+TEST_F(LoadTest, NoSessionBeginsBeforeTheLoadIsWhole) {
+  ast_speech speech{};
+  stand_in::during("register quillbrook:names",
+                   [&] { EXPECT_EQ(stand_in::create_speech(speech, stand_in::find_engine("quillbrook")), -1); });
+  stand_in::fail(Fault::kEngineRegister, 3);
+  EXPECT_EQ(stand_in::load_module(), -1);
+  EXPECT_EQ(stand_in::noted("register quillbrook:names"), 1);
+  expect_nothing_left();
+}
+
+TEST_F(LoadTest, EnginesOfOtherModulesStay) {
+  ast_speech_engine names = stand_in::foreign_engine("quillbrook:names");
+  ASSERT_EQ(ast_speech_register(&names), 0);
+  EXPECT_EQ(stand_in::load_module(), -1);
+  EXPECT_THAT(stand_in::engine_names(), testing::ElementsAre("quillbrook:names"));
+  ast_speech_unregister("quillbrook:names");
+
+  ast_speech_engine main = stand_in::foreign_engine("quillbrook");
+  ASSERT_EQ(ast_speech_register(&main), 0);
+  stand_in::write_config("quillbrook.conf", "[general]\nplugin=\nprofiles=digits\n[digits]\nplugin=good.so\n");
+  EXPECT_EQ(stand_in::load_module(), 0);
+  EXPECT_EQ(stand_in::unload_module(), 0);
+  EXPECT_THAT(stand_in::engine_names(), testing::ElementsAre("quillbrook"));
+  ast_speech_unregister("quillbrook");
   expect_nothing_left();
 }
 

@@ -7,6 +7,7 @@ struct Log {
   std::vector<stand_in::Line> lines;
   std::vector<stand_in::Line> verbose;
   std::vector<std::string> notes;
+  std::multimap<std::string, std::function<void()>> planned;
 };
 Log &state() {
   static Log log;
@@ -53,12 +54,31 @@ int mentioned(const std::string &part) {
 }
 
 void note(const std::string &call) {
-  Guard guard(state_lock());
-  state().notes.push_back(call);
+  {
+    Guard guard(state_lock());
+    state().notes.push_back(call);
+  }
+  reached(call);
 }
 int noted(const std::string &call) {
   const std::vector<std::string> all = notes();
   return std::count(all.begin(), all.end(), call);
+}
+
+void during(const std::string &call, std::function<void()> action) {
+  Guard guard(state_lock());
+  state().planned.emplace(call, std::move(action));
+}
+void reached(const std::string &call) {
+  std::function<void()> action;
+  {
+    Guard guard(state_lock());
+    const auto found = state().planned.find(call);
+    if (found == state().planned.end()) return;
+    action = std::move(found->second);
+    state().planned.erase(found);
+  }
+  action();
 }
 
 }  // namespace stand_in

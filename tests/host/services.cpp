@@ -171,6 +171,20 @@ ast_speech_engine *find_engine(const std::string &name) {
   }
   return nullptr;
 }
+int create_speech(ast_speech &speech, ast_speech_engine *engine) {
+  speech.engine = engine;
+  ao2_ref(engine->formats, 1);
+  ao2_ref(engine->formats, -1);
+  return engine->create(&speech, ast_format_slin);
+}
+ast_speech_engine foreign_engine(const char *name) {
+  ast_speech_engine engine = {};
+  engine.name = const_cast<char *>(name);
+  engine.create = [](ast_speech *, ast_format *) { return -1; };
+  engine.write = [](ast_speech *, void *, int) { return -1; };
+  engine.destroy = [](ast_speech *) { return -1; };
+  return engine;
+}
 int format_caps() { return ast_format_cap::existing; }
 
 }  // namespace stand_in
@@ -341,6 +355,7 @@ void ast_variables_destroy(struct ast_variable *list) {
 // Speech
 
 int ast_speech_register(struct ast_speech_engine *engine) {
+  note(std::string("register ") + engine->name);
   if (fails(Fault::kEngineRegister) || !engine->create || !engine->write || !engine->destroy ||
       find_engine(engine->name)) {
     return -1;

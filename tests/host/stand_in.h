@@ -8,6 +8,7 @@
 
 #include "host.h"
 
+#include <functional>
 #include <map>
 
 namespace stand_in {
@@ -62,11 +63,14 @@ int logged(int level, const std::string &text);
 // Lines of either kind that contain `part`.
 int mentioned(const std::string &part);
 
-// Names of noteworthy calls in their order: those of streams and detectors, "state N", "cli COMMAND", and what tests
-// note themselves.
+// Names of noteworthy calls in their order: those of streams and detectors, "state N", "cli COMMAND", "register
+// ENGINE", and what tests note themselves.
 void note(const std::string &call);
 std::vector<std::string> notes();
 int noted(const std::string &call);
+// Runs `action` once, in the middle of the next call of that name, on its thread: for what happens meanwhile on
+// another. Calls of usleep count as "usleep".
+void during(const std::string &call, std::function<void()> action);
 
 // Files of the module, by the path that the module knows.
 std::vector<std::string> files();
@@ -114,6 +118,10 @@ int reload_module();
 int module_references();
 std::vector<std::string> engine_names();
 ast_speech_engine *find_engine(const std::string &name);
+// What the host does with an engine that it has found: looks at its formats and has it create a session. 0 or -1.
+int create_speech(ast_speech &speech, ast_speech_engine *engine);
+// An engine of another module, which can be registered and never used.
+ast_speech_engine foreign_engine(const char *name);
 // Format capabilities that exist.
 int format_caps();
 

@@ -21,6 +21,8 @@ namespace stand_in {
 
 // Whether this use fails, by the test's plan.
 bool fails(Fault fault);
+// What a test planned for this call happens.
+void reached(const std::string &call);
 // Guards everything that the stand-in remembers. Function-local, because the module registers itself before main.
 std::recursive_mutex &state_lock();
 
