@@ -1,5 +1,15 @@
-#include "entries.h"
 #include "../record/session.h"
+#include "entries.h"
+
+namespace {
+
+// The host lets other threads read and write a channel's settings, and one of them may come as the session goes.
+const char *name_of(const struct ast_speech *speech) {
+  const quillbrook_speech_t *session = quillbrook_session_of(speech);
+  return session ? session->name : "?";
+}
+
+}  // namespace
 
 int quillbrook_recog_dtmf(struct ast_speech *speech, const char *dtmf) {
   quillbrook_speech_t *session = quillbrook_session_of(speech);
@@ -9,16 +19,16 @@ int quillbrook_recog_dtmf(struct ast_speech *speech, const char *dtmf) {
 }
 
 int quillbrook_recog_change(struct ast_speech *speech, const char *name, const char *value) {
-  session_notice(quillbrook_session_of(speech), "Change setting name: %s value:%s\n", shown(name), shown(value));
+  notice("(%s) Change setting name: %s value:%s\n", name_of(speech), shown(name), shown(value));
   return 0;
 }
 
 int quillbrook_recog_get_settings(struct ast_speech *speech, const char *name, char *, size_t) {
-  session_notice(quillbrook_session_of(speech), "Get settings name: %s\n", shown(name));
+  notice("(%s) Get settings name: %s\n", name_of(speech), shown(name));
   return -1;
 }
 
 int quillbrook_recog_change_results_type(struct ast_speech *speech, enum ast_speech_results_type results_type) {
-  session_notice(quillbrook_session_of(speech), "Get result type: %d\n", static_cast<int>(results_type));
+  notice("(%s) Get result type: %d\n", name_of(speech), static_cast<int>(results_type));
   return -1;
 }

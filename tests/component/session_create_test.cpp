@@ -102,4 +102,17 @@ TEST_F(CreateTest, EveryAllocationMayFail) {
   }
 }
 
+// Other threads read and write a channel's settings, also while it goes.
+TEST_F(CreateTest, SettingsOfASessionThatIsGoneAreAnsweredAsAlways) {
+  verbose = 1;
+  for (const bool gone : {false, true}) {
+    if (!gone) create();
+    EXPECT_EQ(quillbrook_recog_change(&speech, "a", "b"), 0);
+    EXPECT_EQ(quillbrook_recog_get_settings(&speech, "a", nullptr, 0), -1);
+    EXPECT_EQ(quillbrook_recog_change_results_type(&speech, AST_SPEECH_RESULTS_TYPE_NORMAL), -1);
+    EXPECT_EQ(stand_in::logged(__LOG_NOTICE, (gone ? "(?) " : named("")) + "Get settings name: a\n"), 1);
+    if (!gone) destroy();
+  }
+}
+
 }  // namespace
