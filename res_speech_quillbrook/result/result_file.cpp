@@ -40,7 +40,7 @@ void quillbrook_result_path(char (&path)[kResultPathSize], const char *name, con
 
 FILE *quillbrook_create_result_file(const char *path) {
   unlink(path);
-  const int descriptor = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+  const int descriptor = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (descriptor < 0) {
     return nullptr;
   }

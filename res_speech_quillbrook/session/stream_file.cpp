@@ -2,7 +2,7 @@
 
 namespace {
 
-constexpr mode_t kStreamMode = 0666;
+constexpr mode_t kStreamMode = 0600;  // it holds what callers say
 constexpr char kRewindPrefix[] = "/tmp/quillbrook2";
 
 void copy_frames(struct ast_filestream *from, struct ast_filestream *to) {

@@ -119,7 +119,8 @@ INSTANTIATE_TEST_SUITE_P(, TeardownTest, testing::Combine(testing::ValuesIn(kPha
 
 using TeardownFilesTest = SessionTest;
 
-TEST_F(TeardownFilesTest, RemovesEveryResultFileUnlessTheyAreToBeKept) {
+TEST_F(TeardownFilesTest, FilesAreForThePbxAloneAndGoWithTheSessionUnlessTheyAreToBeKept) {
+  const mode_t mask = umask(0);
   for (const int mode : {0, 1, 2, 3}) {
     engine.keepfiles = mode / 2;
     engine.returnjson = mode % 2;
@@ -129,10 +130,16 @@ TEST_F(TeardownFilesTest, RemovesEveryResultFileUnlessTheyAreToBeKept) {
     send("one", 80);
     send("two", 80);
     EXPECT_EQ(stand_in::files().size(), 3U);
+    for (const std::string &file : stand_in::files()) {
+      struct stat status = {};
+      EXPECT_EQ(lstat(stand_in::real_path(file).c_str(), &status), 0);
+      EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFREG | 0600)) << file;
+    }
     destroy();
     EXPECT_EQ(stand_in::files().size(), engine.keepfiles ? 3U : 0U);
     stand_in::reset();
   }
+  umask(mask);
 }
 
 }  // namespace

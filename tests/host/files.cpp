@@ -83,13 +83,13 @@ struct Stream : ast_filestream {
 };
 
 // Null for a type that the stand-in, like the host, has no format for.
-Stream *open_stream(const char *filename, const char *type, int flags, const char *mode) {
+Stream *open_stream(const char *filename, const char *type, int flags, mode_t permissions, const char *mode) {
   const std::string kind = type;
   if (kind != "wav" && kind != "ulaw") {
     ast_log(LOG_WARNING, "No such format '%s'\n", type);
     return nullptr;
   }
-  int descriptor = __real_open(real_path(std::string(filename) + "." + kind).c_str(), flags, 0600);
+  int descriptor = __real_open(real_path(std::string(filename) + "." + kind).c_str(), flags, permissions);
   if (descriptor < 0) return nullptr;
   auto *stream = new Stream{};
   stream->f = fdopen(descriptor, mode);
@@ -129,10 +129,11 @@ int __wrap_mkstemp(char *pattern) {
 }
 
 // As in the host, only O_APPEND keeps what is there.
-struct ast_filestream *ast_writefile(const char *filename, const char *type, const char *, int flags, int, mode_t) {
+struct ast_filestream *ast_writefile(const char *filename, const char *type, const char *, int flags, int,
+                                     mode_t permissions) {
   note("ast_writefile");
   flags |= O_WRONLY | O_CREAT | (flags & O_APPEND ? 0 : O_TRUNC);
-  Stream *stream = fails(Fault::kWriteStream) ? nullptr : open_stream(filename, type, flags, "wb");
+  Stream *stream = fails(Fault::kWriteStream) ? nullptr : open_stream(filename, type, flags, permissions, "wb");
   if (stream && !stream->ulaw) {
     fwrite(kWavHeader, 1, sizeof(kWavHeader), stream->f);
     fflush(stream->f);
@@ -158,7 +159,7 @@ int ast_writestream(struct ast_filestream *stream, struct ast_frame *frame) {
 // Reading, which the tests do with WAV only. Places are in samples, behind the header.
 struct ast_filestream *ast_readfile(const char *filename, const char *type, const char *, int, int, mode_t) {
   note("ast_readfile");
-  Stream *stream = fails(Fault::kReadStream) ? nullptr : open_stream(filename, type, O_RDONLY, "rb");
+  Stream *stream = fails(Fault::kReadStream) ? nullptr : open_stream(filename, type, O_RDONLY, 0, "rb");
   if (stream) ast_seekstream(stream, 0, SEEK_SET);
   return stream;
 }
