@@ -63,6 +63,13 @@ const Behaviour kBehaviours[] = {
        plugin.loop_waits = false;
        plugin.on_end = [](quillbrook_context *context) { copy_text(context->extra, "ERROR: lost"); };
      }},
+    {"EndsItsThread",
+     [](FakePlugin &plugin) {
+       plugin.on_end = [&plugin](quillbrook_context *) {
+         ++plugin.ended;
+         pthread_exit(nullptr);
+       };
+     }},
     {"TwoThreads", report_from_two_threads},
 };
 
