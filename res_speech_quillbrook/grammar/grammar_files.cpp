@@ -15,42 +15,25 @@ bool ends_with(std::string_view text, std::string_view end) {
 
 // Called right after the failure, while errno tells of it.
 void warn_unreadable(const quillbrook_speech_t &session, const char *name, const char *path) {
-  ast_log(LOG_WARNING, "(%s) Cannot read grammar %s = %s: %s\n", session.name, name, path, strerror(errno));
-}
-
-// The rest of a file with a zero byte behind it, or null when there is no memory.
-char *read_blob(FILE *file) {
-  char *data = nullptr;
-  size_t data_size = 0;
-  for (size_t data_capacity = 512;; data_capacity *= 2) {
-    char *larger = host_realloc_text(data, data_capacity);
-    if (!larger) {
-      ast_log(LOG_ERROR, "Memory allocation error!\n");
-      ast_free(data);
-      return nullptr;
-    }
-    data = larger;
-    data_size += fread(data + data_size, 1, data_capacity - data_size, file);
-    if (data_size < data_capacity) {
-      data[data_size] = '\0';
-      return data;
-    }
-  }
+  ast_log(LOG_WARNING, "(%s) Cannot read grammar %s = %s: %s\n", session.name, name, path,
+          file_error_text(errno, kTextFileMax).c_str());
 }
 
 void load_configuration(quillbrook_speech_t &session, const char *name, const char *path) {
   debug_log("config detect :%s.\n", path);
-  OpenFile file(open_regular_file(path));
-  if (!file) {
+  char *text = load_file_to_string(path);
+  if (!text && errno == ENOMEM) {
+    ast_log(LOG_ERROR, "Memory allocation error!\n");
+  } else if (!text) {
     warn_unreadable(session, name, path);
   }
-  quillbrook_replace_config(session, file ? read_blob(file.get()) : nullptr);
+  quillbrook_replace_config(session, text);
   copy_text(session.config_name, name);
 }
 
 void load_context(quillbrook_speech_t &session, const char *name, const char *path) {
   debug_log("context detect :%s.\n", path);
-  OpenFile file(open_regular_file(path));
+  OpenFile file(open_regular_file(path, kTextFileMax));
   if (file) {
     // One byte more than fits, so that a longer text is cut behind a whole character.
     char text[QUILLBROOK_TEXT_SIZE + 1];
@@ -67,7 +50,7 @@ std::string reason_of(const std::exception &failure) {
   std::string reason = failure.what();
   if (const auto *file_error = dynamic_cast<const GrammarFileError *>(&failure)) {
     reason += ": ";
-    reason += strerror(file_error->error());
+    reason += file_error_text(file_error->error(), kGrammarFileMax);
   }
   return reason;
 }

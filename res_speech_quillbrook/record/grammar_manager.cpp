@@ -12,7 +12,7 @@ constexpr int kNormalizeWords = 1;
 constexpr int kNormalizeGrammars = 2;
 
 std::string read_file(const std::string &filename) {
-  const std::unique_ptr<FILE, int (*)(FILE *)> file(open_regular_file(filename.c_str()), fclose);
+  const std::unique_ptr<FILE, int (*)(FILE *)> file(open_regular_file(filename.c_str(), kGrammarFileMax), fclose);
   if (!file) {
     throw GrammarFileError(filename, errno);
   }
@@ -20,6 +20,9 @@ std::string read_file(const std::string &filename) {
   char block[16384];
   while (const size_t got = fread(block, 1, sizeof(block), file.get())) {
     content.append(block, got);
+    if (content.size() > kGrammarFileMax) {  // it grows meanwhile
+      throw GrammarFileError(filename, EFBIG);
+    }
   }
   if (ferror(file.get())) {
     throw GrammarFileError(filename, errno);

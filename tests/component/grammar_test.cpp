@@ -1,4 +1,6 @@
 // The session's grammars and the commands by which the dialplan steers a session()->
+#include <sys/resource.h>
+
 #include "session_fixture.h"
 
 #include "support/accents.h"
@@ -122,14 +124,12 @@ TEST_F(GrammarTest, AConfigurationComesWholeWithAZeroBehindIt) {
     ASSERT_NE(config(), nullptr);
     EXPECT_EQ(std::string(config(), size + 1), content + '\0') << size;
   }
-  for (int nth = 1; nth <= 3; ++nth) {
-    load("before", file("configuration_a", std::string(2000, 'c')));
-    stand_in::fail(stand_in::Fault::kAllocation, nth);
-    load("after", stand_in::config_path("configuration_a"));
-    EXPECT_EQ(config(), nullptr);
-    EXPECT_STREQ(session()->config_name, "after");
-    EXPECT_EQ(stand_in::logged(__LOG_ERROR, "Memory allocation error!\n"), nth);
-  }
+  load("before", file("configuration_a", std::string(2000, 'c')));
+  stand_in::fail(stand_in::Fault::kAllocation);
+  load("after", stand_in::config_path("configuration_a"));
+  EXPECT_EQ(config(), nullptr);
+  EXPECT_STREQ(session()->config_name, "after");
+  EXPECT_EQ(stand_in::logged(__LOG_ERROR, "Memory allocation error!\n"), 1);
   load("before", stand_in::config_path("configuration_a"));
   // One that cannot be read takes the former one's place all the same.
   load("gone", "/nowhere/configuration_b");
@@ -205,6 +205,26 @@ TEST_F(GrammarTest, AGrammarThatDoesNotLoadIsAnErrorLineAndNothingElse) {
                            StartsWith(begin + fifo + ": Erreur ouverture: ")));
   EXPECT_EQ(session()->grammars.size(), 1U);
   EXPECT_EQ(session()->grammars.match("yes"), "Y");
+}
+
+// Of the sizes that count the files are sparse: nobody has read them when they are refused.
+TEST_F(GrammarTest, AFileThatIsTooLargeIsNotRead) {
+  const std::pair<const char *, off_t> limits[] = {
+      {"a.txt", 1 << 20}, {"configuration_a", 1 << 20}, {"context_a", 1 << 20}, {"a.jsgf", 128 << 20}};
+  for (const auto &[name, most] : limits) {
+    const std::string path = file(name, "x");
+    ASSERT_EQ(truncate(stand_in::real_path(path).c_str(), most + 1), 0);
+    struct rusage before = {}, after = {};
+    getrusage(RUSAGE_SELF, &before);
+    load("g", path);
+    getrusage(RUSAGE_SELF, &after);
+    EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 1000) << name;
+    EXPECT_EQ(stand_in::mentioned(path + ": File too large (more than " + std::to_string(most) + " bytes)\n"), 1)
+        << name;
+  }
+  const std::string path = file("a.txt", std::string(1 << 20, ','));
+  load("g", path);
+  EXPECT_EQ(strlen(session()->phrases), size_t{1} << 20);
 }
 
 // Names
