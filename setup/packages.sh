@@ -27,8 +27,8 @@ packages=(build-essential cmake ninja-build pkg-config git ca-certificates
   libwslay-dev libc-ares-dev libssl-dev nlohmann-json3-dev
   python3 sox file)
 if [ "$purpose" = test ]; then
-  packages+=(libgtest-dev libgmock-dev libbenchmark-dev libre2-dev clang clang-format clang-tidy libclang-rt-14-dev
-    prometheus openssl)
+  packages+=(libgtest-dev libgmock-dev libbenchmark-dev libre2-dev libexpat1-dev
+    clang clang-format clang-tidy libclang-rt-14-dev prometheus openssl)
 elif [ "$purpose" != demo ]; then
   fail "unknown purpose '$purpose': say demo or test"
 fi

@@ -1,5 +1,11 @@
 // What the host gets: plain text, a JSON file or an NLSML file, and the files' names and failures.
+#include <expat.h>
+
+#include <random>
+
 #include "session_fixture.h"
+
+#include "result/nlsml.h"
 
 namespace {
 
@@ -58,6 +64,70 @@ TEST_F(DocumentTest, NlsmlFormsByteByByte) {
             "    <input mode=\"speech\">?<nomatch/></input>\n"
             "  </interpretation>\n"
             "</result>\n");
+}
+
+std::string nlsml(const std::string &text, const std::string &interpretation, const std::string &json, int score) {
+  char *memory = nullptr;
+  size_t size = 0;
+  FILE *file = open_memstream(&memory, &size);
+  quillbrook_write_nlsml(file, {text.c_str(), score, text.c_str(), interpretation.c_str(), json.c_str()});
+  fclose(file);
+  std::string document(memory, size);
+  free(memory);
+  return document;
+}
+
+// The text of the element `input`, as a parser reads it.
+std::string input_of(const std::string &document) {
+  struct Reading {
+    bool inside = false;
+    std::string text;
+  } reading;
+  XML_Parser parser = XML_ParserCreate(nullptr);
+  XML_SetUserData(parser, &reading);
+  XML_SetElementHandler(
+      parser,
+      [](void *data, const char *name, const char **) {
+        static_cast<Reading *>(data)->inside = strcmp(name, "input") == 0;
+      },
+      [](void *data, const char *) { static_cast<Reading *>(data)->inside = false; });
+  XML_SetCharacterDataHandler(parser, [](void *data, const char *text, int length) {
+    auto *seen = static_cast<Reading *>(data);
+    if (seen->inside) seen->text.append(text, length);
+  });
+  EXPECT_EQ(XML_Parse(parser, document.data(), static_cast<int>(document.size()), 1), XML_STATUS_OK)
+      << XML_ErrorString(XML_GetErrorCode(parser)) << " in " << testing::PrintToString(document);
+  XML_ParserFree(parser);
+  return reading.text;
+}
+
+TEST_F(DocumentTest, AnyBytesMakeADocumentThatAParserReads) {
+  const std::string bad = "\xEF\xBF\xBD";
+  const std::pair<std::string, std::string> cases[] = {
+      {"caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80\xF4\x8F\xBF\xBF", ""},  // stand for themselves
+      {"\xC2\x80\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBD\xF0\x90\x80\x80", ""},
+      {"\x80\xBF", bad + bad},
+      {"\xC3(\xE2\x82", bad + "(" + bad + bad},
+      {"\xC0\x80\xC1\xBF", bad + bad + bad + bad},            // overlong
+      {"\xED\xA0\x80", bad + bad + bad},                      // a surrogate
+      {"\xF4\x90\x80\x80\xF5", bad + bad + bad + bad + bad},  // beyond Unicode
+      {"\xEF\xBF\xBE\xEF\xBF\xBF\x01\x1F", "    "},           // no characters of XML
+      {"<![CDATA[&amp;]]>", ""},
+  };
+  for (const auto &[text, expected] : cases) {
+    EXPECT_EQ(input_of(nlsml(text, text, text, 1)), expected.empty() ? text : expected);
+  }
+  std::mt19937 random(1);
+  std::uniform_int_distribution<int> byte(1, 255), kind(0, 5), length(1, 40);
+  const char *leads[] = {"\xC2", "\xE0", "\xED", "\xEF", "\xEF\xBF", "\xF4"};
+  for (int round = 0; round < 3000; ++round) {
+    std::string text;
+    for (int left = length(random); left > 0; --left) {
+      text += round % 2 ? leads[kind(random)] : "";
+      text += static_cast<char>(byte(random));
+    }
+    input_of(nlsml(text, text, text, round % 3));
+  }
 }
 
 TEST_F(DocumentTest, TheMeaningIsTheProvidersElseTheText) {
