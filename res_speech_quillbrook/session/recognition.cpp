@@ -1,6 +1,7 @@
 #include "recognition.h"
 
 #include "../support/guard.h"
+#include "../support/module_use.h"
 
 namespace {
 
@@ -43,7 +44,7 @@ void leave_behind(const quillbrook_speech_t *session, quillbrook_run_t &run) {
           session->name, shown(session->engine->plugin_name), session->engine->stoptimeout);
   pthread_detach(run.context.thread);
   run.recognition->left_behind = 1;
-  ast_module_ref(host_module_self());
+  quillbrook_module_enter();
 }
 
 void join(const quillbrook_speech_t *session, quillbrook_run_t &run) {
