@@ -2,17 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
-#include <pocketsphinx.h>
-
-extern "C" {
-#include <sphinxbase/cmn.h>
-#include <sphinxbase/err.h>
-#include <sphinxbase/feat.h>
-#include <sphinxbase/fsg_model.h>
-}
+#include "library.h"
 
 namespace quillbrook::pocketsphinx {
 namespace {
@@ -40,6 +34,27 @@ void on_library_message(void *, err_lvl_t level, const char *, ...) {
   if (level == ERR_FATAL) throw std::runtime_error("the model's files are damaged or there is no memory for them");
 }
 
+// The phrases side by side, in the library's format of a finite state grammar: equally likely, each a chain of words,
+// from the first state to the second, or in a loop back to the first.
+std::string grammar_of(const Hints &hints, bool loop) {
+  size_t states = 2;
+  for (const Hints::Phrase &phrase : hints.phrases) states += phrase.size() - 1;
+  const std::string last = loop ? "0" : "1";
+  char each[32];
+  snprintf(each, sizeof each, "%.9g", 1.0 / static_cast<double>(hints.phrases.size()));
+  std::string text = "FSG_BEGIN hints\nNUM_STATES " + std::to_string(states) + "\nSTART_STATE 0\nFINAL_STATE " + last;
+  size_t inner = 2;
+  for (const Hints::Phrase &phrase : hints.phrases) {
+    std::string from = "0";
+    for (size_t i = 0; i < phrase.size(); ++i) {
+      const std::string to = i + 1 < phrase.size() ? std::to_string(inner++) : last;
+      text += "\nTRANSITION " + from + " " + to + " " + (i == 0 ? each : "1") + " " + phrase[i];
+      from = to;
+    }
+  }
+  return text + "\nFSG_END\n";
+}
+
 }  // namespace
 
 Library::Library() {
@@ -58,28 +73,30 @@ const Cepstrum &Decoder::usual_means() {
 }
 
 Decoder::Decoder(ModelFiles files) : files_(std::move(files)) {
-  cmd_ln_t *config = cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", files_.acoustic.c_str(), "-cmn", "live", "-bestpath",
-                                 "no", "-fwdflat", "no", "-allphone_ci", "yes", nullptr);
+  ps_config_t *config = ps_config_init(nullptr);
   if (config == nullptr) throw std::runtime_error("the library refuses its settings");
+  ps_config_set_str(config, "hmm", files_.acoustic.c_str());
+  ps_config_set_bool(config, "bestpath", 0);
+  ps_config_set_bool(config, "fwdflat", 0);
+  ps_config_set_bool(config, "allphone_ci", 1);
   if (files_.language_model.empty()) {
     // Scores are relative to the best state among those that are computed. All of them are, or a score would depend on
     // the size of the list, and could not be compared with that of the phones.
-    cmd_ln_set_boolean_r(config, "-compallsen", TRUE);
-    cmd_ln_set_int_r(config, "-pl_window", 0);
-    cmd_ln_set_float_r(config, "-wip", kWordInsertion);
+    ps_config_set_bool(config, "compallsen", 1);
+    ps_config_set_int(config, "pl_window", 0);
+    ps_config_set_float(config, "wip", kWordInsertion);
   } else {
-    cmd_ln_set_str_r(config, "-dict", files_.dictionary.c_str());
+    ps_config_set_str(config, "dict", files_.dictionary.c_str());
   }
   decoder_ = ps_init(config);
-  cmd_ln_free_r(config);
+  ps_config_free(config);
   if (decoder_ == nullptr) {
     throw std::runtime_error("the acoustic model " + files_.acoustic + " cannot be loaded");
   }
-  ps_get_feat(decoder_)->cmn = CMN_LIVE;
-  bool ready = ps_set_allphone(decoder_, kPhonesSearch, nullptr) == 0 &&
+  bool ready = ps_add_allphone(decoder_, kPhonesSearch, nullptr) == 0 &&
                (files_.language_model.empty() ||
-                (ps_set_lm_file(decoder_, kLanguageSearch, files_.language_model.c_str()) == 0 &&
-                 ps_set_search(decoder_, kLanguageSearch) == 0));
+                (ps_add_lm_file(decoder_, kLanguageSearch, files_.language_model.c_str()) == 0 &&
+                 ps_activate_search(decoder_, kLanguageSearch) == 0));
   if (!ready) {
     ps_free(decoder_);
     throw std::runtime_error("the language model " + files_.language_model + " cannot be loaded");
@@ -116,26 +133,14 @@ void Decoder::add_words(const Hints &hints, const Dictionary &dictionary) {
 void Decoder::set_hints(const Hints &hints, const Dictionary &dictionary, bool loop) {
   add_words(hints, dictionary);
 
-  int states = 2;
-  for (const Hints::Phrase &phrase : hints.phrases) states += static_cast<int>(phrase.size()) - 1;
-  logmath_t *logarithms = ps_get_logmath(decoder_);
-  auto weight = static_cast<float32>(cmd_ln_float32_r(config(), "-lw"));
-  fsg_model_t *grammar = fsg_model_init(kHintsSearch, logarithms, weight, states);
-  grammar->start_state = 0;
-  grammar->final_state = loop ? 0 : 1;
-
-  auto each = static_cast<int32>(logmath_log(logarithms, 1.0 / static_cast<double>(hints.phrases.size())) * weight);
-  int inner = 2;
-  for (const Hints::Phrase &phrase : hints.phrases) {
-    int from = 0;
-    for (size_t i = 0; i < phrase.size(); ++i) {
-      int to = i + 1 < phrase.size() ? inner++ : grammar->final_state;
-      fsg_model_trans_add(grammar, from, to, i == 0 ? each : 0, fsg_model_word_add(grammar, phrase[i].c_str()));
-      from = to;
-    }
-  }
-
-  bool ready = ps_set_fsg(decoder_, kHintsSearch, grammar) == 0 && ps_set_search(decoder_, kHintsSearch) == 0;
+  std::string text = grammar_of(hints, loop);
+  FILE *file = fmemopen(text.data(), text.size(), "r");
+  if (file == nullptr) throw std::runtime_error("there is no memory for the grammar made of the hints");
+  fsg_model_t *grammar =
+      fsg_model_read(file, ps_get_logmath(decoder_), static_cast<float>(ps_config_float(config(), "lw")));
+  fclose(file);
+  bool ready = grammar != nullptr && ps_add_fsg(decoder_, kHintsSearch, grammar) == 0 &&
+               ps_activate_search(decoder_, kHintsSearch) == 0;
   fsg_model_free(grammar);
   if (!ready) throw std::runtime_error("the library refuses the grammar made of the hints");
 }
@@ -187,21 +192,15 @@ std::vector<Segment> Decoder::segments() const {
 }
 
 void Decoder::search_phones() {
-  ps_set_search(decoder_, kPhonesSearch);
+  ps_activate_search(decoder_, kPhonesSearch);
 }
 
 void Decoder::search_words() {
-  ps_set_search(decoder_, files_.language_model.empty() ? kHintsSearch : kLanguageSearch);
-}
-
-Cepstrum Decoder::means() const {
-  Cepstrum means{};
-  cmn_live_get(ps_get_feat(decoder_)->cmn_struct, means.data());
-  return means;
+  ps_activate_search(decoder_, files_.language_model.empty() ? kHintsSearch : kLanguageSearch);
 }
 
 void Decoder::set_means(const Cepstrum &means) {
-  cmn_live_set(ps_get_feat(decoder_)->cmn_struct, means.data());
+  set_decoder_means(decoder_, means);
 }
 
 bool Decoder::is_reusable() const {

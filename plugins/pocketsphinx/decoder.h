@@ -65,7 +65,6 @@ public:
   void search_words();
 
   // Cepstral means of the channel, which the decoder follows while it listens.
-  Cepstrum means() const;
   void set_means(const Cepstrum &means);
   // Means to begin a call with: those of the recorded prompts, as the front end makes them.
   static const Cepstrum &usual_means();

@@ -10,6 +10,7 @@
 
 #include "confidence.h"
 #include "hints.h"
+#include "mel_cepstrum.h"
 #include "model.h"
 #include "parameters.h"
 
@@ -33,6 +34,21 @@ public:
 private:
   std::string path_;
 };
+
+using Samples = std::vector<int16_t>;
+
+TEST(MelCepstrum, IsWhatTheLibraryComputesForItself) {
+  Samples chirp;
+  for (int i = 0; i < 1000; ++i) chirp.push_back(static_cast<int16_t>(i * i / 7 % 4001 - 2000));
+  MelCepstrum cepstrum({130, 6800, 25, 0.97, 0.025625, 22});
+  ASSERT_EQ(cepstrum.window(), 410U);
+  // From version 0.8 without its treatment of noise.
+  const Cepstrum expected{70.935F,  -12.682F, -18.008F, -21.276F, -23.677F, -25.668F, -26.736F,
+                          -24.768F, -17.566F, -4.478F,  9.338F,   15.044F,  9.629F};
+  const Cepstrum found = cepstrum.compute(&chirp[320], chirp[319]);
+  for (size_t i = 0; i < expected.size(); ++i) EXPECT_NEAR(found[i], expected[i], 0.002) << i;
+  EXPECT_THROW(MelCepstrum({130, 9000, 25, 0.97, 0.025625, 22}), std::runtime_error);
+}
 
 TEST(Parameters, TakesPairsInAnyLayoutAndComplainsOfTheRest) {
   Parameters parameters =
