@@ -23,18 +23,19 @@ def host():
 
 
 class Host:
-    """`program`, `modules` (a folder), `data` (its own folder of documentation), `sounds` (which has the prompts),
-    `headers` (the folder of asterisk.h)."""
+    """`program`, and the folders `modules`, `configuration`, `data` (with its documentation), `sounds` (with the recorded
+    prompts) and `headers` (with asterisk.h)."""
 
     def __init__(self, prefix=None):
         self.program = _program(prefix)
         # The folder above the program's is its prefix in any case; sbin may be a link to elsewhere.
         prefix = Path(prefix) if prefix else Path(self.program).parent.parent
-        configuration = _configuration(prefix)
-        self.modules = _first([configuration.get("astmoddir"), prefix / "lib/asterisk/modules",
+        self.configuration = (prefix.parent if prefix.name == "usr" else prefix) / "etc/asterisk"
+        named = _folders_named_in(self.configuration / "asterisk.conf")
+        self.modules = _first([named.get("astmoddir"), prefix / "lib/asterisk/modules",
                                *prefix.glob("lib/*/asterisk/modules"), prefix / "lib64/asterisk/modules"],
                               "res_speech.so", "modules")
-        self.data = _first([configuration.get("astdatadir"), prefix / "share/asterisk", prefix / "var/lib/asterisk",
+        self.data = _first([named.get("astdatadir"), prefix / "share/asterisk", prefix / "var/lib/asterisk",
                             Path("/var/lib/asterisk")], "documentation", "documentation")
         self.sounds = _first([self.data / "sounds", SYSTEM_SOUNDS], A_PROMPT, "recorded prompts")
         self.headers = prefix / "include"
@@ -62,11 +63,10 @@ def _program(prefix):
     return found
 
 
-def _configuration(prefix):
+def _folders_named_in(file):
     """The folders that the PBX's own configuration names, or none where others may not read it."""
-    above = prefix.parent if prefix.name == "usr" else prefix
     try:
-        text = (above / "etc/asterisk/asterisk.conf").read_text(encoding="utf-8", errors="replace")
+        text = file.read_text(encoding="utf-8", errors="replace")
     except OSError:
         return {}
     return {name: Path(path) for name, path in re.findall(r"^\s*(ast\w+dir)\s*=>?\s*([^\s;]+)", text, re.MULTILINE)}
