@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "failure.h"
 
@@ -75,11 +76,12 @@ Recognition::~Recognition() {
   if (!call_.empty()) channels_.keep(call_, channel_);
 }
 
-// True once: the flag stays up.
+// True once for each time that the flag goes up: behind a result it stays up, or the module lowers it for the next
+// utterance.
 bool Recognition::is_asked_to_finish() {
-  if (finish_seen_ || !link_.finalize_raised()) return false;
-  finish_seen_ = true;
-  return true;
+  const bool raised = link_.finalize_raised();
+  const bool seen = std::exchange(finish_seen_, raised);
+  return raised && !seen;
 }
 
 // False when the call ended before there was a decoder.

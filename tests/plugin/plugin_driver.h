@@ -59,7 +59,7 @@ public:
   void start();
   // Stops the plugin and joins the loop. May be called at any time, and again.
   void stop();
-  void finalize() { __atomic_store_n(&record.finalize, 1, __ATOMIC_RELEASE); }
+  void finalize(bool raised = true) { __atomic_store_n(&record.finalize, raised ? 1 : 0, __ATOMIC_RELEASE); }
   void expect_untouched_fields() const;
 
   // Waits for something that the plugin brings about. The limit is for a broken plugin: no test waits for it to pass.

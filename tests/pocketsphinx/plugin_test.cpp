@@ -128,16 +128,22 @@ TEST(Pocketsphinx, UsesTheLanguageModelWithoutHints) {
   EXPECT_EQ(result.score, 40);
 }
 
-TEST(Pocketsphinx, WindsUpWhenAskedTo) {
+TEST(Pocketsphinx, WindsUpEachTimeItIsAskedTo) {
   Call call(kDigitNames, "silence=10000");
   call.start();
-  call.say({digit(1)}, 500);
-  EXPECT_FALSE(call.scored(1, QUILLBROOK_SCORE_INTERIM, QUILLBROOK_SCORE_INTERIM).empty());
-  ASSERT_TRUE(call.wait_calls(10));
-  EXPECT_TRUE(call.scored(0).empty()) << "it is still waiting for silence";
-  call.finalize();
-  EXPECT_EQ(call.result().text, "one");
-  EXPECT_FALSE(call.scored(1, QUILLBROOK_SCORE_FINISH, QUILLBROOK_SCORE_FINISH).empty());
+  for (size_t utterance = 1; utterance <= 2; ++utterance) {
+    call.say({digit(1)}, 500);
+    EXPECT_GE(call.scored(utterance, QUILLBROOK_SCORE_INTERIM, QUILLBROOK_SCORE_INTERIM).size(), utterance);
+    ASSERT_TRUE(call.wait_calls(10));
+    EXPECT_EQ(call.scored(0).size(), utterance - 1) << "it is still waiting for silence";
+    call.finalize();
+    const std::vector<Report> results = call.scored(utterance);
+    ASSERT_EQ(results.size(), utterance);
+    EXPECT_EQ(results.back().text, "one");
+    EXPECT_EQ(call.scored(utterance, QUILLBROOK_SCORE_FINISH, QUILLBROOK_SCORE_FINISH).size(), utterance);
+    call.finalize(false);
+    ASSERT_TRUE(call.wait_calls(2));
+  }
 }
 
 TEST(Pocketsphinx, LeavesEndpointingToTheModule) {
