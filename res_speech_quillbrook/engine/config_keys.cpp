@@ -64,6 +64,7 @@ constexpr ConfigKey kConfigKeys[kConfigKeyCount] = {
     {{"stoptimeout"}, Kind::kMilliseconds, &Engine::stoptimeout, stores("5000"), 30, {.least = 0}},
     {{"twin"}, Kind::kBoolean, &twin, stores("no")},
     {{"continuous"}, Kind::kBoolean, &Engine::continuous, stores("no"), 23, {.warn_in_profile = true}},
+    {{"utterances"}, Kind::kWord, &Engine::separate, stores("joined"), 32, {.word = "separate"}},
     {{"profiles", "modules", "plugins"}, Kind::kText, &profiles, no_default()},
 };
 

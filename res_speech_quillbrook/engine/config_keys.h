@@ -21,6 +21,7 @@ enum class ConfigKind {
   kLogFile,           // "no", "yes" for the usual place, or a path
   kSilenceThreshold,  // number; in `general` also "dsp" and "default" for the host's own setting
   kNormalization,     // "yes" or "both" 2, "phrases" 1, anything else 0
+  kWord,              // the word of the key's rules 1, anything else 0
 };
 
 // Where a value is kept: in the engine that the section describes, or in a setting of the whole module.
@@ -43,6 +44,7 @@ struct ConfigRules {
   int least = INT_MIN;              // a number below counts as an absent key
   EngineNumber excludes = nullptr;  // flag that goes to 0 when this key is present and true
   bool warn_in_profile = false;     // a WARNING shows the value when a profile has the key
+  const char *word = nullptr;       // the one that is not the default, for kWord
   const char *echo = nullptr;       // the key's word in debug output, when that is not names[0]
 };
 
@@ -55,8 +57,8 @@ struct ConfigKey {
   ConfigRules rules;
 };
 
-constexpr int kConfigKeyCount = 43;
-constexpr int kConfigProfileKeyCount = 31;
+constexpr int kConfigKeyCount = 44;
+constexpr int kConfigProfileKeyCount = 32;
 
 // In the order of reading `general`.
 extern const ConfigKey kConfigKeys[kConfigKeyCount];

@@ -39,6 +39,7 @@ struct quillbrook_engine_t {
   int logtag;
   int keepfiles;
   int continuous;  // flag: one plugin context for all results of a session
+  int separate;    // flag: each result of a continuous session is an utterance of its own
   int waitclose;   // flag: the end of a recognition waits for the plugin's session end
   int closetimeout;
   float speedvsaccuracy;
@@ -56,6 +57,11 @@ struct quillbrook_engine_t {
   int stoptimeout;    // how long a plugin has to return from its loop; 0 is for ever
   char *loggingtag;
 };
+
+// Whether the results of the engine's sessions are utterances of their own. Of a single-shot session there is one.
+inline bool quillbrook_utterances_are_separate(const quillbrook_engine_t &engine) {
+  return engine.continuous && engine.separate;
+}
 
 constexpr int kEngines = 100;
 // The default engine's name in the host; a profile's is "quillbrook:NAME".

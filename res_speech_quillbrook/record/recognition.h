@@ -57,6 +57,7 @@ struct quillbrook_transcript_t {
   char *json;
   int incomplete_reported;  // the incomplete error of the present silence is out
   int no_match;             // the plugin has said that nothing was understood
+  int overtaken;            // another run has made the result of this utterance (result/utterance.h)
 };
 
 // How far a run is. Only inside the plugin's loop is a thread left behind: everywhere else it comes to an end by
@@ -109,7 +110,7 @@ struct quillbrook_recognition_t {
   int prompting;     // parties at the rendezvous of the prompting wait
   int stream_phase;  // quillbrook_stream_phase
   int running;       // streaming threads that have not come to their end
-  int stopping;      // the module has called plugin_stop
+  int stopping;      // the module calls plugin_stop; written under result_lock
 
   int plugin_closed;  // 1 once the plugin has reported the end of its session; written under result_lock, shared
   quillbrook_transcript_t *delivered;  // of the run that made the latest result, else of the first; under result_lock

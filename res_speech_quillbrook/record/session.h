@@ -65,9 +65,9 @@ struct quillbrook_speech_t {
   // read by a running recognition.
   int timeouts;
   float speedvsaccuracy;
-  int completetimeout;
-  int incompletetimeout;
-  int minspeechtimeout;  // shared
+  int completetimeout;    // shared
+  int incompletetimeout;  // shared
+  int minspeechtimeout;   // shared
   int maxspeechtimeout;
   int speechtimeout;       // shared
   int extendedtimeout;     // shared

@@ -11,6 +11,7 @@
 #include "endpointing.h"
 #include "message.h"
 #include "transcript.h"
+#include "utterance.h"
 
 namespace {
 
@@ -81,6 +82,39 @@ void trace_state(const quillbrook_message &message) {
   trace(2, "CALLBACK: last_result = %d\n", static_cast<int>(str_fifo_count(&session->last_results)));
 }
 
+// The phases in their order, up to the one that leaves nothing to do.
+void take(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
+  quillbrook_read_clock(message);
+  quillbrook_note_voice(message);
+  quillbrook_take_extras(message);
+  quillbrook_note_first_text(message);
+  quillbrook_run_timers(message);
+
+  if (quillbrook_is_repeated_interim(message)) {
+    return;
+  }
+  quillbrook_store_interim(message);
+  quillbrook_take_no_match(message);
+  quillbrook_append_final(message);
+
+  if (message.is_finish()) {
+    quillbrook_close_text(message);
+    quillbrook_deliver(message);
+  }
+}
+
+// An utterance of its own ends with a finish, also one without a text, and with an error.
+void end_utterance(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
+  if (!quillbrook_utterances_are_separate(*message.session->engine) || !(message.is_finish() || message.failed)) {
+    return;
+  }
+  quillbrook_run_t &run = *quillbrook_run_of(message.context);
+  if (message.has_result) {
+    quillbrook_overtake_other_runs(run);
+  }
+  quillbrook_end_utterance(message.session, run);
+}
+
 // The lock is taken ahead of the late gate, so that of two finishes at one time the second one finds the first one's
 // result.
 int process(quillbrook_message &message, bool session_ended) {
@@ -98,23 +132,8 @@ int process(quillbrook_message &message, bool session_ended) {
   }
   trace_state(message);
 
-  quillbrook_read_clock(message);
-  quillbrook_note_voice(message);
-  quillbrook_take_extras(message);
-  quillbrook_note_first_text(message);
-  quillbrook_run_timers(message);
-
-  if (quillbrook_is_repeated_interim(message)) {
-    return 0;
-  }
-  quillbrook_store_interim(message);
-  quillbrook_take_no_match(message);
-  quillbrook_append_final(message);
-
-  if (message.is_finish()) {
-    quillbrook_close_text(message);
-    quillbrook_deliver(message);
-  }
+  take(message);
+  end_utterance(message);
   return 0;
 }
 

@@ -165,9 +165,10 @@ void deliver_text(const quillbrook_message &message) QUILLBROOK_REQUIRES(message
 
 void quillbrook_deliver(quillbrook_message &message) {
   const quillbrook_engine_t &engine = *message.session->engine;
-  if (!message.transcript.text || !message.transcript.text[0]) {
+  if (!message.transcript.text || !message.transcript.text[0] || message.transcript.overtaken) {
     return;
   }
+  message.has_result = true;
   message.recognition->delivered = &message.transcript;
   if (engine.returnjson) {
     deliver_json(message);

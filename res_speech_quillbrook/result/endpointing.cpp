@@ -1,6 +1,7 @@
 #include "endpointing.h"
 
 #include "../record/speech_state.h"
+#include "utterance.h"
 
 namespace {
 
@@ -108,12 +109,17 @@ void test_complete_timeout(quillbrook_message &message, int duration) {
 }
 
 // One error for one silence: in a continuous session nothing else would end the repetition.
-void report_incomplete(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
+void report_incomplete(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
   quillbrook_transcript_t &transcript = message.transcript;
   if (transcript.incomplete_reported || brings_first_words(message)) {
     return;
   }
   transcript.incomplete_reported = 1;
+  message.failed = true;
+  if (transcript.overtaken) {
+    return;
+  }
+  message.has_result = true;
   ast_log(LOG_ERROR, "(%s) Error with incomplete timeout!\n", message.session->name);
   char reason[80];
   snprintf(reason, sizeof(reason), "no new words for %d ms and no end of the utterance",
@@ -212,6 +218,9 @@ void quillbrook_note_first_text(quillbrook_message &message) {
   trace(2, "CALLBACK: delay last [%d]\n", static_cast<int>(ast_tvdiff_ms(transcript.datelast, transcript.datestart)));
   transcript.datesilence = {};
   quillbrook_watch_bell.ring();  // from here on the plugin has to keep calling
+  if (quillbrook_utterances_are_separate(*message.session->engine)) {
+    quillbrook_take_timeouts(message.session, *quillbrook_run_of(message.context));
+  }
 }
 
 void quillbrook_run_timers(quillbrook_message &message) {

@@ -93,7 +93,7 @@ void end_recognition(quillbrook_speech_t *session) {
 }
 
 // Of the recognition that runs, or else of the one that was collected last.
-int score_of(const quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->result_lock) {
+int present_score(const quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->result_lock) {
   const quillbrook_recognition_t *recognition = session->recognition;
   return recognition && recognition->delivered ? recognition->delivered->score : session->score;
 }
@@ -110,6 +110,14 @@ void set_state_by_queue(struct ast_speech *speech, quillbrook_speech_t *session)
   }
 }
 
+// Results that are utterances of their own keep their scores while they wait.
+int score_of_fetched(const quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->result_lock) {
+  if (!quillbrook_utterances_are_separate(*session->engine)) {
+    return present_score(session);
+  }
+  return session->fetched ? session->fetched->score : 0;
+}
+
 // The oldest result. The record is allocated before anything leaves the queue, so that without memory nothing is lost.
 struct ast_speech_result *take_result(struct ast_speech *speech, quillbrook_speech_t *session) {
   auto *result = host_calloc<struct ast_speech_result>();
@@ -121,7 +129,7 @@ struct ast_speech_result *take_result(struct ast_speech *speech, quillbrook_spee
       result->text = ast_strdup("error");
       session->fetched = session->failure;
     }
-    result->score = score_of(session);
+    result->score = score_of_fetched(session);
     session_notice(session, "Got last result (older one)!\n");
     session_notice(session, "Get results: %s (%d%%)\n", shown(result->text), result->score);
     session_notice(session, "Set flag HAVE_RESULTS.\n");

@@ -105,6 +105,8 @@ void quillbrook_shut_gates(quillbrook_recognition_t *recognition) {
 void quillbrook_stop_plugin(quillbrook_speech_t *session) {
   quillbrook_recognition_t *recognition = session->recognition;
   if (recognition) {
+    // A call of the plugin that is being handled either sees it or is over: what the stop leaves in the record stands.
+    MutexLock held(session->result_lock);
     shared_store(recognition->stopping, 1);
   }
   quillbrook_for_each_run(recognition, [session](quillbrook_run_t &run) { stop(*session->engine, run); });

@@ -1,6 +1,7 @@
 #include "watch.h"
 
 #include "../record/speech_state.h"
+#include "../result/utterance.h"
 #include "../support/guard.h"
 #include "../support/monotonic.h"
 
@@ -60,6 +61,9 @@ int look_at_plugin(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->re
   ast_log(LOG_ERROR, "(%s) The plugin %s has not called back for %d ms: the recognition ends\n", session->name,
           shown(session->engine->plugin_name), limit);
   quillbrook_queue_error(session->watch.speech, session, kCausePlugin, "it has stopped calling back");
+  if (quillbrook_utterances_are_separate(*session->engine)) {
+    quillbrook_for_each_run(recognition, [session](quillbrook_run_t &run) { quillbrook_end_utterance(session, run); });
+  }
   return kWatchInterval;
 }
 

@@ -23,7 +23,13 @@ struct Model {
   bool keeps_words = false;  // the call brings the first words: no timer takes them
   std::string text, interim;
   int sum = 0, pieces = 0, score = 0;
-  std::vector<std::string> results;
+  // Of the call.
+  bool barges_in = false, ends_utterance = false;
+  std::vector<std::pair<std::string, int>> results;
+
+  bool separate() const { return set.continuous && set.separate; }
+  // The score that the host gets with the oldest result.
+  int score_told() const { return separate() ? results.front().second : score; }
 
   std::string joined(const std::string &a, const std::string &b) const {
     if (a.empty() || b.empty()) return a + b;
@@ -31,6 +37,24 @@ struct Model {
   }
 
   int message(int64_t now, const char *words, int confidence, int dsp) {
+    barges_in = ends_utterance = false;
+    const int answer = take(now, words, confidence, dsp);
+    if (ends_utterance && separate()) begin_anew();
+    return answer;
+  }
+
+  void begin_anew() {
+    first_text = silent_since = closing_since = std::nullopt;
+    error_told = false;
+    text = interim = "";
+    sum = pieces = score = 0;
+    if (hangup) return;
+    complete = set.completetimeout;
+    incomplete = set.incompletetimeout;
+    finalize = 0;
+  }
+
+  int take(int64_t now, const char *words, int confidence, int dsp) {
     const std::string said = words ? words : "";
     const bool session_end = confidence == -200;
     if (confidence < -2 && !session_end) return -1;
@@ -46,6 +70,7 @@ struct Model {
       held = now < *closing_since + set.closetimeout;
     }
     if (!said.empty() && !first_text) {
+      barges_in = true;
       first_text = now;
       silent_since.reset();
     }
@@ -102,8 +127,8 @@ struct Model {
       if (complete != 0 && complete < incomplete) {
         finish = true;
       } else if (!error_told && !keeps_words) {
-        error_told = true;
-        results.emplace_back("error");
+        error_told = ends_utterance = true;
+        results.emplace_back("error", 0);
         finalize = 1;
       }
     }
@@ -111,11 +136,12 @@ struct Model {
   }
 
   void deliver() {
+    ends_utterance = true;
     if (text.empty() && !interim.empty()) score = 50;
     text = joined(text, interim);
     interim.clear();
     if (text.empty()) return;
-    results.push_back(text + (set.endpointing ? "." : ""));
+    results.emplace_back(text + (set.endpointing ? "." : ""), score);
     text.clear();
   }
 };
@@ -132,7 +158,8 @@ protected:
   Model begin() {
     engine.timeouts = !one_in(8);
     engine.waitclose = one_in(2);
-    engine.continuous = one_in(3);
+    engine.continuous = one_in(2);
+    engine.separate = one_in(2);
     engine.endpointing = one_in(4);
     engine.closetimeout = pick({500, 2000});
     engine.speechtimeout = pick({0, 1000, 4000});
@@ -173,6 +200,7 @@ protected:
     EXPECT_EQ(transcript().score, model.score);
     EXPECT_EQ(queued(), model.results.size());
     EXPECT_EQ(state(), model.results.empty() ? kReady : kDone);
+    EXPECT_EQ(speech.flags, model.barges_in ? unsigned{AST_SPEECH_QUIET | AST_SPEECH_SPOKE} : 0U);
   }
 
   std::mt19937 random;
@@ -198,15 +226,17 @@ TEST_F(EndpointingPropertyTest, TheModuleAndTheModelAgree) {
       if (one_in(30)) context()->hangup = model.hangup = true;
       if (one_in(30) && model.finalize == 0) model.finalize = context()->finalize = 1;
       shared_store(recognition()->silence, dsp);
+      speech.flags = 0;
       road << "\n  " << now - origin << ": [" << shown(text) << "] " << confidence << " dsp=" << dsp;
       const int expected = model.message(now, text, confidence, dsp);
       expect_same(model, send(text, confidence), expected);
       if (model.set.continuous && !model.results.empty() && one_in(3)) {
-        EXPECT_EQ(get(), model.results.front());
+        EXPECT_EQ(get(), model.results.front().first);
+        EXPECT_EQ(score, model.score_told());
         model.results.erase(model.results.begin());
       }
     }
-    for (const std::string &result : model.results) {
+    for (const auto &[result, unused] : model.results) {
       char *text = str_fifo_pop(&session()->last_results);
       EXPECT_EQ(text ? text : "(none)", result);
       ast_free(text);

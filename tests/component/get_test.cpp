@@ -129,7 +129,7 @@ TEST_F(GetTest, TheFinalReportIsReceivedTogetherWithItsResult) {
   create_and_start();
   std::thread reporting;
   plugin.on_stop = [&](quillbrook_context *context) {
-    if (reporting.joinable()) return;
+    if (plugin.stops) return;
     reporting = std::thread([context] {
       quillbrook_callback(context, "last words", QUILLBROOK_SCORE_INTERIM);
       quillbrook_callback(context, nullptr, QUILLBROOK_SCORE_END);
@@ -148,6 +148,7 @@ TEST_F(GetTest, TheFinalReportIsReceivedTogetherWithItsResult) {
   collecting.join();
   reporting.join();
   EXPECT_THAT(result, testing::EndsWith(".xml"));
+  destroy();  // while what on_stop looks at is there
 }
 
 }  // namespace

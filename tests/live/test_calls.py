@@ -6,7 +6,7 @@ import live
 from live import MODULE, RESULT, LiveTest
 from pbx import report
 
-CONTINUOUS = {"cont": {"continuous": "yes"}}
+CONTINUOUS = {"cont": {"continuous": "yes"}, "separate": {"continuous": "yes", "utterances": "separate"}}
 
 
 class CallTest(LiveTest):
@@ -89,6 +89,15 @@ class CallTest(LiveTest):
              "SpeechStart()"] + ["SpeechBackground(silence/1,5)", RESULT] * 3 + ["SpeechDestroy()"]).wait()
         self.assertEqual(lines, ["result 1|90|one", "result 1|90|two", "result 1|90|three"])
         self.wait_for_no_files()
+
+    def test_utterances_of_their_own(self):
+        # The third comes when the third question has been heard for two seconds: its words stop that prompt.
+        question = ["SpeechStart()", "SpeechBackground(silence/1,10)", RESULT]
+        lines = self.pbx.call(
+            ["Answer()", "SpeechCreate(quillbrook:separate)",
+             self.script("bytes 4000\nfinal 90 one\nfinal 70 two\nbytes 40000\nfinal 50 three"),
+             *question, *question, *question, report("spoke ${SPEECH(spoke)}"), "SpeechDestroy()"]).wait()
+        self.assertEqual(lines, ["result 1|90|one", "result 1|70|two", "result 1|50|three", "spoke 1"])
 
     def test_a_failing_plugin_gives_error(self):
         self.assertEqual(self.ask("bytes 4000\nextra ERROR: no such model\nreturn"), ["result 1|0|error"])
