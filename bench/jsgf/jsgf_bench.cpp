@@ -289,6 +289,52 @@ void compare_lengths() {
   }
 }
 
+// Calls whose parts fit together in as many ways as the square or the cube of the words.
+void compare_ambiguous_calls() {
+  constexpr size_t kLevels = 40;
+  constexpr size_t kWords = 300;
+  std::string levels = "<r0> = [a];";
+  for (size_t i = 1; i <= kLevels; ++i) {
+    const std::string below = "<r" + std::to_string(i - 1) + ">";
+    levels += (i == kLevels ? "public <r" : "<r") + std::to_string(i) + "> = " + below + " " + below + ";";
+  }
+  std::string alternatives = "public <r> = (<l> {t}";
+  for (size_t i = 1; i < 1000; ++i) {
+    alternatives += " | <l> {t" + std::to_string(i) + "}";
+  }
+  const struct {
+    const char *what;
+    std::string rules, behind;
+  } rows[] = {
+      {"<s> = <l> <l>; <l> = a [<l>] {t}", "public <s> = <l> <l>; <l> = a [<l>] {t};", ""},
+      {"(<l>)* b", "public <s> = (<l>)* b; <l> = a [<l>] {t};", "b"},
+      {"40 levels of <ri> = <ri-1> <ri-1>, [a]", levels, ""},
+      {"1,000 alternatives <l> {ti} in a star", alternatives + ")*; <l> = a [<l>] {t};", ""},
+  };
+  title("ambiguous calls: 8 times the words", "300", "2,400");
+  for (const auto &sample : rows) {
+    const auto grammar = load(kHead + sample.rules);
+    const std::string shorter = repeated("a ", kWords) + sample.behind;
+    const std::string longer = repeated("a ", 8 * kWords) + sample.behind;
+    const auto heap_of = [&](const std::string &text) {
+      heap_bytes_at_most = heap_bytes;
+      const size_t before = heap_bytes;
+      grammar->getMatchingPublicRule(text);
+      return static_cast<double>(heap_bytes_at_most - before);
+    };
+    const double least = heap_of(shorter);
+    const double most = heap_of(longer);
+    const auto [few, many] =
+        nanoseconds_of([&] { match_with_grammar(*grammar, shorter); }, [&] { match_with_grammar(*grammar, longer); });
+    row(sample.what, duration(few), duration(many), many / few, 64);
+    const auto kibibytes = [](double bytes) { return std::to_string(static_cast<int>(bytes / 1024)) + " KiB"; };
+    row("  heap", kibibytes(least), kibibytes(most), most / least, 64);
+    constexpr double kSecond = 1e9;
+    constexpr double kMostHeap = 200.0 * (1U << 20U);
+    all_within = all_within && few < kSecond && least < kMostHeap;
+  }
+}
+
 // Phrases of four to seven words, each with a tag of its own.
 std::vector<std::string> phrases(size_t count) {
   std::minstd_rand random(11);
@@ -388,6 +434,7 @@ void load_on_small_stack() {
 int main() {
   compare_with_re2();
   compare_lengths();
+  compare_ambiguous_calls();
   compare_sizes();
   load_on_small_stack();
   std::printf("\n%s\n", all_within ? "All ratios are within their bounds." : "Some ratios are above their bounds.");

@@ -9,23 +9,43 @@
 // Threads: everything but the constructor, the destructor and setName is const and may run on any number of threads
 // at once. setName must not meet another operation on the same grammar.
 //
-// Errors: only the constructor reports any. It throws an exception derived from std::runtime_error whose text begins
-// with "line L, column C: " (both from 1, columns count characters) and goes on with what was expected or is wrong.
-// Memory that runs out is std::bad_alloc, everywhere.
+// Errors: the constructor throws an exception derived from std::runtime_error whose text begins with
+// "line L, column C: " (both from 1, columns count characters) and goes on with what was expected or is wrong. What
+// matches a text throws MatchGaveUp when that takes too much. Memory that runs out is std::bad_alloc, everywhere.
 //
 // Cost: loading takes time and memory in proportion to the text. Neither a deep nesting nor a long text makes anything
-// recurse, and no grammar makes a match take exponential time.
+// recurse, no grammar makes a match take exponential time, and none makes it take more than the limits below.
 
+#include <chrono>
+#include <cstddef>
 #include <istream>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #define JSGFKITXX_EXPORT __attribute__((visibility("default")))
 
 namespace quillbrook::jsgf {
+
 class LastMatch;
 class Program;
+
+// All memory of one match together. Ordinary ones take some kilobytes, and the worst grammars that people write a few
+// megabytes; a machine that holds a hundred calls must not lose its memory to one text.
+constexpr std::size_t kMatchBytes = std::size_t{256} << 20U;
+
+// How long one match may take. A caller waits for it in silence, and ordinary ones take microseconds.
+constexpr std::chrono::milliseconds kMatchTime{2000};
+
+// A match that was given up since it would have gone beyond a limit. It says nothing about whether the text fits.
+// what() tells which limit, in a few words.
+class JSGFKITXX_EXPORT MatchGaveUp : public std::runtime_error {
+public:
+  explicit MatchGaveUp(const std::string &reason);
+  ~MatchGaveUp() override;
+};
+
 }  // namespace quillbrook::jsgf
 
 // A rule of a grammar. Keeps what it needs of the grammar alive.
@@ -54,6 +74,7 @@ public:
 
   // The simple name (no brackets) of the public rule that the whole text satisfies, "" when there is none. Rules are
   // tried in the order of the file, but one whose match gives a non-empty tag goes before one whose match gives none.
+  // Throws MatchGaveUp.
   std::string getMatchingPublicRule(std::string text) const;
 
   // The rule of a simple name, a simple name in angle brackets, or a qualified one; an empty pointer when there is
@@ -62,7 +83,7 @@ public:
 
   // The match of the whole text against a public rule of this grammar: one step for each word and each tag, the tags
   // in the order in which they stand in the written-out sentence. Empty when the text doesn't fit, when the rule is
-  // private, and when the pointer is empty or another grammar's.
+  // private, and when the pointer is empty or another grammar's. Throws MatchGaveUp.
   MatchVector matchesRule(std::shared_ptr<Rule> rule, const std::string &text) const;
 
   // The tag of each step, in order. A word's is empty, and a tag can be.

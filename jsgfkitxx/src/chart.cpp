@@ -1,38 +1,29 @@
 #include "chart.h"
 
 #include <algorithm>
-#include <new>
+#include <functional>
 
 namespace quillbrook::jsgf {
 
-namespace {
-
-// The items of a match may take 1 GiB. Thousands of rules that are all possible at each of thousands of words come
-// here; without a limit they'd take the memory of the process that matches.
-constexpr size_t kMaxItems = size_t{1} << 26U;
-
-}  // namespace
-
-size_t ItemTable::slot_of(uint32_t place, uint32_t goal) const {
+size_t ItemTable::slot_of(uint32_t place) const {
   const size_t mask = slots_.size() - 1;
-  const uint64_t key = (static_cast<uint64_t>(goal) << 32U | place) * 0x9E3779B97F4A7C15U;
-  size_t slot = static_cast<size_t>(key >> 32U) & mask;
-  while (slots_[slot] >= first_ && (items_[slots_[slot]].place != place || items_[slots_[slot]].goal != goal)) {
+  size_t slot = static_cast<size_t>(place * 0x9E3779B97F4A7C15U >> 32U) & mask;
+  while (slots_[slot] >= first_ && items_[slots_[slot]].place != place) {
     slot = (slot + 1) & mask;
   }
   return slot;
 }
 
-uint32_t ItemTable::find(uint32_t place, uint32_t goal) const {
-  const uint32_t item = slots_[slot_of(place, goal)];
+uint32_t ItemTable::find(uint32_t place) const {
+  const uint32_t item = slots_[slot_of(place)];
   return item >= first_ ? item : 0;
 }
 
-uint32_t ItemTable::find_or_add(uint32_t place, uint32_t goal, uint32_t item) {
+uint32_t ItemTable::find_or_add(uint32_t place, uint32_t item) {
   if ((count_ + 1) * 2 > slots_.size()) {
     grow();
   }
-  const size_t slot = slot_of(place, goal);
+  const size_t slot = slot_of(place);
   if (slots_[slot] >= first_) {
     return slots_[slot];
   }
@@ -42,11 +33,11 @@ uint32_t ItemTable::find_or_add(uint32_t place, uint32_t goal, uint32_t item) {
 }
 
 void ItemTable::grow() {
-  std::vector<uint32_t> old(slots_.size() * 2, 0);
+  CountedVector<uint32_t> old(slots_.size() * 2, 0, slots_.get_allocator());
   old.swap(slots_);
   for (const uint32_t item : old) {
     if (item >= first_) {
-      slots_[slot_of(items_[item].place, items_[item].goal)] = item;
+      slots_[slot_of(items_[item].place)] = item;
     }
   }
 }
@@ -56,132 +47,283 @@ void ItemTable::restart_at(size_t first) {
   start_at(first);
 }
 
-Chart::Chart(const Program &program, const std::vector<uint32_t> &text)
-    : program_(program), text_(text), position_start_(text.size() + 1), table_(items_) {
-  items_.reserve(8 * (text.size() + 1));
-  items_.push_back({kNowhere, 0, 0, 0});
-  goals_.push_back({0, text_length(), 0});
+Chart::Chart(const Program &program, const CountedVector<uint32_t> &text, Meter &meter)
+    : program_(program),
+      text_(text),
+      meter_(meter),
+      items_(CountedAllocator<Item>(meter)),
+      ways_(counted<Way>(meter)),
+      sets_(counted<EndSet>(meter)),
+      store_(meter),
+      builder_(meter),
+      waiting_(counted<uint64_t>(meter)),
+      open_calls_(counted<OpenCall>(meter)),
+      open_calls_of_callee_(counted<uint32_t>(meter)),
+      returns_number_(counted<uint32_t>(meter)),
+      returns_(CountedAllocator<CountedVector<Return>>(meter)),
+      ended_(counted<uint32_t>(meter)),
+      ended_at_(counted<uint32_t>(meter)),
+      position_start_(counted(meter, text.size() + 1, 0U)),
+      table_(meter, items_),
+      position_(text_length()) {
+  constexpr size_t kMostReserved = size_t{1} << 16U;
+  items_.reserve(std::min(kMostReserved, 8 * (text.size() + 1)));
+  items_.emplace_back(kNowhere, kTextEnd);
   if (!program.calls.empty()) {
-    joins_.push_back({});
-    waiters_.push_back({});
-    goal_of_component_.assign(program.ends.size(), 0);
+    open_calls_.push_back({});
+    open_calls_of_callee_.resize(program.callees.size(), 0);
+    returns_number_.resize(program.back_count, 0);
+    returns_.push_back(counted<Return>(meter));
+    ended_at_.resize(program.ends.size(), kNowhere);
   }
-  size_t word_items_end = 0;
   start_position(text_length());
-  items_.push_back({program.ends[0], 0, 0, 0});
-  close_position(text_length());
-  for (uint32_t position = text_length(); position-- > 0;) {
-    const uint32_t from = position_start_[position + 1];
+  items_.emplace_back(program.ends[0], kTextEnd);
+  close_position();
+  uint32_t words_end = 0;
+  while (position_ > 0) {
+    const uint32_t from = position_start_[position_];
     const auto to = static_cast<uint32_t>(items_.size());
-    start_position(position);
-    for (uint32_t behind = from; behind < to; ++behind) {
-      const Item item = items_[behind];
-      if (program.places[item.place].behind_word == 0) {
-        continue;
-      }
-      const uint32_t place = program.word_before(item.place, text[position]);
-      if (place != kNowhere) {
-        items_.push_back({place, item.goal, behind, 0});
-      }
-    }
-    if (items_.size() == to) {
+    start_position(position_ - 1);
+    add_words(from, to);
+    words_end = static_cast<uint32_t>(items_.size());
+    if (words_end == to) {
       return;
     }
-    word_items_end = items_.size();
-    close_position(position);
+    close_position();
   }
   // Other items are in the table already.
-  for (size_t item = position_start_[0]; item < word_items_end; ++item) {
-    table_.find_or_add(items_[item].place, items_[item].goal, static_cast<uint32_t>(item));
+  for (uint32_t item = position_start_[0]; item < words_end; ++item) {
+    table_.find_or_add(items_[item].place, item);
   }
   reaches_start_ = true;
-}
-
-void Chart::start_position(uint32_t position) {
-  position_start_[position] = static_cast<uint32_t>(items_.size());
-  table_.start_at(items_.size());
 }
 
 void Chart::fill_table(uint32_t position, ItemTable &table) const {
   const size_t end = position == 0 ? items_.size() : position_start_[position - 1];
   table.restart_at(position_start_[position]);
   for (size_t item = position_start_[position]; item < end; ++item) {
-    table.find_or_add(items_[item].place, items_[item].goal, static_cast<uint32_t>(item));
+    table.find_or_add(items_[item].place, static_cast<uint32_t>(item));
+  }
+}
+
+void Chart::start_position(uint32_t position) {
+  position_ = position;
+  position_start_[position] = static_cast<uint32_t>(items_.size());
+  table_.start_at(items_.size());
+}
+
+// Adds the places that consume the position's word and go on at one of the items `from` to `to` behind it.
+void Chart::add_words(uint32_t from, uint32_t to) {
+  for (uint32_t behind = from; behind < to; ++behind) {
+    const Item item = items_[behind];
+    if (program_.places[item.place].behind_word == 0) {
+      continue;
+    }
+    const uint32_t place = program_.word_before(item.place, text_[position_]);
+    if (place != kNowhere) {
+      items_.emplace_back(place, item.ends, behind);
+    }
   }
 }
 
 // Adds all items that reach one of the position's items without a word.
-void Chart::close_position(uint32_t position) {
-  if (items_.size() > kMaxItems) {
-    throw std::bad_alloc();
-  }
-  for (uint32_t index = position_start_[position]; index < items_.size(); ++index) {
-    const uint32_t place = items_[index].place;
-    const uint32_t goal = items_[index].goal;
-    if (static_cast<PlaceKind>(program_.places[place].kind) == PlaceKind::kEntry) {
-      complete(index);
+void Chart::close_position() {
+  // Callees come first, from the innermost on, since a call depends on where its callee can end.
+  const auto words_end = static_cast<uint32_t>(program_.calls.empty() ? 0 : items_.size());
+  for (uint32_t index = position_start_[position_]; index < words_end; ++index) {
+    if (items_[index].ends != kTextEnd) {
+      make_wait(index);
     }
-    for (uint32_t i = program_.edges_begin[place]; i < program_.edges_begin[place + 1]; ++i) {
-      const Edge edge = program_.edges[i];
-      if (static_cast<PlaceKind>(program_.places[edge.source].kind) == PlaceKind::kCall) {
-        await(edge.source, index, position);
-      } else {
-        add(edge.source, goal, index, edge.branch);
-      }
+  }
+  expand_waiting();
+  size_t edges = 0;
+  for (uint32_t index = position_start_[position_]; index < items_.size(); ++index) {
+    if (items_[index].ends == kTextEnd) {
+      const uint32_t place = items_[index].place;
+      edges += program_.edges_begin[place + 1] - program_.edges_begin[place];
+      expand_outside(index);
+    }
+  }
+  meter_.work(items_.size() - position_start_[position_] + edges);
+  if (!program_.calls.empty()) {
+    end_callees();
+  }
+}
+
+// Adds what ends right here: the callees of calls that can go on here. Nothing that was added before depends on it, for
+// whether a callee can be empty is known.
+void Chart::end_callees() {
+  ends_callees_ = true;
+  const uint32_t here = ended_.empty() ? 0 : keep({position_, position_, nullptr});
+  for (size_t i = 0; i < ended_.size(); ++i) {
+    add(program_.ends[ended_[i]], here);
+    expand_waiting();
+  }
+  ended_.clear();
+  ends_callees_ = false;
+  for (size_t index = position_start_[position_]; index < items_.size(); ++index) {
+    const Place &place = program_.places[items_[index].place];
+    if (static_cast<PlaceKind>(place.kind) == PlaceKind::kCall) {
+      items_[index].target = table_.find(program_.callees[program_.calls[place.value].callee].entry);
     }
   }
 }
 
-void Chart::add(uint32_t place, uint32_t goal, uint32_t target, uint32_t branch) {
-  const uint32_t known = table_.find_or_add(place, goal, static_cast<uint32_t>(items_.size()));
-  if (known == 0) {
-    items_.push_back({place, goal, target, branch});
-  } else if (branch < items_[known].branch) {
-    items_[known].branch = branch;
-    items_[known].target = target;
+void Chart::make_wait(uint32_t index) {
+  if (items_[index].is_waiting == 0) {
+    items_[index].is_waiting = 1;
+    waiting_.push_back(uint64_t{program_.ranks[items_[index].place]} << 32U | index);
+    std::push_heap(waiting_.begin(), waiting_.end(), std::greater<>());
   }
+}
+
+// In the order of their ranks an item has all its ends when it's expanded, except where a rule can go round without a
+// word; there it's expanded again.
+void Chart::expand_waiting() {
+  while (!waiting_.empty()) {
+    std::pop_heap(waiting_.begin(), waiting_.end(), std::greater<>());
+    const auto index = static_cast<uint32_t>(waiting_.back());
+    waiting_.pop_back();
+    items_[index].is_waiting = 0;
+    expand(index);
+  }
+}
+
+// Adds what leads to an item outside of callees without a word.
+void Chart::expand_outside(uint32_t index) {
+  const uint32_t place = items_[index].place;
+  const Edge *end = program_.edges.data() + program_.edges_begin[place + 1];
+  for (const Edge *edge = program_.edges.data() + program_.edges_begin[place]; edge != end; ++edge) {
+    if (!leads_here(edge->source, index, true)) {
+      continue;
+    }
+    const uint32_t item = table_.find_or_add(edge->source, static_cast<uint32_t>(items_.size()));
+    if (item == 0) {
+      items_.emplace_back(edge->source, kTextEnd, index, edge->branch);
+    } else if (edge->branch < items_[item].branch) {
+      items_[item].branch = edge->branch;
+      items_[item].target = index;
+    }
+  }
+}
+
+// Adds what leads to an item within a callee without a word.
+void Chart::expand(uint32_t index) {
+  const uint32_t place = items_[index].place;
+  const bool is_first = items_[index].is_expanded == 0;
+  items_[index].is_expanded = 1;
+  if (static_cast<PlaceKind>(program_.places[place].kind) == PlaceKind::kEntry && !ends_callees_) {
+    complete(index);
+  }
+  const uint32_t end = program_.edges_begin[place + 1];
+  meter_.work(1 + end - program_.edges_begin[place]);
+  for (uint32_t i = program_.edges_begin[place]; i < end; ++i) {
+    const Edge edge = program_.edges[i];
+    if (!leads_here(edge.source, index, is_first)) {
+      continue;
+    }
+    const uint32_t item = add(edge.source, items_[index].ends);
+    const bool is_choice = static_cast<PlaceKind>(program_.places[edge.source].kind) == PlaceKind::kAlternatives;
+    if (is_choice && is_first) {
+      ways_.push_back({edge.branch, index, items_[item].target});
+      items_[item].target = static_cast<uint32_t>(ways_.size());
+    } else if (!is_choice) {
+      items_[item].target = index;
+    }
+  }
+}
+
+// Whether a place leads to an item without a word: a call does when its callee can be empty. An item that is looked at
+// for the first time is awaited by the calls that it stands behind.
+bool Chart::leads_here(uint32_t source, uint32_t index, bool is_first) {
+  const Place &place = program_.places[source];
+  if (static_cast<PlaceKind>(place.kind) != PlaceKind::kCall) {
+    return true;
+  }
+  if (is_first) {
+    await(source, index);
+  }
+  return program_.callees[program_.calls[place.value].callee].can_be_empty;
+}
+
+// The item of a place that the given ends can be reached from.
+uint32_t Chart::add(uint32_t place, uint32_t ends) {
+  const auto next = static_cast<uint32_t>(items_.size());
+  const uint32_t item = table_.find_or_add(place, next);
+  if (item == 0) {
+    items_.emplace_back(place, ends);
+    if (ends != kTextEnd) {
+      make_wait(next);
+    }
+    return next;
+  }
+  if (ends != kTextEnd) {
+    unite_ends(item, ends);
+  }
+  return item;
+}
+
+uint32_t Chart::keep(const EndSet &set) {
+  sets_.push_back(set);
+  return static_cast<uint32_t>(sets_.size());
+}
+
+void Chart::unite_ends(uint32_t index, uint32_t ends) {
+  const EndSet &old = ends_of(items_[index]);
+  const EndSet &more = sets_[ends - 1];
+  if (items_[index].ends == ends || is_within(more, old)) {
+    return;
+  }
+  items_[index].ends = is_within(old, more) ? ends : keep(store_.unite(old, more));
+  make_wait(index);
 }
 
 // The place behind a call was reached: its callee has to end here.
-void Chart::await(uint32_t call, uint32_t back, uint32_t position) {
-  const Callee &callee = program_.callees[program_.calls[program_.places[call].value].callee];
-  uint32_t goal = goal_of_component_[callee.component];
-  if (goal == 0 || goals_[goal].end != position) {
-    goal = static_cast<uint32_t>(goals_.size());
-    goal_of_component_[callee.component] = goal;
-    goals_.push_back({callee.component, position, 0});
-    items_.push_back({program_.ends[callee.component], goal, 0, 0});
+void Chart::await(uint32_t call, uint32_t back) {
+  const Call &made = program_.calls[program_.places[call].value];
+  const uint32_t component = program_.callees[made.callee].component;
+  if (ended_at_[component] != position_) {
+    ended_at_[component] = position_;
+    ended_.push_back(component);
   }
-  waiters_.push_back({call, back, goals_[goal].waiters});
-  goals_[goal].waiters = static_cast<uint32_t>(waiters_.size() - 1);
-  // An entry that was reached before is not completed again. (One that's still to be completed gives this join twice,
-  // which does no harm.)
-  const uint32_t entry = callee.can_be_empty ? table_.find(callee.entry, goal) : 0;
-  if (entry != 0) {
-    add_join(call, entry, back);
+  uint32_t &number = returns_number_[made.back_number];
+  if (number == 0) {
+    number = static_cast<uint32_t>(returns_.size());
+    returns_.push_back(counted<Return>(meter_));
+  }
+  CountedVector<Return> &returns = returns_[number];
+  if (returns.empty() || returns.back().position != position_) {
+    returns.push_back({position_, back});
+  }
+  if (returns.size() == 1) {
+    open_calls_.push_back({call, open_calls_of_callee_[made.callee]});
+    open_calls_of_callee_[made.callee] = static_cast<uint32_t>(open_calls_.size() - 1);
   }
 }
 
-// A callee's entry was reached: calls that wait for its goal can be made here.
+// A callee's entry was reached: calls that can go on where it ends can be made here. Those that go on right here are
+// no matter of this (see end_callees).
 void Chart::complete(uint32_t entry) {
   const uint32_t callee = program_.places[items_[entry].place].next;
-  for (uint32_t waiter = goals_[items_[entry].goal].waiters; waiter != 0; waiter = waiters_[waiter].next) {
-    const uint32_t call = waiters_[waiter].call;
-    if (program_.calls[program_.places[call].value].callee == callee) {
-      add_join(call, entry, waiters_[waiter].back);
+  const EndSet ends = ends_of(items_[entry]);
+  for (uint32_t open = open_calls_of_callee_[callee]; open != 0; open = open_calls_[open].next) {
+    meter_.work();
+    const uint32_t place = open_calls_[open].place;
+    builder_.clear();
+    uint32_t found = kNowhere;
+    for_each_return(program_.calls[program_.places[place].value], ends, position_ + 1, [&](const Return &back) {
+      found = items_[back.item].ends;
+      if (found == kTextEnd) {
+        return false;
+      }
+      builder_.add(sets_[found - 1]);
+      const EndSet &all = builder_.set();  // once it has all positions from here on, no other return adds one
+      return all.bits != nullptr || all.low > position_ + 1 || all.high < text_length();
+    });
+    if (found != kNowhere) {
+      add(place, found == kTextEnd ? kTextEnd : keep(store_.copy(builder_.set())));
     }
   }
-}
-
-void Chart::add_join(uint32_t call, uint32_t entry, uint32_t back) {
-  const uint32_t goal = items_[back].goal;
-  uint32_t item = table_.find_or_add(call, goal, static_cast<uint32_t>(items_.size()));
-  if (item == 0) {
-    item = static_cast<uint32_t>(items_.size());
-    items_.push_back({call, goal, 0, 0});
-  }
-  joins_.push_back({entry, back, items_[item].target});
-  items_[item].target = static_cast<uint32_t>(joins_.size() - 1);
 }
 
 }  // namespace quillbrook::jsgf

@@ -235,7 +235,7 @@ void Compiler::read_reference(const Reference &reference) {
   if (program_.branches[program_.places[program_.callees[callee].entry].value].place == kNowhere) {
     current_ = {};
   } else {
-    program_.calls.push_back({callee, current_});
+    program_.calls.push_back({callee, current_, 0});
     current_ = {add_place(PlaceKind::kCall, program_.calls.size() - 1, kNowhere), 0};
   }
   end_item();

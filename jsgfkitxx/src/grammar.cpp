@@ -26,11 +26,14 @@ namespace quillbrook::jsgf {
 // answer here: matching costs one pass instead of two.
 class LastMatch {
 public:
-  void set(std::string text, uint32_t rule, std::vector<Step> steps) {
+  void set(std::string text, uint32_t rule, const Steps &steps) {
+    if (steps.size() > kMaxSteps) {
+      return;
+    }
     const std::lock_guard<std::mutex> guard(lock_);
     text_ = std::move(text);
     rule_ = rule;
-    steps_ = std::move(steps);
+    steps_.assign(steps.begin(), steps.end());
   }
 
   std::optional<std::vector<Step>> get(const std::string &text, uint32_t rule) const {
@@ -42,6 +45,8 @@ public:
   }
 
 private:
+  static constexpr size_t kMaxSteps = size_t{1} << 18U;  // longer ones are matched again rather than kept
+
   mutable std::mutex lock_;  // guards all below; held for copies only, and nothing else is taken under it
   std::string text_;
   uint32_t rule_ = RuleIndex::kNoRule;
@@ -60,9 +65,23 @@ struct MatchBlock {
   std::vector<MatchInfo> steps;
 };
 
-bool has_tag(const quillbrook::jsgf::Program &program, const std::vector<Step> &steps) {
+bool has_tag(const quillbrook::jsgf::Program &program, const quillbrook::jsgf::Steps &steps) {
   return std::any_of(steps.begin(), steps.end(),
                      [&](Step step) { return step != quillbrook::jsgf::kWordStep && !program.tags[step].empty(); });
+}
+
+template <typename Steps>
+MatchVector to_match_vector(const std::shared_ptr<const quillbrook::jsgf::Program> &program, const Steps &steps) {
+  MatchVector result;
+  const auto block = std::make_shared<MatchBlock>();
+  block->program = program;
+  block->steps.reserve(steps.size());
+  result.reserve(steps.size());
+  for (const Step step : steps) {
+    block->steps.push_back({step == quillbrook::jsgf::kWordStep ? std::string_view() : program->tags[step]});
+    result.emplace_back(block, &block->steps.back());
+  }
+  return result;
 }
 
 }  // namespace
@@ -90,9 +109,9 @@ std::string Grammar::getText() const {
 }
 
 std::string Grammar::getMatchingPublicRule(std::string text) const {
-  const quillbrook::jsgf::Match match(*program_, text);
+  quillbrook::jsgf::Match match(*program_, text);
   uint32_t found = quillbrook::jsgf::RuleIndex::kNoRule;
-  std::vector<Step> steps;
+  std::optional<quillbrook::jsgf::Steps> steps;
   for (uint32_t rule = 0; rule < program_->rules.size(); ++rule) {
     auto derivation = match.derive(rule);
     if (!derivation) {
@@ -101,7 +120,7 @@ std::string Grammar::getMatchingPublicRule(std::string text) const {
     const bool is_tagged = has_tag(*program_, *derivation);
     if (is_tagged || found == quillbrook::jsgf::RuleIndex::kNoRule) {
       found = rule;
-      steps = std::move(*derivation);
+      steps = std::move(derivation);
     }
     if (is_tagged) {
       break;
@@ -110,7 +129,7 @@ std::string Grammar::getMatchingPublicRule(std::string text) const {
   if (found == quillbrook::jsgf::RuleIndex::kNoRule) {
     return {};
   }
-  last_match_->set(std::move(text), found, std::move(steps));
+  last_match_->set(std::move(text), found, *steps);
   return std::string(program_->rule_index.name_of(found));
 }
 
@@ -126,26 +145,19 @@ std::shared_ptr<Rule> Grammar::getRule(const std::string &name) const {
 // Callers' signature: the pointers come by value.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 MatchVector Grammar::matchesRule(std::shared_ptr<Rule> rule, const std::string &text) const {
-  MatchVector result;
   if (rule == nullptr || rule->program != program_) {
-    return result;
+    return {};
   }
-  auto steps = last_match_->get(text, rule->index);
+  if (const auto known = last_match_->get(text, rule->index)) {
+    return to_match_vector(program_, *known);
+  }
+  quillbrook::jsgf::Match match(*program_, text);
+  const auto steps = match.derive(rule->index);
   if (!steps) {
-    steps = quillbrook::jsgf::Match(*program_, text).derive(rule->index);
+    return {};
   }
-  if (!steps) {
-    return result;
-  }
-  const auto block = std::make_shared<MatchBlock>();
-  block->program = program_;
-  block->steps.reserve(steps->size());
-  result.reserve(steps->size());
-  for (const Step step : *steps) {
-    block->steps.push_back({step == quillbrook::jsgf::kWordStep ? std::string_view() : program_->tags[step]});
-    result.emplace_back(block, &block->steps.back());
-  }
-  return result;
+  match.take(steps->size() * (sizeof(MatchInfo) + sizeof(MatchVector::value_type)));
+  return to_match_vector(program_, *steps);
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param)

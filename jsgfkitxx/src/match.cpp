@@ -4,7 +4,8 @@
 
 namespace quillbrook::jsgf {
 
-Match::Match(const Program &program, std::string_view text) : program_(program) {
+Match::Match(const Program &program, std::string_view text, const MatchLimits &limits)
+    : program_(program), meter_(limits), words_(counted<uint32_t>(meter_)) {
   words_.reserve(text.size() / 4 + 1);
   WordSplitter splitter(text);
   while (splitter.next()) {
@@ -16,17 +17,17 @@ Match::Match(const Program &program, std::string_view text) : program_(program) 
     }
   }
   if (!words_.empty()) {
-    chart_.emplace(program, words_);
+    chart_.emplace(program, words_, meter_);
   }
 }
 
-std::optional<std::vector<Step>> Match::derive(uint32_t rule) const {
+std::optional<Steps> Match::derive(uint32_t rule) {
   const Link entry = program_.rules[rule].entry;
   const uint32_t item = chart_ && entry.place != kNowhere ? chart_->item_at_start(entry.place) : 0;
   if (item == 0) {
     return std::nullopt;
   }
-  return Walk(program_, *chart_).derive(entry, item);
+  return Walk(program_, *chart_, meter_).derive(entry, item);
 }
 
 }  // namespace quillbrook::jsgf

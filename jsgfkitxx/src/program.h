@@ -58,6 +58,7 @@ struct Callee {
 struct Call {
   uint32_t callee;
   Link back;
+  uint32_t back_number = 0;  // of the place behind it among all such places
 };
 
 // A way to a place that takes no word: from the branch of an alternative, an entry, a jump, or back from a call.
@@ -100,7 +101,10 @@ public:
   std::vector<TagCell> tag_cells;
   std::vector<Callee> callees;
   std::vector<Call> calls;
+  uint32_t back_count = 0;        // places behind calls
   std::vector<uint32_t> ends;     // by component: its kEnd; 0 is the end of the text
+  std::vector<uint32_t> ranks;    // by place, when there are calls: above those that it goes to without a word, and a
+                                  // call above its callee; arbitrary within cycles
   bool has_empty_cycles = false;  // a derivation could come back to a place without a word
 
   // Backwards: ways into a place, edges[edgesBegin[place]] to edges[edgesBegin[place + 1]].

@@ -122,12 +122,91 @@ void find_empty_cycles(Program &program) {
   program.has_empty_cycles = removable.size() < program.places.size();
 }
 
+void number_backs(Program &program) {
+  std::vector<uint32_t> numbers(program.places.size(), kNowhere);
+  for (Call &call : program.calls) {
+    uint32_t &number = numbers[call.back.place];
+    if (number == kNowhere) {
+      number = program.back_count++;
+    }
+    call.back_number = number;
+  }
+}
+
+// Ranks places in the order in which a search in depth leaves them.
+class Ranking {
+public:
+  explicit Ranking(Program &program) : program_(program) {}
+
+  void run() {
+    program_.ranks.assign(program_.places.size(), kNowhere);
+    for (uint32_t place = 0; place < program_.places.size(); ++place) {
+      enter(place);
+      while (!visits_.empty()) {
+        Visit &visit = visits_.back();
+        const uint32_t target = way_out(visit.place, visit.ways++);
+        if (target == kNowhere) {
+          program_.ranks[visit.place] = next_rank_++;
+          visits_.pop_back();
+        } else {
+          enter(target);
+        }
+      }
+    }
+  }
+
+private:
+  struct Visit {
+    uint32_t place;
+    uint32_t ways;  // tried so far
+  };
+
+  static constexpr uint32_t kEntered = kNowhere - 1;
+
+  void enter(uint32_t place) {
+    if (program_.ranks[place] == kNowhere) {
+      program_.ranks[place] = kEntered;
+      visits_.push_back({place, 0});
+    }
+  }
+
+  // kNowhere behind the last one. (A branch that leads nowhere is the only one of its place.)
+  uint32_t way_out(uint32_t from, uint32_t number) const {
+    const Place &place = program_.places[from];
+    switch (static_cast<PlaceKind>(place.kind)) {
+      case PlaceKind::kAlternatives:
+        return number < place.next ? program_.branches[place.value + number].place : kNowhere;
+      case PlaceKind::kEntry:
+        return number == 0 ? program_.branches[place.value].place : kNowhere;
+      case PlaceKind::kJump:
+        return number == 0 ? place.next : kNowhere;
+      case PlaceKind::kCall: {
+        const Call &call = program_.calls[place.value];
+        const Callee &callee = program_.callees[call.callee];
+        return number == 0 ? callee.entry : number == 1 && callee.can_be_empty ? call.back.place : kNowhere;
+      }
+      case PlaceKind::kWord:
+      case PlaceKind::kEnd:
+        break;
+    }
+    return kNowhere;
+  }
+
+  Program &program_;
+  std::vector<Visit> visits_;
+  uint32_t next_rank_ = 0;
+};
+
 }  // namespace
 
 void build_reverse_tables(Program &program) {
   build_edges(program);
   find_empty_callees(program);
   find_empty_cycles(program);
+  if (!program.calls.empty()) {
+    number_backs(program);
+    Ranking(program).run();
+  }
 }
 
 }  // namespace quillbrook::jsgf

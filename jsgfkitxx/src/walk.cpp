@@ -10,7 +10,7 @@ namespace {
 constexpr uint64_t kBudget = 4'000'000;
 constexpr uint64_t kBudgetOfWord = 64;
 
-constexpr size_t kFirstSetsLimit = size_t{1} << 16U;
+constexpr size_t kFirstStoreLimit = size_t{1} << 16U;  // words
 
 constexpr uint32_t kNoPosition = UINT32_MAX;
 
@@ -21,20 +21,29 @@ uint64_t mix(uint64_t value) {
 
 }  // namespace
 
-Walk::Walk(const Program &program, const Chart &chart)
+Walk::Walk(const Program &program, const Chart &chart, Meter &meter)
     : program_(program),
       chart_(chart),
-      sets_limit_(kFirstSetsLimit),
+      meter_(meter),
+      steps_(counted<Step>(meter)),
+      frames_(counted<Frame>(meter)),
+      pending_(counted<PendingTags>(meter)),
+      store_limit_(kFirstStoreLimit),
+      builder_(meter),
+      choices_(counted<Choice>(meter)),
+      marks_(counted<Mark>(meter)),
       budget_(kBudget + kBudgetOfWord * chart.text_length()) {}
 
-std::vector<Step> Walk::derive(Link entry, uint32_t item) {
+Steps Walk::derive(Link entry, uint32_t item) {
   steps_.reserve(chart_.text_length() + 8);
-  state_ = {{item, 1}, 0, 0};
+  state_ = {item, 0, 0, kNoEnds};
+  stores_[store_].emplace(meter_);
   give(entry.tags);
   bool goes_on = true;
   bool is_complete = false;
   while (goes_on && !is_complete && budget_-- > 0) {
-    const Place &place = place_of(state_.items);
+    const Place &place = place_of(state_.item);
+    meter_.work();
     switch (static_cast<PlaceKind>(place.kind)) {
       case PlaceKind::kWord:
         consume_word();
@@ -71,105 +80,110 @@ void Walk::give(uint32_t tags) {
   }
 }
 
-// The items that `nextOf` gives for the set's items; 0 stands for none.
-template <typename NextOf>
-Walk::ItemSet Walk::collect(ItemSet from, const NextOf &next_of) {
-  if (from.count == 1) {
-    const uint32_t item = next_of(from.first);
-    return {item, item == 0 ? 0U : 1U};
-  }
-  const auto first = static_cast<uint32_t>(sets_.size());
-  for (uint32_t i = 0; i < from.count; ++i) {
-    const uint32_t item = next_of(sets_[from.first + i]);
-    if (item != 0) {
-      sets_.push_back(item);
-    }
-  }
-  const auto count = static_cast<uint32_t>(sets_.size() - first);
-  if (count == 1) {
-    const uint32_t item = sets_.back();
-    sets_.pop_back();
-    return {item, 1};
-  }
-  return {first, count};
-}
-
-void Walk::follow() {
-  state_.items = collect(state_.items, [&](uint32_t item) { return chart_.item(item).target; });
-}
-
 void Walk::consume_word() {
   steps_.push_back(kWordStep);
   follow();
   ++position_;
   mark_count_ = 0;
   choices_.clear();
-  if (sets_.size() > sets_limit_) {
-    compact_sets();
+  if (stores_[store_]->words_kept() > store_limit_) {
+    drop_unused_sets();
   }
 }
 
 // Drops the sets that nothing leads back to. There must be no choices.
-void Walk::compact_sets() {
-  std::vector<uint32_t> kept;
-  const auto keep = [&](ItemSet &set) {
-    if (set.count > 1) {
-      const auto from = sets_.begin() + set.first;
-      set.first = static_cast<uint32_t>(kept.size());
-      kept.insert(kept.end(), from, from + set.count);
-    }
-  };
-  keep(state_.items);
+void Walk::drop_unused_sets() {
+  EndSetStore &kept = stores_[1 - store_].emplace(meter_);
+  state_.goals = kept.copy(state_.goals);
   for (uint32_t frame = state_.frame; frame != 0; frame = frames_[frame - 1].caller.frame) {
-    keep(frames_[frame - 1].caller.items);
+    frames_[frame - 1].caller.goals = kept.copy(frames_[frame - 1].caller.goals);
   }
-  sets_ = std::move(kept);
-  sets_limit_ = std::max(kFirstSetsLimit, 2 * sets_.size());
+  stores_[store_].reset();
+  store_ = 1 - store_;
+  store_limit_ = std::max(kFirstStoreLimit, 2 * kept.words_kept());
 }
 
 // Takes the first branch that leads to a goal.
 bool Walk::choose() {
-  uint32_t best = UINT32_MAX;
-  for (uint32_t i = 0; i < state_.items.count; ++i) {
-    best = std::min(best, chart_.item(item_of(state_.items, i)).branch);
-  }
+  const Way way = first_way();
   if (program_.has_empty_cycles) {
-    if (!mark(identity_of(state_.frame), chart_.item(item_of(state_.items, 0)).place)) {
+    if (!mark(identity_of(state_.frame), item().place)) {
       return step_back();
     }
-    choices_.push_back({state_, best + 1, steps_.size()});
+    choices_.push_back({state_, way.branch + 1, steps_.size()});
   }
-  const Place &place = place_of(state_.items);
-  state_.items = collect(
-      state_.items, [&](uint32_t item) { return chart_.item(item).branch == best ? chart_.item(item).target : 0; });
-  give(program_.branches[place.value + best].tags);
+  take(way.branch, way.target);
   return true;
 }
 
-// Goes back to the last choice behind the last word that has another branch that leads to a goal, and takes that.
-bool Walk::step_back() {
+Way Walk::first_way() const {
+  return item().ends == kTextEnd ? Way{item().branch, item().target, 0} : lowest_way(state_, 0);
+}
+
+// The way of the lowest branch of a callee's item, from the given one on, that leads to a goal; its target is 0 when
+// there is none.
+Way Walk::lowest_way(const State &state, uint32_t from_branch) const {
+  Way lowest{UINT32_MAX, 0, 0};
+  for (uint32_t number = chart_.item(state.item).target; number != 0;) {
+    meter_.work();
+    const Way &way = chart_.way(number);
+    if (way.branch >= from_branch && way.branch < lowest.branch &&
+        have_common_end(state.goals, chart_.ends_of(chart_.item(way.target)))) {
+      lowest = way;
+    }
+    number = way.next;
+  }
+  return lowest;
+}
+
+void Walk::take(uint32_t branch, uint32_t target) {
+  const uint32_t first_branch = place_of(state_.item).value;
+  state_.item = target;
+  narrow_goals();
+  give(program_.branches[first_branch + branch].tags);
+}
+
+void Walk::narrow_goals() {
+  if (item().ends != kTextEnd) {
+    state_.goals = stores_[store_]->intersect(state_.goals, chart_.ends_of(item()));
+  }
+}
+
+// The next way to try at a choice; its target is 0 when there is none.
+Way Walk::next_way(const Choice &choice) {
+  if (chart_.item(choice.state.item).ends != kTextEnd) {
+    return lowest_way(choice.state, choice.next_branch);
+  }
   if (!table_ || table_position_ != position_) {
     if (!table_) {
-      table_.emplace(chart_.items());
+      table_.emplace(meter_, chart_.items());
     }
     chart_.fill_table(position_, *table_);
     table_position_ = position_;
   }
-  while (!choices_.empty()) {
+  const Place &place = place_of(choice.state.item);
+  for (uint32_t branch = choice.next_branch; branch < place.next; ++branch) {
+    meter_.work();
+    const uint32_t target = table_->find(program_.branches[place.value + branch].place);
+    if (target != 0) {
+      return {branch, target, 0};
+    }
+  }
+  return {0, 0, 0};
+}
+
+// Goes back to the last choice behind the last word that has another branch that leads to a goal, and takes that.
+bool Walk::step_back() {
+  while (!choices_.empty() && budget_ > 0) {
+    --budget_;
     Choice &choice = choices_.back();
-    const Place &place = place_of(choice.state.items);
-    while (choice.next_branch < place.next && budget_ > 0) {
-      --budget_;
-      const Link branch = program_.branches[place.value + choice.next_branch++];
-      const ItemSet items = collect(choice.state.items,
-                                    [&](uint32_t item) { return table_->find(branch.place, chart_.item(item).goal); });
-      if (items.count != 0) {
-        steps_.resize(choice.steps);
-        state_ = choice.state;
-        state_.items = items;
-        give(branch.tags);
-        return true;
-      }
+    const Way way = next_way(choice);
+    if (way.target != 0) {
+      choice.next_branch = way.branch + 1;
+      steps_.resize(choice.steps);
+      state_ = choice.state;
+      take(way.branch, way.target);
+      return true;
     }
     choices_.pop_back();
   }
@@ -195,7 +209,7 @@ bool Walk::mark(uint64_t frame, uint32_t place) {
 }
 
 void Walk::grow_marks() {
-  std::vector<Mark> old(std::max<size_t>(64, marks_.size() * 2), Mark{0, 0, kNoPosition});
+  auto old = counted(meter_, std::max<size_t>(64, marks_.size() * 2), Mark{0, 0, kNoPosition});
   old.swap(marks_);
   mark_count_ = 0;
   for (const Mark &present : old) {
@@ -205,46 +219,29 @@ void Walk::grow_marks() {
   }
 }
 
-bool Walk::can_only_be_empty(const Callee &callee) const {
-  if (!callee.can_be_empty) {
-    return false;
-  }
-  for (uint32_t i = 0; i < state_.items.count; ++i) {
-    const Item &item = chart_.item(item_of(state_.items, i));
-    for (uint32_t join = item.target; join != 0; join = chart_.join(join).next) {
-      if (chart_.goal_end(chart_.item(chart_.join(join).entry).goal) != position_) {
-        return false;
-      }
-    }
-  }
-  return true;
-}
-
 void Walk::call() {
-  const uint32_t place = chart_.item(item_of(state_.items, 0)).place;
+  const uint32_t place = item().place;
   const Call &made = program_.calls[program_.places[place].value];
   const Callee &callee = program_.callees[made.callee];
-  if (!callee.empty_has_tags && can_only_be_empty(callee)) {
-    give(made.back.tags);
-    state_.items = collect(state_.items, [&](uint32_t item) { return chart_.join(chart_.item(item).target).back; });
+  const uint32_t entry = item().target;
+  // The callee may end wherever the caller can go on.
+  builder_.clear();
+  uint32_t back = 0;
+  chart_.for_each_return(made, chart_.ends_of(chart_.item(entry)), position_, [&](const Return &found) {
+    const Item &there = chart_.item(found.item);
+    if (there.ends == kTextEnd || have_common_end(state_.goals, chart_.ends_of(there))) {
+      back = back == 0 ? found.item : back;
+      builder_.add({found.position, found.position, nullptr});
+    }
+    return true;
+  });
+  const bool ends_here = builder_.set().high == position_;
+  if (ends_here && !callee.empty_has_tags) {
+    come_back(made, back);
     return;
   }
-  const auto first = static_cast<uint32_t>(sets_.size());
-  for (uint32_t i = 0; i < state_.items.count; ++i) {
-    const Item &item = chart_.item(item_of(state_.items, i));
-    for (uint32_t join = item.target; join != 0; join = chart_.join(join).next) {
-      sets_.push_back(chart_.join(join).entry);
-    }
-  }
-  std::sort(sets_.begin() + first, sets_.end());
-  sets_.erase(std::unique(sets_.begin() + first, sets_.end()), sets_.end());
-  ItemSet entries{first, static_cast<uint32_t>(sets_.size()) - first};
-  if (entries.count == 1) {
-    entries.first = sets_.back();
-    sets_.pop_back();
-  }
   frames_.push_back({state_, mix(identity_of(state_.frame) + place)});
-  state_ = {entries, static_cast<uint32_t>(frames_.size()), 0};
+  state_ = {entry, static_cast<uint32_t>(frames_.size()), 0, stores_[store_]->copy(builder_.set())};
 }
 
 // Leaves the frame. True at the end of the rule that is matched.
@@ -255,18 +252,22 @@ bool Walk::end() {
   if (state_.frame == 0) {
     return true;
   }
-  // One end, one goal: only the callers' items that can go on from this position stay.
-  const uint32_t goal = chart_.item(item_of(state_.items, 0)).goal;
   state_ = frames_[state_.frame - 1].caller;
-  give(program_.calls[place_of(state_.items).value].back.tags);
-  state_.items = collect(state_.items, [&](uint32_t item) {
-    uint32_t join = chart_.item(item).target;
-    while (join != 0 && chart_.item(chart_.join(join).entry).goal != goal) {
-      join = chart_.join(join).next;
-    }
-    return join == 0 ? 0U : chart_.join(join).back;
+  const Call &made = program_.calls[place_of(state_.item).value];
+  uint32_t back = 0;
+  chart_.for_each_return(made, {position_, position_, nullptr}, position_, [&](const Return &found) {
+    back = found.item;
+    return false;
   });
+  come_back(made, back);
   return false;
+}
+
+// Goes on behind a call. Of the goals those stay that can be reached from there.
+void Walk::come_back(const Call &call, uint32_t item) {
+  give(call.back.tags);
+  state_.item = item;
+  narrow_goals();
 }
 
 }  // namespace quillbrook::jsgf

@@ -40,7 +40,7 @@ std::string located(const std::string &file, const std::string &message) {
   return file + ":" + std::to_string(line) + ":" + std::to_string(column) + message.substr(message.find(':'));
 }
 
-bool report(const Grammar &grammar, const std::string &text) {
+bool report(const Grammar &grammar, const std::string &text) try {
   const std::string rule = grammar.getMatchingPublicRule(text);
   if (rule.empty()) {
     std::cout << "no match: " << text << '\n';
@@ -54,6 +54,9 @@ bool report(const Grammar &grammar, const std::string &text) {
   }
   std::cout << '\n';
   return true;
+} catch (const quillbrook::jsgf::MatchGaveUp &error) {
+  std::cout << "given up: " << text << "\n  " << error.what() << '\n';
+  return false;
 }
 
 int run(std::vector<std::string> arguments) {

@@ -43,8 +43,8 @@ inline void check(const std::string &source, std::string text) {
   for (uint32_t token = 0; text.empty() && token < usual->tokens.size() && token < 8; ++token) {
     text += std::string(usual->tokens[token]) + " ";
   }
-  const quillbrook::jsgf::Match usualMatch(*usual, text);
-  const quillbrook::jsgf::Match calledMatch(*called, text);
+  quillbrook::jsgf::Match usualMatch(*usual, text);
+  quillbrook::jsgf::Match calledMatch(*called, text);
   for (uint32_t rule = 0; rule < usual->rules.size(); ++rule) {
     auto expected = usualMatch.derive(rule);
     auto got = calledMatch.derive(rule);

@@ -106,15 +106,26 @@ void expect_time_grows_with_the_input(const std::function<void()> &once, const s
 }
 
 TEST(Limits, TimeOfAMatchGrowsWithTheText) {
+  std::string levels = "<r0> = [a];";
+  for (int i = 1; i < 40; ++i) {
+    const std::string below = "<r" + std::to_string(i - 1) + ">";
+    levels += "<r" + std::to_string(i) + "> = " + below + below + ";";
+  }
   const struct {
     std::string rules;
     std::string before, words, behind;
     bool is_match;
+    size_t count;
   } rows[] = {
-      {"public <r> = (a*)* b;", "", "a ", "b", true},
-      {"public <r> = a (a | a a | [a] a)* a c; <b> = b;", "b ", "a ", "a", false},
-      {"public <r> = a <r> {T} | a a <r> | b;", "", "a ", "b", true},
-      {"public <r> = b ((a | a a)* [a])* b;", "", "a ", "b", false},
+      {"public <r> = (a*)* b;", "", "a ", "b", true, 4000},
+      {"public <r> = a (a | a a | [a] a)* a c; <b> = b;", "b ", "a ", "a", false, 4000},
+      {"public <r> = a <r> {T} | a a <r> | b;", "", "a ", "b", true, 4000},
+      {"public <r> = b ((a | a a)* [a])* b;", "", "a ", "b", false, 4000},
+      // Calls whose parts fit together in as many ways as the square or the cube of the words.
+      {"public <r> = <l> <l>; <l> = a [<l>] {T};", "", "a ", "", true, 1000},
+      {"public <r> = (<l>)* b; <l> = a [<l>] {T};", "", "a ", "b", true, 1000},
+      {"public <r> = (" + repeated("<l> {T} | ", 200) + "a)*; <l> = a [<l>] {T};", "", "a ", "", true, 60},
+      {"public <r> = <r39> <r39>;" + levels, "", "a ", "", true, 60},
   };
   for (const auto &row : rows) {
     const auto grammar = load(kHead + row.rules);
@@ -123,7 +134,7 @@ TEST(Limits, TimeOfAMatchGrowsWithTheText) {
         EXPECT_EQ(grammar->getMatchingPublicRule(text) == "r", row.is_match) << row.rules;
       };
     };
-    expect_time_grows_with_the_input(match(4000), match(8 * 4000));
+    expect_time_grows_with_the_input(match(row.count), match(8 * row.count));
   }
 }
 

@@ -20,9 +20,11 @@ using Texts = std::vector<std::vector<std::string>>;
 
 // As the oracle gives it.
 std::string derivation(const Program &program, const std::string &text, size_t rule) {
-  const auto steps = quillbrook::jsgf::Match(program, text).derive(static_cast<uint32_t>(rule));
+  quillbrook::jsgf::Match match(program, text);
+  const auto steps = match.derive(static_cast<uint32_t>(rule));
   std::string tags = steps ? "" : "no match";
-  for (const quillbrook::jsgf::Step step : steps.value_or(std::vector<quillbrook::jsgf::Step>())) {
+  for (size_t i = 0; steps && i < steps->size(); ++i) {
+    const quillbrook::jsgf::Step step = (*steps)[i];
     tags += step == quillbrook::jsgf::kWordStep ? "" : "{" + std::string(program.tags[step]) + "}";
   }
   return tags;
