@@ -42,7 +42,8 @@ PLACEHOLDERS = {
 def masked(line, expected):
     """The expected line if the line fits it, else the line: a difference then shows the real value."""
     pieces = re.split(r"<([a-z ]+)>", expected)
-    pattern = "".join(PLACEHOLDERS[piece] if index % 2 else re.escape(piece) for index, piece in enumerate(pieces))
+    pattern = "".join(f"(?:{PLACEHOLDERS[piece]})" if index % 2 else re.escape(piece)
+                      for index, piece in enumerate(pieces))
     return expected if re.fullmatch(pattern, line) else line
 
 

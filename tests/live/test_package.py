@@ -21,7 +21,7 @@ from pbx import LIMIT
 PACKAGE = "/tmp/quillbrook.deb"
 CONFIG = "/etc/asterisk/quillbrook.conf"
 LOG_FOLDER = "/var/log/quillbrook"
-LOG = "/var/log/asterisk/messages"
+LOG = "/var/log/asterisk/messages*"  # newer series add .log to the name
 # Of this run, so that its lines in the log are told from others.
 CONTEXT = f"quillbrook-package-{os.getpid()}"
 
