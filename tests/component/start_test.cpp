@@ -86,6 +86,7 @@ TEST_F(StartTest, NothingOfOneRecognitionReachesTheNext) {
   engine.dsp = 1;
   engine.returnnlsml = 1;
   engine.earlyspeechtimeout = 60;
+  engine.minspeechtimeout = 60000;  // the streaming thread does not get to the rendezvous
   create();
   start();
   context()->api_pointer = "meaning";
