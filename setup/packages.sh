@@ -69,7 +69,7 @@ fi
 
 echo "setup: installing ${#missing[@]} packages (a minute or two the first time): ${missing[*]}"
 apt-get update >"$log" 2>&1 || fail "the package lists could not be updated: check the network and /etc/apt"
-if ! LC_ALL=C apt-cache policy asterisk | grep -q 'Candidate: [0-9]'; then
+if ! LC_ALL=C apt-cache policy asterisk | grep 'Candidate: [0-9]' >/dev/null; then
   fail "this Debian has no Asterisk; docs/which-asterisk.md says how to build for one that is compiled from source"
 fi
 DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}" >"$log" 2>&1 ||

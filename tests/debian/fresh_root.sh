@@ -22,6 +22,7 @@ mirror=$(mirror_in_use) || skip 'no Debian mirror is named in /etc/apt'
 unshare --mount --pid --fork true 2>/dev/null || skip 'this machine grants no mounts'
 
 root=$(mktemp -d -t fresh-root.XXXXXX)
+chmod 755 "$root" # apt loads as a user of its own
 trap 'rm -rf --one-file-system "$root"' EXIT
 debootstrap --variant=minbase --include=ca-certificates "$suite" "$root" "$mirror" >"$root.log" 2>&1 || {
   tail -n 5 "$root.log"
