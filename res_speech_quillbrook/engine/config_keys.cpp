@@ -44,6 +44,7 @@ constexpr ConfigKey kConfigKeys[kConfigKeyCount] = {
     {{"dsp"}, Kind::kBoolean, &Engine::dsp, stores("no"), 14},
     // The loader takes the module's setting of the same name, which begins with this value.
     {{"threshold"}, Kind::kSilenceThreshold, &Engine::threshold, leaves("150"), 15},
+    {{"silences"}, Kind::kWord, &Engine::both_silences, stores("either"), 33, {.word = "both"}},
     {{"timeouts"}, Kind::kBoolean, &Engine::timeouts, stores("yes"), 16},
     {{"speedvsaccuracy"}, Kind::kDecimal, &Engine::speedvsaccuracy, stores("-1.0")},
     {{"minspeechtimeout"}, Kind::kMilliseconds, &Engine::minspeechtimeout, stores("0")},

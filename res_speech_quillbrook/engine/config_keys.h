@@ -57,8 +57,8 @@ struct ConfigKey {
   ConfigRules rules;
 };
 
-constexpr int kConfigKeyCount = 44;
-constexpr int kConfigProfileKeyCount = 32;
+constexpr int kConfigKeyCount = 45;
+constexpr int kConfigProfileKeyCount = 33;
 
 // In the order of reading `general`.
 extern const ConfigKey kConfigKeys[kConfigKeyCount];

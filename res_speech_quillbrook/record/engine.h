@@ -33,7 +33,8 @@ struct quillbrook_engine_t {
   int ws_buffer_size;
   int dsp;  // flag: measure silence in the audio
   int threshold;
-  int endpointing;  // flag: the pieces of a text are sentences
+  int both_silences;  // flag: the audio has to be silent too, not only the words
+  int endpointing;    // flag: the pieces of a text are sentences
   int returnjson;
   int returnnlsml;
   int logtag;

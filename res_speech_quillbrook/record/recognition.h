@@ -99,7 +99,7 @@ struct quillbrook_recognition_t {
   quillbrook_context *context1;  // each within its run; null when there was no memory
   quillbrook_context *context2;  // twin mode
 
-  // The audio. `dsp` is used by the dialplan thread only.
+  // The audio. `dsp` is used by the dialplan thread; whether there is one does not change while a run lasts.
   struct ast_dsp *dsp;
   ast_mutex_t lock;             // guards `file`, and nothing else
   struct ast_filestream *file;  // null whenever no stream is open

@@ -7,6 +7,9 @@ namespace {
 
 // A complete timeout above this is already that of free speech, and long speech does not change it.
 constexpr int kExtensionLimit = 2500;
+// Where both silences are asked for, the words alone count behind this many times the timeout: noise may keep the audio
+// from ever being quiet.
+constexpr int kTimeoutsInNoise = 3;
 // What a plugin gets to send its last words after it was asked to finalise.
 constexpr int kFinalizeTime = 1000;
 
@@ -31,6 +34,12 @@ void finish(quillbrook_message &message) {
 
 int64_t text_silence(const quillbrook_transcript_t &transcript) {
   return ast_tvdiff_ms(transcript.datelast, transcript.datesilence);
+}
+
+// Whether the silence of the audio has to join that of the words. Without a detector it never would.
+bool wants_both_silences(const quillbrook_message &message) {
+  const quillbrook_engine_t &engine = *message.session->engine;
+  return engine.both_silences && engine.dsp && message.recognition->dsp;
 }
 
 // New words restart the silence. A repeated hypothesis does not keep a recognition alive.
@@ -83,8 +92,11 @@ void complete(quillbrook_message &message) {
   } else if (shared_load(context->quantum)) {
     trace(2, "Set finalize =1 !\n");
     message.transcript.datefinalize = message.transcript.datelast;
-    // The limit stands before the plugin sees the flag.
-    shared_store(context->incompletetimeout, shared_load(context->completetimeout) + kFinalizeTime);
+    // The limit stands before the plugin sees the flag. Where the words have been silent for long, it lies ahead of
+    // now.
+    const int silence = wants_both_silences(message) ? static_cast<int>(text_silence(message.transcript))
+                                                     : shared_load(context->completetimeout);
+    shared_store(context->incompletetimeout, silence + kFinalizeTime);
     shared_store(context->finalize, 1);
     trace(2, "Try to finalize a result after completetimeout !\n");
     trace(2, "Gives 1s from now to get a result...\n");
@@ -93,17 +105,22 @@ void complete(quillbrook_message &message) {
   }
 }
 
+bool is_silent_for(const quillbrook_message &message, int timeout) {
+  const int64_t stt = text_silence(message.transcript);
+  const int dsp = shared_load(message.recognition->silence);
+  trace(2, "CALLBACK: completetimeout delay silence [stt=%d,dsp=%d] > %d\n", static_cast<int>(stt), dsp, timeout);
+  if (wants_both_silences(message)) {
+    return stt > timeout && (dsp > timeout || stt > int64_t{kTimeoutsInNoise} * timeout);
+  }
+  return dsp > timeout || stt > timeout;
+}
+
 void test_complete_timeout(quillbrook_message &message, int duration) {
-  const quillbrook_transcript_t &transcript = message.transcript;
   if (!message.session->timeouts || !shared_load(message.context->completetimeout)) {
     return;
   }
   extend_complete_timeout(message, duration);
-  const int timeout = shared_load(message.context->completetimeout);
-  const int64_t stt = text_silence(transcript);
-  const int dsp = shared_load(message.recognition->silence);
-  trace(2, "CALLBACK: completetimeout delay silence [stt=%d,dsp=%d] > %d\n", static_cast<int>(stt), dsp, timeout);
-  if (dsp > timeout || stt > timeout) {
+  if (is_silent_for(message, shared_load(message.context->completetimeout))) {
     complete(message);
   }
 }

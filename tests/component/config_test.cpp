@@ -135,6 +135,7 @@ TEST_F(Config, ReadingsOfTheirOwn) {
                   {"normalize_phrases=both", "normalize_phrases=true", &profile.normalize_phrases, 0},
                   {"utterances=separate", "", &profile.separate, 1},
                   {"utterances=separate", "utterances=joined", &profile.separate, 0},
+                  {"silences=both", "", &profile.both_silences, 1},
                   {"utterances=Separate", "", &general.separate, 0},
                   {"closetimeout=0", "", &general.closetimeout, 10000},
                   {"closetimeout=500", "closetimeout=-5", &profile.closetimeout, 500},

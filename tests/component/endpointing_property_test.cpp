@@ -113,11 +113,13 @@ struct Model {
           complete <= 2500) {
         complete = set.extendedtimeout;
       }
-      const bool over = std::max<int64_t>(silent, dsp) > complete;
+      const bool both = set.dsp && set.both_silences;
+      const bool noise = silent > int64_t{3} * complete;
+      const bool over = both ? silent > complete && (dsp > complete || noise) : silent > complete || dsp > complete;
       if (over && finalize == 0) {
         if (quantum) {
           finalize = 1;
-          incomplete = complete + 1000;
+          incomplete = static_cast<int>(both ? silent : complete) + 1000;
         } else {
           finish = true;
         }
@@ -161,6 +163,8 @@ protected:
     engine.continuous = one_in(2);
     engine.separate = one_in(2);
     engine.endpointing = one_in(4);
+    engine.dsp = one_in(2);
+    engine.both_silences = one_in(2);
     engine.closetimeout = pick({500, 2000});
     engine.speechtimeout = pick({0, 1000, 4000});
     engine.extendedtimeout = pick({0, 300, 4000});
@@ -178,7 +182,8 @@ protected:
   int64_t next_time(const Model &model, int64_t now) {
     std::vector<int64_t> limits;
     if (model.silent_since) {
-      limits = {*model.silent_since + model.complete, *model.silent_since + model.incomplete};
+      limits = {*model.silent_since + model.complete, *model.silent_since + INT64_C(3) * model.complete,
+                *model.silent_since + model.incomplete};
     }
     if (model.first_text) limits.push_back(*model.first_text + model.set.speechtimeout);
     if (model.closing_since) limits.push_back(*model.closing_since + model.set.closetimeout);

@@ -46,7 +46,10 @@ struct Row {
   int complete, incomplete;
   bool quantum;
   std::vector<Look> looks;
-  int finalize = 0;  // raised before the first text
+  int finalize = 0;       // raised before the first text
+  bool both = false;      // `silences`
+  bool detector = false;  // `dsp`
+  bool broken = false;    // there is no detector to be had
 };
 // clang-format off
 const Row kRows[] = {
@@ -75,12 +78,24 @@ const Row kRows[] = {
     {"a negative timeout is any other number", -1, 3000, true,
      {{0, 0, 1, 999}, {999, 0, 1, 999}, {1000, 0, 1, 999, {"words"}}}},
     {"one late call does both steps", 1000, 3000, true, {{2500, 0, 1, 2000, {"words"}}}},
+    {"both silences", 1000, 5000, false,
+     {{1000, 9000, 0, 5000}, {1001, 1000, 0, 5000}, {2000, 1001, 0, 5000, {"words"}}}, 0, true, true},
+    {"both silences in noise", 1000, 5000, false, {{3000, 0, 0, 5000}, {3001, 0, 0, 5000, {"words"}}}, 0, true, true},
+    {"both silences, the outer limit", 2000, 5000, false,
+     {{5000, 0, 0, 5000}, {5001, 0, 0, 5000, {"words"}}}, 0, true, true},
+    {"both silences, quantum", 1000, 5000, true,
+     {{2500, 1000, 0, 5000}, {2500, 1001, 1, 3500}, {3500, 0, 1, 3500}, {3501, 0, 1, 3500, {"words"}}}, 0, true, true},
+    {"both silences, dsp off", 1000, 0, false, {{1000, 0, 0, 0}, {1001, 0, 0, 0, {"words"}}}, 0, true},
+    {"both silences, no detector", 1000, 0, false, {{1000, 0, 0, 0}, {1001, 0, 0, 0, {"words"}}}, 0, true, true, true},
 };
 // clang-format on
 
 TEST_F(EndpointingTest, TimeoutsExpireOneMillisecondAboveTheirValue) {
   for (const Row &row : kRows) {
     SCOPED_TRACE(row.name);
+    engine.both_silences = row.both;
+    engine.dsp = row.detector;
+    if (row.broken) stand_in::fail(stand_in::Fault::kDetector);
     hear_first_text(row.complete, row.incomplete, row.quantum, row.finalize);
     const std::string error = named("Error with incomplete timeout!\n");
     int errors = stand_in::logged(__LOG_ERROR, error);
