@@ -93,6 +93,11 @@ inline bool host_debug_at_least(int level) {
   return DEBUG_ATLEAST(level);
 }
 
+// Whether the host keeps the files that it writes in another place until they are closed.
+inline bool host_caches_record_files() {
+  return ast_opt_cache_record_files;
+}
+
 // Memory from the host's allocators, which log a failure and give null. It goes back with ast_free.
 template <typename T>
 T *host_calloc() {

@@ -3,6 +3,7 @@
 #include "../ops/statistics.h"
 #include "../support/bounded_text.h"
 #include "../support/mutex.h"
+#include "config_conflicts.h"
 #include "config_keys.h"
 
 #include <cfloat>
@@ -234,6 +235,24 @@ bool load_profiles(ast_config *config) {
   return true;
 }
 
+void say_conflicts(const quillbrook_engine_t &engine, const char *section) {
+  for (const ConfigConflict &conflict : conflicts_of(engine)) {
+    ast_log(LOG_WARNING, "[%s] %s\n", section, conflict.text.c_str());
+  }
+}
+
+// What loses results, of the engines that there are and of the host.
+void say_conflicts() {
+  if (quillbrook_default_engine_wanted()) {
+    say_conflicts(quillbrook_engine[0], kGeneral);
+  }
+  quillbrook_for_each_profile([](const quillbrook_engine_t &engine, int) { say_conflicts(engine, engine.name); });
+  if (host_caches_record_files()) {
+    ast_log(LOG_WARNING,
+            "asterisk.conf has cache_record_files = yes: the audio of calls is kept elsewhere, and nothing is heard\n");
+  }
+}
+
 }  // namespace
 
 int quillbrook_engine_config_load() {
@@ -252,5 +271,9 @@ int quillbrook_engine_config_load() {
   ast_free(profiles);
   profiles = nullptr;
   ast_config_destroy(config);
-  return loaded ? 0 : -1;
+  if (!loaded) {
+    return -1;
+  }
+  say_conflicts();
+  return 0;
 }

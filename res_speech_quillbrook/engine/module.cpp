@@ -15,11 +15,6 @@
 
 namespace {
 
-// The key `plugin` of `general`, present with no value, asks for no default engine: only the profiles are offered.
-bool default_engine_wanted() {
-  return !quillbrook_engine[0].plugin_name || quillbrook_engine[0].plugin_name[0];
-}
-
 void close_log_file() {
   if (quillbrook_engine[0].log_file) {
     fclose(quillbrook_engine[0].log_file);
@@ -34,7 +29,7 @@ bool load() {
     return false;
   }
   debug_notice(" Info : LD_LIBRARY_PATH =%s\n", shown(getenv("LD_LIBRARY_PATH")));
-  if (default_engine_wanted() &&
+  if (quillbrook_default_engine_wanted() &&
       !(quillbrook_plugin_open(quillbrook_engine[0]) && quillbrook_register_default_engine())) {
     return false;
   }

@@ -74,6 +74,11 @@ constexpr int kDefaultThreshold = 150;
 
 extern quillbrook_engine_t quillbrook_engine[kEngines];
 
+// The key `plugin` of `general`, present with no value, asks for no default engine: only the profiles are offered.
+inline bool quillbrook_default_engine_wanted() {
+  return !quillbrook_engine[0].plugin_name || quillbrook_engine[0].plugin_name[0];
+}
+
 // Settings of the whole module, from the section `general`. `debug` and `verbose` stand in support/log.h.
 extern int twin;                   // a second plugin record for each recognition
 extern int threshold;              // the default of the key `threshold`

@@ -213,6 +213,43 @@ TEST_F(Config, DebugOutputShowsWhatWasRead) {
   EXPECT_EQ(stand_in::mentioned("with continuous"), 2);
 }
 
+TEST_F(Config, SettingsThatLoseResultsAreSaid) {
+  const struct {
+    const char *lines;
+    std::vector<std::string> warnings;
+  } cases[] = {
+      {"completetimeout=1000\nincompletetimeout=1001\nprovidertimeout=999\nextendedtimeout=1000", {}},
+      {"completetimeout=1000\nextendedtimeout=2000", {}},
+      {"providertimeout=500", {}},
+      {"timeouts=no\ncompletetimeout=1000\nincompletetimeout=500\nprovidertimeout=1000", {}},
+      {"incompletetimeout=500", {"incompletetimeout = 500 and no completetimeout: silence makes words an \"error\""}},
+      {"completetimeout=800\nincompletetimeout=800",
+       {"incompletetimeout = 800 is not above completetimeout = 800: silence makes words an \"error\""}},
+      {"completetimeout=800\nincompletetimeout=3000\nextendedtimeout=3000",
+       {"incompletetimeout = 3000 is not above extendedtimeout = 3000: silence makes words an \"error\""}},
+      {"completetimeout=300\nextendedtimeout=200\nprovidertimeout=300",
+       {"providertimeout = 300 is not below completetimeout = 300: final texts are lost",
+        "providertimeout = 300 is not below extendedtimeout = 200: final texts are lost"}},
+  };
+  for (const auto &test : cases) {
+    stand_in::reset_log();
+    ASSERT_EQ(load("[general]\n" + std::string(test.lines)), 0);
+    for (const std::string &text : test.warnings) EXPECT_EQ(warned("[general] " + text + "\n"), 1) << text;
+    EXPECT_EQ(stand_in::log_lines().size(), test.warnings.size()) << test.lines;
+  }
+  // A profile is told by its own name, also of what it has from `general`, where nothing is said without an engine.
+  const std::string settings = "completetimeout=500\nincompletetimeout=900\nprovidertimeout=600\n";
+  stand_in::reset_log();
+  ASSERT_EQ(load("[general]\nplugin=\nprofiles=a,b\n" + settings + "[a]\n[b]\ncompletetimeout=1000\n"), 0);
+  EXPECT_EQ(stand_in::mentioned("[a] providertimeout = 600 is not below completetimeout = 500"), 1);
+  EXPECT_EQ(stand_in::mentioned("[b] incompletetimeout = 900 is not above completetimeout = 1000"), 1);
+  EXPECT_EQ(stand_in::log_lines().size(), 2U);
+  ast_set_flag(&ast_options, AST_OPT_FLAG_CACHE_RECORD_FILES);
+  ASSERT_EQ(load(""), 0);
+  ast_clear_flag(&ast_options, AST_OPT_FLAG_CACHE_RECORD_FILES);
+  EXPECT_EQ(stand_in::mentioned("cache_record_files = yes: the audio of calls is kept elsewhere"), 1);
+}
+
 TEST_F(Config, UnusableFilesEndTheLoad) {
   const std::string warning = "No such configuration file quillbrook.conf\n";
   EXPECT_EQ(quillbrook_engine_config_load(), -1);
