@@ -8,6 +8,7 @@
 #include "../support/guard.h"
 #include "../session/watch.h"
 #include "../support/module_use.h"
+#include "../support/own_files.h"
 #include "config.h"
 #include "../record/engine.h"
 #include "plugin_library.h"
@@ -27,6 +28,9 @@ bool load() {
   if (quillbrook_engine_config_load()) {
     ast_log(LOG_ERROR, "Error in the configuration file.\n");
     return false;
+  }
+  if (const int removed = quillbrook_remove_stale_files()) {
+    ast_log(LOG_NOTICE, "Removed %d files that a PBX which is gone had left in /tmp\n", removed);
   }
   debug_notice(" Info : LD_LIBRARY_PATH =%s\n", shown(getenv("LD_LIBRARY_PATH")));
   if (quillbrook_default_engine_wanted() &&
@@ -67,6 +71,7 @@ void withdraw() {
   while (was_offered && !quillbrook_module_at_rest()) {
   }
   quillbrook_watch_stop();
+  quillbrook_close_own_files();
   for (int index = 0; index < kEngines; ++index) {
     quillbrook_release_engine(index);
     quillbrook_plugin_close(quillbrook_engine[index]);
@@ -163,6 +168,7 @@ int unload() {
   }
   quillbrook_release_engine(0);
   quillbrook_watch_stop();
+  quillbrook_close_own_files();
   close_log_file();
   quillbrook_statistics_destroy();
   return 0;

@@ -2,6 +2,7 @@
 
 #include "../record/speech_state.h"
 #include "../support/guard.h"
+#include "../support/own_files.h"
 #include "nlsml.h"
 #include "result_file.h"
 
@@ -10,10 +11,12 @@ namespace {
 // `incompletetimeout` of a plugin that is told to finalise after its result is out.
 constexpr int kTimeoutAfterResult = 100;
 
-// Names the next result file of the session.
+// Names the next result file of the session. Files that were kept, from an earlier session of this name, stay.
 void next_result_path(char (&path)[kResultPathSize], quillbrook_speech_t *session, const char *extension) {
-  session->counter_result += 1;
-  quillbrook_result_path(path, session->name, session->counter_result, extension);
+  do {
+    session->counter_result += 1;
+    quillbrook_result_path(path, session->name, session->counter_result, extension);
+  } while (session->engine->keepfiles && quillbrook_file_exists(path));
   trace(2, "Set file result =%s\n", path);
 }
 
@@ -68,7 +71,8 @@ void deliver_json(const quillbrook_message &message) QUILLBROOK_REQUIRES(message
   char path[kResultPathSize];
   next_result_path(path, session, "json");
   const char *content = transcript.json ? transcript.json : transcript.text;
-  if (!quillbrook_write_result_file(path, [content](FILE *file) { fputs(content, file); })) {
+  if (!quillbrook_write_result_file(path, session->engine->keepfiles,
+                                    [content](FILE *file) { fputs(content, file); })) {
     fail(message, path, errno);
     return;
   }
@@ -138,7 +142,8 @@ void deliver_nlsml(const quillbrook_message &message) QUILLBROOK_REQUIRES(messag
   const Judgement judgement = apply_grammars(message);
   const quillbrook_nlsml document = {grammar_id, transcript.score, transcript.text, transcript.interpretation,
                                      transcript.json};
-  if (quillbrook_write_result_file(path, [&document](FILE *file) { quillbrook_write_nlsml(file, document); })) {
+  if (quillbrook_write_result_file(path, session->engine->keepfiles,
+                                   [&document](FILE *file) { quillbrook_write_nlsml(file, document); })) {
     session_notice(session, "Recognition result: %s (with file %s)\n", transcript.text, path);
     quillbrook_push_result(session, path, describe(transcript, judgement));
     session_notice(session, "Set last result : %d\n", static_cast<int>(str_fifo_count(&session->last_results)));

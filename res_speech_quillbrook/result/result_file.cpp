@@ -1,6 +1,7 @@
 #include "result_file.h"
 
 #include "../support/bounded_text.h"
+#include "../support/own_files.h"
 
 namespace {
 
@@ -38,20 +39,28 @@ void quillbrook_result_path(char (&path)[kResultPathSize], const char *name, con
   build_path(path, name, suffix);
 }
 
-FILE *quillbrook_create_result_file(const char *path) {
-  unlink(path);
-  const int descriptor = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-  if (descriptor < 0) {
-    return nullptr;
+FILE *quillbrook_create_result_file(const char *path, bool keep) {
+  quillbrook_claim_file(path, keep);
+  if (!keep) {
+    unlink(path);
   }
-  FILE *file = fdopen(descriptor, "wb");
-  if (!file) {
-    const int error = errno;
+  const int descriptor = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+  FILE *file = descriptor < 0 ? nullptr : fdopen(descriptor, "wb");
+  const int error = errno;
+  if (descriptor >= 0 && !file) {
     close(descriptor);
     unlink(path);
+  }
+  if (!file) {
+    quillbrook_disclaim_file(path);
     errno = error;
   }
   return file;
+}
+
+void quillbrook_remove_result_file(const char *path) {
+  unlink(path);
+  quillbrook_disclaim_file(path);
 }
 
 bool quillbrook_finish_result_file(FILE *file, const char *path) {
@@ -60,7 +69,7 @@ bool quillbrook_finish_result_file(FILE *file, const char *path) {
     return true;
   }
   const int error = errno;
-  unlink(path);
+  quillbrook_remove_result_file(path);
   errno = error;
   return false;
 }

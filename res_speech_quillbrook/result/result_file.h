@@ -12,17 +12,20 @@ constexpr size_t kResultPathSize = 100;
 void quillbrook_result_path(char (&path)[kResultPathSize], const char *name, int number, const char *extension);
 void quillbrook_result_path(char (&path)[kResultPathSize], const char *name, const char *extension);
 
-// Creates the file; null, with errno, when it cannot be created. What stands there is removed first and nothing is
-// opened that is there again by then, so that a link planted in /tmp does no harm.
-FILE *quillbrook_create_result_file(const char *path);
+// Creates the file; null, with errno, when it cannot be created. What stands there is removed first, unless files are to
+// be kept, and nothing is opened that is there then, so that a link planted in /tmp does no harm.
+FILE *quillbrook_create_result_file(const char *path, bool keep);
 
 // Closes the file. False, with errno, and the file is removed, when anything could not be written.
 bool quillbrook_finish_result_file(FILE *file, const char *path);
 
+// Removes a file of these functions, if it is there.
+void quillbrook_remove_result_file(const char *path);
+
 // Creates the file and has `write(file)` fill it. False, with errno, when that fails anywhere; no file is left then.
 template <typename Write>
-bool quillbrook_write_result_file(const char *path, Write &&write) {
-  FILE *file = quillbrook_create_result_file(path);
+bool quillbrook_write_result_file(const char *path, bool keep, Write &&write) {
+  FILE *file = quillbrook_create_result_file(path, keep);
   if (!file) {
     return false;
   }

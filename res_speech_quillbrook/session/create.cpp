@@ -3,6 +3,7 @@
 #include "../support/guard.h"
 #include "../support/module_use.h"
 #include "entries.h"
+#include "session_name.h"
 #include "watch.h"
 #include "../record/session.h"
 
@@ -10,8 +11,6 @@ namespace {
 
 // Bytes that a companion command may print into a session's field, and the tag's longest form in the name.
 constexpr size_t kTagSize = 150;
-constexpr char kNamePrefix[] = "QBK-";
-constexpr size_t kNamePrefixLength = sizeof(kNamePrefix) - 1;
 
 // The table entry that serves the host's engine of that name; null when no profile has it.
 quillbrook_engine_t *find_engine(const char *engine_name, const char *&profile) {
@@ -105,12 +104,7 @@ void name_session(quillbrook_speech_t *session) {
     ask_companion("tandrel show session threadid tag", tag, kTagSize - 1);
     session_notice(session, "Use logtag with value: %s\n", tag);
   }
-  if (tag[0]) {
-    memcpy(session->name, kNamePrefix, kNamePrefixLength);
-    copy_text(session->name + kNamePrefixLength, sizeof(session->name) - kNamePrefixLength, tag);
-  } else {
-    snprintf(session->name, sizeof(session->name), "%s%p", kNamePrefix, static_cast<void *>(session));
-  }
+  quillbrook_name_session(session, tag);
 }
 
 void choose_loggingtag(quillbrook_speech_t *session) {

@@ -2,8 +2,10 @@
 #include "../result/result_file.h"
 #include "../support/guard.h"
 #include "../support/module_use.h"
+#include "../support/own_files.h"
 #include "entries.h"
 #include "recognition.h"
+#include "session_name.h"
 #include "watch.h"
 
 namespace {
@@ -30,10 +32,13 @@ void remove_result_files(quillbrook_speech_t *session) {
   char path[kResultPathSize];
   quillbrook_result_path(path, session->name, extension);
   notice("Remove result file %s.\n", path);
-  unlink(path);
+  // This session has none without a number. "call_1" without one is the first of a session "call".
+  if (!quillbrook_file_is_claimed(path)) {
+    quillbrook_remove_result_file(path);
+  }
   for (int number = 1; number <= session->counter_result; ++number) {
     quillbrook_result_path(path, session->name, number, extension);
-    unlink(path);
+    quillbrook_remove_result_file(path);
   }
 }
 
@@ -62,6 +67,7 @@ int quillbrook_recog_destroy(struct ast_speech *speech) {
     }
     quillbrook_release_session_recognition(session);
     remove_result_files(session);
+    quillbrook_free_name(session);
     release_session(session);
     return 0;
   });

@@ -1,5 +1,7 @@
 #include "recognition.h"
 
+#include "stream_file.h"
+
 #include "../support/guard.h"
 #include "../support/module_use.h"
 
@@ -60,19 +62,11 @@ void join(const quillbrook_speech_t *session, quillbrook_run_t &run) {
 }
 
 void delete_stream_file(const quillbrook_speech_t *session, quillbrook_recognition_t *recognition) {
-  quillbrook_context *context = recognition->context1;
-  if (!context || !context->filename) {
-    return;
-  }
-  if (!session->engine->keepfiles) {
-    notice("Delete stream file (%s)\n", context->filename);
-    unlink(context->filename);
-  }
-  if (recognition->left_behind) {
-    return;
-  }
+  quillbrook_remove_stream(recognition->stream, *session->engine);
   // The second context shares the name of the file.
-  quillbrook_release_text(context->filename);
+  if (recognition->context1 && !recognition->left_behind) {
+    quillbrook_release_text(recognition->context1->filename);
+  }
 }
 
 void release_dsp(quillbrook_recognition_t *recognition) {

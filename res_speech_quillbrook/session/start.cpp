@@ -79,12 +79,12 @@ void add_run(struct ast_speech *speech, quillbrook_speech_t *session, quillbrook
 }
 
 void open_stream(quillbrook_speech_t *session, quillbrook_recognition_t *recognition) {
-  const char *format = session->engine->ws_format;
   // Without a context the session's own address keeps the name apart from those of other sessions.
   const void *address = recognition->context1 ? static_cast<const void *>(recognition->context1) : session;
-  recognition->stream = quillbrook_name_stream(kStreamPrefix, address, format);
+  recognition->stream = quillbrook_name_stream(address, *session->engine);
   const char *base = recognition->stream.base;
-  recognition->file = quillbrook_create_stream(recognition->stream, format);
+  const char *format = session->engine->ws_format;
+  recognition->file = quillbrook_create_stream(recognition->stream, *session->engine);
   if (recognition->file) {
     shared_store(recognition->opened, 1);
     session_notice(session, "Open file write: %s.%s\n", base, format);

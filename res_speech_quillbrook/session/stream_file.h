@@ -3,14 +3,17 @@
 
 #include "../record/session.h"
 
-// "PREFIX_ADDRESS" and "PREFIX_ADDRESS.FORMAT". The address keeps recognitions apart.
-quillbrook_stream_name quillbrook_name_stream(const char *prefix, const void *address, const char *format);
-
-inline constexpr char kStreamPrefix[] = "/tmp/quillbrook";
+// "/tmp/quillbrook_ADDRESS" and "/tmp/quillbrook_ADDRESS.FORMAT". The address keeps recognitions apart. An engine that
+// keeps its files gets the first name that is free, with "-2", "-3" and so on behind the address.
+quillbrook_stream_name quillbrook_name_stream(const void *address, const quillbrook_engine_t &engine);
 
 // Creates the file and opens it for writing; null when it cannot be created. What stands under that name is removed
-// first and nothing is opened that is there again by then, so that a link planted in /tmp does no harm.
-struct ast_filestream *quillbrook_create_stream(const quillbrook_stream_name &name, const char *format);
+// first, unless the engine keeps its files, and nothing is opened that is there then, so that a link planted in /tmp
+// does no harm.
+struct ast_filestream *quillbrook_create_stream(const quillbrook_stream_name &name, const quillbrook_engine_t &engine);
+
+// Removes the file, unless the engine keeps its files.
+void quillbrook_remove_stream(const quillbrook_stream_name &name, const quillbrook_engine_t &engine);
 
 // Replaces the stream file by one that holds only the last `earlyspeechtimeout` milliseconds, and goes on writing
 // there. Frames wait meanwhile. On a failure the stream stays closed; when the file could not even be moved away, what

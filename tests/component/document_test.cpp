@@ -242,6 +242,67 @@ TEST_F(DocumentTest, OnlyNlsmlTellsThePluginToFinalizeAndAFailureIsAnError) {
   }
 }
 
+// Living ones have names of their own; a name is free again when its session has gone.
+TEST_F(DocumentTest, NoSessionTakesTheFilesOfAnother) {
+  engine.returnjson = 1;
+  const std::string long_tag(145, 'n');
+  const std::string cut = "QBK-" + std::string(61, 'n');
+  const std::tuple<std::string, std::vector<std::string>> cases[] = {
+      {"call", {"QBK-call", "QBK-call-2", "QBK-call-3"}},
+      {long_tag, {"QBK-" + long_tag, cut + "-2", cut + "-3"}},
+      {"a/b", {"QBK-a/b", "QBK-a/b-2"}}};
+  for (const auto &[tag, names] : cases) {
+    stand_in::answer_command("tandrel show session threadid tag", tag);
+    std::vector<ast_speech> others(names.size());
+    for (size_t index = 0; index < names.size(); ++index) {
+      others[index].engine = &host_engine;
+      quillbrook_recog_create(&others[index], nullptr);
+      EXPECT_EQ(quillbrook_session_of(&others[index])->name, names[index]);
+    }
+    quillbrook_recog_destroy(&others[1]);
+    quillbrook_recog_create(&others[1], nullptr);
+    EXPECT_EQ(quillbrook_session_of(&others[1])->name, names[1]);
+    for (ast_speech &other : others) quillbrook_recog_destroy(&other);
+  }
+  stand_in::answer_command("tandrel show session threadid tag", "call");
+  create_and_start();
+  send("one", 80);
+  ast_speech other{};
+  other.engine = &host_engine;
+  stand_in::answer_command("tandrel show session threadid tag", "call_1");
+  quillbrook_recog_create(&other, nullptr);
+  quillbrook_recog_destroy(&other);
+  EXPECT_EQ(stand_in::file_content(get()), "one");
+}
+
+TEST_F(DocumentTest, FilesThatAreKeptAreNeverReplaced) {
+  engine.returnjson = 1;
+  engine.keepfiles = 1;
+  engine.earlyspeechtimeout = 60;  // which makes the file of the stream a second time
+  const int calls = 2, questions = 2;
+  for (int call = 0; call < calls; ++call) {
+    create();
+    for (int question = 0; question < questions; ++question) {
+      start();
+      write_ms(200, static_cast<int16_t>(call * questions + question + 1));
+      start();
+      ASSERT_TRUE(eventually([&] { return plugin.loops > call * questions + question; }));
+      deliver("text", 80);
+      get();
+    }
+    destroy();
+  }
+  EXPECT_EQ(stand_in::files().size(), 2U * calls * questions);
+  std::set<int> recordings;
+  for (const std::string &file : stand_in::files()) {
+    if (file.find(".wav") != std::string::npos) recordings.insert(numbers_in(file).at(0));
+  }
+  EXPECT_EQ(recordings.size(), 1U * calls * questions);
+  EXPECT_EQ(stand_in::mentioned("Cannot"), 0);
+  EXPECT_TRUE(stand_in::file_exists("/tmp/quillbrook_QBK-call_4.json"));
+  stand_in::reset();
+}
+
 TEST_F(DocumentTest, AnyTagMakesAFileNameAndAPlantedLinkIsNotFollowed) {
   engine.returnjson = 1;
   const std::string target = stand_in::real_path("/tmp/quillbrook_target");

@@ -160,6 +160,16 @@ TEST_F(LoadTest, AnUnloadGivesWayToASessionThatBegins) {
   }
 }
 
+TEST_F(LoadTest, TheAudioThatAKilledPbxLeftGoes) {
+  for (int time = 0; time < 2; ++time) {
+    if (time == 0) stand_in::write_file("/tmp/quillbrook_0x55.wav", "audio");
+    ASSERT_EQ(stand_in::load_module(), 0);
+    EXPECT_THAT(stand_in::files(), testing::IsEmpty());
+    EXPECT_EQ(stand_in::logged(__LOG_NOTICE, "Removed 1 files that a PBX which is gone had left in /tmp\n"), 1);
+    EXPECT_EQ(stand_in::unload_module(), 0);
+  }
+}
+
 TEST_F(LoadTest, NoSessionBeginsBeforeTheLoadIsWhole) {
   ast_speech speech{};
   stand_in::during("register quillbrook:names",

@@ -1,4 +1,6 @@
 // The module's files, kept apart in a folder of this process, and the host's file streams on them.
+#include <dirent.h>
+
 #include <filesystem>
 
 #include "state.h"
@@ -7,6 +9,8 @@ extern "C" {
 int __real_open(const char *path, int flags, ...);
 FILE *__real_fopen(const char *path, const char *mode);
 int __real_stat(const char *path, struct stat *status);
+int __real_lstat(const char *path, struct stat *status);
+DIR *__real_opendir(const char *path);
 int __real_rename(const char *from, const char *to);
 int __real_unlink(const char *path);
 int __real_mkstemp(char *pattern);
@@ -50,7 +54,8 @@ int open_full(const std::string &path, int flags) {
 }  // namespace
 
 std::string real_path(const std::string &path) {
-  for (const char *prefix : {"/tmp/quillbrook_", "/tmp/quillbrook2_", "/tmp/cli-", "/etc/asterisk/"}) {
+  for (const char *prefix :
+       {"/tmp/quillbrook_", "/tmp/quillbrook2_", "/tmp/quillbrook.", "/tmp/cli-", "/etc/asterisk/"}) {
     if (path.rfind(prefix, 0) == 0) return sandbox() + path;
   }
   return path;
@@ -59,7 +64,8 @@ std::string real_path(const std::string &path) {
 std::vector<std::string> files() {
   std::vector<std::string> paths;
   for (const auto &entry : std::filesystem::directory_iterator(sandbox() + "/tmp")) {
-    paths.push_back("/tmp/" + entry.path().filename().string());
+    const std::string name = entry.path().filename().string();
+    if (name.rfind("quillbrook.", 0) != 0) paths.push_back("/tmp/" + name);
   }
   std::sort(paths.begin(), paths.end());
   return paths;
@@ -116,6 +122,10 @@ FILE *__wrap_fopen(const char *path, const char *mode) {
   return denied(Fault::kOpen) ? nullptr : __real_fopen(real_path(path).c_str(), mode);
 }
 int __wrap_stat(const char *path, struct stat *status) { return __real_stat(real_path(path).c_str(), status); }
+int __wrap_lstat(const char *path, struct stat *status) { return __real_lstat(real_path(path).c_str(), status); }
+DIR *__wrap_opendir(const char *path) {
+  return __real_opendir(path == std::string("/tmp") ? (sandbox() + path).c_str() : path);
+}
 int __wrap_rename(const char *from, const char *to) {
   return denied(Fault::kRename) ? -1 : __real_rename(real_path(from).c_str(), real_path(to).c_str());
 }

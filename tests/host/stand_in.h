@@ -1,9 +1,9 @@
 // A stand-in for the PBX: just what the module calls, for tests that link the module's own objects.
 //
 // Include it after gtest; it takes in the module's host.h. Everything below may be called from any thread. Paths that
-// begin with "/tmp/quillbrook_", "/tmp/quillbrook2_", "/tmp/cli-" or "/etc/asterisk/" are kept in a folder of this
-// process, for the module and for the tests that look at them through this header, so test programs can run side by
-// side.
+// begin with "/tmp/quillbrook_", "/tmp/quillbrook2_", "/tmp/quillbrook.", "/tmp/cli-" or "/etc/asterisk/" are kept in a
+// folder of this process, for the module and for the tests that look at them through this header, so test programs can
+// run side by side.
 #pragma once
 
 #include "host.h"
@@ -72,7 +72,7 @@ int noted(const std::string &call);
 // another. Calls of usleep count as "usleep".
 void during(const std::string &call, std::function<void()> action);
 
-// Files of the module, by the path that the module knows.
+// Files of the module, by the path that the module knows; without the list of them that it keeps itself.
 std::vector<std::string> files();
 bool file_exists(const std::string &path);
 std::string file_content(const std::string &path);

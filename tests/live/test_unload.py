@@ -1,11 +1,14 @@
-"""The module comes and goes while calls create and end sessions without a pause: the PBX and every call live on."""
+"""The module's end: it comes and goes while calls create and end sessions without a pause, and the PBX and every call
+live on; or the PBX is killed, and the next load removes what it left in /tmp."""
 
 import os
 import re
+import signal
+from pathlib import Path
 
 import live
-from live import MODULE, LiveTest
-from pbx import LIMIT
+from live import MODULE, LiveTest, configuration
+from pbx import LIMIT, PrivatePbx
 
 TIMES = 100 if os.environ.get("QUILLBROOK_THOROUGH") else 8
 
@@ -34,6 +37,31 @@ class UnloadTest(LiveTest):
             self.assertTrue(self.pbx.load_module(MODULE))
         self.pbx.cli("channel request hangup all")
         self.pbx.wait_until(lambda: "0 active channels" in self.pbx.cli("core show channels"), LIMIT, "a call hangs")
+
+    def stream_of_a_call(self, pbx):
+        """Path of the audio of a call that goes on."""
+        call = pbx.call(["Answer()", "SpeechCreate(quillbrook)", "SpeechStart()", "SpeechBackground(silence/1,600)"])
+        pbx.wait_until(lambda: pbx.logged("Open file write: "), LIMIT, "no recognition")
+        return call, Path(pbx.logged("Open file write: ")[-1].split(": ")[1])
+
+    def test_audio_of_a_killed_pbx(self):
+        conf = configuration()
+        with PrivatePbx(live.build, conf) as killed, PrivatePbx(live.build, conf) as alive:
+            streams = {}
+            for pbx in (killed, alive):
+                self.assertTrue(pbx.load_module(MODULE))
+                streams[pbx] = self.stream_of_a_call(pbx)
+                self.assertEqual(streams[pbx][1].stat().st_mode & 0o777, 0o600)
+            os.kill(killed.pid, signal.SIGKILL)
+            os.waitpid(killed.pid, 0)
+            self.assertTrue(self.pbx.unload_module(MODULE))
+            self.assertTrue(self.pbx.load_module(MODULE))
+            self.assertFalse(streams[killed][1].exists())
+            call, stream = streams[alive]
+            self.assertTrue(stream.exists())
+            call.hang_up()
+            call.wait()
+            self.assertFalse(stream.exists())
 
 
 if __name__ == "__main__":
