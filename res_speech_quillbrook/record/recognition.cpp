@@ -27,6 +27,13 @@ quillbrook_run_t *quillbrook_add_run(quillbrook_recognition_t *recognition) {
   return run;
 }
 
+bool quillbrook_words_came(quillbrook_recognition_t *recognition) {
+  bool came = false;
+  quillbrook_for_each_run(recognition,
+                          [&came](quillbrook_run_t &run) { came = came || !ast_tvzero(run.transcript.datefirst); });
+  return came;
+}
+
 void quillbrook_clear_transcript(quillbrook_transcript_t &transcript) {
   for (char **text : {&transcript.text, &transcript.text_interim, &transcript.interpretation, &transcript.json}) {
     quillbrook_release_text(*text);

@@ -104,6 +104,7 @@ struct quillbrook_recognition_t {
   ast_mutex_t lock;             // guards `file`, and nothing else
   struct ast_filestream *file;  // null whenever no stream is open
   int opened;                   // the file under the stream's name is ours; shared with the streaming threads
+  int audio_lost;               // a failure of the stream was reported; shared with them
   int silence;                  // ms of silence at the latest frame. Dialplan thread; shared with the plugin
 
   // The way to the plugin's loop; shared.
@@ -129,6 +130,9 @@ quillbrook_run_t *quillbrook_add_run(quillbrook_recognition_t *recognition);
 // Releases the recognition with its runs and their texts, and makes the pointer null. Files are closed, threads joined,
 // the detector freed by then. One that is left behind stays.
 void quillbrook_release_recognition(quillbrook_recognition_t *&recognition);
+
+// Whether a run has reported words. Under result_lock.
+bool quillbrook_words_came(quillbrook_recognition_t *recognition);
 
 // Releases the texts and makes everything unset.
 void quillbrook_clear_transcript(quillbrook_transcript_t &transcript);

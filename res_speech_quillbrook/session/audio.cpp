@@ -1,6 +1,7 @@
 #include "../support/guard.h"
 #include "entries.h"
 #include "../record/session.h"
+#include "stream_file.h"
 
 namespace {
 
@@ -21,18 +22,18 @@ void measure_silence(const quillbrook_engine_t &engine, quillbrook_recognition_t
   shared_store(recognition->silence, silence);
 }
 
-// False when there is no open stream.
-bool append_to_stream(quillbrook_recognition_t *recognition, struct ast_frame *frame) {
-  HostMutexLock held(recognition->lock);
-  if (!recognition->file) {
-    return false;
+constexpr int kClosed = -1;
+
+// 0, an errno, or kClosed when there is no open stream.
+int append_to_stream(quillbrook_recognition_t *recognition, struct ast_frame *frame) {
+  if (!recognition) {
+    return kClosed;
   }
-  ast_writestream(recognition->file, frame);
-  fflush(recognition->file->f);  // the plugin reads the file while it grows
-  return true;
+  HostMutexLock held(recognition->lock);
+  return recognition->file ? quillbrook_write_frame(recognition->file, frame) : kClosed;
 }
 
-void write_piece(quillbrook_speech_t *session, const char *data, int length) {
+void write_piece(struct ast_speech *speech, quillbrook_speech_t *session, const char *data, int length) {
   int16_t buffer[kFrameWords];
   char *audio = reinterpret_cast<char *>(buffer) + AST_FRIENDLY_OFFSET;
   memcpy(audio, data, static_cast<size_t>(length));
@@ -50,8 +51,14 @@ void write_piece(quillbrook_speech_t *session, const char *data, int length) {
   if (recognition) {
     measure_silence(*session->engine, recognition, &frame);
   }
-  if (frame.samples > 0 && !(recognition && append_to_stream(recognition, &frame))) {
+  if (frame.samples < 1) {
+    return;
+  }
+  const int error = append_to_stream(recognition, &frame);
+  if (error == kClosed) {
     session_notice(session, "Write with file closed!\n");
+  } else if (error) {
+    quillbrook_lose_audio(speech, session, recognition, "write", error);
   }
 }
 
@@ -64,7 +71,7 @@ int quillbrook_recog_write(struct ast_speech *speech, void *data, int len) {
     // Telephones may send packets of half a second: such a frame goes in pieces.
     for (int left = len; left > 0;) {
       const int piece = std::min(left, kFrameBytesMax);
-      write_piece(session, audio, piece);
+      write_piece(speech, session, audio, piece);
       audio += piece;
       left -= piece;
     }

@@ -1,6 +1,6 @@
-// The names of sessions: "QBK-" and the tag of the call, or else the session's address. They stand in front of log lines
-// and in the names of result files, so no two living sessions have one name: a name that is in use gets "-2", "-3" and
-// so on behind its tag.
+// The names of sessions: "QBK-" and the tag of the call, or else the session's address. They stand in front of log
+// lines and in the names of result files, so no two living sessions have one name: a name that is in use gets "-2",
+// "-3" and so on behind its tag.
 #pragma once
 
 #include "../record/session.h"

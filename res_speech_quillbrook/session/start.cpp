@@ -90,10 +90,18 @@ void open_stream(quillbrook_speech_t *session, quillbrook_recognition_t *recogni
     session_notice(session, "Open file write: %s.%s\n", base, format);
   } else {
     ast_log(LOG_ERROR, "Cannot open %s.%s\n", base, format);
-    ast_log(LOG_NOTICE,
-            "The key format names an extension of 'core show file formats', and /tmp has to be writable.\n");
-    quillbrook_note_failure(session, kCauseStorage, "the audio cannot be written");
   }
+}
+
+// When no stream could be opened, the caller need not wait for what nobody hears.
+void report_missing_stream(struct ast_speech *speech, quillbrook_speech_t *session,
+                           quillbrook_recognition_t *recognition) {
+  const int error = quillbrook_why_no_stream(recognition->stream);
+  if (!error) {
+    ast_log(LOG_NOTICE, "The key format names an extension of 'core show file formats'; %s is none.\n",
+            session->engine->ws_format);
+  }
+  quillbrook_lose_audio(speech, session, recognition, "open", error);
 }
 
 // The new recognition takes its place in the session, and the results of the former one go.
@@ -157,6 +165,9 @@ void start(struct ast_speech *speech, quillbrook_speech_t *session) {
     open_stream(session, recognition);
   }
   install(session, recognition);
+  if (recognition && !shared_load(recognition->opened)) {
+    report_missing_stream(speech, session, recognition);
+  }
   if (recognition && recognition->context1) {
     run_plugin(speech, session);
   }

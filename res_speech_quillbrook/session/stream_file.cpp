@@ -1,5 +1,6 @@
 #include "stream_file.h"
 
+#include "../record/speech_state.h"
 #include "../support/own_files.h"
 
 namespace {
@@ -15,11 +16,74 @@ quillbrook_stream_name name_of(const char *prefix, const void *address, const ch
   return name;
 }
 
-void copy_frames(struct ast_filestream *from, struct ast_filestream *to) {
+// The errno of a failed call of the host, as far as the host's own line about it has left one.
+int error_of_host() {
+  return errno ? errno : EIO;
+}
+
+int copy_frames(struct ast_filestream *from, struct ast_filestream *to) {
+  int error = 0;
   while (struct ast_frame *frame = ast_readframe(from)) {
-    ast_writestream(to, frame);
+    errno = 0;
+    if (ast_writestream(to, frame) && !error) {
+      error = error_of_host();
+    }
     ast_frame_free(frame, 1);
   }
+  return fflush(to->f) && !error ? errno : error;
+}
+
+struct Failure {
+  const char *action;  // null when there is none
+  int error;
+};
+
+// The gathered audio is in the file `second`. Its tail becomes the stream.
+Failure copy_tail(quillbrook_recognition_t *recognition, const quillbrook_stream_name &second,
+                  const quillbrook_engine_t &engine, int early) {
+  // Without a mode the host takes it for a file that is only read; else it would write a header when it closes it.
+  errno = 0;
+  struct ast_filestream *gathered = ast_readfile(second.base, engine.ws_format, nullptr, 0, 0, 0);
+  if (!gathered) {
+    return {"read back", error_of_host()};
+  }
+  ast_seekstream(gathered, 0, SEEK_END);
+  trace(3, "File end position = %ld!", static_cast<long>(ast_tellstream(gathered)));
+  ast_stream_rewind(gathered, early);
+  trace(3, "File end position (rewind early) = %ld (%dms)!", static_cast<long>(ast_tellstream(gathered)), early);
+  recognition->file = quillbrook_create_stream(recognition->stream, engine);
+  Failure failure = {};
+  if (!recognition->file) {
+    failure = {"open", quillbrook_why_no_stream(recognition->stream)};
+  } else if (const int error = copy_frames(gathered, recognition->file)) {
+    failure = {"write", error};
+  }
+  ast_closestream(gathered);
+  return failure;
+}
+
+Failure cut_stream(quillbrook_recognition_t *recognition, const quillbrook_engine_t &engine, int early) {
+  const quillbrook_stream_name &name = recognition->stream;
+  const quillbrook_stream_name second = name_of(kRewindPrefix, recognition->context1, "", engine.ws_format);
+  // Held until the tail is copied: a frame that comes meanwhile waits, and lands in the new file.
+  HostMutexLock held(recognition->lock);
+  if (recognition->file) {
+    ast_closestream(recognition->file);
+    recognition->file = nullptr;
+  }
+  quillbrook_claim_file(second.full, false);
+  Failure failure = {};
+  if (rename(name.full, second.full)) {
+    failure = {"move", errno};
+  } else {
+    failure = copy_tail(recognition, second, engine, early);
+    unlink(second.full);
+  }
+  quillbrook_disclaim_file(second.full);
+  if (!recognition->file) {
+    shared_store(recognition->opened, 0);
+  }
+  return failure;
 }
 
 }  // namespace
@@ -56,39 +120,41 @@ void quillbrook_remove_stream(const quillbrook_stream_name &name, const quillbro
   quillbrook_disclaim_file(name.full);
 }
 
-void quillbrook_rewind_stream(quillbrook_speech_t *session, quillbrook_recognition_t *recognition) {
-  const quillbrook_engine_t &engine = *session->engine;
-  const int early = shared_load(session->earlyspeechtimeout);
-  const quillbrook_stream_name &name = recognition->stream;
-  const quillbrook_stream_name second = name_of(kRewindPrefix, recognition->context1, "", engine.ws_format);
-  trace(3, "Process earlyspeech rewind...");
+int quillbrook_why_no_stream(const quillbrook_stream_name &name) {
+  const int descriptor = open(name.full, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kStreamMode);
+  if (descriptor < 0) {
+    return errno;
+  }
+  close(descriptor);
+  unlink(name.full);
+  return 0;
+}
 
-  // Held until the tail is copied: a frame that comes meanwhile waits, and lands in the new file.
-  HostMutexLock held(recognition->lock);
-  if (recognition->file) {
-    ast_closestream(recognition->file);
-    recognition->file = nullptr;
-  }
-  quillbrook_claim_file(second.full, false);
-  if (rename(name.full, second.full)) {
-    quillbrook_disclaim_file(second.full);
-    shared_store(recognition->opened, 0);
+int quillbrook_write_frame(struct ast_filestream *file, struct ast_frame *frame) {
+  errno = 0;
+  const int error = ast_writestream(file, frame) ? error_of_host() : 0;
+  return fflush(file->f) && !error ? errno : error;  // the plugin reads the file while it grows
+}
+
+void quillbrook_lose_audio(struct ast_speech *speech, quillbrook_speech_t *session,
+                           quillbrook_recognition_t *recognition, const char *action, int error) {
+  if (shared_exchange(recognition->audio_lost, 1)) {
     return;
   }
-  struct ast_filestream *gathered = ast_readfile(second.base, engine.ws_format, nullptr, 0, 0, kStreamMode);
-  if (!gathered) {
-    return;
+  char reason[sizeof(recognition->stream.full) + 100];
+  snprintf(reason, sizeof(reason), "%s: %s", recognition->stream.full, error ? strerror(error) : "unknown format");
+  ast_log(LOG_ERROR, "(%s) Cannot %s the audio of the recognition, %s\n", session->name, action, reason);
+  MutexLock held(session->result_lock);
+  if (str_fifo_empty(&session->last_results)) {
+    quillbrook_queue_error(speech, session, kCauseStorage, reason);
   }
-  ast_seekstream(gathered, 0, SEEK_END);
-  trace(3, "File end position = %ld!", static_cast<long>(ast_tellstream(gathered)));
-  ast_stream_rewind(gathered, early);
-  trace(3, "File end position (rewind early) = %ld (%dms)!", static_cast<long>(ast_tellstream(gathered)), early);
-  recognition->file = quillbrook_create_stream(name, engine);
-  if (recognition->file) {
-    copy_frames(gathered, recognition->file);
-    fflush(recognition->file->f);
+}
+
+void quillbrook_rewind_stream(struct ast_speech *speech, quillbrook_speech_t *session,
+                              quillbrook_recognition_t *recognition) {
+  trace(3, "Process earlyspeech rewind...");
+  const Failure failure = cut_stream(recognition, *session->engine, shared_load(session->earlyspeechtimeout));
+  if (failure.action) {
+    quillbrook_lose_audio(speech, session, recognition, failure.action, failure.error);
   }
-  ast_closestream(gathered);
-  unlink(second.full);
-  quillbrook_disclaim_file(second.full);
 }

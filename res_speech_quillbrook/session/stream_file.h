@@ -15,7 +15,21 @@ struct ast_filestream *quillbrook_create_stream(const quillbrook_stream_name &na
 // Removes the file, unless the engine keeps its files.
 void quillbrook_remove_stream(const quillbrook_stream_name &name, const quillbrook_engine_t &engine);
 
+// The errno that keeps a file of that name from being created, or 0 when one can be: the host knows no such format
+// then.
+int quillbrook_why_no_stream(const quillbrook_stream_name &name);
+
+// Appends a frame, so that it is in the file when this returns. 0, or an errno. The caller holds the stream's lock.
+int quillbrook_write_frame(struct ast_filestream *file, struct ast_frame *frame);
+
+// Audio of the recognition is lost, because of the errno `error`: the first time there is an ERROR line, and the result
+// "error", unless one waits. `action` is what could not be done with the file. Any thread that may use the session, no
+// lock held.
+void quillbrook_lose_audio(struct ast_speech *speech, quillbrook_speech_t *session,
+                           quillbrook_recognition_t *recognition, const char *action, int error);
+
 // Replaces the stream file by one that holds only the last `earlyspeechtimeout` milliseconds, and goes on writing
-// there. Frames wait meanwhile. On a failure the stream stays closed; when the file could not even be moved away, what
-// stands under the name is no longer taken for ours (`opened`). Streaming thread.
-void quillbrook_rewind_stream(quillbrook_speech_t *session, quillbrook_recognition_t *recognition);
+// there. Frames wait meanwhile. On a failure the audio is lost, the stream stays closed, and what stands under the name
+// is no longer taken for ours (`opened`). Streaming thread.
+void quillbrook_rewind_stream(struct ast_speech *speech, quillbrook_speech_t *session,
+                              quillbrook_recognition_t *recognition);

@@ -18,9 +18,18 @@ int bytes_per_millisecond(const char *format) {
   return strcmp(format, "ulaw") == 0 ? 8 : 16;
 }
 
-// Nothing else than the stream that was opened counts, whatever stands under its name.
-bool stat_stream(const quillbrook_run_t &run, struct stat *status) {
-  return shared_load(run.recognition->opened) && run.context.filename && stat(run.context.filename, status) == 0;
+// False when the file is gone. Nothing else than the stream that was opened counts, whatever stands under its name; a
+// system that cannot answer says nothing about the file, and `size` stays.
+bool look_at_stream(const quillbrook_run_t &run, long long &size) {
+  if (!shared_load(run.recognition->opened) || !run.context.filename) {
+    return false;
+  }
+  struct stat status;
+  if (stat(run.context.filename, &status) == 0) {
+    size = status.st_size;
+    return true;
+  }
+  return errno != ENOENT;
 }
 
 bool finalize_raised(const quillbrook_context *context) {
@@ -36,12 +45,10 @@ bool wait_for_audio(const quillbrook_speech_t *session, const quillbrook_run_t &
   const long long minsize = static_cast<long long>(minspeech) * bytes_per_millisecond(context->format);
   for (long long size = 0; size <= minsize;) {
     usleep(kAudioPoll);
-    struct stat status;
-    if (!stat_stream(run, &status)) {
+    if (!look_at_stream(run, size)) {
       trace(3, "Exit the streaming thread when waiting (file deleted)!");
       return false;
     }
-    size = status.st_size;
     trace(3, "Streaming thread waiting minsize (size=%d to %d)!", static_cast<int>(size), static_cast<int>(minsize));
     if (finalize_raised(context)) {
       trace(3, "Exit the streaming thread when waiting (finalize=%d)!", shared_load(context->finalize));
@@ -64,8 +71,8 @@ bool wait_for_prompts(const quillbrook_speech_t *session, const quillbrook_run_t
   trace(3, "Streaming check wait for prompts (prompting=%d)!", shared_load(prompting));
   while (early && shared_load(prompting) == 1) {
     usleep(kPromptPoll);
-    struct stat status;
-    if (!stat_stream(run, &status)) {
+    long long size = 0;
+    if (!look_at_stream(run, size)) {
       trace(3, "Exit the streaming thread when prompting (file deleted)!");
       start = false;
       break;
@@ -92,7 +99,7 @@ bool prepare_first(quillbrook_speech_t *session, const quillbrook_run_t &run) {
   bool start = wait_for_audio(session, run);
   start = wait_for_prompts(session, run) && start;
   if (shared_load(session->earlyspeechtimeout)) {
-    quillbrook_rewind_stream(session, recognition);
+    quillbrook_rewind_stream(run.speech, session, recognition);
   }
   shared_store(recognition->stream_phase, static_cast<int>(kStreamReady));
   return start && shared_load(recognition->opened);
@@ -106,8 +113,8 @@ bool prepare_second(quillbrook_speech_t *, const quillbrook_run_t &run) {
     }
     usleep(kAudioPoll);
   }
-  struct stat status;
-  return stat_stream(run, &status) && !finalize_raised(&run.context);
+  long long size = 0;
+  return look_at_stream(run, size) && !finalize_raised(&run.context);
 }
 
 // The plugin's words behind the mark of a failure.
@@ -136,10 +143,17 @@ bool report_failure(quillbrook_speech_t *session, quillbrook_run_t &run) {
 // Whether words were reported that have not become a result.
 bool words_are_left(quillbrook_speech_t *session, quillbrook_recognition_t *recognition) {
   MutexLock held(session->result_lock);
-  bool came = false;
-  quillbrook_for_each_run(recognition,
-                          [&came](quillbrook_run_t &run) { came = came || !ast_tvzero(run.transcript.datefirst); });
-  return came && str_fifo_empty(&session->last_results);
+  return quillbrook_words_came(recognition) && str_fifo_empty(&session->last_results);
+}
+
+// Nobody hears the caller any more, and nothing else says so.
+void warn_of_silent_return(quillbrook_speech_t *session, quillbrook_recognition_t *recognition) {
+  MutexLock held(session->result_lock);
+  if (!quillbrook_words_came(recognition) && !shared_load(recognition->plugin_closed) &&
+      str_fifo_empty(&session->last_results)) {
+    ast_log(LOG_WARNING, "(%s) The plugin %s returned before its stop, without a word\n", session->name,
+            shown(session->engine->plugin_name));
+  }
 }
 
 // The last plugin of a single-shot recognition has returned by itself: nobody else will end it. What was heard is the
@@ -200,9 +214,13 @@ void report_end(quillbrook_run_t &run) {
   }
   quillbrook_recognition_t *recognition = run.recognition;
   const bool last = shared_decrement(recognition->running) == 0;
-  if (session && !(entered && report_failure(session, run)) && last && !session->engine->continuous &&
-      !shared_load(recognition->stopping)) {
-    finish_for_plugin(session, run.speech, recognition);
+  if (session && !(entered && report_failure(session, run)) && last && !shared_load(recognition->stopping)) {
+    if (entered) {
+      warn_of_silent_return(session, recognition);
+    }
+    if (!session->engine->continuous) {
+      finish_for_plugin(session, run.speech, recognition);
+    }
   }
   trace(2, "End QuillBrook processing %s\n", shown(run.context.filename));
   trace(3, "  uniqueid=%s\n", run.context.uniqueid);

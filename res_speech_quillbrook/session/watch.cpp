@@ -39,17 +39,10 @@ int look_at_result(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->re
   return kWatchInterval;
 }
 
-bool words_came(quillbrook_recognition_t *recognition) {
-  bool came = false;
-  quillbrook_for_each_run(recognition,
-                          [&came](quillbrook_run_t &run) { came = came || !ast_tvzero(run.transcript.datefirst); });
-  return came;
-}
-
 int look_at_plugin(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->result_lock) {
   quillbrook_recognition_t *recognition = session->recognition;
   const int limit = session->engine->plugintimeout;
-  if (!recognition || limit <= 0 || recognition->silence_reported || !words_came(recognition) ||
+  if (!recognition || limit <= 0 || recognition->silence_reported || !quillbrook_words_came(recognition) ||
       !str_fifo_empty(&session->last_results)) {
     return kNothing;
   }

@@ -22,6 +22,12 @@ inline int shared_decrement(int &counter) {
   return __atomic_sub_fetch(&counter, 1, __ATOMIC_ACQ_REL);
 }
 
+// Gives the former value.
+template <typename T>
+T shared_exchange(T &flag, T value) {
+  return __atomic_exchange_n(&flag, value, __ATOMIC_ACQ_REL);
+}
+
 template <typename T>
 void shared_set_bits(T &flags, T bits) {
   __atomic_fetch_or(&flags, bits, __ATOMIC_ACQ_REL);

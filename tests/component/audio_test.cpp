@@ -61,4 +61,25 @@ TEST_F(AudioTest, SilenceGrowsAndVoiceEndsIt) {
   EXPECT_EQ(stream().size(), 320U);
 }
 
+TEST_F(AudioTest, AFullDiskIsAnErrorOnce) {
+  for (const bool continuous : {false, true}) {
+    engine.continuous = continuous;
+    create();
+    stand_in::fail(stand_in::Fault::kWrite, 2);  // not the list of files
+    start();
+    EXPECT_EQ(stand_in::stop_failing(), 1);
+    write_ms(200, 1);
+    EXPECT_EQ(stand_in::logged(__LOG_ERROR, named("Cannot write the audio of the recognition, ") + context()->filename +
+                                                ": No space left on device\n"),
+              1);
+    EXPECT_EQ(state(), kDone);
+    EXPECT_EQ(get(), "error");
+    if (continuous) write_ms(20, 1);
+    EXPECT_EQ(queued(), 0U);
+    EXPECT_EQ(stand_in::mentioned("No space left"), 1);
+    destroy();
+    stand_in::reset_log();
+  }
+}
+
 }  // namespace

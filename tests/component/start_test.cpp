@@ -175,11 +175,12 @@ TEST_F(StartTest, AFailureIsLoggedAndTheSessionGoesOn) {
     int level;
     std::string line;
     bool recognises;  // the plugin runs all the same
+    int state = kReady;
   } failures[] = {
       {"no detector", fails(Fault::kDetector), __LOG_WARNING, "Unable to allocate DSP!\n", true},
       {"no context", [] { stand_in::fail_allocations_of(sizeof(quillbrook_run_t)); }, __LOG_ERROR,
        "Enable to create quillbrook context\n", false},
-      {"no stream", fails(Fault::kWriteStream), __LOG_ERROR, "Cannot open /tmp/quillbrook_", false},
+      {"no stream", fails(Fault::kWriteStream), __LOG_ERROR, "Cannot open /tmp/quillbrook_", false, kDone},
       {"no thread", fails(Fault::kThread), __LOG_WARNING, "(QBK-", false},
       {"plugin refuses", [&] { plugin.init_result = 1; }, __LOG_WARNING, "Failed to intialize quillbrook plugin\n",
        false},
@@ -191,8 +192,9 @@ TEST_F(StartTest, AFailureIsLoggedAndTheSessionGoesOn) {
     failure.set_up();
     start();
     stand_in::stop_failing();
-    EXPECT_EQ(state(), kReady);
+    EXPECT_EQ(state(), failure.state);
     const std::vector<stand_in::Line> lines = stand_in::log_lines();
+    ASSERT_FALSE(lines.empty());
     EXPECT_EQ(lines[0].level, failure.level);
     EXPECT_THAT(lines[0].text, testing::StartsWith(failure.line));
     write_ms(20, 1000);
@@ -206,7 +208,22 @@ TEST_F(StartTest, AFailureIsLoggedAndTheSessionGoesOn) {
     EXPECT_TRUE(eventually([&] { return plugin.loops == 1 + failure.recognises; }));
     send("again", 60);
     EXPECT_EQ(get(), "again");
-    stand_in::reset();  // without a context nobody knows the stream file
+    stand_in::reset_log();
+  }
+}
+
+TEST_F(StartTest, TheReasonIsToldWhyThereIsNoStream) {
+  for (const bool denied : {false, true}) {
+    create();
+    stand_in::fail(Fault::kWriteStream);
+    if (denied) stand_in::fail(Fault::kOpen, 2);  // behind the list of files
+    start();
+    stand_in::stop_failing();
+    EXPECT_EQ(stand_in::mentioned(".wav: " + std::string(denied ? strerror(EACCES) : "unknown format") + "\n"), 1);
+    EXPECT_EQ(stand_in::mentioned("The key format names"), !denied);
+    EXPECT_EQ(get(), "error");
+    destroy();
+    stand_in::reset_log();
   }
 }
 
@@ -219,8 +236,8 @@ TEST_F(StartTest, EveryAllocationMayFail) {
     start();
     const int failures = stand_in::stop_failing();
     destroy();
+    EXPECT_THAT(stand_in::files(), testing::IsEmpty());
     if (!failures) break;
-    stand_in::reset();  // without a context nobody knows the stream file
   }
 }
 

@@ -54,6 +54,7 @@ TEST_F(StreamingTest, EarlySpeechIsKeptAndWhatComesBeforeItIsCut) {
   write_numbered(11, 12);
   EXPECT_THAT(numbers_in(path), ElementsAre(8, 9, 10, 11, 12));
   EXPECT_THAT(stand_in::files(), ElementsAre(path));
+  EXPECT_EQ(stand_in::mentioned("write file size"), 0);
   EXPECT_EQ(recognition()->prompting, 0);
 }
 
@@ -89,24 +90,40 @@ TEST_F(StreamingTest, NothingIsHeardThatWasPlantedUnderTheName) {
   }
 }
 
-TEST_F(StreamingTest, ThePluginRunsAndFramesAreDroppedWhenTheCutFails) {
-  verbose = 1;
+TEST_F(StreamingTest, ACutThatFailsIsAnErrorAndLeavesNoFile) {
   engine.earlyspeechtimeout = 60;
-  for (const Fault fault : {Fault::kReadStream, Fault::kWriteStream}) {
+  const std::pair<Fault, std::string> failures[] = {{Fault::kRename, "move"},
+                                                    {Fault::kReadStream, "read back"},
+                                                    {Fault::kWriteStream, "open"},
+                                                    {Fault::kWrite, "write"}};
+  for (const auto &[fault, action] : failures) {
     plugin.loops = 0;
     create();
     start();
     write_numbered(1, 5);
-    stand_in::fail(fault);
+    // The second stream that is opened is the one that is written again.
+    stand_in::fail(fault, fault == Fault::kWrite ? 2 : 1);
     start();
-    ASSERT_TRUE(loop_entered());
+    EXPECT_TRUE(eventually([&] { return state() == kDone; })) << action;
     write_numbered(6, 6);
-    EXPECT_EQ(stand_in::logged(__LOG_NOTICE, named("Write with file closed!\n")), 1);
-    send("heard", 70);
-    EXPECT_EQ(get(), "heard");
+    EXPECT_EQ(stand_in::mentioned(named("Cannot " + action + " the audio of the recognition, ")), 1);
+    EXPECT_EQ(get(), "error");
+    EXPECT_EQ(plugin.loops, fault == Fault::kWrite) << "there is a file, although not whole";
+    EXPECT_THAT(stand_in::files(), testing::IsEmpty());
     destroy();
-    stand_in::reset();  // what could not be read stays, and the operator may want it
+    stand_in::reset();
   }
+}
+
+TEST_F(StreamingTest, OnlyAFileThatIsGoneEndsAWait) {
+  engine.minspeechtimeout = 100;
+  create();
+  stand_in::fail(Fault::kStat, 1, 3);
+  start();
+  wait_for_polls(3);
+  EXPECT_EQ(stand_in::stop_failing(), 3);
+  write_ms(200, 1);
+  EXPECT_TRUE(loop_entered());
 }
 
 TEST_F(StreamingTest, TheWaitsEndWithoutThePlugin) {
@@ -137,10 +154,16 @@ TEST_F(StreamingTest, OnlyAnErrorTextEndsTheRecognition) {
     plugin.on_loop = [text = extra](quillbrook_context *context) { copy_text(context->extra, text.c_str()); };
     start();
     ASSERT_TRUE(eventually([&] { return plugin.ended == 1; }));
+    EXPECT_TRUE(eventually([&] { return shared_load(recognition()->running) == 0; }));
     EXPECT_TRUE(!failure || eventually([&] { return state() == kDone; })) << extra;
+    EXPECT_TRUE(failure || eventually([&] {
+                  return stand_in::logged(__LOG_WARNING,
+                                          named("The plugin (null) returned before its stop, without a word\n")) == 1;
+                }));
     EXPECT_EQ(get(), "error");
     EXPECT_EQ(state(), failure ? kDone : kNotReady) << extra;
     EXPECT_EQ(stand_in::logged(__LOG_WARNING, named("QuillBrook plugin error: " + extra + "\n")), failure);
+    stand_in::reset_log();
   }
   // Behind a result it does not hide that.
   plugin.on_loop = [](quillbrook_context *context) {

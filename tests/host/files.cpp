@@ -95,8 +95,13 @@ Stream *open_stream(const char *filename, const char *type, int flags, mode_t pe
     ast_log(LOG_WARNING, "No such format '%s'\n", type);
     return nullptr;
   }
-  int descriptor = __real_open(real_path(std::string(filename) + "." + kind).c_str(), flags, permissions);
+  const std::string path = real_path(std::string(filename) + "." + kind);
+  int descriptor = __real_open(path.c_str(), flags, permissions);
   if (descriptor < 0) return nullptr;
+  if (fails(Fault::kWrite)) {
+    close(descriptor);
+    descriptor = __real_open("/dev/full", O_WRONLY);
+  }
   auto *stream = new Stream{};
   stream->f = fdopen(descriptor, mode);
   stream->ulaw = kind == "ulaw";
@@ -121,7 +126,9 @@ int __wrap_open(const char *path, int flags, ...) {
 FILE *__wrap_fopen(const char *path, const char *mode) {
   return denied(Fault::kOpen) ? nullptr : __real_fopen(real_path(path).c_str(), mode);
 }
-int __wrap_stat(const char *path, struct stat *status) { return __real_stat(real_path(path).c_str(), status); }
+int __wrap_stat(const char *path, struct stat *status) {
+  return denied(Fault::kStat) ? -1 : __real_stat(real_path(path).c_str(), status);
+}
 int __wrap_lstat(const char *path, struct stat *status) { return __real_lstat(real_path(path).c_str(), status); }
 DIR *__wrap_opendir(const char *path) {
   return __real_opendir(path == std::string("/tmp") ? (sandbox() + path).c_str() : path);
@@ -167,8 +174,10 @@ int ast_writestream(struct ast_filestream *stream, struct ast_frame *frame) {
 }
 
 // Reading, which the tests do with WAV only. Places are in samples, behind the header.
-struct ast_filestream *ast_readfile(const char *filename, const char *type, const char *, int, int, mode_t) {
+struct ast_filestream *ast_readfile(const char *filename, const char *type, const char *, int, int, mode_t mode) {
   note("ast_readfile");
+  // The host takes it for one to be written then.
+  if (mode) ast_log(LOG_WARNING, "Unable to set write file size\n");
   Stream *stream = fails(Fault::kReadStream) ? nullptr : open_stream(filename, type, O_RDONLY, 0, "rb");
   if (stream) ast_seekstream(stream, 0, SEEK_SET);
   return stream;

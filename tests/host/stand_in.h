@@ -21,11 +21,12 @@ void reset();
 enum class Fault {
   kAllocation,      // of the host's allocators
   kOpen,            // open and fopen
-  kWrite,           // the file opens, and has no room for any byte
+  kWrite,           // the file opens, and has no room for any byte; also of ast_writefile
   kTemporaryFile,   // mkstemp
   kWriteStream,     // ast_writefile
   kReadStream,      // ast_readfile
   kRename,          // rename
+  kStat,            // stat
   kDetector,        // ast_dsp_new
   kThread,          // ast_pthread_create_stack
   kFormatCap,       // ast_format_cap_alloc
