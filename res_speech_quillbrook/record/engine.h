@@ -37,6 +37,7 @@ struct quillbrook_engine_t {
   int endpointing;    // flag: the pieces of a text are sentences
   int returnjson;
   int returnnlsml;
+  int jsonpieces;  // flag: the JSON of an utterance is that of all its pieces
   int logtag;
   int keepfiles;
   int continuous;  // flag: one plugin context for all results of a session

@@ -55,6 +55,8 @@ struct quillbrook_transcript_t {
   int score;  // percent
   char *interpretation;
   char *json;
+  int json_of_interim;      // `json` came with an interim
+  std::string json_pieces;  // with `jsonpieces`: a value for each final piece of `text`, separated by commas
   int incomplete_reported;  // the incomplete error of the present silence is out
   int no_match;             // the plugin has said that nothing was understood
   int overtaken;            // another run has made the result of this utterance (result/utterance.h)

@@ -9,7 +9,7 @@
 // fields below says who writes it.
 //
 // Locks, in the order in which they are taken:
-//   the watch's list   (session/watch.h) which sessions exist
+//   the list's          (session_list.h) which sessions exist
 //   gate               of a run (recognition.h): one call of its plugin at a time, while there is a session for it
 //   result_lock        what the runs have reported, the pointer to the recognition, and the pair of a queued result and
 //                      the host's state
@@ -36,13 +36,18 @@ constexpr size_t kNameSize = 150;
 constexpr size_t kLoggingtagSize = 400;
 constexpr size_t kGrammarNameSize = 20;
 
-// What the watch (session/watch.h) keeps of a session. `speech` is constant while it is listed.
-struct quillbrook_watch_entry {
-  struct ast_speech *speech;
-  quillbrook_speech_t *next;  // the list is guarded by the watch's lock
-  quillbrook_speech_t *previous;
+struct quillbrook_speech_t;
 
-  // Under result_lock.
+// The session's place in the list of sessions (session_list.h), guarded by the list's lock.
+struct quillbrook_session_place {
+  struct ast_speech *speech;  // constant while it is listed
+  quillbrook_speech_t *next;
+  quillbrook_speech_t *previous;
+  int visits;  // under way; the session stays as long
+};
+
+// What the watch (session/watch.h) keeps of a session, under result_lock.
+struct quillbrook_watch_entry {
   int result_waits;     // a result was queued, and no get has come since
   int looks_not_ready;  // in a row, that found a result waiting and the object NOT_READY
   int passed_over;      // the host will not collect what waits
@@ -104,6 +109,7 @@ struct quillbrook_speech_t {
   // Not told to plugins or the host.
   Mutex result_lock;
   Mutex grammar_lock;
+  quillbrook_session_place place;
   quillbrook_watch_entry watch;
   int digits_pending;  // digits were reported since the last start. Dialplan thread only
 };

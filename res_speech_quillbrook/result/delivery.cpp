@@ -65,6 +65,12 @@ quillbrook_result_t describe(const quillbrook_transcript_t &transcript, const Ju
   return details;
 }
 
+// The next finish of the recognition must not find this text again.
+void take_text_away(quillbrook_transcript_t &transcript) {
+  quillbrook_release_text(transcript.text);
+  transcript.json_pieces.clear();
+}
+
 void deliver_json(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
   quillbrook_speech_t *session = message.session;
   quillbrook_transcript_t &transcript = message.transcript;
@@ -78,9 +84,8 @@ void deliver_json(const quillbrook_message &message) QUILLBROOK_REQUIRES(message
   }
   session_notice(session, "Recognition result: %s (with file %s)\n", transcript.text, path);
   quillbrook_queue_result(message.speech, message.session, path, describe(transcript, {}));
-  // The next finish of a continuous session must not find this text again.
   if (session->engine->continuous) {
-    quillbrook_release_text(transcript.text);
+    take_text_away(transcript);
   }
 }
 
@@ -148,7 +153,7 @@ void deliver_nlsml(const quillbrook_message &message) QUILLBROOK_REQUIRES(messag
     quillbrook_push_result(session, path, describe(transcript, judgement));
     session_notice(session, "Set last result : %d\n", static_cast<int>(str_fifo_count(&session->last_results)));
     quillbrook_release_text(transcript.interpretation);
-    quillbrook_release_text(transcript.text);
+    take_text_away(transcript);
     transcript.scores_total = 0;
     transcript.scores_count = 0;
     quillbrook_set_done(message.speech, message.session);
@@ -163,7 +168,7 @@ void deliver_text(const quillbrook_message &message) QUILLBROOK_REQUIRES(message
   quillbrook_transcript_t &transcript = message.transcript;
   session_notice(session, "Asterisk speech variable recognition result: %s\n", transcript.text);
   quillbrook_queue_result(message.speech, message.session, transcript.text, describe(transcript, {}));
-  quillbrook_release_text(transcript.text);
+  take_text_away(transcript);
 }
 
 }  // namespace

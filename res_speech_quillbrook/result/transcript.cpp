@@ -1,5 +1,7 @@
 #include "transcript.h"
 
+#include "json_pieces.h"
+
 namespace {
 
 constexpr int kScoreOfInterim = 50;
@@ -37,6 +39,7 @@ void quillbrook_take_extras(quillbrook_message &message) {
   quillbrook_transcript_t &transcript = message.transcript;
   if (message.context->extra_pointer) {
     copy_extra(transcript.json, message.context->extra_pointer);
+    transcript.json_of_interim = message.score == QUILLBROOK_SCORE_INTERIM;
     trace(2, "CALLBACK: set json extra %s\n", shown(transcript.json));
   }
   if (message.context->api_pointer) {
@@ -78,6 +81,7 @@ void quillbrook_take_no_match(quillbrook_message &message) {
   quillbrook_release_text(message.transcript.text);
   message.transcript.text = copy;
   message.transcript.no_match = 1;
+  message.transcript.json_pieces.clear();
   trace(2, "Set score = -2 !\n");
   message.score = QUILLBROOK_SCORE_FINISH;
 }
@@ -99,6 +103,7 @@ void quillbrook_append_final(quillbrook_message &message) {
   snprintf(grown + before, size - before, "%s%s", between, message.text);
   transcript.text = grown;
   quillbrook_release_text(transcript.text_interim);
+  quillbrook_add_json_piece(message, static_cast<const char *>(message.context->extra_pointer), message.text);
   trace(2, "CALLBACK: New text =%s\n", transcript.text);
 
   add_score(transcript, message.score);
@@ -148,6 +153,10 @@ void quillbrook_close_text(quillbrook_message &message) {
   if (!confirmed && unconfirmed) {
     transcript.score = kScoreOfInterim;
   }
+  if (unconfirmed && !transcript.no_match) {
+    quillbrook_add_json_piece(message, transcript.json_of_interim ? transcript.json : nullptr, transcript.text_interim);
+  }
+  quillbrook_close_json_pieces(message);
   quillbrook_release_text(transcript.text_interim);
   trace(2, "CALLBACK: FINAL RESULT text [%s] score = %d (completetimeout)\n", transcript.text, transcript.score);
 }

@@ -4,8 +4,7 @@
 #include "../support/module_use.h"
 #include "entries.h"
 #include "session_name.h"
-#include "watch.h"
-#include "../record/session.h"
+#include "../record/session_list.h"
 
 namespace {
 
@@ -150,7 +149,7 @@ int create(struct ast_speech *speech) {
   choose_loggingtag(session);
   str_fifo_init(&session->last_results);
   shared_store(speech->data, static_cast<void *>(session));
-  quillbrook_watch_add(speech, session);
+  quillbrook_sessions_add(speech, session);
   log_defaults(session);
   return 0;
 }

@@ -1,4 +1,5 @@
 #include "../ops/statistics.h"
+#include "../record/session_list.h"
 #include "../result/result_file.h"
 #include "../support/guard.h"
 #include "../support/module_use.h"
@@ -6,7 +7,6 @@
 #include "entries.h"
 #include "recognition.h"
 #include "session_name.h"
-#include "watch.h"
 
 namespace {
 
@@ -57,7 +57,7 @@ int quillbrook_recog_destroy(struct ast_speech *speech) {
     session_notice(session, "Destroy speech resource\n");
     // From here on the callback refuses, so nothing reaches what is taken apart below.
     shared_store(speech->data, static_cast<void *>(nullptr));
-    quillbrook_watch_remove(session);
+    quillbrook_sessions_remove(session);
     quillbrook_shut_gates(session->recognition);
     quillbrook_statistics_session_stop();
     // The stream stops growing before the plugin is told to stop.

@@ -1,5 +1,6 @@
 #include "watch.h"
 
+#include "../record/session_list.h"
 #include "../record/speech_state.h"
 #include "../result/utterance.h"
 #include "../support/guard.h"
@@ -10,11 +11,6 @@ namespace {
 constexpr int kNothing = -1;
 constexpr int kLooksPassedOver = 2;
 constexpr size_t kStackSize = 507904;  // 496 KiB, as a streaming thread
-
-// The list of sessions. Taken before all locks of a session; of those a look only tries result_lock, so that a session
-// whose plugin is in the middle of a report holds nobody up.
-Mutex list_lock;
-quillbrook_speech_t *first_session QUILLBROOK_GUARDED_BY(list_lock);
 
 pthread_t watch_thread = kNoThread;  // loading thread
 std::atomic<bool> stopping{false};
@@ -28,7 +24,7 @@ int look_at_result(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->re
   if (!entry.result_waits) {
     return kNothing;
   }
-  if (shared_load(entry.speech->state) != AST_SPEECH_STATE_NOT_READY) {
+  if (shared_load(session->place.speech->state) != AST_SPEECH_STATE_NOT_READY) {
     entry.looks_not_ready = 0;
   } else if (++entry.looks_not_ready == kLooksPassedOver) {
     session_notice(session, "The host has passed the result over.\n");
@@ -53,7 +49,7 @@ int look_at_plugin(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->re
   recognition->silence_reported = 1;
   ast_log(LOG_ERROR, "(%s) The plugin %s has not called back for %d ms: the recognition ends\n", session->name,
           shown(session->engine->plugin_name), limit);
-  quillbrook_queue_error(session->watch.speech, session, kCausePlugin, "it has stopped calling back");
+  quillbrook_queue_error(session->place.speech, session, kCausePlugin, "it has stopped calling back");
   if (quillbrook_utterances_are_separate(*session->engine)) {
     quillbrook_for_each_run(recognition, [session](quillbrook_run_t &run) { quillbrook_end_utterance(session, run); });
   }
@@ -79,34 +75,11 @@ void *quillbrook_watch(void *) {
 
 }  // namespace
 
-void quillbrook_watch_add(struct ast_speech *speech, quillbrook_speech_t *session) {
-  MutexLock held(list_lock);
-  session->watch = {speech, first_session, nullptr};
-  if (first_session) {
-    first_session->watch.previous = session;
-  }
-  first_session = session;
-}
-
-void quillbrook_watch_remove(quillbrook_speech_t *session) {
-  MutexLock held(list_lock);
-  const quillbrook_watch_entry &entry = session->watch;
-  if (entry.next) {
-    entry.next->watch.previous = entry.previous;
-  }
-  if (entry.previous) {
-    entry.previous->watch.next = entry.next;
-  } else {
-    first_session = entry.next;
-  }
-}
-
+// Of a session's locks it only tries result_lock, so that one whose plugin is in the middle of a report holds nobody
+// up.
 int quillbrook_watch_look() {
-  MutexLock held(list_lock);
   int next = kNothing;
-  for (quillbrook_speech_t *session = first_session; session; session = session->watch.next) {
-    next = sooner(next, look_at(session));
-  }
+  quillbrook_sessions_look([&next](quillbrook_speech_t &session) { next = sooner(next, look_at(&session)); });
   return next;
 }
 

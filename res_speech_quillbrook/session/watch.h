@@ -14,11 +14,6 @@
 // Time between two looks at a waiting result, in milliseconds.
 constexpr int kWatchInterval = 20;
 
-// The session is looked at from its creation until quillbrook_watch_remove returns, which waits for a look that is
-// under way. `speech` lives as long. Dialplan thread.
-void quillbrook_watch_add(struct ast_speech *speech, quillbrook_speech_t *session);
-void quillbrook_watch_remove(quillbrook_speech_t *session);
-
 // One look at all sessions. Gives the milliseconds until the next one is wanted, or -1 when there is nothing to watch.
 int quillbrook_watch_look();
 

@@ -137,6 +137,8 @@ TEST_F(Config, ReadingsOfTheirOwn) {
                   {"utterances=separate", "utterances=joined", &profile.separate, 0},
                   {"silences=both", "", &profile.both_silences, 1},
                   {"utterances=Separate", "", &general.separate, 0},
+                  {"jsonpieces=all", "", &profile.jsonpieces, 1},
+                  {"jsonpieces=all", "jsonpieces=last", &profile.jsonpieces, 0},
                   {"closetimeout=0", "", &general.closetimeout, 10000},
                   {"closetimeout=500", "closetimeout=-5", &profile.closetimeout, 500},
                   {"closetimeout=1", "", &general.closetimeout, 1},

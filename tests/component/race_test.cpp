@@ -87,6 +87,29 @@ TEST_F(RaceTest, AGetAgainstTheLastWords) {
   }
 }
 
+// The manager reads settings while calls begin, go on and end.
+TEST_F(RaceTest, ASettingOnAnotherThreadAgainstTheWholeSession) {
+  report_all_the_time();
+  std::atomic<bool> over{false};
+  std::atomic<int> answers{0};
+  std::thread manager([&] {
+    for (int turn = 0; !over; ++turn) {
+      const char *const names[] = {"cause", "interim", "input", "waiting"};
+      const std::string answer = setting(names[turn % 4]);
+      answers += answer != "(none)" && !answer.empty();
+    }
+  });
+  for (int round = 0; round < kRounds || answers < 100; ++round) {
+    ASSERT_LT(round, kMost);
+    create_and_start();
+    get();
+    destroy();
+    report_all_the_time();
+  }
+  over = true;
+  manager.join();
+}
+
 // Frames that arrive while the stream is cut down wait, and none is lost or doubled.
 TEST_F(RaceTest, FramesAgainstTheRewind) {
   engine.earlyspeechtimeout = 100;

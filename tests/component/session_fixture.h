@@ -163,6 +163,11 @@ protected:
     ast_free(result);
     return text;
   }
+  // What the dialplan reads by SPEECH_ENGINE(name).
+  std::string setting(const char *name) {
+    char buffer[4096];
+    return quillbrook_recog_get_settings(&speech, name, buffer, sizeof(buffer)) ? "(none)" : buffer;
+  }
   void destroy() { ASSERT_EQ(quillbrook_recog_destroy(&speech), 0); }
 
   void write(const void *data, int length) {

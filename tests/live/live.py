@@ -48,12 +48,14 @@ class LiveTest(unittest.TestCase):
     general = {}
     profiles = {}
     load = (MODULE,)
+    modules = ()  # further modules of the host
     # Beginnings of WARNING and ERROR lines of the module that the class provokes.
     complaints = ()
 
     @classmethod
     def setUpClass(cls):
-        cls.pbx = PrivatePbx(build, quillbrook_conf=configuration(cls.general, **cls.profiles))
+        cls.pbx = PrivatePbx(build, quillbrook_conf=configuration(cls.general, **cls.profiles), modules=cls.modules,
+                             files=cls.files())
         cls.pbx.__enter__()
         cls.addClassCleanup(cls.pbx.stop)
         for name in cls.load:
@@ -68,6 +70,11 @@ class LiveTest(unittest.TestCase):
         status = cls.pbx.stop()
         assert status == 0, f"the PBX ended with status {status}: {cls.pbx.error_output}"
         assert not cls.files_left(), f"left behind: {cls.files_left()}"
+
+    @classmethod
+    def files(cls):
+        """Configuration files of the host by name, in place of its usual ones."""
+        return {}
 
     def setUp(self):
         self.scripts = 0

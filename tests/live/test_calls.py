@@ -15,7 +15,7 @@ class CallTest(LiveTest):
                 "late": {"dsp": "yes", "completetimeout": "400", "incompletetimeout": "9000"},
                 "silent": {"plugintimeout": "500"}}
     complaints = ("QuillBrook plugin error", "with continuous = 1", "Failed to intialize quillbrook plugin",
-                  "has not called back for 500 ms")
+                  "has not called back for 500 ms", "has no result (provider)", "has no result (plugin)")
 
     def test_a_call_is_recognised_by_the_script_of_the_configuration(self):
         lines = self.pbx.call(["Answer()", "SpeechCreate(quillbrook)", report("created ${ERROR}"), "SpeechStart()",

@@ -1,0 +1,130 @@
+"""What happened on a call, as the dialplan, an AGI program and the manager interface learn it."""
+
+import re
+import socket
+
+import live
+from live import LiveTest
+from pbx import LIMIT, free_port, report
+
+GRAMMAR = "#JSGF V1.0;\ngrammar polar;\npublic <answer> = yes [please] {sure} | no {never};\n"
+NAMES = ("cause", "reason", "meaning", "rule", "grammar", "input", "json", "waiting")
+KNOWN = report("known " + "|".join(f"${{SPEECH_ENGINE({name})}}" for name in NAMES))
+# Asks through AGI, and says what it got.
+AGI = """#!/usr/bin/env python3
+import sys
+while sys.stdin.readline().strip():
+    pass
+for name in ("cause", "meaning"):
+    print(f"GET FULL VARIABLE ${{SPEECH_ENGINE({name})}}", flush=True)
+    print(f"SET VARIABLE AGI_{name} {sys.stdin.readline().split('(')[1].split(')')[0]}", flush=True)
+    sys.stdin.readline()
+"""
+
+
+class Manager:
+    """A connection to the manager interface of a PBX."""
+
+    def __init__(self, port):
+        self.connection = socket.create_connection(("127.0.0.1", port), timeout=LIMIT)
+        self.stream = self.connection.makefile("rw", newline="", encoding="utf-8")
+        self.stream.readline()
+        self.events = []
+        self.ask(Action="Login", Username="watcher", Secret="watch")
+
+    def close(self):
+        self.stream.close()
+        self.connection.close()
+
+    def message(self):
+        """The next message as pairs of name and value."""
+        lines = iter(self.stream.readline, "\r\n")
+        return dict(line.rstrip("\r\n").split(": ", 1) for line in lines if ": " in line)
+
+    def ask(self, **fields):
+        """The answer to an action; events that come ahead of it are kept."""
+        self.stream.write("".join(f"{name}: {value}\r\n" for name, value in fields.items()) + "\r\n")
+        self.stream.flush()
+        while "Response" not in (answer := self.message()):
+            self.events.append(answer)
+        return answer
+
+
+class ObserveTest(LiveTest):
+    general = {"returnnlsml": "yes", "completetimeout": "300", "incompletetimeout": "2000"}
+    profiles = {"plain": {"returnnlsml": "no"}, "unwritten": {"format": "nosuch", "plugin": "plugin_dummy.so"}}
+    complaints = ("QuillBrook plugin error", "has no result (provider)", "has no result (storage)", "Cannot open")
+    modules = ("res_agi",)
+    port = free_port()
+
+    @classmethod
+    def files(cls):
+        return {"manager.conf": f"[general]\nenabled=yes\nbindaddr=127.0.0.1\nport={cls.port}\n"
+                                "[watcher]\nsecret=watch\nread=all\nwrite=all\n"}
+
+    @classmethod
+    def setUpClass(cls):
+        cls.profiles["unwritten"]["plugin"] = live.build / "lib/quillbrook/plugin_dummy.so"
+        super().setUpClass()
+        (cls.pbx.folder / "polar.jsgf").write_text(GRAMMAR, encoding="utf-8")
+
+    def setUp(self):
+        super().setUp()
+        self.manager = Manager(self.port)
+        self.addCleanup(self.manager.close)
+
+    def known(self, script, engine="quillbrook", seconds=5):
+        """What the dialplan can ask after a question."""
+        line, = self.pbx.call(
+            ["Answer()", f"SpeechCreate({engine})", self.script(script),
+             f"SpeechLoadGrammar(polar,{self.pbx.folder}/polar.jsgf)", "SpeechActivateGrammar(polar)", "SpeechStart()",
+             f"SpeechBackground(silence/1,{seconds})", KNOWN, "SpeechDestroy()"]).wait()
+        return re.sub(r"^known ", "", line).split("|")
+
+    def test_the_dialplan_tells_one_end_from_another(self):
+        for script, engine, expected in (
+            ("bytes 4000\njson {}\nfinal 80 yes please\nfinish", "quillbrook",
+             ["understood", "", "sure", "answer", "polar", "yes please", "{}", "0"]),
+            ("bytes 4000\napi meant\nfinal 80 perhaps\nfinish", "quillbrook:plain",
+             ["understood", "", "meant", "", "", "perhaps", "", "0"]),
+            ("bytes 4000\nfinal 80 perhaps\nfinish", "quillbrook",
+             ["nomatch", "no active grammar accepts the text", "", "", "", "perhaps", "", "0"]),
+            ("bytes 4000\nnomatch", "quillbrook:plain",
+             ["nomatch", "the recogniser understood nothing", "", "", "", "?", "", "0"]),
+            ("bytes 4000\nextra ERROR: the server is down\nreturn", "quillbrook",
+             ["provider", "the server is down", "", "", "", "", "", "0"]),
+            ("until-stop", "quillbrook", ["nothing", "", "", "", "", "", "", "0"]),
+            ("until-stop", "quillbrook:unwritten",
+             ["storage", "the audio cannot be written", "", "", "", "", "", "0"]),
+        ):
+            with self.subTest(script=script):
+                self.assertEqual(self.known(script, engine, seconds=1), expected)
+
+    def test_agi_reads_the_same(self):
+        program = self.pbx.folder / "ask.py"
+        program.write_text(AGI, encoding="utf-8")
+        program.chmod(0o755)
+        lines = self.pbx.call(
+            ["Answer()", "SpeechCreate(quillbrook)", self.script("bytes 4000\nfinal 80 no\nfinish"),
+             f"SpeechLoadGrammar(polar,{self.pbx.folder}/polar.jsgf)", "SpeechActivateGrammar(polar)", "SpeechStart()",
+             "SpeechBackground(silence/1,5)", f"AGI({program})", report("agi ${AGI_cause} ${AGI_meaning}")]).wait()
+        self.assertEqual(lines, ["agi understood never"])
+
+    def test_the_manager_reads_the_hypothesis_of_a_call(self):
+        call = self.pbx.call(["Answer()", "SpeechCreate(quillbrook:plain)",
+                              self.script("bytes 4000\ninterim I would\nuntil-stop"), "SpeechLoadGrammar(t,property:"
+                              "Speech-Complete-Timeout=0s)", "SpeechLoadGrammar(t,property:Speech-Incomplete-Timeout=0s)",
+                              "SpeechStart()", report("started"), "SpeechBackground(silence/1,30)", report("not reached")])
+        call.wait_for("started")
+        channel = self.pbx.channel_of(call.context)
+
+        def interim():
+            return self.manager.ask(Action="Getvar", Channel=channel, Variable="SPEECH_ENGINE(interim)").get("Value")
+
+        self.pbx.wait_until(lambda: interim() == "I would", LIMIT, "no hypothesis")
+        call.hang_up()
+        self.assertEqual(call.wait(), ["started"])
+
+
+if __name__ == "__main__":
+    live.main()
