@@ -4,6 +4,7 @@
 #include "../support/guard.h"
 #include "grammar_files.h"
 #include "property.h"
+#include "../support/printable.h"
 
 namespace {
 
@@ -33,22 +34,22 @@ void set_grammar_id(quillbrook_speech_t &session, const char *name) {
 
 void log_switched(quillbrook_speech_t &session, const char *name, const char *state)
     QUILLBROOK_REQUIRES(session.grammar_lock) {
-  session_notice(&session, "JSGF grammar %s %s (%d active / %d loaded)\n", name, state,
+  session_notice(&session, "JSGF grammar %s %s (%d active / %d loaded)\n", Printable(name).text(), state,
                  static_cast<int>(session.grammars.activeCount()), static_cast<int>(session.grammars.size()));
 }
 
 // A path is a scheme, a colon and the rest, or a file alone. Two schemes mean something; the others are dropped.
 void load(quillbrook_speech_t &session, const char *name, const char *path) {
-  session_notice(&session, "load grammar %s = %s\n", name, path);
+  session_notice(&session, "load grammar %s = %s\n", Printable(name).text(), Printable(path).text());
   if (const char *colon = strchr(path, ':')) {
     const char *rest = colon + 1;
     if (quillbrook_begins_with(path, "builtin")) {
-      debug_log("builtin set :%s to %s.\n", path, name);
+      debug_log("builtin set :%s to %s.\n", Printable(path).text(), Printable(name).text());
       quillbrook_set_builtin(session, path);
     } else if (quillbrook_begins_with(path, "property")) {
       const char *equals = strchr(rest, '=');
       const char *value = equals ? equals + 1 : name;
-      debug_log("Properties set :%s to %s.\n", rest, value);
+      debug_log("Properties set :%s to %s.\n", Printable(rest).text(), Printable(value).text());
       if (quillbrook_set_property(session, rest, value)) {
         return;
       }
@@ -66,29 +67,29 @@ void unload(quillbrook_speech_t &session, const char *name) {
   {
     const MutexLock hold(session.grammar_lock);
     if (session.grammars.size()) {
-      session_notice(&session, "unload JSGF grammar %s\n", name);
+      session_notice(&session, "unload JSGF grammar %s\n", Printable(name).text());
       session.grammars.unload(name);
     }
   }
   if (is_name(session.config_name, name)) {
-    session_notice(&session, "free config grammar %s\n", name);
+    session_notice(&session, "free config grammar %s\n", Printable(name).text());
     quillbrook_replace_config(session, nullptr);
     session.config_name[0] = '\0';
   }
   if (is_name(session.context_name, name)) {
-    session_notice(&session, "clear context grammar %s\n", name);
+    session_notice(&session, "clear context grammar %s\n", Printable(name).text());
     session.context_text[0] = '\0';
     session.context_name[0] = '\0';
   }
-  session_notice(&session, "unload grammar %s\n", name);
+  session_notice(&session, "unload grammar %s\n", Printable(name).text());
   if (is_name(session.grammar_id, name)) {
     set_grammar_id(session, "");
   }
 }
 
 void activate(quillbrook_speech_t &session, const char *name) {
-  session_notice(&session, "grammar %s\n", session.grammar_id);
-  session_notice(&session, "activate grammar %s\n", name);
+  session_notice(&session, "grammar %s\n", Printable(session.grammar_id).text());
+  session_notice(&session, "activate grammar %s\n", Printable(name).text());
   {
     const MutexLock hold(session.grammar_lock);
     if (session.grammars.activate(name)) {
@@ -101,8 +102,8 @@ void activate(quillbrook_speech_t &session, const char *name) {
 }
 
 void deactivate(quillbrook_speech_t &session, const char *name) {
-  session_notice(&session, "grammar %s\n", session.grammar_id);
-  session_notice(&session, "deactivate grammar %s\n", name);
+  session_notice(&session, "grammar %s\n", Printable(session.grammar_id).text());
+  session_notice(&session, "deactivate grammar %s\n", Printable(name).text());
   {
     const MutexLock hold(session.grammar_lock);
     if (session.grammars.deactivate(name)) {
@@ -110,9 +111,10 @@ void deactivate(quillbrook_speech_t &session, const char *name) {
     }
   }
   if (session.engine->continuous) {
-    session_notice(&session, "mode continuous, not deactivate grammar with grammar_id=%s\n", session.grammar_id);
+    session_notice(&session, "mode continuous, not deactivate grammar with grammar_id=%s\n",
+                   Printable(session.grammar_id).text());
   } else if (is_name(session.grammar_id, name)) {
-    session_notice(&session, "deactivate grammar clear the grammar_id=%s\n", session.grammar_id);
+    session_notice(&session, "deactivate grammar clear the grammar_id=%s\n", Printable(session.grammar_id).text());
     set_grammar_id(session, "");
   }
 }

@@ -1,6 +1,7 @@
 #include "grammar_files.h"
 
 #include "../support/text_file.h"
+#include "../support/printable.h"
 
 namespace {
 
@@ -15,12 +16,12 @@ bool ends_with(std::string_view text, std::string_view end) {
 
 // Called right after the failure, while errno tells of it.
 void warn_unreadable(const quillbrook_speech_t &session, const char *name, const char *path) {
-  ast_log(LOG_WARNING, "(%s) Cannot read grammar %s = %s: %s\n", session.name, name, path,
-          file_error_text(errno, kTextFileMax).c_str());
+  ast_log(LOG_WARNING, "(%s) Cannot read grammar %s = %s: %s\n", session.name, Printable(name).text(),
+          Printable(path).text(), file_error_text(errno, kTextFileMax).c_str());
 }
 
 void load_configuration(quillbrook_speech_t &session, const char *name, const char *path) {
-  debug_log("config detect :%s.\n", path);
+  debug_log("config detect :%s.\n", Printable(path).text());
   char *text = load_file_to_string(path);
   if (!text && errno == ENOMEM) {
     ast_log(LOG_ERROR, "Memory allocation error!\n");
@@ -32,7 +33,7 @@ void load_configuration(quillbrook_speech_t &session, const char *name, const ch
 }
 
 void load_context(quillbrook_speech_t &session, const char *name, const char *path) {
-  debug_log("context detect :%s.\n", path);
+  debug_log("context detect :%s.\n", Printable(path).text());
   OpenFile file(open_regular_file(path, kTextFileMax));
   if (file) {
     // One byte more than fits, so that a longer text is cut behind a whole character.
@@ -56,15 +57,15 @@ std::string reason_of(const std::exception &failure) {
 }
 
 void load_jsgf(quillbrook_speech_t &session, const char *name, const char *path) {
-  session_notice(&session, "load JSGF grammar %s = %s\n", name, path);
+  session_notice(&session, "load JSGF grammar %s = %s\n", Printable(name).text(), Printable(path).text());
   // Parsing a large grammar takes a while, and a match that needs the lock may be waiting.
   GrammarManager loaded;
   loaded.setNormalizeMode(session.engine->normalize_phrases);
   try {
     loaded.load(name, path);
   } catch (const std::exception &failure) {
-    ast_log(LOG_ERROR, "(%s) Cannot load JSGF grammar %s = %s: %s\n", session.name, name, path,
-            reason_of(failure).c_str());
+    ast_log(LOG_ERROR, "(%s) Cannot load JSGF grammar %s = %s: %s\n", session.name, Printable(name).text(),
+            Printable(path).text(), Printable(reason_of(failure)).text());
     return;
   }
   const MutexLock hold(session.grammar_lock);
@@ -73,7 +74,7 @@ void load_jsgf(quillbrook_speech_t &session, const char *name, const char *path)
 }
 
 void load_phrases(quillbrook_speech_t &session, const char *name, const char *path) {
-  session_notice(&session, "load TEXT grammar %s = %s\n", name, path);
+  session_notice(&session, "load TEXT grammar %s = %s\n", Printable(name).text(), Printable(path).text());
   quillbrook_release_text(session.phrases);
   session.phrases = load_file_to_string(path);
   if (!session.phrases) {

@@ -1,4 +1,5 @@
 #include "property.h"
+#include "../support/printable.h"
 
 namespace {
 
@@ -49,14 +50,14 @@ void store_language(quillbrook_speech_t &session, const PropertyValue &value) {
   if (model_is_open(session)) {
     copy_text(session.model, value.text);
   }
-  debug_log("Model set :%s\n", session.model);
+  debug_log("Model set :%s\n", Printable(session.model).text());
 }
 
 void store_voice(quillbrook_speech_t &session, const PropertyValue &value) {
   if (model_is_open(session)) {
     copy_text(session.voice, value.text);
   }
-  debug_log("Use voice :%s\n", session.voice);
+  debug_log("Use voice :%s\n", Printable(session.voice).text());
 }
 
 struct Property {
@@ -103,7 +104,7 @@ bool quillbrook_begins_with(const char *text, const char *prefix) {
 bool quillbrook_set_property(quillbrook_speech_t &session, const char *text, const char *value) {
   for (const Property &row : kProperties) {
     if (quillbrook_begins_with(text, row.name)) {
-      debug_log("Property set :%s.\n", value);
+      debug_log("Property set :%s.\n", Printable(value).text());
       row.store(session, {value, read_timeout(value)});
       return true;
     }
@@ -115,7 +116,7 @@ void quillbrook_set_builtin(quillbrook_speech_t &session, const char *path) {
   for (const BuiltinForm &form : kBuiltinForms) {
     if (quillbrook_begins_with(path, form.prefix)) {
       copy_text(session.*form.field, form.whole_path ? path : path + strlen(form.prefix));
-      debug_log(form.log_line, session.*form.field);
+      debug_log(form.log_line, Printable(session.*form.field).text());
     }
   }
 }

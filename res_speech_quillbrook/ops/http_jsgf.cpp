@@ -3,6 +3,7 @@
 #include "../support/guard.h"
 #include "../support/log.h"
 #include "http_uri.h"
+#include "../support/printable.h"
 
 ast_http_uri quillbrook_uri_jsgf = {
     .description = "Quillbrook HTTP JSGF URI",
@@ -63,7 +64,7 @@ int reply_jsgf(ast_tcptls_session_instance *ser, ast_http_method method, ast_var
   if (method != AST_HTTP_HEAD && !accept_body(ser, headers)) {
     return 0;
   }
-  trace_always("  == HTTP JSGF get walue = %s.\n", shown(ast_variable_find_in_list(get_vars, "value")));
+  trace_always("  == HTTP JSGF get walue = %s.\n", Printable(ast_variable_find_in_list(get_vars, "value")).text());
   ast_str *out = reply.release();
   ast_str_append(&out, 0, "OK");
   // Takes over `out`.

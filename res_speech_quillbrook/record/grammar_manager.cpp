@@ -4,6 +4,7 @@
 #include "../support/text_file.h"
 #include "../support/accents.h"
 #include "jsgfkitxx.h"
+#include "../support/printable.h"
 
 namespace {
 
@@ -156,47 +157,49 @@ std::string GrammarManager::match(const std::string &input) const {
 GrammarMatch GrammarManager::matchInFull(const std::string &input) const {
   const std::string effective = normalize(input);
   notice("Match: %d grammar(s) loaded, %d active [%s], input [%s]\n", static_cast<int>(size()),
-         static_cast<int>(activeCount()), activeNames().c_str(), effective.c_str());
+         static_cast<int>(activeCount()), Printable(activeNames()).text(), Printable(effective).text());
   for (const std::unique_ptr<Grammar> &grammar : grammars_) {
     const std::string name = grammar->getName();
     if (inactive_.count(name)) {
-      notice("Match: grammar %s is not active, skipped\n", name.c_str());
+      notice("Match: grammar %s is not active, skipped\n", Printable(name).text());
       continue;
     }
-    notice("Grammar name: %s content: %s\n", name.c_str(), grammar->getText().c_str());
+    notice("Grammar name: %s content: %s\n", Printable(name).text(), Printable(grammar->getText()).text());
     const std::string rule = grammar->getMatchingPublicRule(effective);
     std::string tags = rule.empty() ? "" : tags_of(*grammar, rule, effective);
     if (!tags.empty()) {
-      notice("Match: grammar %s matched rule [%s], tags [%s]\n", name.c_str(), rule.c_str(), tags.c_str());
+      notice("Match: grammar %s matched rule [%s], tags [%s]\n", Printable(name).text(), Printable(rule).text(),
+             Printable(tags).text());
       return {name, rule, tags};
     }
-    notice("Match: no match in grammar %s (rule [%s])\n", name.c_str(), rule.c_str());
+    notice("Match: no match in grammar %s (rule [%s])\n", Printable(name).text(), Printable(rule).text());
   }
   return {};
 }
 
 std::string GrammarManager::words() const {
   notice("Extract words: %d grammar(s) loaded, %d active [%s]\n", static_cast<int>(size()),
-         static_cast<int>(activeCount()), activeNames().c_str());
+         static_cast<int>(activeCount()), Printable(activeNames()).text());
   for (const std::unique_ptr<Grammar> &grammar : grammars_) {
     const std::string name = grammar->getName();
     if (inactive_.count(name)) {
-      notice("Extract words: grammar %s is not active, skipped\n", name.c_str());
+      notice("Extract words: grammar %s is not active, skipped\n", Printable(name).text());
       continue;
     }
-    notice("Grammar name: %s content: %s\n", name.c_str(), grammar->getText().c_str());
+    notice("Grammar name: %s content: %s\n", Printable(name).text(), Printable(grammar->getText()).text());
     const std::vector<std::string> entries = grammar->getAllWords();
     std::string words;
     for (const std::string &entry : entries) {
       const std::string w = normalize_mode_ >= kNormalizeWords ? removeAccentsUTF8(entry) : entry;
-      notice("%s\n", w.c_str());
+      notice("%s\n", Printable(w).text());
       append_separated(words, ", ", w);
     }
     if (!words.empty()) {
-      notice("Extract words: %d word(s) taken from grammar %s\n", static_cast<int>(entries.size()), name.c_str());
+      notice("Extract words: %d word(s) taken from grammar %s\n", static_cast<int>(entries.size()),
+             Printable(name).text());
       return words;
     }
-    notice("Extract words: no word in grammar %s\n", name.c_str());
+    notice("Extract words: no word in grammar %s\n", Printable(name).text());
   }
   return "";
 }

@@ -12,6 +12,7 @@
 #include "message.h"
 #include "transcript.h"
 #include "utterance.h"
+#include "../support/printable.h"
 
 namespace {
 
@@ -34,10 +35,10 @@ void report_bad_score(const quillbrook_message &message) {
   const char *extra = static_cast<const char *>(message.context->extra_pointer);
   if (verbose && host_verbosity_at_least(2)) {
     __ast_verbose(__FILE__, __LINE__, __PRETTY_FUNCTION__, 2, "CALLBACK: text [%s] score=%d len=%d context=%s\n",
-                  shown(message.text), message.score, text_length(message.text), shown(extra));
+                  Printable(message.text).text(), message.score, text_length(message.text), Printable(extra).text());
   }
-  ast_log(LOG_ERROR, "CALLBACK: text [%s] score=%d len=%d context=%s\n", shown(message.text), message.score,
-          text_length(message.text), shown(extra));
+  ast_log(LOG_ERROR, "CALLBACK: text [%s] score=%d len=%d context=%s\n", Printable(message.text).text(), message.score,
+          text_length(message.text), Printable(extra).text());
 }
 
 // A single-shot recognition has one result: what comes behind it is too late.
@@ -77,8 +78,8 @@ void trace_state(const quillbrook_message &message) {
   trace(2, "CALLBACK: timeout extendedtimeout=%d\n", shared_load(session->extendedtimeout));
   trace(2, "CALLBACK: timeout earlyspeechtimeout=%d\n", shared_load(session->earlyspeechtimeout));
   trace(2, "CALLBACK: timeout provider=%d\n", session->providertimeout);
-  trace(2, "CALLBACK: interpretation = %s\n", shown(transcript.interpretation));
-  trace(2, "CALLBACK: text = %s\n", shown(transcript.text));
+  trace(2, "CALLBACK: interpretation = %s\n", Printable(transcript.interpretation).text());
+  trace(2, "CALLBACK: text = %s\n", Printable(transcript.text).text());
   trace(2, "CALLBACK: last_result = %d\n", static_cast<int>(str_fifo_count(&session->last_results)));
 }
 
@@ -152,7 +153,7 @@ int receive(quillbrook_context *context, const char *text, int score) {
   }
   shared_store(run.recognition->last_call, monotonic_ms());
   if (text) {
-    trace(2, "CALLBACK: [%s] - score %d len=%d\n", text, score, text_length(text));
+    trace(2, "CALLBACK: [%s] - score %d len=%d\n", Printable(text).text(), score, text_length(text));
   } else {
     trace(2, "CALLBACK: [NULL] - score %d\n", score);
   }

@@ -5,6 +5,7 @@
 #include "../support/own_files.h"
 #include "nlsml.h"
 #include "result_file.h"
+#include "../support/printable.h"
 
 namespace {
 
@@ -82,7 +83,7 @@ void deliver_json(const quillbrook_message &message) QUILLBROOK_REQUIRES(message
     fail(message, path, errno);
     return;
   }
-  session_notice(session, "Recognition result: %s (with file %s)\n", transcript.text, path);
+  session_notice(session, "Recognition result: %s (with file %s)\n", Printable(transcript.text).text(), path);
   quillbrook_queue_result(message.speech, message.session, path, describe(transcript, {}));
   if (session->engine->continuous) {
     take_text_away(transcript);
@@ -110,14 +111,14 @@ Judgement apply_grammars(const quillbrook_message &message) {
   }
   Judgement judgement = {false, match(session->grammars, transcript.text)};
   const std::string &rule = judgement.match.tags;
-  trace(2, "JSGF input = %s\n", transcript.text);
+  trace(2, "JSGF input = %s\n", Printable(transcript.text).text());
   if (rule.empty()) {
     trace(2, "JSGF grammar no match !\n");
     transcript.score = 0;
     judgement.refused = true;
     return judgement;
   }
-  trace(2, "JSGF grammar match = %s\n", rule.c_str());
+  trace(2, "JSGF grammar match = %s\n", Printable(rule).text());
   quillbrook_release_text(transcript.interpretation);
   transcript.interpretation = ast_strdup(rule.c_str());
   return judgement;
@@ -139,17 +140,17 @@ void deliver_nlsml(const quillbrook_message &message) QUILLBROOK_REQUIRES(messag
   quillbrook_transcript_t &transcript = message.transcript;
   char grammar_id[kGrammarNameSize];
   copy_grammar_id(grammar_id, session);
-  session_notice(session, "grammar %s\n", grammar_id);
+  session_notice(session, "grammar %s\n", Printable(grammar_id).text());
   char path[kResultPathSize];
   next_result_path(path, session, "xml");
-  trace(2, "Use interpretation = %s\n", shown(transcript.interpretation));
-  trace(2, "Use text = %s\n", transcript.text);
+  trace(2, "Use interpretation = %s\n", Printable(transcript.interpretation).text());
+  trace(2, "Use text = %s\n", Printable(transcript.text).text());
   const Judgement judgement = apply_grammars(message);
   const quillbrook_nlsml document = {grammar_id, transcript.score, transcript.text, transcript.interpretation,
                                      transcript.json};
   if (quillbrook_write_result_file(path, session->engine->keepfiles,
                                    [&document](FILE *file) { quillbrook_write_nlsml(file, document); })) {
-    session_notice(session, "Recognition result: %s (with file %s)\n", transcript.text, path);
+    session_notice(session, "Recognition result: %s (with file %s)\n", Printable(transcript.text).text(), path);
     quillbrook_push_result(session, path, describe(transcript, judgement));
     session_notice(session, "Set last result : %d\n", static_cast<int>(str_fifo_count(&session->last_results)));
     quillbrook_release_text(transcript.interpretation);
@@ -166,7 +167,7 @@ void deliver_nlsml(const quillbrook_message &message) QUILLBROOK_REQUIRES(messag
 void deliver_text(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
   quillbrook_speech_t *session = message.session;
   quillbrook_transcript_t &transcript = message.transcript;
-  session_notice(session, "Asterisk speech variable recognition result: %s\n", transcript.text);
+  session_notice(session, "Asterisk speech variable recognition result: %s\n", Printable(transcript.text).text());
   quillbrook_queue_result(message.speech, message.session, transcript.text, describe(transcript, {}));
   take_text_away(transcript);
 }

@@ -1,6 +1,7 @@
 #include "transcript.h"
 
 #include "json_pieces.h"
+#include "../support/printable.h"
 
 namespace {
 
@@ -40,11 +41,11 @@ void quillbrook_take_extras(quillbrook_message &message) {
   if (message.context->extra_pointer) {
     copy_extra(transcript.json, message.context->extra_pointer);
     transcript.json_of_interim = message.score == QUILLBROOK_SCORE_INTERIM;
-    trace(2, "CALLBACK: set json extra %s\n", shown(transcript.json));
+    trace(2, "CALLBACK: set json extra %s\n", Printable(transcript.json).text());
   }
   if (message.context->api_pointer) {
     copy_extra(transcript.interpretation, message.context->api_pointer);
-    trace(2, "CALLBACK: set interpretation %s\n", shown(transcript.interpretation));
+    trace(2, "CALLBACK: set interpretation %s\n", Printable(transcript.interpretation).text());
   }
 }
 
@@ -54,7 +55,7 @@ bool quillbrook_is_repeated_interim(const quillbrook_message &message) {
       strcmp(message.text, stored) != 0) {
     return false;
   }
-  trace(2, "CALLBACK: No news, same interim text = %s...\n", stored);
+  trace(2, "CALLBACK: No news, same interim text = %s...\n", Printable(stored).text());
   return true;
 }
 
@@ -65,7 +66,7 @@ void quillbrook_store_interim(quillbrook_message &message) {
   if (char *copy = ast_strdup(message.text)) {
     quillbrook_release_text(message.transcript.text_interim);
     message.transcript.text_interim = copy;
-    trace(2, "CALLBACK: Store last interim =%s\n", copy);
+    trace(2, "CALLBACK: Store last interim =%s\n", Printable(copy).text());
   }
 }
 
@@ -94,8 +95,8 @@ void quillbrook_append_final(quillbrook_message &message) {
   const char *between = transcript.text && transcript.text[0] ? separator(*message.session->engine) : "";
   const size_t before = length_of(transcript.text);
   const size_t size = before + strlen(between) + strlen(message.text) + 1;
-  trace(2, "CALLBACK: Forgive last interim =%s\n", shown(transcript.text_interim));
-  trace(2, "CALLBACK: Last text =%s\n", shown(transcript.text));
+  trace(2, "CALLBACK: Forgive last interim =%s\n", Printable(transcript.text_interim).text());
+  trace(2, "CALLBACK: Last text =%s\n", Printable(transcript.text).text());
   char *grown = host_realloc_text(transcript.text, size);
   if (!grown) {
     return;
@@ -104,10 +105,10 @@ void quillbrook_append_final(quillbrook_message &message) {
   transcript.text = grown;
   quillbrook_release_text(transcript.text_interim);
   quillbrook_add_json_piece(message, static_cast<const char *>(message.context->extra_pointer), message.text);
-  trace(2, "CALLBACK: New text =%s\n", transcript.text);
+  trace(2, "CALLBACK: New text =%s\n", Printable(transcript.text).text());
 
   add_score(transcript, message.score);
-  trace(2, "CALLBACK: text [%s] score=%d\n", transcript.text, transcript.score);
+  trace(2, "CALLBACK: text [%s] score=%d\n", Printable(transcript.text).text(), transcript.score);
 
   const quillbrook_context *context = message.context;
   if (shared_load(context->completetimeout) == shared_load(context->incompletetimeout) && !message.hold) {
@@ -131,11 +132,11 @@ void quillbrook_close_text(quillbrook_message &message) {
   if (verbose && host_verbosity_at_least(2)) {
     if (transcript.text) {
       __ast_verbose(__FILE__, __LINE__, __PRETTY_FUNCTION__, 2, "CALLBACK: text [%s] score=%d len=%d\n",
-                    transcript.text, transcript.score, static_cast<int>(confirmed));
+                    Printable(transcript.text).text(), transcript.score, static_cast<int>(confirmed));
     }
     if (transcript.text_interim) {
       __ast_verbose(__FILE__, __LINE__, __PRETTY_FUNCTION__, 2, "CALLBACK: interim [%s] len=%d\n",
-                    transcript.text_interim, static_cast<int>(unconfirmed));
+                    Printable(transcript.text_interim).text(), static_cast<int>(unconfirmed));
     }
   }
 
@@ -158,5 +159,6 @@ void quillbrook_close_text(quillbrook_message &message) {
   }
   quillbrook_close_json_pieces(message);
   quillbrook_release_text(transcript.text_interim);
-  trace(2, "CALLBACK: FINAL RESULT text [%s] score = %d (completetimeout)\n", transcript.text, transcript.score);
+  trace(2, "CALLBACK: FINAL RESULT text [%s] score = %d (completetimeout)\n", Printable(transcript.text).text(),
+        transcript.score);
 }

@@ -2,6 +2,7 @@
 
 #include "../result/callback.h"
 #include "../support/guard.h"
+#include "../support/printable.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ std::string grammar_words(quillbrook_speech_t *session) {
   }
   session_notice(session, "Grammar normalize_phrases=%d\n", session->engine->normalize_phrases);
   std::string words = words_of(session->grammars);
-  session_notice(session, "Grammar words: %s\n", words.c_str());
+  session_notice(session, "Grammar words: %s\n", Printable(words).text());
   return words;
 }
 

@@ -5,6 +5,7 @@
 #include "entries.h"
 #include "session_name.h"
 #include "../record/session_list.h"
+#include "../support/printable.h"
 
 namespace {
 
@@ -49,13 +50,13 @@ void log_engine(const quillbrook_engine_t &engine, const char *profile, const ch
   debug_log("- profile %s\n", engine.name);
   debug_log("- plugin %s\n", shown(engine.plugin_name));
   for (auto [word, text] : kEngineTexts) {
-    debug_log("- %s %s\n", word, shown(engine.*text));
+    debug_log("- %s %s\n", word, Printable(engine.*text).text());
   }
 }
 
 void log_defaults(const quillbrook_speech_t *session) {
   for (auto [word, text] : kEngineTexts) {
-    session_notice(session, "Create speech resource default %s %s\n", word, shown(session->engine->*text));
+    session_notice(session, "Create speech resource default %s %s\n", word, Printable(session->engine->*text).text());
   }
 }
 
@@ -101,9 +102,9 @@ void name_session(quillbrook_speech_t *session) {
   char tag[kTagSize] = "";
   if (session->engine->logtag) {
     ask_companion("tandrel show session threadid tag", tag, kTagSize - 1);
-    session_notice(session, "Use logtag with value: %s\n", tag);
+    session_notice(session, "Use logtag with value: %s\n", Printable(tag).text());
   }
-  quillbrook_name_session(session, tag);
+  quillbrook_name_session(session, Printable(tag).text());
 }
 
 void choose_loggingtag(quillbrook_speech_t *session) {

@@ -3,6 +3,7 @@
 #include "entries.h"
 #include "recognition.h"
 #include "../record/speech_state.h"
+#include "../support/printable.h"
 
 namespace {
 
@@ -131,7 +132,7 @@ struct ast_speech_result *take_result(struct ast_speech *speech, quillbrook_spee
     }
     result->score = score_of_fetched(session);
     session_notice(session, "Got last result (older one)!\n");
-    session_notice(session, "Get results: %s (%d%%)\n", shown(result->text), result->score);
+    session_notice(session, "Get results: %s (%d%%)\n", Printable(result->text).text(), result->score);
     session_notice(session, "Set flag HAVE_RESULTS.\n");
     shared_set_bits(speech->flags, static_cast<unsigned int>(AST_SPEECH_HAVE_RESULTS));
   }

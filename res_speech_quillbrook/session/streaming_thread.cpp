@@ -191,8 +191,8 @@ using Prepare = bool (*)(quillbrook_speech_t *, const quillbrook_run_t &);
 
 void follow(quillbrook_run_t &run, Prepare prepare) {
   trace(2, "Begin QuillBrook processing %s\n", shown(run.context.filename));
-  trace(3, "  uniqueid=%s\n", run.context.uniqueid);
-  trace(3, "  mark=%s\n", run.context.mark);
+  trace(3, "  uniqueid=%s\n", Printable(run.context.uniqueid).text());
+  trace(3, "  mark=%s\n", Printable(run.context.mark).text());
   quillbrook_speech_t *session = nullptr;
   {
     MutexLock passing(run.gate);
@@ -223,8 +223,8 @@ void report_end(quillbrook_run_t &run) {
     }
   }
   trace(2, "End QuillBrook processing %s\n", shown(run.context.filename));
-  trace(3, "  uniqueid=%s\n", run.context.uniqueid);
-  trace(3, "  mark=%s\n", run.context.mark);
+  trace(3, "  uniqueid=%s\n", Printable(run.context.uniqueid).text());
+  trace(3, "  mark=%s\n", Printable(run.context.mark).text());
 }
 
 // The last steps of a streaming thread, also when its plugin ends it by pthread_exit.

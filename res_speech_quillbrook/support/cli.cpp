@@ -2,6 +2,7 @@
 
 #include "cli.h"
 #include "log.h"
+#include "printable.h"
 
 namespace {
 
@@ -72,7 +73,7 @@ int read_back(int fd, char *result, int max) {
   // Stripping writes no terminator behind a colour sequence that is cut off.
   memset(result, 0, size + 1);
   term_strip(result, buf, static_cast<int>(size));
-  trace_always("  == Result CLI : %s\n", result[0] ? result : buf);
+  trace_always("  == Result CLI : %s\n", Printable(result[0] ? result : buf).text());
   ast_free(buf);
   return res;
 }

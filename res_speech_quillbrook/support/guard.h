@@ -4,6 +4,7 @@
 #include <cxxabi.h>
 
 #include "../host.h"
+#include "printable.h"
 
 // Runs `body` and gives its result; an exception is logged at ERROR with the name of the entry, and `failed` is the
 // result. The forced unwind of a thread that ends through pthread_exit passes. It comes with a null reference, which
@@ -15,7 +16,7 @@ __attribute__((no_sanitize("null"))) Result guarded(const char *entry, Result fa
   } catch (const abi::__forced_unwind &) {
     throw;
   } catch (const std::exception &error) {
-    ast_log(LOG_ERROR, "%s: %s\n", entry, error.what());
+    ast_log(LOG_ERROR, "%s: %s\n", entry, Printable(error.what()).text());
   } catch (...) {
     ast_log(LOG_ERROR, "%s: unknown exception\n", entry);
   }
