@@ -1,4 +1,4 @@
-// The plugin's three entries. It recognises nothing: it ticks until it is stopped, or follows a script (README.md).
+// The plugin's entries. It recognises nothing: it ticks until it is stopped, or follows a script (README.md).
 #include <exception>
 
 #include "player.h"
@@ -50,4 +50,12 @@ QUILLBROOK_EXPORT void *quillbrook_loop(quillbrook_context *context) {
 QUILLBROOK_EXPORT void quillbrook_stop(quillbrook_context *context) {
   __atomic_store_n(&context->hangup, QUILLBROOK_HANGUP_STOPPED, __ATOMIC_RELEASE);
   __atomic_store_n(&context->finalize, 1, __ATOMIC_RELEASE);
+}
+
+QUILLBROOK_EXPORT int quillbrook_check(quillbrook_context *context) {
+  return guarded(context, [context] {
+    const quillbrook::dummy::Script script = quillbrook::dummy::load(*context);
+    (void)snprintf(context->errors, sizeof(context->errors), "%s", script.error.c_str());
+    return script.error.empty() ? 0 : -1;
+  });
 }

@@ -31,6 +31,8 @@
  *   variables because the record is a binary contract: read and write them with the compiler's atomic built-ins
  *   (__atomic_load_n, __atomic_store_n).
  *
+ * A fourth function may be exported, quillbrook_check: see quillbrook_function_check.
+ *
  * A failure is reported by text: leave "ERROR:" and a sentence for the operator in extra, and return from
  * plugin_loop. The dialplan then gets the result "error".
  */
@@ -66,6 +68,13 @@ typedef struct quillbrook_context quillbrook_context;
 typedef int quillbrook_function_init(quillbrook_context *context);
 typedef void *quillbrook_function_loop(quillbrook_context *context);
 typedef void quillbrook_function_stop(quillbrook_context *context);
+
+/*
+ * What a plugin thinks of the settings of an engine: texts and numbers stand in the record as a recognition would get
+ * them, everything else is zero. Called when somebody checks the configuration, outside of any call, perhaps in a
+ * program without a PBX. Returns 0, or anything else and a sentence on each line of errors.
+ */
+typedef int quillbrook_function_check(quillbrook_context *context);
 
 /*
  * The plugin's way back to the module. text is zero-terminated or NULL; with NULL or "" the call is a tick, which only

@@ -1,5 +1,7 @@
 #include "config_keys.h"
 
+#include "config_table.h"
+
 namespace {
 
 using Engine = quillbrook_engine_t;
@@ -21,11 +23,11 @@ constexpr ConfigDefault no_default() {
 
 constexpr ConfigKey kConfigKeys[kConfigKeyCount] = {
     {{"name"}, Kind::kLabel, &Engine::name, leaves("")},
-    {{"debug"}, Kind::kDebugLevel, &debug, leaves("no")},
+    {{"debug"}, Kind::kDebugLevel, &ConfigTable::debug, leaves("no")},
     {{"loglevel"}, Kind::kNumber, &Engine::log_level, leaves("0")},
     {{"logfile"}, Kind::kLogFile, &Engine::log_file, leaves("no")},
-    {{"verbose"}, Kind::kBoolean, &verbose, leaves("no")},
-    {{"web", "webenabled"}, Kind::kBoolean, &quillbrook_webenabled, stores("yes")},
+    {{"verbose"}, Kind::kBoolean, &ConfigTable::verbose, leaves("no")},
+    {{"web", "webenabled"}, Kind::kBoolean, &ConfigTable::webenabled, stores("yes")},
     {{"logtag"}, Kind::kBoolean, &Engine::logtag, leaves("no"), 1},
     {{"loggingtag"}, Kind::kText, &Engine::loggingtag, leaves(""), 2},
     // No key is not an empty one: without it the engine opens this file, with an empty value there is no such engine.
@@ -64,10 +66,10 @@ constexpr ConfigKey kConfigKeys[kConfigKeyCount] = {
     {{"closetimeout"}, Kind::kMilliseconds, &Engine::closetimeout, stores("10000"), 22, {.least = 1}},
     {{"plugintimeout"}, Kind::kMilliseconds, &Engine::plugintimeout, stores("10000"), 31, {.least = 0}},
     {{"stoptimeout"}, Kind::kMilliseconds, &Engine::stoptimeout, stores("5000"), 30, {.least = 0}},
-    {{"twin"}, Kind::kBoolean, &twin, stores("no")},
+    {{"twin"}, Kind::kBoolean, &ConfigTable::twin, stores("no")},
     {{"continuous"}, Kind::kBoolean, &Engine::continuous, stores("no"), 23, {.warn_in_profile = true}},
     {{"utterances"}, Kind::kWord, &Engine::separate, stores("joined"), 32, {.word = "separate"}},
-    {{"profiles", "modules", "plugins"}, Kind::kText, &profiles, no_default()},
+    {{"profiles", "modules", "plugins"}, Kind::kText, &ConfigTable::profiles, no_default()},
 };
 
 namespace {
@@ -108,18 +110,18 @@ const ConfigKey &config_profile_key(int place) {
   return *find_profile_key(place);
 }
 
-int *config_number(const ConfigKey &key, quillbrook_engine_t &engine) {
+int *config_number(const ConfigKey &key, ConfigTable &table, quillbrook_engine_t &engine) {
   if (const auto member = std::get_if<EngineNumber>(&key.field)) {
     return &(engine.**member);
   }
-  const auto global = std::get_if<int *>(&key.field);
-  return global ? *global : nullptr;
+  const auto member = std::get_if<ModuleNumber>(&key.field);
+  return member ? &(table.**member) : nullptr;
 }
 
-char **config_text(const ConfigKey &key, quillbrook_engine_t &engine) {
+char **config_text(const ConfigKey &key, ConfigTable &table, quillbrook_engine_t &engine) {
   if (const auto member = std::get_if<EngineText>(&key.field)) {
     return &(engine.**member);
   }
-  const auto global = std::get_if<char **>(&key.field);
-  return global ? *global : nullptr;
+  const auto member = std::get_if<ModuleText>(&key.field);
+  return member ? &(table.**member) : nullptr;
 }

@@ -6,6 +6,8 @@
 
 #include "../record/engine.h"
 
+struct ConfigTable;
+
 enum class ConfigSection { kGeneral, kProfile };
 
 // How a value is read. Nothing is refused: a text that is no number reads as 0, and a number out of the range of its
@@ -30,7 +32,10 @@ using EngineNumber = int quillbrook_engine_t::*;
 using EngineDecimal = float quillbrook_engine_t::*;
 using EngineFile = FILE *quillbrook_engine_t::*;
 using EngineLabel = char (quillbrook_engine_t::*)[sizeof(quillbrook_engine_t::name)];
-using ConfigField = std::variant<EngineText, EngineNumber, EngineDecimal, EngineFile, EngineLabel, char **, int *>;
+using ModuleText = char *ConfigTable::*;
+using ModuleNumber = int ConfigTable::*;
+using ConfigField =
+    std::variant<EngineText, EngineNumber, EngineDecimal, EngineFile, EngineLabel, ModuleText, ModuleNumber>;
 
 // What stands for a key that `general` does not have.
 struct ConfigDefault {
@@ -57,6 +62,9 @@ struct ConfigKey {
   ConfigRules rules;
 };
 
+// What the value "yes" of `logfile` stands for.
+inline constexpr char kLogPath[] = "/var/log/quillbrook/debug.log";
+
 constexpr int kConfigKeyCount = 45;
 constexpr int kConfigProfileKeyCount = 33;
 
@@ -66,6 +74,7 @@ extern const ConfigKey kConfigKeys[kConfigKeyCount];
 // The key that stands at `place`, from 1 to CONFIG_PROFILE_KEYS, in the order of reading a profile.
 const ConfigKey &config_profile_key(int place);
 
-// The field of a key, in `engine` or of the whole module. Null when the key keeps another type there.
-int *config_number(const ConfigKey &key, quillbrook_engine_t &engine);
-char **config_text(const ConfigKey &key, quillbrook_engine_t &engine);
+// The field of a key: of `engine`, an entry of `table`, or of the whole module. Null when the key keeps another type
+// there.
+int *config_number(const ConfigKey &key, ConfigTable &table, quillbrook_engine_t &engine);
+char **config_text(const ConfigKey &key, ConfigTable &table, quillbrook_engine_t &engine);

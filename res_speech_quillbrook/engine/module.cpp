@@ -9,6 +9,7 @@
 #include "../session/watch.h"
 #include "../support/module_use.h"
 #include "../support/own_files.h"
+#include "cli_configuration.h"
 #include "config.h"
 #include "../record/engine.h"
 #include "plugin_library.h"
@@ -21,6 +22,17 @@ void close_log_file() {
     fclose(quillbrook_engine[0].log_file);
     quillbrook_engine[0].log_file = nullptr;
   }
+}
+
+bool register_commands() {
+  if (quillbrook_cli_register()) {
+    return false;
+  }
+  if (quillbrook_cli_configuration_register()) {
+    quillbrook_cli_unregister();
+    return false;
+  }
+  return true;
 }
 
 // The steps of the load that can fail. What was done before a failure stands; `withdraw` undoes it.
@@ -46,7 +58,7 @@ bool load() {
   quillbrook_watch_start();
   quillbrook_http_update();
   quillbrook_jsgf_uri_link();
-  if (quillbrook_cli_register()) {
+  if (!register_commands()) {
     ast_log(LOG_ERROR, "Failed to register QuillBrook CLI commands\n");
     return false;
   }
@@ -91,6 +103,7 @@ Withdrawn withdraw_for_unload() {
   Withdrawn withdrawn = {quillbrook_webenabled, {}};
   unlink_uris();
   quillbrook_cli_unregister();
+  quillbrook_cli_configuration_unregister();
   for (int index = 0; index < kEngines; ++index) {
     withdrawn.engines[index] = quillbrook_withdraw_engine(index);
   }
@@ -101,7 +114,7 @@ void give_back(const Withdrawn &withdrawn) {
   quillbrook_webenabled = withdrawn.webenabled;
   quillbrook_http_update();
   quillbrook_jsgf_uri_link();
-  if (quillbrook_cli_register()) {
+  if (!register_commands()) {
     ast_log(LOG_ERROR, "Failed to register QuillBrook CLI commands\n");
   }
   for (int index = 0; index < kEngines; ++index) {

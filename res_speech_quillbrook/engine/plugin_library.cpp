@@ -22,44 +22,55 @@ void say_where_to_look(const quillbrook_engine_t &engine, const char *path) {
 
 // Looks a function up by its first and then its second name.
 template <typename Function>
-bool find_function(const quillbrook_engine_t &engine, const char *path, Function *&function, const char *first,
-                   const char *second) {
-  void *symbol = dlsym(engine.plugin_handle, first);
+void find_function(void *handle, Function *&function, const char *first, const char *second, std::string &failure) {
+  void *symbol = dlsym(handle, first);
   if (!symbol) {
-    symbol = dlsym(engine.plugin_handle, second);
+    symbol = dlsym(handle, second);
   }
-  if (!symbol) {
-    // In front, because the error has no line end.
-    say_where_to_look(engine, path);
-    ast_log(LOG_ERROR, "Failed to load the plugin function : %s / %s", first, second);
-    return false;
+  if (symbol) {
+    function = reinterpret_cast<Function *>(symbol);
+  } else if (failure.empty()) {
+    // The error has no line end.
+    failure = std::string("Failed to load the plugin function : ") + first + " / " + second;
   }
-  function = reinterpret_cast<Function *>(symbol);
-  return true;
 }
 
 }  // namespace
 
-bool quillbrook_plugin_open(quillbrook_engine_t &engine) {
+std::string quillbrook_plugin_try(quillbrook_engine_t &engine) {
   char path[kPluginPathSize];
   if (!quillbrook_plugin_filename(path, sizeof(path), engine.plugin_name)) {
-    ast_log(LOG_ERROR, "Failed to load the plugin : %s: the path is longer than %zu bytes.\n", engine.plugin_name,
-            sizeof(path) - 1);
-    return false;
+    return std::string("Failed to load the plugin : ") + engine.plugin_name + ": the path is longer than " +
+           std::to_string(sizeof(path) - 1) + " bytes.\n";
   }
-  debug_notice(" Try to open plugin : %s.\n", path);
   engine.plugin_handle = dlopen(path, RTLD_LAZY);
   if (!engine.plugin_handle) {
-    ast_log(LOG_ERROR, "Failed to load the plugin : %s.\n", shown(dlerror()));
-    say_where_to_look(engine, path);
-    return false;
+    return std::string("Failed to load the plugin : ") + shown(dlerror()) + ".\n";
   }
-  if (find_function(engine, path, engine.plugin_init, "quillbrook_init", "init") &&
-      find_function(engine, path, engine.plugin_loop, "quillbrook_loop", "loop") &&
-      find_function(engine, path, engine.plugin_stop, "quillbrook_stop", "hangup")) {
+  std::string failure;
+  find_function(engine.plugin_handle, engine.plugin_init, "quillbrook_init", "init", failure);
+  find_function(engine.plugin_handle, engine.plugin_loop, "quillbrook_loop", "loop", failure);
+  find_function(engine.plugin_handle, engine.plugin_stop, "quillbrook_stop", "hangup", failure);
+  if (!failure.empty()) {
+    quillbrook_plugin_close(engine);
+  }
+  return failure;
+}
+
+bool quillbrook_plugin_open(quillbrook_engine_t &engine) {
+  char path[kPluginPathSize];
+  const bool fits = quillbrook_plugin_filename(path, sizeof(path), engine.plugin_name);
+  if (fits) {
+    debug_notice(" Try to open plugin : %s.\n", path);
+  }
+  const std::string failure = quillbrook_plugin_try(engine);
+  if (failure.empty()) {
     return true;
   }
-  quillbrook_plugin_close(engine);
+  if (fits) {
+    say_where_to_look(engine, path);
+  }
+  ast_log(LOG_ERROR, "%s", failure.c_str());
   return false;
 }
 

@@ -12,8 +12,11 @@ constexpr size_t kPluginPathSize = 2000;
 // is; any other is looked for in the plugin directory. False when the path does not fit.
 bool quillbrook_plugin_filename(char *path, size_t size, const char *plugin_name);
 
-// Opens the entry's plugin and looks up its three functions. False after an ERROR line that names what is missing; the
-// handle is then closed and the entry has none.
+// Opens the entry's plugin and looks up its three functions. Empty, or the line of the log that says what is missing;
+// the entry has no plugin then.
+std::string quillbrook_plugin_try(quillbrook_engine_t &engine);
+
+// The same, with the line in the log. False after it.
 bool quillbrook_plugin_open(quillbrook_engine_t &engine);
 
 // Closes the entry's plugin, if it has one, and clears its functions. 0, or the result of dlclose.

@@ -4,7 +4,6 @@ int debug;
 int verbose;
 int twin;
 int threshold = kDefaultThreshold;
-char *profiles;
 int quillbrook_webenabled = 1;
 int quillbrook_webregged;
 
@@ -16,7 +15,6 @@ void quillbrook_engine_table_init() {
   verbose = 0;
   twin = 0;
   threshold = kDefaultThreshold;
-  profiles = nullptr;
   quillbrook_webenabled = 1;
   quillbrook_webregged = 0;
 }

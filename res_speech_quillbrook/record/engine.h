@@ -83,7 +83,6 @@ inline bool quillbrook_default_engine_wanted() {
 // Settings of the whole module, from the section `general`. `debug` and `verbose` stand in support/log.h.
 extern int twin;                   // a second plugin record for each recognition
 extern int threshold;              // the default of the key `threshold`
-extern char *profiles;             // working copy of the profile list while the configuration loads
 extern int quillbrook_webenabled;  // the metrics URI is wanted
 extern int quillbrook_webregged;   // the metrics URI is linked
 

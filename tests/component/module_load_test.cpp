@@ -33,7 +33,7 @@ TEST_F(LoadTest, OffersEnginesAndTakesThemBack) {
     ASSERT_EQ(stand_in::load_module(), 0);
     EXPECT_THAT(stand_in::engine_names(), testing::ElementsAre("quillbrook", "quillbrook:digits", "quillbrook:names"));
     EXPECT_THAT(stand_in::http_uris(), testing::UnorderedElementsAre("quillbrook_metrics", "quillbrook_jsgf"));
-    EXPECT_EQ(stand_in::command_names().size(), 5U);
+    EXPECT_EQ(stand_in::command_names().size(), 6U);
     EXPECT_EQ(stand_in::open_plugins(), 3);
     EXPECT_EQ(stand_in::reload_module(), 1);
     EXPECT_EQ(stand_in::unload_module(), 0);
@@ -97,7 +97,8 @@ TEST_F(LoadTest, AFailureWithdrawsWhatWasDone) {
                   {Fault::kFormatCap, 3, "Failed to alloc media format capabilities\n"},
                   {Fault::kEngineRegister, 1, "Failed to register module\n"},
                   {Fault::kEngineRegister, 3, "Failed to register module quillbrook:names\n"},
-                  {Fault::kCliRegister, 1, "Failed to register QuillBrook CLI commands\n"}};
+                  {Fault::kCliRegister, 1, "Failed to register QuillBrook CLI commands\n"},
+                  {Fault::kCliRegister, 2, "Failed to register QuillBrook CLI commands\n"}};
   for (const auto &failure : failures) {
     const int before = stand_in::logged(__LOG_ERROR, failure.line);
     stand_in::fail(failure.fault, failure.nth);

@@ -1,14 +1,18 @@
 // Configuration, command line, HTTP, speech engines, channels, formats, silence detection, strings, and the module.
 #include "state.h"
 
+#include <list>
+
 #undef localtime_r
 
 // What the host keeps behind its opaque names.
-struct NoCase {
-  bool operator()(const std::string &a, const std::string &b) const { return strcasecmp(a.c_str(), b.c_str()) < 0; }
-};
 struct ast_config {
-  std::map<std::string, std::map<std::string, std::string, NoCase>, NoCase> sections;
+  struct Section {
+    std::string name;
+    std::vector<ast_variable> lines;
+  };
+  std::list<Section> sections;
+  std::list<std::string> texts;  // that the lines point at
 };
 struct ast_channel : stand_in::Object {
   std::string uniqueid;
@@ -194,34 +198,51 @@ extern "C" {
 // Configuration
 
 const char *ast_config_AST_SYSTEM_NAME = "stand-in";
+const char *ast_config_AST_CONFIG_DIR = "/etc/asterisk";
 
 // A section without its bracket makes the file malformed.
 struct ast_config *ast_config_load2(const char *filename, const char *, struct ast_flags) {
   std::ifstream file(real_path(config_path(filename)));
   if (!file) return nullptr;
   auto config = std::make_unique<ast_config>();
-  std::string section;
+  const auto keep = [&config](const std::string &text) { return config->texts.emplace_back(text).c_str(); };
+  int number = 0;
   for (std::string line; std::getline(file, line);) {
+    ++number;
     line = trimmed(line.substr(0, line.find(';')));
     const size_t equals = line.find('='), bracket = line.find(']');
     if (line[0] == '[') {
       if (bracket == std::string::npos) return static_cast<ast_config *>(CONFIG_STATUS_FILEINVALID);
-      section = line.substr(1, bracket - 1);
-      config->sections[section];
+      config->sections.push_back({line.substr(1, bracket - 1), {}});
     } else if (equals != std::string::npos) {
-      config->sections[section].emplace(trimmed(line.substr(0, equals)), trimmed(line.substr(equals + 1)));
+      ast_variable variable{};
+      variable.name = keep(trimmed(line.substr(0, equals)));
+      variable.value = keep(trimmed(line.substr(equals + 1)));
+      variable.file = keep("");
+      variable.lineno = number;
+      config->sections.back().lines.push_back(variable);
     }
+  }
+  for (ast_config::Section &section : config->sections) {
+    for (size_t next = 1; next < section.lines.size(); ++next) section.lines[next - 1].next = &section.lines[next];
   }
   return config.release();
 }
 void ast_config_destroy(struct ast_config *config) { delete config; }
-const char *ast_variable_retrieve(struct ast_config *config, const char *category, const char *key) {
-  const auto &section = config->sections[category];
-  const auto found = section.find(key);
-  return found == section.end() ? nullptr : found->second.c_str();
+// Sections are told apart by the address of the name that was given out.
+char *ast_category_browse(struct ast_config *config, const char *previous) {
+  bool found = !previous;
+  for (ast_config::Section &section : config->sections) {
+    if (found) return section.name.data();
+    found = section.name.data() == previous;
+  }
+  return nullptr;
 }
-int ast_category_exist(const struct ast_config *config, const char *category, const char *) {
-  return config->sections.count(category);
+struct ast_variable *ast_variable_browse(const struct ast_config *config, const char *name) {
+  for (const ast_config::Section &section : config->sections) {
+    if (section.name.data() == name) return const_cast<ast_variable *>(section.lines.data());
+  }
+  return nullptr;
 }
 int ast_true(const char *value) {
   for (const char *word : {"yes", "true", "y", "t", "1", "on"})

@@ -1,0 +1,170 @@
+#include "config_unread.h"
+
+#include "config_keys.h"
+#include "config_table.h"
+
+namespace {
+
+constexpr size_t kLongestCompared = 64;
+
+char folded(char letter) {
+  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+}
+
+// Letters that were added, left out, replaced or exchanged with their neighbour.
+size_t slips_between(std::string_view one, std::string_view other) {
+  std::vector<size_t> before_last(other.size() + 1);
+  std::vector<size_t> last(other.size() + 1);
+  std::vector<size_t> row(other.size() + 1);
+  for (size_t j = 0; j <= other.size(); ++j) {
+    row[j] = j;
+  }
+  for (size_t i = 1; i <= one.size(); ++i) {
+    before_last.swap(last);
+    last.swap(row);
+    row[0] = i;
+    for (size_t j = 1; j <= other.size(); ++j) {
+      const char here = folded(one[i - 1]);
+      const char there = folded(other[j - 1]);
+      row[j] = std::min({last[j] + 1, row[j - 1] + 1, last[j - 1] + (here == there ? 0 : 1)});
+      if (i > 1 && j > 1 && here == folded(other[j - 2]) && folded(one[i - 2]) == there) {
+        row[j] = std::min(row[j], before_last[j - 2] + 1);
+      }
+    }
+  }
+  return row[other.size()];
+}
+
+std::string quoted(std::string_view text) {
+  return "\"" + std::string(text) + "\"";
+}
+
+std::string did_you_mean(const std::string &word) {
+  return word.empty() ? "" : ": did you mean " + quoted(word) + "?";
+}
+
+class Search {
+public:
+  Search(const ConfigFile &file, const std::vector<std::string> &profiles) : file_(file), profiles_(profiles) {}
+
+  std::vector<ConfigFinding> run() {
+    for (const ConfigBlock &block : file_.blocks) {
+      if (block.is_template) {
+        continue;
+      }
+      const bool general = equal_names(block.name, kGeneralSection);
+      if (!general && !is_profile(block.name)) {
+        say(block.place, "the section [" + block.name + "] is not named in profiles, and is not read" +
+                             did_you_mean(near_miss(block.name, names_without_section())));
+      } else if (find_block(file_, block.name) != &block) {
+        say(block.place, "a section [" + block.name + "] stands above, and this one is not read");
+      } else {
+        look_at_keys(block, general ? ConfigSection::kGeneral : ConfigSection::kProfile);
+      }
+    }
+    return std::move(findings_);
+  }
+
+private:
+  void say(const ConfigPlace &place, const std::string &text) { findings_.push_back({place, false, text}); }
+
+  bool is_profile(const std::string &name) const {
+    return std::any_of(profiles_.begin(), profiles_.end(),
+                       [&name](const std::string &profile) { return equal_names(profile, name); });
+  }
+
+  std::vector<std::string> names_without_section() const {
+    std::vector<std::string> names;
+    for (const std::string &name : profiles_) {
+      if (!find_block(file_, name)) {
+        names.push_back(name);
+      }
+    }
+    return names;
+  }
+
+  void look_at_keys(const ConfigBlock &block, ConfigSection kind) {
+    std::set<const ConfigKey *> seen;
+    std::vector<std::string> here;
+    for (const ConfigKey &key : kConfigKeys) {
+      for (const char *name : key.names) {
+        if (name && stands_in(key, kind)) {
+          here.emplace_back(name);
+        }
+      }
+    }
+    for (const ConfigEntry &entry : block.entries) {
+      const ConfigKey *key = find_key(entry.key);
+      // What a template says wrongly, it says wrongly once.
+      if ((!key || !stands_in(*key, kind)) && !places_.insert({entry.place.file, entry.place.line}).second) {
+        continue;
+      }
+      if (!key) {
+        say(entry.place,
+            "[" + block.name + "] has no key " + quoted(entry.key) + did_you_mean(near_miss(entry.key, here)));
+      } else if (!stands_in(*key, kind)) {
+        say(entry.place, quoted(entry.key) + " is a key of " + (key->rules.in_general ? "[general]" : "profiles") +
+                             " only, and is not read in [" + block.name + "]");
+      } else if (!seen.insert(key).second) {
+        say(entry.place, read_instead(block, *key, entry));
+      }
+    }
+  }
+
+  static bool stands_in(const ConfigKey &key, ConfigSection kind) {
+    return kind == ConfigSection::kGeneral ? key.rules.in_general : key.profile_place > 0;
+  }
+
+  static const ConfigKey *find_key(const std::string &name) {
+    for (const ConfigKey &key : kConfigKeys) {
+      for (const char *other : key.names) {
+        if (other && equal_names(name, other)) {
+          return &key;
+        }
+      }
+    }
+    return nullptr;
+  }
+
+  static std::string read_instead(const ConfigBlock &block, const ConfigKey &key, const ConfigEntry &entry) {
+    for (const char *name : key.names) {
+      if (const ConfigEntry *read = name ? find_entry(block, name) : nullptr) {
+        return quoted(entry.key) + " is said more than once in [" + block.name + "]: " + quoted(read->key) +
+               " of line " + std::to_string(read->place.line) + " counts";
+      }
+    }
+    return {};
+  }
+
+  const ConfigFile &file_;
+  const std::vector<std::string> &profiles_;
+  std::vector<ConfigFinding> findings_;
+  std::set<std::pair<std::string, int>> places_;
+};
+
+}  // namespace
+
+std::vector<ConfigFinding> find_unread(const ConfigFile &file, const std::vector<std::string> &profiles) {
+  return Search(file, profiles).run();
+}
+
+std::string near_miss(std::string_view word, const std::vector<std::string> &candidates) {
+  constexpr size_t kLettersForASlip = 6;
+  size_t least = std::min<size_t>(word.size() / kLettersForASlip, 2) + 2;
+  std::string nearest;
+  for (const std::string &candidate : candidates) {
+    if (word.size() > kLongestCompared || candidate.size() > kLongestCompared) {
+      continue;
+    }
+    if (const size_t slips = slips_between(word, candidate); slips < least) {
+      least = slips;
+      nearest = candidate;
+    }
+  }
+  return nearest;
+}
+
+std::string sentence_of(const ConfigFinding &finding) {
+  const std::string line = finding.place.line > 0 ? ":" + std::to_string(finding.place.line) : "";
+  return finding.place.file + line + ": " + finding.text;
+}
