@@ -1,6 +1,7 @@
 #include "config_check.h"
 
 #include "../support/bounded_text.h"
+#include "../support/near_miss.h"
 #include "config_conflicts.h"
 #include "config_table.h"
 #include "config_unread.h"

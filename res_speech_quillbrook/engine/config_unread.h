@@ -7,8 +7,5 @@
 // sections and keys that stand a second time. Each with what may have been meant.
 std::vector<ConfigFinding> find_unread(const ConfigFile &file, const std::vector<std::string> &profiles);
 
-// The candidate that `word` may be a slip of the pen for, or empty. Capital and small letters are the same.
-std::string near_miss(std::string_view word, const std::vector<std::string> &candidates);
-
 // "quillbrook.conf:12: what is wrong"
 std::string sentence_of(const ConfigFinding &finding);

@@ -2,11 +2,14 @@
 
 #include "../record/session.h"
 #include "../support/guard.h"
+#include "../support/near_miss.h"
 #include "grammar_files.h"
 #include "property.h"
 #include "../support/printable.h"
 
 namespace {
+
+constexpr size_t kMostNames = 1000;  // that are told from slips of the pen
 
 // Runs a command on the session of `speech`. The host hangs up the caller on any result but 0, so a failure shows in
 // the log alone.
@@ -38,20 +41,42 @@ void log_switched(quillbrook_speech_t &session, const char *name, const char *st
                  static_cast<int>(session.grammars.activeCount()), static_cast<int>(session.grammars.size()));
 }
 
-// A path is a scheme, a colon and the rest, or a file alone. Two schemes mean something; the others are dropped.
-void load(quillbrook_speech_t &session, const char *name, const char *path) {
-  session_notice(&session, "load grammar %s = %s\n", Printable(name).text(), Printable(path).text());
+// What was wrong with a property. Empty when nothing was.
+std::string complaint_about(PropertyOutcome outcome, const char *text, const char *value) {
+  switch (outcome) {
+    case PropertyOutcome::kSet:
+      return "";
+    case PropertyOutcome::kNoTime:
+      return std::string("\"") + value + "\" is no number with the unit s or ms, and is stored as -1";
+    case PropertyOutcome::kNoNumber:
+      return std::string("\"") + value + "\" is no number, and is stored as 0";
+    case PropertyOutcome::kModelFixed:
+      return "changes nothing, because the model does not begin with a question mark";
+    case PropertyOutcome::kUnknown:
+      break;
+  }
+  const std::string meant = near_miss(std::string_view(text, strcspn(text, "=")), quillbrook_property_names());
+  return "changes nothing, because there is no such property" + (meant.empty() ? "" : ": did you mean " + meant + "?");
+}
+
+// A path is a scheme, a colon and the rest, or a file alone. Two schemes mean something; the others are dropped. Gives
+// what to complain of, or an empty text.
+std::string load_path(quillbrook_speech_t &session, const char *name, const char *path) {
+  std::string complaint =
+      "changes nothing: the path is of no file that is read (.jsgf, .txt, /configuration_, /context_)";
   if (const char *colon = strchr(path, ':')) {
     const char *rest = colon + 1;
     if (quillbrook_begins_with(path, "builtin")) {
       debug_log("builtin set :%s to %s.\n", Printable(path).text(), Printable(name).text());
-      quillbrook_set_builtin(session, path);
+      complaint = quillbrook_set_builtin(session, path) ? "" : "changes nothing: there is no such builtin form";
     } else if (quillbrook_begins_with(path, "property")) {
       const char *equals = strchr(rest, '=');
       const char *value = equals ? equals + 1 : name;
       debug_log("Properties set :%s to %s.\n", Printable(rest).text(), Printable(value).text());
-      if (quillbrook_set_property(session, rest, value)) {
-        return;
+      const PropertyOutcome outcome = quillbrook_set_property(session, rest, value);
+      complaint = complaint_about(outcome, rest, value);
+      if (outcome != PropertyOutcome::kUnknown) {
+        return complaint;
       }
       path = rest;
       name = value;
@@ -59,10 +84,29 @@ void load(quillbrook_speech_t &session, const char *name, const char *path) {
       path = rest;
     }
   }
-  quillbrook_load_files(session, name, path);
+  return quillbrook_load_files(session, name, path) ? "" : complaint;
+}
+
+void load(quillbrook_speech_t &session, const char *name, const char *path) {
+  session_notice(&session, "load grammar %s = %s\n", Printable(name).text(), Printable(path).text());
+  if (session.grammar_names.size() < kMostNames) {
+    session.grammar_names.insert(name);
+  }
+  const std::string complaint = load_path(session, name, path);
+  if (!complaint.empty()) {
+    ast_log(LOG_WARNING, "(%s) SpeechLoadGrammar(%s,%s) %s\n", session.name, name, path, complaint.c_str());
+  }
+}
+
+// A name of an earlier load, be it of a file or a setting, is no slip of the pen.
+void warn_of_unknown(const quillbrook_speech_t &session, const char *application, const char *name) {
+  if (session.grammar_names.size() < kMostNames && !session.grammar_names.count(name)) {
+    ast_log(LOG_WARNING, "(%s) %s(%s): nothing was loaded under this name\n", session.name, application, name);
+  }
 }
 
 void unload(quillbrook_speech_t &session, const char *name) {
+  warn_of_unknown(session, "SpeechUnloadGrammar", name);
   quillbrook_release_text(session.phrases);
   {
     const MutexLock hold(session.grammar_lock);
@@ -90,6 +134,7 @@ void unload(quillbrook_speech_t &session, const char *name) {
 void activate(quillbrook_speech_t &session, const char *name) {
   session_notice(&session, "grammar %s\n", Printable(session.grammar_id).text());
   session_notice(&session, "activate grammar %s\n", Printable(name).text());
+  warn_of_unknown(session, "SpeechActivateGrammar", name);
   {
     const MutexLock hold(session.grammar_lock);
     if (session.grammars.activate(name)) {
@@ -104,6 +149,7 @@ void activate(quillbrook_speech_t &session, const char *name) {
 void deactivate(quillbrook_speech_t &session, const char *name) {
   session_notice(&session, "grammar %s\n", Printable(session.grammar_id).text());
   session_notice(&session, "deactivate grammar %s\n", Printable(name).text());
+  warn_of_unknown(session, "SpeechDeactivateGrammar", name);
   {
     const MutexLock hold(session.grammar_lock);
     if (session.grammars.deactivate(name)) {

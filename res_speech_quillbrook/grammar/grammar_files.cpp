@@ -84,19 +84,22 @@ void load_phrases(quillbrook_speech_t &session, const char *name, const char *pa
 
 }  // namespace
 
-void quillbrook_load_files(quillbrook_speech_t &session, const char *name, const char *path) {
-  if (strstr(path, "/configuration_")) {
-    load_configuration(session, name, path);
+bool quillbrook_load_files(quillbrook_speech_t &session, const char *name, const char *path) {
+  const struct {
+    bool is_meant;
+    void (*load)(quillbrook_speech_t &session, const char *name, const char *path);
+  } readings[] = {{strstr(path, "/configuration_") != nullptr, load_configuration},
+                  {strstr(path, "/context_") != nullptr, load_context},
+                  {ends_with(path, ".jsgf"), load_jsgf},
+                  {ends_with(path, ".txt"), load_phrases}};
+  bool loaded = false;
+  for (const auto &reading : readings) {
+    if (reading.is_meant) {
+      reading.load(session, name, path);
+      loaded = true;
+    }
   }
-  if (strstr(path, "/context_")) {
-    load_context(session, name, path);
-  }
-  if (ends_with(path, ".jsgf")) {
-    load_jsgf(session, name, path);
-  }
-  if (ends_with(path, ".txt")) {
-    load_phrases(session, name, path);
-  }
+  return loaded;
 }
 
 void quillbrook_replace_config(quillbrook_speech_t &session, char *text) {

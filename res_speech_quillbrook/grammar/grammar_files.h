@@ -9,8 +9,8 @@
 
 #include "../record/session.h"
 
-// Loads `path` under `name` for all that it is for; nothing happens when it is for nothing. Failures are logged.
-void quillbrook_load_files(quillbrook_speech_t &session, const char *name, const char *path);
+// Loads `path` under `name` for all that it is for. False when it is for nothing. Failures are logged.
+bool quillbrook_load_files(quillbrook_speech_t &session, const char *name, const char *path);
 
 // Makes `text`, a heap string or null, the session's configuration. The former one is released, or kept for as long as
 // the running recognition may look at it.

@@ -27,42 +27,49 @@ int read_timeout(const char *text) {
   return milliseconds(atof(value), unit[-1] == 'm' ? 1.0F : 1000.0F);
 }
 
-void store_speed(quillbrook_speech_t &session, const PropertyValue &value) {
-  session.speedvsaccuracy = static_cast<float>(atof(value.text));
+PropertyOutcome store_speed(quillbrook_speech_t &session, const PropertyValue &value) {
+  char *end = nullptr;
+  session.speedvsaccuracy = static_cast<float>(strtod(value.text, &end));
+  return end == value.text ? PropertyOutcome::kNoNumber : PropertyOutcome::kSet;
 }
 
 // A running recognition reads some of the timeouts.
 template <int quillbrook_speech_t::*Field>
-void store_timeout(quillbrook_speech_t &session, const PropertyValue &value) {
+PropertyOutcome store_timeout(quillbrook_speech_t &session, const PropertyValue &value) {
   shared_store(session.*Field, value.timeout);
+  return value.timeout < 0 ? PropertyOutcome::kNoTime : PropertyOutcome::kSet;
 }
 
-void store_tag(quillbrook_speech_t &session, const PropertyValue &value) {
+PropertyOutcome store_tag(quillbrook_speech_t &session, const PropertyValue &value) {
   copy_text(session.loggingtag, value.text);
+  return PropertyOutcome::kSet;
 }
 
 // A model that begins with a question mark is a template, which the dialplan completes.
-bool model_is_open(const quillbrook_speech_t &session) {
-  return session.model[0] == '?';
+template <size_t Size>
+PropertyOutcome store_for_open_model(quillbrook_speech_t &session, char (&field)[Size], const PropertyValue &value) {
+  if (session.model[0] != '?') {
+    return PropertyOutcome::kModelFixed;
+  }
+  copy_text(field, value.text);
+  return PropertyOutcome::kSet;
 }
 
-void store_language(quillbrook_speech_t &session, const PropertyValue &value) {
-  if (model_is_open(session)) {
-    copy_text(session.model, value.text);
-  }
+PropertyOutcome store_language(quillbrook_speech_t &session, const PropertyValue &value) {
+  const PropertyOutcome outcome = store_for_open_model(session, session.model, value);
   debug_log("Model set :%s\n", Printable(session.model).text());
+  return outcome;
 }
 
-void store_voice(quillbrook_speech_t &session, const PropertyValue &value) {
-  if (model_is_open(session)) {
-    copy_text(session.voice, value.text);
-  }
+PropertyOutcome store_voice(quillbrook_speech_t &session, const PropertyValue &value) {
+  const PropertyOutcome outcome = store_for_open_model(session, session.voice, value);
   debug_log("Use voice :%s\n", Printable(session.voice).text());
+  return outcome;
 }
 
 struct Property {
   const char *name;
-  void (*store)(quillbrook_speech_t &session, const PropertyValue &value);
+  PropertyOutcome (*store)(quillbrook_speech_t &session, const PropertyValue &value);
 };
 
 constexpr Property kProperties[] = {
@@ -101,22 +108,31 @@ bool quillbrook_begins_with(const char *text, const char *prefix) {
   return strncmp(text, prefix, strlen(prefix)) == 0;
 }
 
-bool quillbrook_set_property(quillbrook_speech_t &session, const char *text, const char *value) {
+PropertyOutcome quillbrook_set_property(quillbrook_speech_t &session, const char *text, const char *value) {
   for (const Property &row : kProperties) {
     if (quillbrook_begins_with(text, row.name)) {
       debug_log("Property set :%s.\n", Printable(value).text());
-      row.store(session, {value, read_timeout(value)});
-      return true;
+      return row.store(session, {value, read_timeout(value)});
     }
   }
-  return false;
+  return PropertyOutcome::kUnknown;
 }
 
-void quillbrook_set_builtin(quillbrook_speech_t &session, const char *path) {
+std::vector<std::string> quillbrook_property_names() {
+  std::vector<std::string> names;
+  for (const Property &row : kProperties) {
+    names.emplace_back(row.name);
+  }
+  return names;
+}
+
+bool quillbrook_set_builtin(quillbrook_speech_t &session, const char *path) {
   for (const BuiltinForm &form : kBuiltinForms) {
     if (quillbrook_begins_with(path, form.prefix)) {
       copy_text(session.*form.field, form.whole_path ? path : path + strlen(form.prefix));
       debug_log(form.log_line, Printable(session.*form.field).text());
+      return true;
     }
   }
+  return false;
 }

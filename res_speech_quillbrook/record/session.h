@@ -92,6 +92,7 @@ struct quillbrook_speech_t {
   std::shared_ptr<char> config_pointer;  // content of a configuration file, a zero byte behind it; lent to the plugin
   char context_name[kGrammarNameSize];
   char context_text[QUILLBROOK_TEXT_SIZE];
+  std::set<std::string> grammar_names;  // under which something was loaded
 
   // Results. Written under result_lock.
   int score;           // percent, of the recognition that was collected last
