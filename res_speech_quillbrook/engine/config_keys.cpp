@@ -60,7 +60,7 @@ constexpr ConfigKey kConfigKeys[kConfigKeyCount] = {
     {{"endpointing"}, Kind::kBoolean, &Engine::endpointing, stores("no"), 17},
     {{"returnjson"}, Kind::kBoolean, &Engine::returnjson, stores("no"), 18, {.excludes = &Engine::returnnlsml}},
     {{"returnnlsml"}, Kind::kBoolean, &Engine::returnnlsml, stores("no"), 19, {.excludes = &Engine::returnjson}},
-    {{"jsonpieces"}, Kind::kWord, &Engine::jsonpieces, stores("last"), 33, {.word = "all"}},
+    {{"jsonpieces"}, Kind::kWord, &Engine::jsonpieces, stores("last"), 34, {.word = "all"}},
     {{"keepfiles"}, Kind::kBoolean, &Engine::keepfiles, stores("no"), 20},
     {{"waitclose"}, Kind::kBoolean, &Engine::waitclose, stores("no"), 21},
     {{"closetimeout"}, Kind::kMilliseconds, &Engine::closetimeout, stores("10000"), 22, {.least = 1}},

@@ -65,8 +65,8 @@ struct ConfigKey {
 // What the value "yes" of `logfile` stands for.
 inline constexpr char kLogPath[] = "/var/log/quillbrook/debug.log";
 
-constexpr int kConfigKeyCount = 45;
-constexpr int kConfigProfileKeyCount = 33;
+constexpr int kConfigKeyCount = 46;
+constexpr int kConfigProfileKeyCount = 34;
 
 // In the order of reading `general`.
 extern const ConfigKey kConfigKeys[kConfigKeyCount];

@@ -82,7 +82,7 @@ protected:
          plugin.on_end = [](quillbrook_context *context) { copy_text(context->extra, "ERROR: the plugin's words"); };
          end_of_the_loop_brings_a_result();
        }},
-      {"the audio file could not be made", [&] { start_with(Fault::kWriteStream); }},
+      {"the audio file could not be made or written", [&] { start_with(Fault::kWriteStream); }},
       {"the result document could not be written",
        [&] {
          engine.returnjson = 1;
