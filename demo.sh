@@ -2,7 +2,8 @@
 # Recognises recorded human speech on real calls: installs what is missing, builds, and places calls on a private PBX.
 #
 # Usage: ./demo.sh                words out of short lists, from the PBX's own recorded prompts
-#        ./demo.sh FILE.wav       a recording of your own
+#        ./demo.sh FILE.wav [--words monday,tuesday]
+#                                 a recording of your own, and what may be said in it
 #        ./demo.sh --grammar      a dialogue with grammars, and its result documents
 #        ./demo.sh --endpointing  numbers read with pauses, cut by three settings of the timeouts
 #        ./demo.sh --server       the words through a speech server and the WebSocket plugin
@@ -25,6 +26,9 @@ for argument in "$@"; do
       ;;
   esac
 done
+
+# Where it can be done at once: a mistake among the arguments is told before minutes of building.
+if command -v python3 >/dev/null; then PYTHONDONTWRITEBYTECODE=1 python3 "$here/demo/demo.py" "$@"; fi
 
 echo "demo: looking for the packages it needs"
 "$here/setup/packages.sh" demo

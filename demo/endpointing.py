@@ -20,7 +20,7 @@ PIECES = 6
 RATE = 8000
 
 
-def profiles():
+def profiles(_options):
     """Sections of the configuration: an engine for each timeout."""
     return {f"complete-{timeout}": {"phrases": ",".join(DIGITS), "configuration": "endpointing=no",
                                     "completetimeout": timeout, "incompletetimeout": 10000}

@@ -17,7 +17,7 @@ QUESTIONS = [
 ANSWER_SECONDS = 10
 
 
-def profiles():
+def profiles(_options):
     return {"dialogue": {"returnnlsml": "yes"}}
 
 

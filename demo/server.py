@@ -12,9 +12,9 @@ PLUGIN = "plugin_websocket.so"
 _port = free_port()
 
 
-def profiles():
+def profiles(options):
     """An engine for each list of words, all on one server."""
-    return {name: {**keys, "url": f"ws://127.0.0.1:{_port}"} for name, keys in words.profiles().items()}
+    return {name: {**keys, "url": f"ws://127.0.0.1:{_port}"} for name, keys in words.profiles(options).items()}
 
 
 def run(pbx, options):

@@ -36,10 +36,16 @@ def voiced_end_ms(path):
     return max(index for index, value in enumerate(loudness) if value >= floor) * BLOCK_MS + BLOCK_MS
 
 
+def check_recording(path):
+    """Raises SpeechError when there is no file to be read."""
+    if Path(path).is_dir():
+        raise SpeechError(f"{path} is a folder: name one recording in it")
+    if not Path(path).is_file():
+        raise SpeechError(f"there is no file {path}")
+
+
 def to_telephone(source, target):
     """Converts a recording of any kind that sox reads to 8 kHz, mono, 16 bit."""
-    if not Path(source).is_file():
-        raise SpeechError(f"there is no file {source}")
     if not shutil.which("sox"):
         raise SpeechError("sox is not installed: run setup/packages.sh")
     answer = subprocess.run(["sox", str(source), "-r", "8000", "-c", "1", "-b", "16", "-e", "signed", str(target)],

@@ -23,7 +23,7 @@ OUTSIDE = ("days", "goodbye (not in list)", "vm-goodbye")
 CALLS_AT_ONCE = 3
 
 
-def profiles():
+def profiles(_options):
     """Sections of the configuration: an engine for each list."""
     return {name: {"phrases": ",".join(words)} for name, (words, _) in LISTS.items()}
 
@@ -35,11 +35,17 @@ def run(pbx, _options):
     print(HEADING)
 
     failed = right = 0
+    mistaken = []
     for word, answer in answers(pbx, [*spoken, OUTSIDE]):
         print(row(word, answer), flush=True)
         failed += bool(answer.failure)
         right += answer.text.lower() == word
+        if answer.score and answer.text.lower() != word:
+            mistaken.append(f"{word} for {answer.text}")
     print(f"\n{right} of {len(spoken)} words recognised.")
+    if mistaken:
+        print(f"It took {', '.join(mistaken)}: words of one list that sound alike are its weak side, and a low score is\n"
+              "the sign of it. Choose words that differ, or ask back below a score of 60.")
     return failed == 0 and right > 0
 
 

@@ -1,6 +1,6 @@
 // A speech server for demonstrations and live tests: the WebSocket protocol in front, a plugin behind it.
 //
-//   recognising_server --plugin FILE [--port N] [--configuration TEXT] [--certificate FILE --key FILE] [--behave HOW]
+//   recognising_server --plugin FILE [OPTIONS]; --help lists them
 //
 // Prints "port N" when it listens on the loopback address, and serves until it gets SIGTERM or SIGINT. Each connection
 // is one run of the plugin in FILE: chunks of audio go into its stream file, each is answered by what the plugin says
@@ -198,13 +198,26 @@ void serve(Peer &peer, const Plugin &plugin, std::map<std::string, std::string> 
 
 }  // namespace
 
+constexpr char kHelp[] =
+    "recognising_server: a speech server of the WebSocket protocol, with a plugin behind it\n\n"
+    "  --plugin FILE          the plugin, such as build/lib/quillbrook/plugin_pocketsphinx.so; must be given\n"
+    "  --port N               to listen on, on 127.0.0.1; a free one when left out. \"port N\" tells which\n"
+    "  --configuration TEXT   for the plugin\n"
+    "  --certificate FILE, --key FILE   in PEM, for wss:// in place of ws://\n"
+    "  --behave HOW           be a server that fails: mute, die, die-once, die-after-words, garbage\n\n"
+    "It serves until SIGTERM or SIGINT. Then, in quillbrook.conf: url=ws://127.0.0.1:N\n";
+
 int main(int count, char **arguments) {
+  if (count == 2 && (strcmp(arguments[1], "--help") == 0 || strcmp(arguments[1], "-h") == 0)) {
+    fputs(kHelp, stdout);
+    return 0;
+  }
   std::map<std::string, std::string> options = {{"plugin", ""},      {"port", "0"}, {"configuration", ""},
                                                 {"certificate", ""}, {"key", ""},   {"behave", ""}};
   for (int i = 1; i < count; i += 2) {
     const std::string name = strncmp(arguments[i], "--", 2) == 0 ? arguments[i] + 2 : "";
     if (options.count(name) == 0 || i + 1 == count) {
-      fprintf(stderr, "recognising_server: '%s' is no option with a value\n", arguments[i]);
+      fprintf(stderr, "recognising_server: '%s' is no option with a value; --help lists them\n", arguments[i]);
       return 2;
     }
     options[name] = arguments[i + 1];
@@ -215,6 +228,7 @@ int main(int count, char **arguments) {
   sigaddset(&ends, SIGINT);
   pthread_sigmask(SIG_BLOCK, &ends, nullptr);
   try {
+    if (options["plugin"].empty()) throw std::runtime_error("--plugin must be given; --help lists the options");
     const Plugin plugin = load(options["plugin"]);
     const auto answer = [&](Peer &peer) {
       try {
