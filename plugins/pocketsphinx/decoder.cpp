@@ -48,7 +48,8 @@ std::string grammar_of(const Hints &hints, bool loop) {
     std::string from = "0";
     for (size_t i = 0; i < phrase.size(); ++i) {
       const std::string to = i + 1 < phrase.size() ? std::to_string(inner++) : last;
-      text += "\nTRANSITION " + from + " " + to + " " + (i == 0 ? each : "1") + " " + phrase[i];
+      text.append("\nTRANSITION ").append(from).append(" ").append(to);
+      text.append(" ").append(i == 0 ? each : "1").append(" ").append(phrase[i]);
       from = to;
     }
   }
@@ -73,7 +74,7 @@ const Cepstrum &Decoder::usual_means() {
 }
 
 Decoder::Decoder(ModelFiles files) : files_(std::move(files)) {
-  ps_config_t *config = ps_config_init(nullptr);
+  cmd_ln_s *config = ps_config_init(nullptr);
   if (config == nullptr) throw std::runtime_error("the library refuses its settings");
   ps_config_set_str(config, "hmm", files_.acoustic.c_str());
   ps_config_set_bool(config, "bestpath", 0);

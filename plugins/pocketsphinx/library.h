@@ -16,28 +16,26 @@ extern "C" {
 #include <sphinxbase/fsg_model.h>
 }
 
-using ps_config_t = cmd_ln_t;
-
-inline ps_config_t *ps_config_init(const arg_t *settings) {
+inline cmd_ln_s *ps_config_init(const arg_t *settings) {
   return cmd_ln_init(nullptr, settings == nullptr ? ps_args() : settings, TRUE, nullptr);
 }
-inline void ps_config_free(ps_config_t *config) {
+inline void ps_config_free(cmd_ln_s *config) {
   cmd_ln_free_r(config);
 }
 // Settings were named as on a command line.
-inline void ps_config_set_str(ps_config_t *config, const char *name, const char *value) {
+inline void ps_config_set_str(cmd_ln_s *config, const char *name, const char *value) {
   cmd_ln_set_str_r(config, ("-" + std::string(name)).c_str(), value);
 }
-inline void ps_config_set_bool(ps_config_t *config, const char *name, int value) {
+inline void ps_config_set_bool(cmd_ln_s *config, const char *name, int value) {
   cmd_ln_set_boolean_r(config, ("-" + std::string(name)).c_str(), value);
 }
-inline void ps_config_set_int(ps_config_t *config, const char *name, long value) {
+inline void ps_config_set_int(cmd_ln_s *config, const char *name, long value) {
   cmd_ln_set_int_r(config, ("-" + std::string(name)).c_str(), value);
 }
-inline void ps_config_set_float(ps_config_t *config, const char *name, double value) {
+inline void ps_config_set_float(cmd_ln_s *config, const char *name, double value) {
   cmd_ln_set_float_r(config, ("-" + std::string(name)).c_str(), value);
 }
-inline double ps_config_float(ps_config_t *config, const char *name) {
+inline double ps_config_float(cmd_ln_s *config, const char *name) {
   return cmd_ln_float_r(config, ("-" + std::string(name)).c_str());
 }
 

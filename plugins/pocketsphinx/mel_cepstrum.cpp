@@ -23,7 +23,7 @@ double hz_of(double mel) {
 }  // namespace
 
 MelCepstrum::MelCepstrum(const MelSettings &settings) : emphasis_(static_cast<float>(settings.emphasis)) {
-  const auto window = static_cast<size_t>(settings.window_length * kModelRate + 0.5);
+  const auto window = static_cast<size_t>(std::lround(settings.window_length * kModelRate));
   if (window < kStep || window > kPoints || settings.filters < Cepstrum().size() || settings.filters > kPoints / 2 ||
       settings.lowest_hz < 0 || settings.lowest_hz >= settings.highest_hz || settings.highest_hz > kModelRate / 2.0) {
     throw std::runtime_error("the acoustic model has feature settings that cannot be used");
@@ -46,7 +46,7 @@ void MelCepstrum::make_filters(const MelSettings &settings) {
   const double lowest = mel_of(settings.lowest_hz);
   const double width = (mel_of(settings.highest_hz) - lowest) / static_cast<double>(settings.filters + 1);
   auto corner = [&](size_t number) {
-    return static_cast<size_t>(hz_of(lowest + static_cast<double>(number) * width) / kHzAPoint + 0.5);
+    return static_cast<size_t>(std::lround(hz_of(lowest + static_cast<double>(number) * width) / kHzAPoint));
   };
   for (size_t number = 0; number < settings.filters; ++number) {
     const size_t left = corner(number);

@@ -32,7 +32,7 @@ public:
 
   // Samples of one frame, and from one to the next.
   size_t window() const { return shape_.size(); }
-  static constexpr size_t kStep = kModelRate / 1000 * kFrameMs;
+  static constexpr size_t kStep = size_t{kModelRate} / 1000 * kFrameMs;
 
   // samples: window() of them, and `before` is the one before the first.
   Cepstrum compute(const int16_t *samples, int16_t before);
