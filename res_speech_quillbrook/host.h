@@ -159,3 +159,8 @@ inline struct ast_format_cap *host_format_cap_slin() {
 inline void host_format_cap_release(struct ast_format_cap *formats) {
   ao2_cleanup(formats);
 }
+
+// Bytes of stack for a thread of ours: 496 KiB, or the platform's minimum when that is larger.
+inline size_t host_stack_size() {
+  return static_cast<size_t>(std::max(507904L, sysconf(_SC_THREAD_STACK_MIN)));
+}

@@ -214,7 +214,8 @@ private:
     context->errors[sizeof(context->errors) - 1] = '\0';
     std::istringstream sentences(context->errors);
     for (std::string sentence; std::getline(sentences, sentence);) {
-      say(place_of(section, "configuration"), false, "the plugin of [" + section + "]: " + sentence);
+      say(place_of(section, "configuration"), false,
+          std::string("the plugin of [").append(section).append("]: ").append(sentence));
     }
   }
 

@@ -17,10 +17,6 @@ std::string_view stripped(std::string_view text) {
   return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
-std::string quoted(std::string_view text) {
-  return "\"" + std::string(text) + "\"";
-}
-
 class Reader {
 public:
   Reader(std::string folder, std::vector<ConfigFinding> &findings) : folder_(std::move(folder)), findings_(findings) {}
@@ -211,6 +207,10 @@ private:
 };
 
 }  // namespace
+
+std::string quoted(std::string_view text) {
+  return "\"" + std::string(text) + "\"";
+}
 
 bool equal_names(std::string_view one, std::string_view other) {
   return one.size() == other.size() && strncasecmp(one.data(), other.data(), one.size()) == 0;

@@ -6,6 +6,9 @@
 #include <string_view>
 #include <vector>
 
+// A word of the file as findings show it.
+std::string quoted(std::string_view text);
+
 // Line 0 is the file as a whole.
 struct ConfigPlace {
   std::string file;  // without its folder

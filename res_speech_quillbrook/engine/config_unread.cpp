@@ -6,10 +6,6 @@
 
 namespace {
 
-std::string quoted(std::string_view text) {
-  return "\"" + std::string(text) + "\"";
-}
-
 std::string did_you_mean(const std::string &word) {
   return word.empty() ? "" : ": did you mean " + quoted(word) + "?";
 }

@@ -12,7 +12,8 @@ enum class PropertyOutcome {
   kModelFixed,  // a property for models that are left open, and this one is not; nothing changes
 };
 
-// Stores `value` in the setting that `text` begins with the name of. A timeout is a number and a unit, "250ms" or "1.5s".
+// Stores `value` in the setting that `text` begins with the name of. A timeout is a number and a unit, "250ms" or
+// "1.5s".
 PropertyOutcome quillbrook_set_property(quillbrook_speech_t &session, const char *text, const char *value);
 
 // The names of all properties.

@@ -12,8 +12,8 @@ constexpr size_t kResultPathSize = 100;
 void quillbrook_result_path(char (&path)[kResultPathSize], const char *name, int number, const char *extension);
 void quillbrook_result_path(char (&path)[kResultPathSize], const char *name, const char *extension);
 
-// Creates the file; null, with errno, when it cannot be created. What stands there is removed first, unless files are to
-// be kept, and nothing is opened that is there then, so that a link planted in /tmp does no harm.
+// Creates the file; null, with errno, when it cannot be created. What stands there is removed first, unless files are
+// to be kept, and nothing is opened that is there then, so that a link planted in /tmp does no harm.
 FILE *quillbrook_create_result_file(const char *path, bool keep);
 
 // Closes the file. False, with errno, and the file is removed, when anything could not be written.

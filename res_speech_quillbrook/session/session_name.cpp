@@ -30,7 +30,8 @@ void put_number_behind(char (&name)[kNameSize], const char *base, int number) {
   char behind[16];
   snprintf(behind, sizeof(behind), "-%d", number);
   copy_text(name, kUncut + 1 - strlen(behind), base);
-  strcat(name, behind);
+  const size_t length = strlen(name);
+  copy_text(name + length, kNameSize - length, behind);
 }
 
 void take_free_name(char (&name)[kNameSize]) {

@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr long kStackSize = 507904;  // 496 KiB, or the platform's minimum when that is larger
 constexpr useconds_t kAudioPoll = 10000;
 constexpr useconds_t kPromptPoll = 100000;
 constexpr char kFailurePrefix[] = "ERROR:";
@@ -278,9 +277,8 @@ int launch(quillbrook_speech_t *session, quillbrook_run_t &run, void *(*entry)(v
   if (host_debug_at_least(3)) {
     ast_log(LOG_DEBUG, "%s", words.initialized);
   }
-  const size_t stack_size = static_cast<size_t>(std::max(kStackSize, sysconf(_SC_THREAD_STACK_MIN)));
   shared_increment(run.recognition->running);
-  const int result = ast_pthread_create_stack(&context->thread, nullptr, entry, &run, stack_size, __FILE__,
+  const int result = ast_pthread_create_stack(&context->thread, nullptr, entry, &run, host_stack_size(), __FILE__,
                                               words.caller, __LINE__, "quillbrook_thread");
   if (result) {
     shared_decrement(run.recognition->running);

@@ -10,7 +10,6 @@ namespace {
 
 constexpr int kNothing = -1;
 constexpr int kLooksPassedOver = 2;
-constexpr size_t kStackSize = 507904;  // 496 KiB, as a streaming thread
 
 pthread_t watch_thread = kNoThread;  // loading thread
 std::atomic<bool> stopping{false};
@@ -85,8 +84,8 @@ int quillbrook_watch_look() {
 
 bool quillbrook_watch_start() {
   stopping = false;
-  const int result = ast_pthread_create_stack(&watch_thread, nullptr, quillbrook_watch, nullptr, kStackSize, __FILE__,
-                                              __FUNCTION__, __LINE__, "quillbrook_watch");
+  const int result = ast_pthread_create_stack(&watch_thread, nullptr, quillbrook_watch, nullptr, host_stack_size(),
+                                              __FILE__, __FUNCTION__, __LINE__, "quillbrook_watch");
   if (result) {
     watch_thread = kNoThread;
     ast_log(LOG_WARNING, "The watch thread cannot run (%s): a plugin that stops calling back holds its caller up\n",
