@@ -37,6 +37,9 @@ struct quillbrook_stream_name {
   char full[120];
 };
 
+// Bytes of a transcript at most, confirmed and unconfirmed text together. What is beyond is dropped.
+constexpr size_t kTranscriptMax = size_t{1} << 20;
+
 // What one run of the plugin has reported. Written under result_lock of the session. Texts are heap strings that the
 // transcript owns, or null. A date is unset when it is zero.
 struct quillbrook_transcript_t {
@@ -49,6 +52,9 @@ struct quillbrook_transcript_t {
   struct timeval dateclose;  // from when on the plugin is closing
 
   char *text;          // confirmed text
+  size_t text_length;  // of `text`, and what it was allocated with, and whether a piece of it was cut off. They mean
+  size_t text_size;    // nothing while it is null
+  bool text_full;
   char *text_interim;  // latest interim
   int scores_total;
   int scores_count;
@@ -58,6 +64,7 @@ struct quillbrook_transcript_t {
   int json_of_interim;      // `json` came with an interim
   std::string json_pieces;  // with `jsonpieces`: a value for each final piece of `text`, separated by commas
   int incomplete_reported;  // the incomplete error of the present silence is out
+  int overflow_reported;    // the transcript has reached its limit
   int no_match;             // the plugin has said that nothing was understood
   int overtaken;            // another run has made the result of this utterance (result/utterance.h)
 };

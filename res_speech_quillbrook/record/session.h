@@ -53,6 +53,13 @@ struct quillbrook_watch_entry {
   int passed_over;      // the host will not collect what waits
 };
 
+// Messages with a score that does not exist have one line a second.
+struct quillbrook_bad_scores {
+  bool came;
+  int more;           // since the last line
+  int64_t last_line;  // when it was written
+};
+
 // Texts by pointer are heap strings that the session owns, or null. Times in int are milliseconds.
 struct quillbrook_speech_t {
   // Constant after create.
@@ -97,6 +104,8 @@ struct quillbrook_speech_t {
   // Results. Written under result_lock.
   int score;           // percent, of the recognition that was collected last
   int counter_result;  // result files written by the session
+
+  quillbrook_bad_scores bad_scores;
 
   str_fifo last_results;  // oldest first
 

@@ -16,6 +16,8 @@
 
 namespace {
 
+constexpr int64_t kBadScoreInterval = 1000;
+
 int text_length(const char *text) {
   return text ? static_cast<int>(strlen(text)) : 0;
 }
@@ -37,8 +39,21 @@ void report_bad_score(const quillbrook_message &message) {
     __ast_verbose(__FILE__, __LINE__, __PRETTY_FUNCTION__, 2, "CALLBACK: text [%s] score=%d len=%d context=%s\n",
                   Printable(message.text).text(), message.score, text_length(message.text), Printable(extra).text());
   }
-  ast_log(LOG_ERROR, "CALLBACK: text [%s] score=%d len=%d context=%s\n", Printable(message.text).text(), message.score,
-          text_length(message.text), Printable(extra).text());
+  quillbrook_speech_t *session = message.session;
+  MutexLock held(session->result_lock);
+  quillbrook_bad_scores &bad = session->bad_scores;
+  const int64_t now = monotonic_ms();
+  if (bad.came && now - bad.last_line < kBadScoreInterval) {
+    bad.more += bad.more < INT_MAX;
+    return;
+  }
+  char more[64] = "";
+  if (bad.more) {
+    snprintf(more, sizeof(more), " (and %d more since the last line)", bad.more);
+  }
+  ast_log(LOG_ERROR, "CALLBACK: text [%s] score=%d len=%d context=%s%s\n", Printable(message.text).text(),
+          message.score, text_length(message.text), Printable(extra).text(), more);
+  bad = {true, 0, now};
 }
 
 // A single-shot recognition has one result: what comes behind it is too late.
@@ -176,4 +191,11 @@ int receive(quillbrook_context *context, const char *text, int score) {
 
 int quillbrook_callback(quillbrook_context *context, const char *text, int score) {
   return guarded("quillbrook_callback", -1, [=] { return receive(context, text, score); });
+}
+
+void quillbrook_report_more_bad_scores(quillbrook_speech_t *session) {
+  MutexLock held(session->result_lock);
+  if (const int more = std::exchange(session->bad_scores.more, 0)) {
+    ast_log(LOG_ERROR, "(%s) CALLBACK: %d more messages with a bad score\n", session->name, more);
+  }
 }

@@ -8,3 +8,7 @@
 // session pass one after the other. Also called by quillbrook_recog_get, with a score of -2, to force a finish.
 // A null `context` is refused.
 int quillbrook_callback(quillbrook_context *context, const char *text, int score);
+
+// Messages with a score that does not exist have one line a second for each session: tells how many the last line left
+// out. At the end of the session.
+void quillbrook_report_more_bad_scores(struct quillbrook_speech_t *session);

@@ -7,8 +7,68 @@ namespace {
 
 constexpr int kScoreOfInterim = 50;
 
-size_t length_of(const char *text) {
-  return text ? strlen(text) : 0;
+size_t length_of(const quillbrook_transcript_t &transcript) {
+  return transcript.text ? transcript.text_length : 0;
+}
+
+void report_overflow(quillbrook_message &message) {
+  if (!std::exchange(message.transcript.overflow_reported, 1)) {
+    ast_log(LOG_ERROR, "(%s) The transcript has more than %zu bytes: what is beyond is dropped\n",
+            message.session->name, kTranscriptMax);
+  }
+}
+
+void clear(quillbrook_transcript_t &transcript, char *text) {
+  text[0] = '\0';
+  transcript.text_length = 0;
+  transcript.text_full = false;
+}
+
+// Makes room for a text of `length` bytes and its end. Room doubles, so that many small pieces cost no more than they
+// have bytes. False when there is no memory.
+bool make_room(quillbrook_transcript_t &transcript, size_t length) {
+  constexpr size_t kFirstSize = 256;
+  const size_t size = transcript.text ? transcript.text_size : 0;
+  if (length < size) {
+    return true;
+  }
+  const size_t larger = std::max({kFirstSize, 2 * size, length + 1});
+  char *grown = host_realloc_text(transcript.text, larger);
+  if (!grown) {
+    return false;
+  }
+  if (!transcript.text) {
+    clear(transcript, grown);
+  }
+  transcript.text = grown;
+  transcript.text_size = larger;
+  return true;
+}
+
+// Appends a piece behind `between`, as far as it is within the limit of the transcript, and nothing behind one that was
+// cut off there. The room has been made.
+void append(quillbrook_message &message, const char *between, const char *piece) {
+  quillbrook_transcript_t &transcript = message.transcript;
+  const size_t separated = transcript.text_length + strlen(between);
+  if (transcript.text_full || separated >= kTranscriptMax) {
+    transcript.text_full = true;
+    report_overflow(message);
+    return;
+  }
+  memcpy(transcript.text + transcript.text_length, between, strlen(between));
+  char *end = transcript.text + separated;
+  copy_text(end, kTranscriptMax - separated + 1, piece);
+  const size_t taken = strlen(end);
+  transcript.text_length = separated + taken;
+  if (piece[taken]) {
+    transcript.text_full = true;
+    report_overflow(message);
+  }
+}
+
+// The length that a text has within the limit; more of it is not looked at.
+size_t bounded_length(const char *text) {
+  return text ? strnlen(text, kTranscriptMax) : 0;
 }
 
 // Between two pieces, and behind the last one.
@@ -63,7 +123,12 @@ void quillbrook_store_interim(quillbrook_message &message) {
   if (message.score != QUILLBROOK_SCORE_INTERIM || !message.has_text()) {
     return;
   }
-  if (char *copy = ast_strdup(message.text)) {
+  const size_t length = bounded_length(message.text);
+  if (char *copy = host_alloc_text(length + 1)) {
+    copy_text(copy, length + 1, message.text);
+    if (message.text[length]) {
+      report_overflow(message);
+    }
     quillbrook_release_text(message.transcript.text_interim);
     message.transcript.text_interim = copy;
     trace(2, "CALLBACK: Store last interim =%s\n", Printable(copy).text());
@@ -75,12 +140,11 @@ void quillbrook_take_no_match(quillbrook_message &message) {
     return;
   }
   trace(2, "CALLBACK: nomatch result\n");
-  char *copy = ast_strdup(message.text);
-  if (!copy) {
+  if (!make_room(message.transcript, 1)) {
     return;
   }
-  quillbrook_release_text(message.transcript.text);
-  message.transcript.text = copy;
+  clear(message.transcript, message.transcript.text);
+  append(message, "", message.text);
   message.transcript.no_match = 1;
   message.transcript.json_pieces.clear();
   trace(2, "Set score = -2 !\n");
@@ -92,17 +156,14 @@ void quillbrook_append_final(quillbrook_message &message) {
     return;
   }
   quillbrook_transcript_t &transcript = message.transcript;
-  const char *between = transcript.text && transcript.text[0] ? separator(*message.session->engine) : "";
-  const size_t before = length_of(transcript.text);
-  const size_t size = before + strlen(between) + strlen(message.text) + 1;
+  const size_t before = length_of(transcript);
+  const char *between = before ? separator(*message.session->engine) : "";
   trace(2, "CALLBACK: Forgive last interim =%s\n", Printable(transcript.text_interim).text());
   trace(2, "CALLBACK: Last text =%s\n", Printable(transcript.text).text());
-  char *grown = host_realloc_text(transcript.text, size);
-  if (!grown) {
+  if (!make_room(transcript, std::min(before + strlen(between) + bounded_length(message.text), kTranscriptMax))) {
     return;
   }
-  snprintf(grown + before, size - before, "%s%s", between, message.text);
-  transcript.text = grown;
+  append(message, between, message.text);
   quillbrook_release_text(transcript.text_interim);
   quillbrook_add_json_piece(message, static_cast<const char *>(message.context->extra_pointer), message.text);
   trace(2, "CALLBACK: New text =%s\n", Printable(transcript.text).text());
@@ -127,8 +188,8 @@ void quillbrook_close_text(quillbrook_message &message) {
   quillbrook_transcript_t &transcript = message.transcript;
   const quillbrook_engine_t &engine = *message.session->engine;
   trace(2, "CALLBACK: finalize result\n");
-  const size_t confirmed = length_of(transcript.text);
-  const size_t unconfirmed = length_of(transcript.text_interim);
+  const size_t confirmed = length_of(transcript);
+  const size_t unconfirmed = bounded_length(transcript.text_interim);
   if (verbose && host_verbosity_at_least(2)) {
     if (transcript.text) {
       __ast_verbose(__FILE__, __LINE__, __PRETTY_FUNCTION__, 2, "CALLBACK: text [%s] score=%d len=%d\n",
@@ -144,13 +205,15 @@ void quillbrook_close_text(quillbrook_message &message) {
   const char *behind = confirmed || unconfirmed ? ending(engine) : "";
   const size_t length = confirmed + unconfirmed + (confirmed && unconfirmed ? 2 : 0);
   trace(2, "CALLBACK: realloc[%d+2]\n", static_cast<int>(length));
-  char *merged = host_realloc_text(transcript.text, length + 2);
-  if (!merged) {
+  if (!make_room(transcript, std::min(length + 1, kTranscriptMax))) {
     return;
   }
-  snprintf(merged + confirmed, length + 2 - confirmed, "%s%s%s", between,
-           transcript.text_interim ? transcript.text_interim : "", behind);
-  transcript.text = merged;
+  if (unconfirmed) {
+    append(message, between, transcript.text_interim);
+  }
+  if (behind[0]) {
+    append(message, "", behind);
+  }
   if (!confirmed && unconfirmed) {
     transcript.score = kScoreOfInterim;
   }

@@ -1,5 +1,6 @@
 #include "../ops/statistics.h"
 #include "../record/session_list.h"
+#include "../result/callback.h"
 #include "../result/result_file.h"
 #include "../support/guard.h"
 #include "../support/module_use.h"
@@ -59,6 +60,7 @@ int quillbrook_recog_destroy(struct ast_speech *speech) {
     shared_store(speech->data, static_cast<void *>(nullptr));
     quillbrook_sessions_remove(session);
     quillbrook_shut_gates(session->recognition);
+    quillbrook_report_more_bad_scores(session);
     quillbrook_statistics_session_stop();
     // The stream stops growing before the plugin is told to stop.
     quillbrook_close_stream(session->recognition);
