@@ -10,10 +10,6 @@
 
 namespace {
 
-std::string quoted(const std::string &text) {
-  return "\"" + text + "\"";
-}
-
 std::string stripped(const std::string &text) {
   const size_t begin = text.find_first_not_of(" \t");
   return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(" \t") - begin + 1);

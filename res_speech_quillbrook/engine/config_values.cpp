@@ -1,5 +1,7 @@
 #include "config_values.h"
 
+#include "config_file.h"
+
 #include <cmath>
 
 namespace {
@@ -7,10 +9,6 @@ namespace {
 constexpr size_t kLongestLabel = sizeof(quillbrook_engine_t::name) - 1;
 constexpr size_t kLongestText = QUILLBROOK_TEXT_SIZE - 1;
 constexpr int kLoudest = 32767;
-
-std::string quoted(const std::string &text) {
-  return "\"" + text + "\"";
-}
 
 bool is_one_of(const std::string &value, std::initializer_list<const char *> words) {
   return std::any_of(words.begin(), words.end(),

@@ -48,19 +48,20 @@ class CallTest(LiveTest):
         self.assertEqual(self.report_path.read_text(), "started\n" * 4)
 
     def test_keys_in_mid_recognition_leave_no_answer_for_the_next_question(self):
-        # The caller says something, then keys digits; the result comes between two keys, and the host passes it over.
-        ways = {"digit timeout": ("TIMEOUT(digit)=1", "2"), "length": ("SPEECH_DTMF_MAXLEN=2", "2"),
-                "terminator": ("TIMEOUT(digit)=9", "2#")}
+        # The caller says something, then keys digits. The result comes three seconds behind the first key, and the host,
+        # which waits for three seconds or more from then on, passes it over.
+        ways = {"timeout": ([], []),
+                "length": (["Set(SPEECH_DTMF_MAXLEN=2)"], ["Playback(silence/6)", "SendDTMF(2)"]),
+                "terminator": ([], ["Playback(silence/6)", "SendDTMF(2#)"])}
         calls = {}
-        for way, (setting, keys) in ways.items():
+        for way, (settings, keys) in ways.items():
             for start in ([], ["SpeechStart()"]):
                 calls[way, len(start)] = self.pbx.call(
-                    ["Answer()", f"Set({setting})", "SpeechCreate(quillbrook)",
-                     self.script("sleep 2000\nfinal 90 two"), "SpeechStart()", "SpeechBackground(silence/1,9)",
+                    ["Answer()", *settings, "SpeechCreate(quillbrook)",
+                     self.script("sleep 4000\nfinal 90 two"), "SpeechStart()", "SpeechBackground(silence/1,9)",
                      report("next question"), self.script("bytes 4000\nfinal 80 five"), *start,
                      "SpeechBackground(silence/1,9)", RESULT],
-                    talker=["Playback(silence/1)", "SendDTMF(1)", "Playback(silence/2)", f"SendDTMF({keys})",
-                            "Playback(silence/10)"])
+                    talker=["Playback(silence/1)", "SendDTMF(1)", *keys, "Playback(silence/10&silence/10)"])
         for way, call in calls.items():
             with self.subTest(way=way):
                 self.assertEqual(call.wait(), ["next question", "result 1|80|five"])

@@ -126,7 +126,7 @@ class ScriptedRecipeTest(RecipeTest):
     def test_careful(self):
         self.assertEqual(self.dial("careful", script="bytes 4000\nfinal 90 sales"), ["The choice is sales"])
         failing = "bytes 4000\nextra ERROR: no server\nreturn"
-        self.assertEqual(self.dial("careful", ["Playback(silence/5)", "SendDTMF(7)", SILENCE], failing),
+        self.assertEqual(self.dial("careful", ["Playback(silence/6)", "SendDTMF(7)", SILENCE], failing),
                          ["The key is 7"])
 
 
