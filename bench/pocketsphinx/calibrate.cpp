@@ -228,6 +228,82 @@ void print_strings(Decoder &decoder, const Hints &hints, const std::vector<Sampl
          100.0 * static_cast<double>(errors) / static_cast<double>(said));
 }
 
+// A sound of so many milliseconds: noise that swells and fades, or two tones.
+Samples noise(int milliseconds, double loudness, double softness) {
+  Samples samples(static_cast<size_t>(milliseconds) * 8);
+  unsigned state = 7;
+  double last = 0;
+  for (size_t i = 0; i < samples.size(); ++i) {
+    state = state * 1103515245U + 12345U;
+    last = softness * last + (1 - softness) * (state / 2147483648.0 - 1) * 3;
+    const double edge = static_cast<double>(std::min(i, samples.size() - i)) * 3 / static_cast<double>(samples.size());
+    samples[i] = static_cast<int16_t>(std::clamp(loudness * std::min(edge, 1.0) * last, -32000.0, 32000.0));
+  }
+  return samples;
+}
+Samples tones(int milliseconds, double one, double other) {
+  Samples samples(static_cast<size_t>(milliseconds) * 8);
+  for (size_t i = 0; i < samples.size(); ++i) {
+    const double at = 2 * M_PI * static_cast<double>(i) / 8000;
+    samples[i] = static_cast<int16_t>(4000 * (std::sin(one * at) + std::sin(other * at)));
+  }
+  return samples;
+}
+
+// What is made of a sound that is no word of the list.
+struct Ignorance {
+  int accepted = 0;  // at the default threshold
+  int told = 0;      // that nothing was understood
+  int ignored = 0;
+
+  void add(Decoder &decoder, const Hints &hints, const Samples &sound) {
+    constexpr int kQuietMs = 500;
+    Channel channel;
+    UtteranceDecoder utterance(decoder, &hints, kQuietMs, channel, [] { return true; });
+    const Samples all = in_a_row({sound}, 2000);  // the detector takes the beginning of a stream for speech
+    Result result;
+    for (size_t begin = 0; begin < all.size(); begin += 160) {
+      utterance.feed(all.data() + begin, std::min<size_t>(160, all.size() - begin));
+      if (utterance.has_speech() && !utterance.in_speech()) {
+        const Result each = utterance.finish();
+        if (each.is_attempt) result = each;
+      }
+    }
+    ++(!result.is_attempt                                                    ? ignored
+       : !result.text.empty() && result.confidence >= Parameters().threshold ? accepted
+                                                                             : told);
+  }
+  void print(const char *name) const {
+    printf("  %-18s %3d accepted as a word, %3d told that nothing was understood, %3d ignored\n", name, accepted, told,
+           ignored);
+  }
+};
+
+void print_ignorance(Decoder &decoder, const Dictionary &dictionary, const List &list, const std::string &folder) {
+  const Hints hints = Hints::parse(list.hints(), dictionary);
+  decoder.set_hints(hints, dictionary, true);
+  Ignorance words;
+  for (char digit = '0'; digit <= '9'; ++digit) {
+    words.add(decoder, hints, read_wav(folder + "/digits/" + digit + ".wav"));
+  }
+  for (char letter = 'a'; letter <= 'z'; ++letter) {
+    words.add(decoder, hints, read_wav(folder + "/letters/" + letter + ".wav"));
+  }
+  Ignorance noises;
+  Ignorance beeps;
+  for (const int milliseconds : {50, 100, 150, 200, 300, 400, 600, 1000}) {
+    for (const double loudness : {300, 1500, 8000}) {
+      for (const double softness : {0.0, 0.5, 0.95})
+        noises.add(decoder, hints, noise(milliseconds, loudness, softness));
+    }
+    for (const double tone : {120, 440, 770}) beeps.add(decoder, hints, tones(milliseconds, tone, tone * 1.735));
+  }
+  printf("\nsounds that are no words of the list '%s'\n", list.name);
+  words.print("digits, letters");
+  noises.print("noises");
+  beeps.print("tones");
+}
+
 void calibrate(const std::string &folder) {
   Library library;
   double start = processor_seconds();
@@ -282,6 +358,7 @@ void calibrate(const std::string &folder) {
   printf("\nfour digits in a row, loop=yes\n");
   decoder.set_hints(hints, dictionary, true);
   for (int pause_ms : {50, 150, 300}) print_strings(decoder, hints, recorded, digits, pause_ms);
+  print_ignorance(decoder, dictionary, all[3], folder);
 }
 
 }  // namespace

@@ -13,11 +13,8 @@ using namespace common;
 namespace {
 
 constexpr Milliseconds kPollInterval{20};
-constexpr int kPieceMs = 20;    // audio between two looks at the end of speech
-constexpr int kBacklogMs = 60;  // audio taken in between two ticks when the file is ahead of us
-// A noise without words that is shorter than this, the quiet around it not counted, is no attempt to say something.
-constexpr int kShortestAttemptMs = 500;
-constexpr int kQuietKeptMs = 200;   // the detector hands over this much from before the speech
+constexpr int kPieceMs = 20;        // audio between two looks at the end of speech
+constexpr int kBacklogMs = 60;      // audio taken in between two ticks when the file is ahead of us
 constexpr int kShortQuietMs = 150;  // ends speech, not the utterance, when the module does the endpointing
 constexpr Milliseconds kSignOfLifeInterval{100};
 constexpr int kLongestHeldMs = 120000;
@@ -152,14 +149,13 @@ void Recognition::report_interim() {
 }
 
 void Recognition::finish_utterance() {
-  int attempt_ms = utterance_->speech_ms() - kQuietKeptMs - parameters_.silence_ms;
   Result result = utterance_->finish();
   if (link_.stopped()) return;
   bool had_interim = !interim_.empty();
   interim_.clear();
   if (!result.text.empty() && result.confidence >= parameters_.threshold) {
     link_.piece(result.text, result.confidence);
-  } else if (!result.text.empty() || had_interim || attempt_ms >= kShortestAttemptMs) {
+  } else if (result.is_attempt || had_interim) {
     link_.no_match();
   }
   link_.debug("heard: ", result.text + ", confidence " + std::to_string(result.confidence));

@@ -10,7 +10,13 @@ namespace {
 // Frames this far below the loudest, in the first cepstral coefficient, are silence and say nothing of the channel.
 constexpr float kSilenceDepth = 45.0F;
 constexpr double kGreatestWeight = 300;  // the channel is never known so well that it could not change
-constexpr size_t kBlock = 8;             // frames between two looks around: 1 ms of work, or 40 with a language model
+constexpr int kQuietKeptMs = 200;        // the detector hands over this much from before the speech
+// A sound without words is an attempt to say something when it is so long, the quiet around it not counted, or shorter
+// with so much voice in it. What is shorter still, or has no voice, is a noise.
+constexpr int kLongAttemptMs = 500;
+constexpr int kShortAttemptMs = 150;
+constexpr int kVoiceOfAttemptMs = 100;
+constexpr size_t kBlock = 8;  // frames between two looks around: 1 ms of work, or 40 with a language model
 
 struct SpeechMean {
   Cepstrum mean{};
@@ -54,6 +60,7 @@ UtteranceDecoder::UtteranceDecoder(Decoder &decoder, const Hints *hints, int qui
       hints_(hints),
       channel_(channel),
       front_end_(decoder.config(), quiet_ms),
+      quiet_ms_(quiet_ms),
       between_(std::move(between)) {}
 
 UtteranceDecoder::~UtteranceDecoder() {
@@ -70,6 +77,8 @@ void UtteranceDecoder::begin() {
 void UtteranceDecoder::feed(const int16_t *samples, size_t count) {
   size_t before = frames_.size();
   front_end_.feed(samples, count, frames_);
+  if (voicing_.voice_ms() < kVoiceOfAttemptMs) voicing_.feed(samples, count, rate_);
+  if (frames_.empty()) voicing_.forget(kQuietKeptMs);
   if (frames_.size() == before) return;
   if (!begun_) begin();
   search(before);
@@ -121,14 +130,21 @@ void UtteranceDecoder::judge_hints(Result &result) {
   result.confidence = confidence(result.shortfall);
 }
 
+bool UtteranceDecoder::is_attempt() const {
+  const int length_ms = speech_ms() - kQuietKeptMs - quiet_ms_;
+  return length_ms >= kLongAttemptMs || (length_ms >= kShortAttemptMs && voicing_.voice_ms() >= kVoiceOfAttemptMs);
+}
+
 Result UtteranceDecoder::finish() {
   Result result;
   if (!begun_) return result;
   decoder_.end();
   begun_ = false;
   judge(result);
+  result.is_attempt = !result.text.empty() || is_attempt();
   front_end_.end_utterance();
   frames_.clear();
+  voicing_.forget(0);
   return result;
 }
 

@@ -9,6 +9,7 @@
 #include "decoder.h"
 #include "front_end.h"
 #include "hints.h"
+#include "voicing.h"
 
 namespace quillbrook::pocketsphinx {
 
@@ -23,9 +24,10 @@ struct Channel {
 };
 
 struct Result {
-  std::string text;      // empty when no word was understood
-  int confidence = 0;    // 1 to 100 with a text
-  double shortfall = 0;  // that the confidence comes from, with hints
+  std::string text;         // empty when no word was understood
+  int confidence = 0;       // 1 to 100 with a text
+  double shortfall = 0;     // that the confidence comes from, with hints
+  bool is_attempt = false;  // somebody seems to have said something, be it with a text or without
 };
 
 class UtteranceDecoder {
@@ -40,7 +42,10 @@ public:
   UtteranceDecoder(const UtteranceDecoder &) = delete;
   UtteranceDecoder &operator=(const UtteranceDecoder &) = delete;
 
-  void set_sample_rate(int samples_a_second) { front_end_.set_sample_rate(samples_a_second); }
+  void set_sample_rate(int samples_a_second) {
+    rate_ = samples_a_second;
+    front_end_.set_sample_rate(samples_a_second);
+  }
 
   // At most some 20 ms at a time: the end of speech is noticed between calls.
   void feed(const int16_t *samples, size_t count);
@@ -67,12 +72,16 @@ private:
   void judge(Result &result);
   void judge_hints(Result &result);
   void begin();
+  bool is_attempt() const;
   std::string spell(const std::string &text) const { return hints_ == nullptr ? text : hints_->spell(text); }
 
   Decoder &decoder_;
   const Hints *hints_;
   Channel &channel_;
   FrontEnd front_end_;
+  Voicing voicing_;
+  int rate_ = 8000;
+  const int quiet_ms_;
   Between between_;
   std::vector<Cepstrum> frames_;  // of this utterance
   bool begun_ = false;

@@ -1,6 +1,8 @@
 // The plugin as a call sees it, on recorded speech. Run as: pocketsphinx_test PLUGIN.so
 #include <algorithm>
+#include <cmath>
 #include <cstring>
+#include <functional>
 
 #include "plugin_driver.h"
 #include "recordings.h"
@@ -98,6 +100,34 @@ TEST(Pocketsphinx, SaysThatItUnderstoodNothing) {
   call.start();
   call.say({read_wav(kSounds + "digits/mon-8.wav")});
   EXPECT_EQ(call.result(), (Report{"?", QUILLBROOK_SCORE_NO_CONFIDENCE}));
+}
+
+Samples sound(int milliseconds, double amplitude, const std::function<double(int)> &at) {
+  Samples samples(static_cast<size_t>(milliseconds) * 8);
+  for (size_t i = 0; i < samples.size(); ++i) {
+    samples[i] = static_cast<int16_t>(amplitude * at(static_cast<int>(i)));
+  }
+  return samples;
+}
+
+// A short word gets an answer, also one that fits no phrase; a noise gets none, and is no answer.
+TEST(Pocketsphinx, TellsShortWordsFromNoises) {
+  const std::string days = "sunday,monday,tuesday,wednesday,thursday,friday,saturday";
+  for (const char *word : {"digits/6", "digits/8", "digits/oh", "letters/s"}) {
+    Call call(days);
+    call.start();
+    call.say({read_wav(kSounds + word + ".wav")}, 1500);
+    EXPECT_EQ(call.result(), (Report{"?", QUILLBROOK_SCORE_NO_CONFIDENCE})) << word;
+  }
+  unsigned state = 1;
+  const auto hiss = [&state](int) { return (state = state * 1103515245U + 12345U) / 2147483648.0 - 1; };
+  const auto tone = [](int at) { return (std::sin(at * 0.6047) + std::sin(at * 1.0493)) / 2; };
+  Call call(days);
+  call.start();
+  call.say({sound(60, 8000, hiss), sound(400, 2000, hiss), sound(200, 20000, hiss), sound(350, 8000, tone),
+            read_wav(kSounds + "digits/day-1.wav")},
+           1500);
+  EXPECT_EQ(call.result().text, "monday");
 }
 
 TEST(Pocketsphinx, HearsSpeechThatBeginsWithTheStream) {
