@@ -10,16 +10,21 @@ install(FILES ${PROJECT_SOURCE_DIR}/quillbrook/include/quillbrook.h DESTINATION 
 install(FILES ${PROJECT_SOURCE_DIR}/configs/quillbrook.conf.sample DESTINATION ${QUILLBROOK_CONFIG_DIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/configs/grammars DESTINATION /usr/share/quillbrook
   FILES_MATCHING PATTERN *.jsgf)
-install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md DESTINATION ${QUILLBROOK_DOC_DIR})
+install(FILES ${PROJECT_SOURCE_DIR}/configs/extensions.conf.sample DESTINATION /usr/share/quillbrook
+  RENAME extensions.conf)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/quillbrook.pc.in ${PROJECT_BINARY_DIR}/quillbrook.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/quillbrook.pc DESTINATION /usr/share/pkgconfig)
+# Documents, and what they link to, lie to each other as they do in the tree.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${QUILLBROOK_DOC_DIR}/docs)
+foreach(file README.md CHANGELOG.md CONTRIBUTING.md bench/README.md configs/quillbrook.conf.sample
+    configs/extensions.conf.sample packaging/asterisk.service.d/quillbrook.conf plugins/example/example.c
+    plugins/pocketsphinx/confidence.h quillbrook/include/quillbrook.h)
+  get_filename_component(folder ${file} DIRECTORY)
+  install(FILES ${PROJECT_SOURCE_DIR}/${file} DESTINATION ${QUILLBROOK_DOC_DIR}/${folder})
+endforeach()
 foreach(plugin dummy pocketsphinx websocket)
   install(FILES ${PROJECT_SOURCE_DIR}/plugins/${plugin}/README.md DESTINATION ${QUILLBROOK_DOC_DIR}/plugins/${plugin})
 endforeach()
-install(FILES
-  ${PROJECT_SOURCE_DIR}/configs/quillbrook.conf.sample
-  ${PROJECT_SOURCE_DIR}/configs/extensions.conf.sample
-  ${PROJECT_SOURCE_DIR}/plugins/example/example.c
-  DESTINATION ${QUILLBROOK_DOC_DIR}/examples)
 # The folder of `logfile=yes` holds what callers said.
 install(DIRECTORY DESTINATION ${QUILLBROOK_LOG_DIR}
   DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE)
@@ -79,7 +84,11 @@ set(CPACK_DEBIAN_PACKAGE_DEPENDS
   "asterisk (>= ${asterisk_epoch}${ASTERISK_SERIES}~), asterisk (<< ${asterisk_epoch}${asterisk_next}~)")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${QUILLBROOK_PLUGIN_OUTPUT_DIR})
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS pocketsphinx-en-us)
+if(TARGET plugin_pocketsphinx)
+  # What the package's configuration uses.
+  string(APPEND CPACK_DEBIAN_PACKAGE_DEPENDS ", pocketsphinx-en-us")
+  set(CPACK_QUILLBROOK_PLUGIN plugin_pocketsphinx.so)
+endif()
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_LIST_DIR}/conffiles ${CMAKE_CURRENT_LIST_DIR}/postinst ${CMAKE_CURRENT_LIST_DIR}/postrm)

@@ -33,13 +33,14 @@ packages=(build-essential cmake ninja-build pkg-config git ca-certificates
   libpocketsphinx-dev pocketsphinx-en-us
   asterisk-core-sounds-en-wav
   libwslay-dev libc-ares-dev libssl-dev nlohmann-json3-dev
+  libgtest-dev
   python3 sox file)
 # A part of PocketSphinx until its version 5.
 [ "$release" = bookworm ] && packages+=(libsphinxbase-dev)
 case $purpose in demo | live | test | thorough) ;; *) fail "unknown purpose '$purpose': say demo, live, test or thorough" ;; esac
 [ "$purpose" = demo ] || packages+=(prometheus openssl)
 case $purpose in test | thorough)
-  packages+=(libgtest-dev libgmock-dev libbenchmark-dev libre2-dev libexpat1-dev
+  packages+=(libgmock-dev libbenchmark-dev libre2-dev libexpat1-dev
     clang clang-format clang-tidy libclang-rt-14-dev) ;;
 esac
 [ "$purpose" = thorough ] && packages+=(debootstrap)

@@ -21,6 +21,8 @@ from pbx import LIMIT
 PACKAGE = "/tmp/quillbrook.deb"
 CONFIG = "/etc/asterisk/quillbrook.conf"
 LOG_FOLDER = "/var/log/quillbrook"
+DOCUMENTS = "/usr/share/doc/quillbrook"
+GUIDE = Path(__file__).parents[2] / "docs/plugin-guide.md"
 LOG = "/var/log/asterisk/messages*"  # newer series add .log to the name
 # Of this run, so that its lines in the log are told from others.
 CONTEXT = f"quillbrook-package-{os.getpid()}"
@@ -134,16 +136,18 @@ class PackageTest(unittest.TestCase):
     def test_installs_answers_a_call_and_is_purged(self):
         self.machine.sh(f"dpkg -i {PACKAGE}")
         files = self.machine.sh("dpkg -L quillbrook").split()
-        self.assertEqual([path for path in files if "/local/" in path or path.endswith(".conf.sample")],
-                         ["/usr/share/doc/quillbrook/examples/extensions.conf.sample",
-                          "/usr/share/doc/quillbrook/examples/quillbrook.conf.sample"])
+        self.assertFalse([path for path in files if "/local/" in path or path == f"{CONFIG}.sample"])
+        self.assertEqual(self.dead_links([path for path in files if path.endswith(".md")]), [])
         self.assertEqual(self.machine.sh(f"stat -c '%U:%G %a' {LOG_FOLDER} {CONFIG}").split("\n")[:2],
                          ["asterisk:adm 2750", "asterisk:asterisk 640"])
         self.assertIn("yes", self.machine.sh("jsgf-match /usr/share/quillbrook/grammars/yesno.jsgf 'of course'"))
         # As the guide for plugins tells.
-        self.machine.sh("cd /tmp && cp /usr/share/doc/quillbrook/examples/example.c . && "
-                        "cc -shared -fPIC -Wall -I/usr/include -o plugin_example.so example.c && "
-                        "install -m 644 plugin_example.so /usr/lib/quillbrook/ && rm plugin_example.so example.c")
+        recipe, = re.findall(r"^```\n(cmake_minimum_required.*?)^```$", GUIDE.read_text(), re.MULTILINE | re.DOTALL)
+        self.machine.sh("mkdir /tmp/plugin")
+        self.machine.put("/tmp/plugin/CMakeLists.txt", recipe.encode())
+        self.machine.sh(f"cd /tmp/plugin && cp {DOCUMENTS}/plugins/example/example.c . && cmake . && "
+                        "cmake --build . && cmake --install . && cd / && rm -r /tmp/plugin")
+        self.assertIn("PASSED", self.machine.sh("quillbrook-plugin-test /usr/lib/quillbrook/plugin_example.so"))
         self.answers_calls()
         self.machine.sh("rm /usr/lib/quillbrook/plugin_example.so; dpkg --remove quillbrook")
         self.machine.sh(f"test -e {CONFIG} && test ! -e /usr/lib/quillbrook")
@@ -152,12 +156,20 @@ class PackageTest(unittest.TestCase):
         self.assertEqual(left, "")
         self.machine.sh(f"test ! -e {LOG_FOLDER}")
 
+    def dead_links(self, pages):
+        """Links of installed pages to files that are not installed."""
+        linked = [f"{os.path.dirname(page)}/{target}" for page in pages
+                  for target in re.findall(r"\]\(([^):#]+)[^)]*\)", self.machine.sh(f"cat {page}"))]
+        self.assertGreater(len(linked), 20)
+        return self.machine.sh('for path; do [ -e "$path" ] || echo "$path"; done', *linked).split()
+
     def answers_calls(self):
-        """Debian's Asterisk, with Debian's configuration, as the user that Debian runs it as."""
+        """Debian's Asterisk, with Debian's configuration and the package's, as the user that Debian runs it as."""
         self.machine.sh("install -d -o asterisk -g asterisk /run/asterisk")
-        # What the plugin of the guide is to hear: the system's own voice.
-        self.machine.sh(f"sed -i 's/^;profiles = .*/profiles=example\\n[example]\\nplugin=plugin_example.so/; "
-                        f"s/^;logfile = .*/logfile=yes/' {CONFIG}")
+        self.machine.sh(f"sed -i 's/^;profiles = .*/profiles=example,script/; s/^;logfile = .*/logfile=yes/' {CONFIG}")
+        self.machine.sh("printf '[example]\\nplugin=plugin_example.so\\n[script]\\nplugin=plugin_dummy.so\\n'"
+                        f" >>{CONFIG}")
+        self.machine.sh("echo '#include /usr/share/quillbrook/extensions.conf' >>/etc/asterisk/extensions.conf")
         pbx = self.machine.start("asterisk", "-f", "-U", "asterisk", "-G", "asterisk")
         try:
             self.wait_until(lambda: "fully booted" in self.rx("core waitfullybooted"), "the PBX did not start")
@@ -169,12 +181,24 @@ class PackageTest(unittest.TestCase):
             self.assertIn("plugin_example.so", self.rx("quillbrook show plugins"))
             self.assertEqual(self.machine.sh(f"stat -c %U {LOG_FOLDER}/debug.log"), "asterisk\n")
             self.machine.put("/tmp/configuration_script", b"bytes 4000\nfinal 90 hello")
-            self.assertEqual(self.call("quillbrook", "SpeechLoadGrammar(script,/tmp/configuration_script)"),
+            self.assertEqual(self.call("quillbrook:script", "SpeechLoadGrammar(script,/tmp/configuration_script)"),
                              "90:hello")
+            # What the plugin of the guide and the recogniser are to hear: the system's own voice.
             self.assertRegex(self.call("quillbrook:example", "NoOp()"), r"^\d+:speech \d+$")
+            self.try_the_sample()
         finally:
             pbx.terminate()
             pbx.wait(LIMIT)
+
+    def try_the_sample(self):
+        """Calls the extension of the installed dialplan, which asks the installed recogniser."""
+        self.rx("core set verbose 3")
+        self.rx(f"dialplan add extension day,1,Answer() into {CONTEXT}")
+        self.rx(f"dialplan add extension day,2,Playback(silence/1&digits/day-3&silence/5) into {CONTEXT}")
+        self.rx(f"channel originate Local/day@{CONTEXT} extension 784@quillbrook-try")
+        self.wait_until(lambda: "day-3" in self.rx("core show channels concise"), "no call")
+        self.wait_until(lambda: "Playback!digits/day-3" in self.rx("core show channels concise"),
+                        "the day was not heard")
 
     def rx(self, command):
         return self.machine.sh("asterisk -rx \"$1\"", command, check=False)
