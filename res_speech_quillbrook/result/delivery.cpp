@@ -151,7 +151,7 @@ void deliver_nlsml(const quillbrook_message &message) QUILLBROOK_REQUIRES(messag
   if (quillbrook_write_result_file(path, session->engine->keepfiles,
                                    [&document](FILE *file) { quillbrook_write_nlsml(file, document); })) {
     session_notice(session, "Recognition result: %s (with file %s)\n", Printable(transcript.text).text(), path);
-    quillbrook_push_result(session, path, describe(transcript, judgement));
+    quillbrook_push_result(message.session, path, describe(transcript, judgement));
     session_notice(session, "Set last result : %d\n", static_cast<int>(str_fifo_count(&session->last_results)));
     quillbrook_release_text(transcript.interpretation);
     take_text_away(transcript);

@@ -50,7 +50,11 @@ int look_at_plugin(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->re
           shown(session->engine->plugin_name), limit);
   quillbrook_queue_error(session->place.speech, session, kCausePlugin, "it has stopped calling back");
   if (quillbrook_utterances_are_separate(*session->engine)) {
-    quillbrook_for_each_run(recognition, [session](quillbrook_run_t &run) { quillbrook_end_utterance(session, run); });
+    for (quillbrook_context *context : {recognition->context1, recognition->context2}) {
+      if (context) {
+        quillbrook_end_utterance(session, *quillbrook_run_of(context));
+      }
+    }
   }
   return kWatchInterval;
 }
