@@ -12,19 +12,10 @@
 
 namespace {
 
-// The host gives each dialplan thread a call id of its own and notes it in the channel that it runs. Channels without
-// a dialplan, such as the far legs of a dial, may share that id.
-int match_dialplan_thread(void *object, void *, void *data, int) {
-  auto *channel = static_cast<struct ast_channel *>(object);
-  const auto &wanted = *static_cast<const HostCallId *>(data);
-  return ast_channel_pbx(channel) && HostCallId::of(channel) == wanted ? CMP_MATCH | CMP_STOP : 0;
-}
-
+// The host gives each dialplan thread a call id of its own and notes it in the channel that it runs.
 class ChannelOfThisThread {
 public:
-  ChannelOfThisThread() {
-    HostCallId id = HostCallId::of_this_thread();
-    if (id) channel_ = ast_channel_callback(match_dialplan_thread, nullptr, &id, 0);
+  ChannelOfThisThread() : channel_(host_channel_of_call(HostCallId::of_this_thread())) {
     if (channel_) ast_channel_lock(channel_);
   }
   ~ChannelOfThisThread() {
@@ -39,7 +30,7 @@ public:
   [[nodiscard]] struct ast_channel *get() const { return channel_; }
 
 private:
-  struct ast_channel *channel_ = nullptr;
+  struct ast_channel *channel_;
 };
 
 // The value of one command, or null. It stays valid while the channel is locked.

@@ -147,6 +147,17 @@ private:
   Id id_;
 };
 
+// The channel whose dialplan runs under a call id, or null. Channels without a dialplan, such as the far legs of a dial,
+// may share the id. It comes with a reference, which goes back with host_channel_release.
+inline struct ast_channel *host_channel_of_call(const HostCallId &call) {
+  const auto is_wanted = [](void *object, void *, void *data, int) {
+    auto *channel = static_cast<struct ast_channel *>(object);
+    const auto &wanted = *static_cast<const HostCallId *>(data);
+    return ast_channel_pbx(channel) && HostCallId::of(channel) == wanted ? CMP_MATCH | CMP_STOP : 0;
+  };
+  return call ? ast_channel_callback(is_wanted, nullptr, const_cast<HostCallId *>(&call), 0) : nullptr;
+}
+
 // Formats of our own, holding one: signed linear at 8 kHz. Null when the host has no memory. Given back with
 // host_format_cap_release.
 inline struct ast_format_cap *host_format_cap_slin() {

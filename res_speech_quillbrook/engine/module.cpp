@@ -10,6 +10,7 @@
 #include "../support/module_use.h"
 #include "../support/own_files.h"
 #include "cli_configuration.h"
+#include "cli_recognize.h"
 #include "config.h"
 #include "../record/engine.h"
 #include "plugin_library.h"
@@ -24,12 +25,16 @@ void close_log_file() {
   }
 }
 
+// What was not registered is passed over.
+void unregister_commands() {
+  quillbrook_cli_unregister();
+  quillbrook_cli_configuration_unregister();
+  quillbrook_cli_recognize_unregister();
+}
+
 bool register_commands() {
-  if (quillbrook_cli_register()) {
-    return false;
-  }
-  if (quillbrook_cli_configuration_register()) {
-    quillbrook_cli_unregister();
+  if (quillbrook_cli_register() || quillbrook_cli_configuration_register() || quillbrook_cli_recognize_register()) {
+    unregister_commands();
     return false;
   }
   return true;
@@ -102,8 +107,7 @@ struct Withdrawn {
 Withdrawn withdraw_for_unload() {
   Withdrawn withdrawn = {quillbrook_webenabled, {}};
   unlink_uris();
-  quillbrook_cli_unregister();
-  quillbrook_cli_configuration_unregister();
+  unregister_commands();
   for (int index = 0; index < kEngines; ++index) {
     withdrawn.engines[index] = quillbrook_withdraw_engine(index);
   }

@@ -2,6 +2,7 @@
 
 #include "cli_command.h"
 #include "cli_plugins.h"
+#include "cli_sessions.h"
 #include "cli_statistics.h"
 #include "cli_version.h"
 #include "statistics.h"
@@ -40,6 +41,10 @@ constexpr auto *handle_cli_quillbrook_statistics = handle_cli<kShowStatistics>;
 constexpr auto *handle_cli_quillbrook_dates = handle_cli<kShowDates>;
 constexpr auto *handle_cli_quillbrook_reset_statistics = handle_cli<kReset>;
 
+ast_cli_entry further_commands[] = {
+    AST_CLI_DEFINE(handle_cli_quillbrook_sessions, "Show QuillBrook sessions"),
+};
+
 }  // namespace
 
 ast_cli_entry cli_quillbrook[kCliCommands] = {
@@ -51,7 +56,8 @@ ast_cli_entry cli_quillbrook[kCliCommands] = {
 };
 
 int quillbrook_cli_register() {
-  if (ast_cli_register_multiple(cli_quillbrook, kCliCommands) == 0) {
+  if (ast_cli_register_multiple(cli_quillbrook, kCliCommands) == 0 &&
+      ast_cli_register_multiple(further_commands, std::size(further_commands)) == 0) {
     return 0;
   }
   quillbrook_cli_unregister();
@@ -59,5 +65,6 @@ int quillbrook_cli_register() {
 }
 
 void quillbrook_cli_unregister() {
+  ast_cli_unregister_multiple(further_commands, std::size(further_commands));
   ast_cli_unregister_multiple(cli_quillbrook, kCliCommands);
 }

@@ -143,6 +143,7 @@ int create(struct ast_speech *speech) {
   auto *session = new (memory) quillbrook_speech_t();
   quillbrook_statistics_session_start();
   session->engine = engine;
+  session->call.reset(new HostCallId(HostCallId::of_this_thread()));
   take_engine_settings(session);
   ask_companion("tandrel show session threadid uniqueid", session->uniqueid, sizeof(session->uniqueid) - 1);
   ask_companion("tandrel show session threadid remote", session->mark, sizeof(session->mark) - 1);

@@ -33,7 +33,7 @@ TEST_F(LoadTest, OffersEnginesAndTakesThemBack) {
     ASSERT_EQ(stand_in::load_module(), 0);
     EXPECT_THAT(stand_in::engine_names(), testing::ElementsAre("quillbrook", "quillbrook:digits", "quillbrook:names"));
     EXPECT_THAT(stand_in::http_uris(), testing::UnorderedElementsAre("quillbrook_metrics", "quillbrook_jsgf"));
-    EXPECT_EQ(stand_in::command_names().size(), 6U);
+    EXPECT_EQ(stand_in::command_names().size(), 8U);
     EXPECT_EQ(stand_in::open_plugins(), 3);
     EXPECT_EQ(stand_in::reload_module(), 1);
     EXPECT_EQ(stand_in::unload_module(), 0);

@@ -15,7 +15,7 @@ struct ast_config {
   std::list<std::string> texts;  // that the lines point at
 };
 struct ast_channel : stand_in::Object {
-  std::string uniqueid;
+  std::string uniqueid, name;
   bool hung_up = false;
 };
 struct ast_format_cap : stand_in::Object {
@@ -112,6 +112,7 @@ void write_config(const std::string &filename, const std::string &content) {
 void add_channel(const std::string &uniqueid, bool hung_up) {
   auto *channel = new ast_channel;
   channel->uniqueid = uniqueid;
+  channel->name = "Local/" + uniqueid;
   channel->hung_up = hung_up;
   Guard guard(state_lock());
   state().channels.push_back(channel);
@@ -423,6 +424,16 @@ struct ast_channel *ast_channel_callback(ao2_callback_data_fn *match, void *arg,
   }
   return nullptr;
 }
+// All threads and channels belong to one call.
+ast_callid ast_read_threadstorage_callid(void) { return 1; }
+ast_callid ast_channel_callid(const struct ast_channel *) { return 1; }
+struct ast_pbx *ast_channel_pbx(const struct ast_channel *) {
+  static char pbx;
+  return reinterpret_cast<struct ast_pbx *>(&pbx);
+}
+const char *ast_channel_name(const struct ast_channel *channel) { return channel->name.c_str(); }
+int __ao2_lock(void *, enum ao2_lock_req, const char *, const char *, int, const char *) { return 0; }
+int __ao2_unlock(void *, const char *, const char *, int, const char *) { return 0; }
 const char *ast_channel_uniqueid(const struct ast_channel *channel) { return channel->uniqueid.c_str(); }
 int ast_check_hangup(struct ast_channel *channel) { return channel->hung_up; }
 

@@ -5,7 +5,7 @@ import socket
 
 import live
 from live import LiveTest
-from pbx import LIMIT, free_port, report
+from pbx import LIMIT, free_port, prompt, report
 
 GRAMMAR = "#JSGF V1.0;\ngrammar polar;\npublic <answer> = yes [please] {sure} | no {never};\n"
 NAMES = ("cause", "reason", "meaning", "rule", "grammar", "input", "json", "waiting")
@@ -52,7 +52,10 @@ class Manager:
 
 class ObserveTest(LiveTest):
     general = {"returnnlsml": "yes", "completetimeout": "300", "incompletetimeout": "2000"}
-    profiles = {"plain": {"returnnlsml": "no"}, "unwritten": {"format": "nosuch", "plugin": "plugin_dummy.so"}}
+    profiles = {"plain": {"returnnlsml": "no"},
+                "tried": {"returnnlsml": "no",
+                          "configuration": "bytes 4000\\;interim n\\;sleep 50\\;final 80 no\\;finish"},
+                 "unwritten": {"format": "nosuch", "plugin": "plugin_dummy.so"}}
     complaints = ("QuillBrook plugin error", "has no result (provider)", "has no result (storage)", "Cannot open")
     modules = ("res_agi",)
     port = free_port()
@@ -102,6 +105,23 @@ class ObserveTest(LiveTest):
                 known[1] = re.sub(r"/tmp/quillbrook_\w+", "FILE", known[1])
                 self.assertEqual(known, expected)
 
+    def test_the_console_shows_a_session_and_tries_an_engine(self):
+        call = self.pbx.call(["Answer()", "SpeechCreate(quillbrook:plain)", self.script("bytes 4000\ninterim I would\n"
+                              "until-stop"), "SpeechStart()", "SpeechBackground(silence/1,30)"])
+        # The words become a result by silence, so they are here for a moment only.
+        self.pbx.wait_until(lambda: " quillbrook:plain " in self.pbx.cli("quillbrook show sessions"), LIMIT,
+                            "no session")
+        channel = self.pbx.channel_of(call.context)
+        shown = self.pbx.cli(f"quillbrook show sessions like {channel}")
+        self.assertRegex(shown, rf"\nQBK-\w+ +{re.escape(channel)} +quillbrook:plain +[a-z]+ .*\n1 session\n")
+        # The first is what all have in common.
+        offered = self.pbx.cli('_command matchesarray "quillbrook recognize quillbrook:t" "quillbrook:t"').split()
+        self.assertEqual(offered, ["quillbrook:tried", "quillbrook:tried", "_EOF_"])
+        call.wait()
+        printed = self.pbx.cli(f"quillbrook recognize quillbrook:tried {prompt('vm-no')}.wav yes, no")
+        self.assertRegex(printed, r" s  interim  n\n.* s  result   no\n +score 80, cause understood, first words after")
+        self.assertIn("There is no engine", self.pbx.cli(f"quillbrook recognize nobody {prompt('vm-no')}.wav"))
+
     def test_agi_reads_the_same(self):
         program = self.pbx.folder / "ask.py"
         program.write_text(AGI, encoding="utf-8")
@@ -114,9 +134,10 @@ class ObserveTest(LiveTest):
 
     def test_the_manager_reads_the_hypothesis_of_a_call(self):
         call = self.pbx.call(["Answer()", "SpeechCreate(quillbrook:plain)",
-                              self.script("bytes 4000\ninterim I would\nuntil-stop"), "SpeechLoadGrammar(t,property:"
-                              "Speech-Complete-Timeout=0s)", "SpeechLoadGrammar(t,property:Speech-Incomplete-Timeout=0s)",
-                              "SpeechStart()", report("started"), "SpeechBackground(silence/1,30)", report("not reached")])
+                              self.script("bytes 4000\ninterim I would\nuntil-stop"),
+                              "SpeechLoadGrammar(t,property:Speech-Complete-Timeout=0s)",
+                              "SpeechLoadGrammar(t,property:Speech-Incomplete-Timeout=0s)", "SpeechStart()",
+                              report("started"), "SpeechBackground(silence/1,30)", report("not reached")])
         call.wait_for("started")
         channel = self.pbx.channel_of(call.context)
 
