@@ -12,7 +12,8 @@ from pbx import LIMIT, PrivatePbx, escape_dialplan
 ROOT = Path(__file__).resolve().parents[2]
 PAGE = (ROOT / "docs/dialplan.md").read_text(encoding="utf-8")
 SAMPLE = (ROOT / "configs/extensions.conf.sample").read_text(encoding="utf-8")
-MODULES = ("app_read", "app_stack", "func_env", "func_json", "func_logic", "func_strings")
+MODULES = ("app_read", "app_stack", "func_env", "func_json", "func_logic", "func_strings",
+           "func_timeout")
 HUNG_UP = "the talker has nobody to talk to"
 SILENCE = "Playback(" + "&".join(["silence/10"] * 4) + ")"
 
@@ -38,8 +39,12 @@ class RecipeTest(unittest.TestCase):
         cls.script = cls.pbx.folder / "script"
         settings = cls.settings.replace("{script}", str(cls.script))
         cls.pbx.write_file("quillbrook.conf", configuration.replace("[general]\n", f"[general]\n{settings}", 1))
-        dialplan = "\n".join([*blocks("asterisk"), SAMPLE])
-        cls.dialplan = dialplan.replace("/usr/share/quillbrook/grammars", f"{ROOT}/configs/grammars")
+        sample = cls.pbx.folder / "etc/sample.conf"
+        cls.pbx.write_file(sample.name, SAMPLE.replace("/usr/share/quillbrook", f"{ROOT}/configs"))
+        dialplan = "\n".join(blocks("asterisk")).replace("/usr/share/quillbrook/extensions.conf", str(sample))
+        dialplan = dialplan.replace("/usr/share/quillbrook", f"{ROOT}/configs")
+        # Nobody has to be waited for that long.
+        cls.dialplan = dialplan.replace("[globals]\n", "[globals]\nASK_SECONDS=1\nASK_AGAIN=beep\n", 1)
         assert cls.pbx.load_module(live.MODULE), cls.pbx.log()[-10:]
 
     @classmethod
@@ -69,23 +74,23 @@ class ScriptedRecipeTest(RecipeTest):
 
     def test_every_recipe_is_tried(self):
         contexts = set(re.findall(r"^\[(.*?)\]$", "\n".join(blocks("asterisk")), re.MULTILINE))
-        contexts -= {"globals", "ask"}
+        contexts -= {"globals"}
         source = Path(__file__).read_text(encoding="utf-8")
         self.assertEqual({name for name in contexts if f'("{name}"' not in source}, set())
 
     def test_sample(self):
-        for context, heard in (("quillbrook-question", 'Heard "good morning" with a confidence of 90 percent'),
-                               ("quillbrook-yes-no", "Answer: good morning"),
-                               ("quillbrook-number", "Number: good morning")):
+        for context, heard in (("quillbrook-question", 'Heard "good morning" with a score of 90: understood'),
+                               ("quillbrook-yes-no", "Answer: good morning (understood)"),
+                               ("quillbrook-number", "Number: good morning (understood)")):
             self.assertEqual(self.dial(context, script="bytes 4000\nfinal 90 good morning"), [heard])
 
     def test_yes_no(self):
         for script, answer in (("bytes 4000\nfinal 90 yeah", "The answer is yes"),
                                ("bytes 4000\nfinal 90 not really", "The answer is no"),
-                               ("bytes 4000\nfinal 90 maybe", "Neither yes nor no"),
-                               ("bytes 4000\nnomatch", "Neither yes nor no"),
-                               ("bytes 4000\nextra ERROR: no model\nreturn", "The recognition failed: provider"),
-                               ("", "No answer")):
+                               ("bytes 4000\nfinal 90 maybe", "No answer (nomatch)"),
+                               ("bytes 4000\nfinal 30 yeah", "No answer (unsure)"),
+                               ("bytes 4000\nextra ERROR: no model\nreturn", "No answer (provider)"),
+                               ("", "No answer (nothing)")):
             with self.subTest(script=script):
                 self.assertEqual(self.dial("yes-no", script=script), [answer])
 
@@ -93,13 +98,19 @@ class ScriptedRecipeTest(RecipeTest):
         # 1.3 s of silence are a pause here.
         self.assertEqual(self.dial("number", script="bytes 4000\nfinal 90 four seven\nsleep 1300\nfinal 80 oh two"),
                          ["The number is 4702"])
-        self.assertEqual(self.dial("number", ["Wait(1)", "SendDTMF(4702#)", SILENCE]), ["The number is 4702"])
+        # The fourth key ends it, and so do # and a pause before it. The talker would go on for longer than the call may.
+        for keys, number in (("4702", 4702), ("47#", 47), ("47", 47)):
+            self.assertEqual(self.dial("number", ["Wait(1)", f"SendDTMF({keys})", SILENCE], seconds=20),
+                             [f"The number is {number}"])
 
     def test_barge_in(self):
         # The prompt of the first menu lasts for longer than the call may.
         self.assertEqual(self.dial("menu", script="bytes 8000\ninterim sales\nsleep 200\nfinal 90 sales", seconds=10),
                          ["Chosen: sales"])
         self.assertEqual(self.dial("patient-menu", script="bytes 16000\nfinal 90 billing"), ["Chosen: billing"])
+        # What was guessed and then refused is no answer.
+        self.assertEqual(self.dial("menu", script="bytes 8000\ninterim billing\nsleep 200\nnomatch", seconds=10),
+                         ["Nothing was chosen (nomatch)"])
 
     def test_dictation(self):
         pieces = "bytes 4000\nfinal 70 dear Sir,\nsleep 1000\nfinal 90 it's late."
@@ -115,7 +126,7 @@ class ScriptedRecipeTest(RecipeTest):
         self.assertEqual(self.dial("conversation", script=answers), ["Wanted: sales. Number: four two."])
 
     def test_profile(self):
-        self.assertEqual(self.dial("support", script="bytes 4000\nfinal 90 support"), ["Heard by english: support"])
+        self.assertEqual(self.dial("support", script="bytes 4000\nfinal 90 support"), ["Heard by english: support (understood)"])
 
     def test_json(self):
         live.require_module("func_json")
@@ -123,11 +134,16 @@ class ScriptedRecipeTest(RecipeTest):
         self.assertEqual(self.dial("provider", script=f"bytes 4000\njson {document}\nfinal 90 hello, world"),
                          ["The provider wrote: hello world"])
 
+        # Bare text is no JSON.
+        self.assertEqual(self.dial("provider", script="bytes 4000\nfinal 90 hello world"),
+                         ["The provider wrote: hello world"])
+
     def test_careful(self):
         self.assertEqual(self.dial("careful", script="bytes 4000\nfinal 90 sales"), ["The choice is sales"])
         failing = "bytes 4000\nextra ERROR: no server\nreturn"
         self.assertEqual(self.dial("careful", ["Playback(silence/6)", "SendDTMF(7)", SILENCE], failing),
                          ["The key is 7"])
+        self.assertEqual(self.dial("careful", script=failing), ["No choice (provider)"])
 
 
 class SpokenRecipeTest(RecipeTest):
