@@ -21,7 +21,8 @@ ln -s "$headers/asterisk.h" "$headers/asterisk" "$prefix/include/"
 printf '[directories](!)\nastmoddir => %s ; where it looks\n' "$prefix/lib64/pbx-modules" >"$prefix/etc/asterisk/asterisk.conf"
 
 cmake -S . -B "$build" -G Ninja -DASTERISK_PREFIX="$prefix" -DQUILLBROOK_PLUGINS=dummy -DQUILLBROOK_DEMO=OFF \
-  -DCMAKE_BUILD_TYPE=Debug -DCMAKE_UNITY_BUILD=ON -DCMAKE_COMPILE_WARNING_AS_ERROR=ON | tee "$folder/configured"
+  -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DCMAKE_BUILD_TYPE=Debug -DCMAKE_UNITY_BUILD=ON \
+  -DCMAKE_COMPILE_WARNING_AS_ERROR=ON | tee "$folder/configured"
 for line in "headers: $prefix/include" "modules: $prefix/lib64/pbx-modules" "configuration: $prefix/etc/asterisk"; do
   grep -qxF -- "-- Asterisk $line" "$folder/configured" || wrong "it does not say '$line'"
 done
