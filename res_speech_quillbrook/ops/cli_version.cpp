@@ -30,7 +30,9 @@ void quillbrook_read_os_release(FILE *file, char *buf, size_t size) {
       value.remove_prefix(1);
       value.remove_suffix(1);
     }
-    copy_text(buf, size, std::string(value).c_str());
+    // It ends within the line.
+    line[static_cast<size_t>(value.data() - line) + value.size()] = '\0';
+    copy_text(buf, size, value.data());
     return;
   }
 }

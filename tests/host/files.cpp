@@ -14,6 +14,13 @@ DIR *__real_opendir(const char *path);
 int __real_rename(const char *from, const char *to);
 int __real_unlink(const char *path);
 int __real_mkstemp(char *pattern);
+FILE *__real_fdopen(int descriptor, const char *mode);
+int __real_fstat(int descriptor, struct stat *status);
+ssize_t __real_read(int descriptor, void *buffer, size_t size);
+off_t __real_lseek(int descriptor, off_t offset, int whence);
+size_t __real_fread(void *buffer, size_t size, size_t count, FILE *file);
+int __real_fflush(FILE *file);
+int __real_fclose(FILE *file);
 }
 
 namespace stand_in {
@@ -38,12 +45,6 @@ void reset_files() {
 }
 
 namespace {
-
-// As `fails`, with the reason that the system gives.
-bool denied(Fault fault) {
-  errno = EACCES;
-  return fails(fault);
-}
 
 // The file is made, and the descriptor given has no room.
 int open_full(const std::string &path, int flags) {
@@ -116,29 +117,73 @@ using namespace stand_in;
 extern "C" {
 
 int __wrap_open(const char *path, int flags, ...) {
+  const bool denied = fails(Fault::kOpen);
+  const Outside outside;
   va_list arguments;
   va_start(arguments, flags);
   mode_t mode = flags & O_CREAT ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  if (denied(Fault::kOpen)) return -1;
+  if (denied) return -1;
   return fails(Fault::kWrite) ? open_full(real_path(path), flags) : __real_open(real_path(path).c_str(), flags, mode);
 }
 FILE *__wrap_fopen(const char *path, const char *mode) {
-  return denied(Fault::kOpen) ? nullptr : __real_fopen(real_path(path).c_str(), mode);
+  const Outside outside;
+  return fails(Fault::kOpen) ? nullptr : __real_fopen(real_path(path).c_str(), mode);
 }
 int __wrap_stat(const char *path, struct stat *status) {
-  return denied(Fault::kStat) ? -1 : __real_stat(real_path(path).c_str(), status);
+  if (fails_inside(Fault::kStat)) return -1;
+  const Outside outside;
+  return __real_stat(real_path(path).c_str(), status);
 }
-int __wrap_lstat(const char *path, struct stat *status) { return __real_lstat(real_path(path).c_str(), status); }
+int __wrap_lstat(const char *path, struct stat *status) {
+  if (fails_inside(Fault::kStat)) return -1;
+  const Outside outside;
+  return __real_lstat(real_path(path).c_str(), status);
+}
 DIR *__wrap_opendir(const char *path) {
+  if (fails_inside(Fault::kOpen)) return nullptr;
+  const Outside outside;
   return __real_opendir(path == std::string("/tmp") ? (sandbox() + path).c_str() : path);
 }
 int __wrap_rename(const char *from, const char *to) {
-  return denied(Fault::kRename) ? -1 : __real_rename(real_path(from).c_str(), real_path(to).c_str());
+  const Outside outside;
+  return fails(Fault::kRename) ? -1 : __real_rename(real_path(from).c_str(), real_path(to).c_str());
 }
-int __wrap_unlink(const char *path) { return __real_unlink(real_path(path).c_str()); }
+int __wrap_unlink(const char *path) {
+  if (fails_inside(Fault::kUnlink)) return -1;
+  const Outside outside;
+  return __real_unlink(real_path(path).c_str());
+}
+FILE *__wrap_fdopen(int descriptor, const char *mode) {
+  return fails_inside(Fault::kDescriptor) ? nullptr : __real_fdopen(descriptor, mode);
+}
+int __wrap_fstat(int descriptor, struct stat *status) {
+  return fails_inside(Fault::kStat) ? -1 : __real_fstat(descriptor, status);
+}
+ssize_t __wrap_read(int descriptor, void *buffer, size_t size) {
+  return fails_inside(Fault::kRead) ? -1 : __real_read(descriptor, buffer, size);
+}
+off_t __wrap_lseek(int descriptor, off_t offset, int whence) {
+  return fails_inside(Fault::kRead) ? -1 : __real_lseek(descriptor, offset, whence);
+}
+// The file takes note of the failure, as the module may ask it.
+size_t __wrap_fread(void *buffer, size_t size, size_t count, FILE *file) {
+  if (!fails_inside(Fault::kRead)) return __real_fread(buffer, size, count, file);
+  const int reason = errno, unreadable = __real_open("/dev/null", O_WRONLY);
+  dup2(unreadable, fileno(file));
+  close(unreadable);
+  const size_t got = __real_fread(buffer, size, count, file);
+  errno = reason;
+  return got;
+}
+int __wrap_fflush(FILE *file) { return fails_inside(Fault::kFlush) ? EOF : __real_fflush(file); }
+int __wrap_fclose(FILE *file) {
+  const int result = __real_fclose(file);
+  return fails_inside(Fault::kFlush) ? EOF : result;
+}
 int __wrap_mkstemp(char *pattern) {
-  if (denied(Fault::kTemporaryFile)) return -1;
+  const Outside outside;
+  if (fails(Fault::kTemporaryFile)) return -1;
   std::string real = real_path(pattern);
   const int descriptor = __real_mkstemp(real.data());
   strcpy(pattern + strlen(pattern) - 6, real.c_str() + real.size() - 6);
@@ -148,6 +193,7 @@ int __wrap_mkstemp(char *pattern) {
 // As in the host, only O_APPEND keeps what is there.
 struct ast_filestream *ast_writefile(const char *filename, const char *type, const char *, int flags, int,
                                      mode_t permissions) {
+  const Outside outside;
   note("ast_writefile");
   flags |= O_WRONLY | O_CREAT | (flags & O_APPEND ? 0 : O_TRUNC);
   Stream *stream = fails(Fault::kWriteStream) ? nullptr : open_stream(filename, type, flags, permissions, "wb");
@@ -158,6 +204,7 @@ struct ast_filestream *ast_writefile(const char *filename, const char *type, con
   return stream;
 }
 int ast_closestream(struct ast_filestream *stream) {
+  const Outside outside;
   note("ast_closestream");
   fclose(stream->f);
   delete static_cast<Stream *>(stream);
@@ -165,6 +212,8 @@ int ast_closestream(struct ast_filestream *stream) {
 }
 // Of signed linear samples a mu-law file gets the upper byte.
 int ast_writestream(struct ast_filestream *stream, struct ast_frame *frame) {
+  const Outside outside;
+  if (fails(Fault::kFrame)) return -1;
   const char *bytes = static_cast<const char *>(frame->data.ptr);
   if (!static_cast<Stream *>(stream)->ulaw) {
     return fwrite(bytes, 1, frame->datalen, stream->f) == static_cast<size_t>(frame->datalen) ? 0 : -1;
@@ -175,6 +224,7 @@ int ast_writestream(struct ast_filestream *stream, struct ast_frame *frame) {
 
 // Reading, which the tests do with WAV only. Places are in samples, behind the header.
 struct ast_filestream *ast_readfile(const char *filename, const char *type, const char *, int, int, mode_t mode) {
+  const Outside outside;
   note("ast_readfile");
   // The host takes it for one to be written then.
   if (mode) ast_log(LOG_WARNING, "Unable to set write file size\n");

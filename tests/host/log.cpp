@@ -54,6 +54,7 @@ int mentioned(const std::string &part) {
 }
 
 void note(const std::string &call) {
+  const Outside outside;
   {
     Guard guard(state_lock());
     state().notes.push_back(call);
@@ -91,6 +92,7 @@ struct ast_flags ast_options = {0};
 
 // Built apart, outside the header's format attribute: the format comes from the module.
 void ast_log(int level, const char *, int, const char *, const char *format, ...) {
+  const stand_in::Outside outside;
   va_list arguments;
   va_start(arguments, format);
   const stand_in::Line line = {level, formatted(format, arguments)};
@@ -99,6 +101,7 @@ void ast_log(int level, const char *, int, const char *, const char *format, ...
   state().lines.push_back(line);
 }
 void __ast_verbose(const char *, int, const char *, int level, const char *format, ...) {
+  const stand_in::Outside outside;
   va_list arguments;
   va_start(arguments, format);
   const stand_in::Line line = {level, formatted(format, arguments)};

@@ -159,14 +159,23 @@ Response http_request(const std::string &uri, ast_http_method method, const Vari
   for (ast_http_uri *handler : uris) {
     if (uri != handler->uri) continue;
     ast_variable *parameters = variable_list(query);
-    handler->callback(&exchange.connection, handler, "", method, parameters, nullptr);
+    {
+      const Inside inside;
+      handler->callback(&exchange.connection, handler, "", method, parameters, nullptr);
+    }
     ast_variables_destroy(parameters);
   }
   return exchange.response;
 }
 
-int load_module() { return state().info->load(); }
-int unload_module() { return state().info->unload(); }
+int load_module() {
+  const Inside inside;
+  return state().info->load();
+}
+int unload_module() {
+  const Inside inside;
+  return state().info->unload();
+}
 int reload_module() { return state().info->reload(); }
 int module_references() { return state().module.references; }
 ast_speech_engine *find_engine(const std::string &name) {
@@ -203,6 +212,7 @@ const char *ast_config_AST_CONFIG_DIR = "/etc/asterisk";
 
 // A section without its bracket makes the file malformed.
 struct ast_config *ast_config_load2(const char *filename, const char *, struct ast_flags) {
+  const Outside outside;
   std::ifstream file(real_path(config_path(filename)));
   if (!file) return nullptr;
   auto config = std::make_unique<ast_config>();
@@ -261,6 +271,7 @@ void ast_cli(int fd, const char *format, ...) {
 }
 
 int __ast_cli_register_multiple(struct ast_cli_entry *entries, int count, struct ast_module *) {
+  const Outside outside;
   if (fails(Fault::kCliRegister)) return -1;
   Guard guard(state_lock());
   for (int index = 0; index < count; ++index) {
@@ -280,6 +291,7 @@ int ast_cli_unregister_multiple(struct ast_cli_entry *entries, int count) {
 }
 
 int ast_cli_command_full(int, int, int fd, const char *line) {
+  const Outside outside;
   note(std::string("cli ") + line);
   ast_cli_entry *entry = nullptr;
   {
@@ -304,7 +316,10 @@ int ast_cli_command_full(int, int, int fd, const char *line) {
   argv.push_back(nullptr);
   entry->args = static_cast<int>(words_of(entry->command).size());
   struct ast_cli_args arguments = {fd, static_cast<int>(words.size()), argv.data(), nullptr, nullptr, 0, 0};
-  char *result = entry->handler(entry, CLI_HANDLER, &arguments);
+  const char *result = [&] {
+    const Inside inside;
+    return entry->handler(entry, CLI_HANDLER, &arguments);
+  }();
   if (result == CLI_SHOWUSAGE) ast_cli(fd, "%s", entry->usage);
   return result == CLI_SUCCESS ? 0 : 2;
 }
@@ -324,6 +339,7 @@ char *term_strip(char *out, const char *in, int room) {
 // HTTP
 
 int ast_http_uri_link(struct ast_http_uri *uri) {
+  const Outside outside;
   if (fails(Fault::kHttpLink)) return -1;
   Guard guard(state_lock());
   state().uris.push_back(uri);
@@ -336,6 +352,7 @@ void ast_http_uri_unlink(struct ast_http_uri *uri) {
 }
 void ast_http_send(struct ast_tcptls_session_instance *connection, enum ast_http_method, int status, const char *title,
                    struct ast_str *header, struct ast_str *body, int, unsigned int) {
+  const Outside outside;
   Response &response = exchange_of(connection).response;
   response.status = status;
   response.title = title ? title : "";
@@ -345,6 +362,7 @@ void ast_http_send(struct ast_tcptls_session_instance *connection, enum ast_http
   ast_free(body);
 }
 void ast_http_error(struct ast_tcptls_session_instance *connection, int status, const char *title, const char *text) {
+  const Outside outside;
   Response &response = exchange_of(connection).response;
   response.status = status;
   response.title = title;
@@ -377,6 +395,7 @@ void ast_variables_destroy(struct ast_variable *list) {
 // Speech
 
 int ast_speech_register(struct ast_speech_engine *engine) {
+  const Outside outside;
   note(std::string("register ") + engine->name);
   if (fails(Fault::kEngineRegister) || !engine->create || !engine->write || !engine->destroy ||
       find_engine(engine->name)) {
@@ -387,6 +406,7 @@ int ast_speech_register(struct ast_speech_engine *engine) {
   return 0;
 }
 int ast_speech_unregister(const char *name) {
+  const Outside outside;
   Guard guard(state_lock());
   auto &engines = state().engines;
   auto found = std::find(engines.begin(), engines.end(), find_engine(name));
@@ -395,6 +415,7 @@ int ast_speech_unregister(const char *name) {
   return 0;
 }
 int ast_speech_change_state(struct ast_speech *speech, int state_now) {
+  const Outside outside;
   note("state " + std::to_string(state_now));
   __atomic_store_n(&speech->state, state_now, __ATOMIC_RELEASE);
   return 0;
@@ -407,6 +428,7 @@ struct ast_format *ast_format_slin = &slin;
 
 struct ast_format_cap *__ast_format_cap_alloc(enum ast_format_cap_flags, const char *, const char *, int,
                                               const char *) {
+  const Outside outside;
   return fails(Fault::kFormatCap) ? nullptr : new ast_format_cap;
 }
 int __ast_format_cap_append(struct ast_format_cap *, struct ast_format *, unsigned int, const char *, const char *, int,
@@ -438,10 +460,12 @@ const char *ast_channel_uniqueid(const struct ast_channel *channel) { return cha
 int ast_check_hangup(struct ast_channel *channel) { return channel->hung_up; }
 
 struct ast_dsp *ast_dsp_new(void) {
+  const Outside outside;
   note("ast_dsp_new");
   return fails(Fault::kDetector) ? nullptr : new ast_dsp;
 }
 void ast_dsp_free(struct ast_dsp *dsp) {
+  const Outside outside;
   note("ast_dsp_free");
   delete dsp;
 }
@@ -449,6 +473,7 @@ void ast_dsp_set_threshold(struct ast_dsp *dsp, int threshold) { dsp->threshold 
 int ast_dsp_get_threshold_from_settings(enum threshold) { return 256; }
 // Silence is a frame that begins below the threshold: the frames of a test are all of one value.
 int ast_dsp_silence(struct ast_dsp *dsp, struct ast_frame *frame, int *total) {
+  const Outside outside;
   note("ast_dsp_silence");
   if (frame->datalen < 2) return 0;
   const bool silent = abs(*static_cast<const int16_t *>(frame->data.ptr)) < dsp->threshold;

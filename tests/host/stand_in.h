@@ -17,11 +17,19 @@ namespace stand_in {
 // module has registered stays. Run it before each test.
 void reset();
 
-// What a test can make fail.
+// What a test can make fail. Those marked * fail only for a thread that is Inside, because the test's own code uses them
+// too.
 enum class Fault {
+  kNew,             // * operator new, in a program that replaces it
   kAllocation,      // of the host's allocators
-  kOpen,            // open and fopen
+  kOpen,            // open, opendir and fopen
   kWrite,           // the file opens, and has no room for any byte; also of ast_writefile
+  kDescriptor,      // * fdopen
+  kStat,            // * stat, fstat and lstat
+  kRead,            // * read, fread, lseek
+  kFlush,           // * fflush, fclose (which closes all the same)
+  kUnlink,          // * unlink
+  kFrame,           // ast_writestream
   kTemporaryFile,   // mkstemp
   kWriteStream,     // ast_writefile
   kReadStream,      // ast_readfile
@@ -36,12 +44,30 @@ enum class Fault {
   kClosePlugin,     // dlclose, which closes it all the same
   kCount
 };
-// The `nth` use from now on fails, and the `times` - 1 uses behind it.
-void fail(Fault fault, int nth = 1, int times = 1);
+// The `nth` use from now on fails, and the `times` - 1 uses behind it. System calls give `error` as the reason.
+void fail(Fault fault, int nth = 1, int times = 1, int error = EACCES);
 // Allocations of exactly `size` bytes fail from now on; 0 ends it.
 void fail_allocations_of(size_t size);
 // No failure is planned any more. Gives how many have happened since the last reset.
 int stop_failing();
+
+// The thread is in the module's code for as long as this lives. It leaves it by itself where the module calls the
+// stand-in; what a test has the module call says so by Outside. Threads of the module begin inside.
+class Inside {
+public:
+  explicit Inside(bool inside = true);
+  ~Inside();
+  Inside(const Inside &) = delete;
+  Inside &operator=(const Inside &) = delete;
+
+private:
+  bool before_;
+};
+struct Outside : Inside {
+  Outside() : Inside(false) {}
+};
+// Whether this use fails. Always false outside.
+bool fails_inside(Fault fault);
 
 // The wall clock: gettimeofday, ast_tvnow and time. It stands still unless a test moves it.
 void set_clock_ms(int64_t milliseconds);

@@ -20,6 +20,7 @@ using stand_in::Guard;
 struct Plan {
   int before = 0;  // uses that pass before the failing ones
   int failing = 0;
+  int error = EACCES;
 };
 using Symbols = std::map<std::string, void *>;
 struct System {
@@ -65,9 +66,9 @@ std::recursive_mutex &state_lock() {
   return lock;
 }
 
-void fail(Fault fault, int nth, int times) {
+void fail(Fault fault, int nth, int times, int error) {
   Guard guard(state_lock());
-  state().plans[static_cast<size_t>(fault)] = {nth - 1, times};
+  state().plans[static_cast<size_t>(fault)] = {nth - 1, times, error};
   failures_planned = true;
 }
 
@@ -95,8 +96,21 @@ bool fails(Fault fault) {
     --plan.before;
     return false;
   }
-  return plan.failing > 0 && plan.failing-- && ++state().failures;
+  if (plan.failing == 0) return false;
+  --plan.failing;
+  ++state().failures;
+  errno = plan.error;
+  return true;
 }
+
+namespace {
+thread_local bool inside = false;
+}  // namespace
+
+Inside::Inside(bool now) : before_(std::exchange(inside, now)) {}
+Inside::~Inside() { inside = before_; }
+
+bool fails_inside(Fault fault) { return inside && fails(fault); }
 
 void set_clock_ms(int64_t milliseconds) { clock_us.store(milliseconds * 1000, std::memory_order_relaxed); }
 void advance_ms(int64_t milliseconds) {
@@ -196,7 +210,17 @@ RWLOCK_CALL(unlock)
 // The sanitizers need more stack than the host gives, so the size is not kept to.
 int ast_pthread_create_stack(pthread_t *thread, pthread_attr_t *, void *(*start)(void *), void *data, size_t,
                              const char *, const char *, int, const char *) {
-  return stand_in::fails(Fault::kThread) ? EAGAIN : pthread_create(thread, nullptr, start, data);
+  const stand_in::Outside outside;
+  if (stand_in::fails(Fault::kThread)) return EAGAIN;
+  using Start = std::pair<void *(*)(void *), void *>;
+  return pthread_create(
+      thread, nullptr,
+      [](void *given) {
+        const Start begin = *std::unique_ptr<Start>(static_cast<Start *>(given));
+        const stand_in::Inside inside;
+        return begin.first(begin.second);
+      },
+      new Start(start, data));
 }
 
 int __ao2_ref(void *object, int delta, const char *, const char *, int, const char *) {
@@ -210,6 +234,7 @@ void __ao2_cleanup_debug(void *object, const char *, const char *, int, const ch
 }
 
 void *__wrap_dlopen(const char *path, int) {
+  const stand_in::Outside outside;
   Guard guard(stand_in::state_lock());
   auto found = state().plugins.find(path);
   if (found == state().plugins.end()) return nullptr;
@@ -217,6 +242,7 @@ void *__wrap_dlopen(const char *path, int) {
   return &found->second;
 }
 void *__wrap_dlsym(void *handle, const char *symbol) {
+  const stand_in::Outside outside;
   const Symbols &symbols = *static_cast<Symbols *>(handle);
   return symbols.count(symbol) ? symbols.at(symbol) : nullptr;
 }

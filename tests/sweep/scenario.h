@@ -1,0 +1,18 @@
+// A life of the module: load, every command, calls on engines of every kind, unload. What a caller, an operator or a
+// script gets to see of it is its outcome.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// Lines of what was seen. Those that begin with "broken:" must never come, whatever fails.
+using Outcome = std::vector<std::string>;
+
+// Where the plugins' log goes, which stays.
+inline constexpr char kPluginLog[] = "/tmp/quillbrook_plugins.log";
+
+// `twin`: each recognition runs its plugin twice. The same in every run, as long as nothing fails.
+Outcome run_scenario(bool twin);
+
+// Has the plugins offered to the module, once for the process.
+void offer_plugins();
