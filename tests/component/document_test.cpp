@@ -327,4 +327,28 @@ TEST_F(DocumentTest, AnyTagMakesAFileNameAndAPlantedLinkIsNotFollowed) {
   }
 }
 
+TEST_F(DocumentTest, FilesAreForThePbxAloneAndGoWithTheSessionUnlessTheyAreToBeKept) {
+  const mode_t mask = umask(0);
+  engine.completetimeout = engine.incompletetimeout;  // each piece is a result
+  for (const int mode : {0, 1, 2, 3}) {
+    engine.keepfiles = mode / 2;
+    engine.returnjson = mode % 2;
+    engine.returnnlsml = 1;
+    engine.continuous = 1;
+    create_and_start();
+    send("one", 80);
+    send("two", 80);
+    EXPECT_EQ(stand_in::files().size(), 3U);
+    for (const std::string &file : stand_in::files()) {
+      struct stat status = {};
+      EXPECT_EQ(lstat(stand_in::real_path(file).c_str(), &status), 0);
+      EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFREG | 0600)) << file;
+    }
+    destroy();
+    EXPECT_EQ(stand_in::files().size(), engine.keepfiles ? 3U : 0U);
+    stand_in::reset();
+  }
+  umask(mask);
+}
+
 }  // namespace

@@ -1,10 +1,13 @@
-// The streaming thread: the waits before the plugin's loop, the cut to the early speech, twin mode, failure reports.
+// The streaming thread: the waits before the plugin's loop, the cut to the early speech, twin mode, failure reports,
+// and frames and a get that meet them.
 #include "session_fixture.h"
 
 namespace {
 
 using stand_in::Fault;
 using testing::ElementsAre;
+
+constexpr int kMost = 1000000;  // frames until another thread has come: seconds
 
 class StreamingTest : public SessionTest {
 protected:
@@ -222,6 +225,46 @@ TEST_F(StreamingTest, ATwinRunsAloneWhenTheOtherIsRefused) {
     EXPECT_EQ(quillbrook_callback(refused == 1 ? recognition()->context2 : context(), "one", 90), 0);
     EXPECT_EQ(get(), "one");
     EXPECT_EQ(plugin.loops, 1);
+    destroy();
+  }
+}
+
+// A final that the module took is the caller's result, however close the get comes.
+TEST_F(StreamingTest, AGetAgainstTheLastWords) {
+  std::atomic<bool> go{false};
+  std::atomic<int> answer{0};
+  plugin.on_loop = [&](quillbrook_context *context) {
+    while (!go) std::this_thread::yield();
+    answer = quillbrook_callback(context, "word", 80);
+  };
+  create();
+  for (int round = 0; round < 100; ++round) {
+    go = false;
+    plugin.loops = 0;
+    start();
+    ASSERT_TRUE(eventually([&] { return plugin.loops > 0; }));
+    go = true;
+    if (round % 2) std::this_thread::yield();
+    EXPECT_EQ(get(), "word");
+    EXPECT_EQ(answer, 0);
+  }
+}
+
+// Frames that arrive while the stream is cut down wait, and none is lost or doubled.
+TEST_F(StreamingTest, FramesAgainstTheRewind) {
+  engine.earlyspeechtimeout = 100;
+  for (int round = 0; round < 50; ++round) {
+    plugin.loops = 0;
+    create();
+    start();
+    int number = 20;
+    write_numbered(1, number);
+    start();
+    for (; plugin.loops == 0 && number < kMost; ++number) write_numbered(number + 1, number + 1);
+    ASSERT_LT(number, kMost) << "the plugin was never let go";
+    const std::vector<int> numbers = numbers_in(context()->filename);
+    ASSERT_GE(numbers.size(), 5U);
+    for (const int &found : numbers) ASSERT_EQ(found, number - (&numbers.back() - &found));
     destroy();
   }
 }

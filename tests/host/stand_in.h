@@ -17,8 +17,8 @@ namespace stand_in {
 // module has registered stays. Run it before each test.
 void reset();
 
-// What a test can make fail. Those marked * fail only for a thread that is Inside, because the test's own code uses them
-// too.
+// What a test can make fail. Those marked * fail only for a thread that is Inside, because the test's own code uses
+// them too.
 enum class Fault {
   kNew,             // * operator new, in a program that replaces it
   kAllocation,      // of the host's allocators

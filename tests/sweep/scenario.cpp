@@ -31,7 +31,9 @@ void until(Condition &&condition) {
   while (!condition()) std::this_thread::sleep_for(std::chrono::microseconds(20));
 }
 
-int init(quillbrook_context *) { return 0; }
+int init(quillbrook_context *) {
+  return 0;
+}
 
 // Whether the record holds what stands in the session's files.
 bool is_told_all(const quillbrook_context &context) {
@@ -94,10 +96,10 @@ public:
   void prepare(const std::string &folder) {
     if (!speech_.data) return;
     const std::pair<const char *, std::string> grammars[] = {
-        {"words", folder + "words.jsgf"},          {"more", folder + "more.jsgf"},
-        {"phrases", folder + "phrases.txt"},       {"conf", folder + "configuration_a"},
-        {"context", folder + "context_a"},         {"", "property:Speech-Language=en"},
-        {"", "builtin:grammar/model=m"},       };
+        {"words", folder + "words.jsgf"},     {"more", folder + "more.jsgf"},    {"phrases", folder + "phrases.txt"},
+        {"conf", folder + "configuration_a"}, {"context", folder + "context_a"}, {"", "property:Speech-Language=en"},
+        {"", "builtin:grammar/model=m"},
+    };
     for (const auto &[name, path] : grammars) {
       const std::string kept = path;
       command([&, name = name] { return host_engine_->load(&speech_, name, kept.c_str()); });
@@ -202,8 +204,8 @@ void look_around(Outcome &outcome) {
 }
 
 void write_files(bool twin) {
-  stand_in::write_config("quillbrook.conf", std::string("[general]\n") + (twin ? "twin=yes\n" : "") + "logfile=" +
-                                                kPluginLog + "\n" + kConfiguration);
+  stand_in::write_config("quillbrook.conf", std::string("[general]\n") + (twin ? "twin=yes\n" : "") +
+                                                "logfile=" + kPluginLog + "\n" + kConfiguration);
   stand_in::write_config("words.jsgf", "#JSGF V1.0;\ngrammar a;\npublic <r> = one two [three] {YES};\n");
   stand_in::write_config("more.jsgf", "#JSGF V1.0;\ngrammar a;\npublic <r> = four;\n");
   for (const char *name : {"phrases.txt", "configuration_a", "context_a"}) {
@@ -213,7 +215,8 @@ void write_files(bool twin) {
 
 void live(Outcome &outcome, const std::string &folder) {
   look_around(outcome);
-  for (const char *engine : {"quillbrook", "quillbrook:json", "quillbrook:xml", "quillbrook:live", "quillbrook:early"}) {
+  for (const char *engine :
+       {"quillbrook", "quillbrook:json", "quillbrook:xml", "quillbrook:live", "quillbrook:early"}) {
     Call call(outcome, engine);
     call.prepare(folder);
     const bool prompt = engine == std::string("quillbrook:early");

@@ -27,12 +27,16 @@ void *operator new(size_t size) {
 void *operator new(size_t size, const std::nothrow_t &) noexcept {
   return stand_in::fails_inside(Fault::kNew) ? nullptr : malloc(size ? size : 1);
 }
-void operator delete(void *memory) noexcept { free(memory); }
-void operator delete(void *memory, size_t) noexcept { free(memory); }
+void operator delete(void *memory) noexcept {
+  free(memory);
+}
+void operator delete(void *memory, size_t) noexcept {
+  free(memory);
+}
 
 namespace {
 
-constexpr int kDensity = 6;            // of the short form: this many places in a row, and ever fewer behind them
+constexpr int kDensity = 6;  // of the short form: this many places in a row, and ever fewer behind them
 constexpr int kFarAway = 1 << 30;
 constexpr unsigned kHangSeconds = 20;  // a run takes milliseconds
 
@@ -143,8 +147,8 @@ protected:
 TEST_P(SweepTest, NothingBreaks) {
   const char *form = getenv("QUILLBROOK_SWEEP");
   const bool whole = form && strcmp(form, "whole") == 0;
-  const std::vector<int> reasons = fault() > Fault::kAllocation ? std::vector<int>{ENOSPC, EIO, EACCES, EMFILE}
-                                                                : std::vector<int>{ENOMEM};
+  const std::vector<int> reasons =
+      fault() > Fault::kAllocation ? std::vector<int>{ENOSPC, EIO, EACCES, EMFILE} : std::vector<int>{ENOMEM};
   int tried = 0;
   for (const bool twin : {false, true}) {
     live(twin);
