@@ -7,7 +7,7 @@
 //   plugin does from then on
 // - behind destroy there is no thread, file, reference, detector or stream left
 //
-// A failure prints the seed and the road to it. QUILLBROOK_WALKS in the environment asks for more of them.
+// A failure prints the seed and the road to it. QUILLBROOK_THOROUGH in the environment asks for more of them.
 #include <random>
 
 #include "session/watch.h"
@@ -106,6 +106,7 @@ protected:
     engine.plugintimeout = kPluginTimeout;
     twin = one_in(4);
     engine.continuous = one_in(3);
+    engine.separate = one_in(2);
     engine.waitclose = one_in(4);
     engine.returnjson = one_in(4);
     engine.returnnlsml = !engine.returnjson && one_in(2);
@@ -275,8 +276,7 @@ protected:
 };
 
 TEST_F(WalkTest, NoCallerIsTrappedAndNothingIsLeft) {
-  const char *more = getenv("QUILLBROOK_WALKS");
-  const int walks = more ? atoi(more) : 1100;
+  const int walks = getenv("QUILLBROOK_THOROUGH") ? 20000 : 1100;
   constexpr int kSteps = 30;
   std::thread([] {}).join();  // a sanitizer adds one of its own with the first
   const int threads_before = threads();
