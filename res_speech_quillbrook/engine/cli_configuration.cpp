@@ -20,14 +20,14 @@ constexpr CliCommand kCheck = {"quillbrook check configuration",
 
 constexpr auto *handle_cli_quillbrook_check = handle_cli<kCheck>;
 
-ast_cli_entry commands[] = {
+ast_cli_entry configuration_commands[] = {
     AST_CLI_DEFINE(handle_cli_quillbrook_check, "Check the QuillBrook configuration file"),
 };
 
 }  // namespace
 
 int quillbrook_cli_configuration_register() {
-  if (ast_cli_register_multiple(commands, std::size(commands)) == 0) {
+  if (ast_cli_register_multiple(configuration_commands, std::size(configuration_commands)) == 0) {
     return 0;
   }
   quillbrook_cli_configuration_unregister();
@@ -35,5 +35,5 @@ int quillbrook_cli_configuration_register() {
 }
 
 void quillbrook_cli_configuration_unregister() {
-  ast_cli_unregister_multiple(commands, std::size(commands));
+  ast_cli_unregister_multiple(configuration_commands, std::size(configuration_commands));
 }

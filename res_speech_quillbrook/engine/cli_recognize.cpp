@@ -85,14 +85,14 @@ char *handle_cli_quillbrook_recognize(ast_cli_entry *entry, int call, ast_cli_ar
   return guarded("quillbrook recognize", CLI_FAILURE, [args] { return recognize(*args); });
 }
 
-ast_cli_entry commands[] = {
+ast_cli_entry recognize_commands[] = {
     AST_CLI_DEFINE(handle_cli_quillbrook_recognize, "Try a QuillBrook engine on a recording"),
 };
 
 }  // namespace
 
 int quillbrook_cli_recognize_register() {
-  if (ast_cli_register_multiple(commands, std::size(commands)) == 0) {
+  if (ast_cli_register_multiple(recognize_commands, std::size(recognize_commands)) == 0) {
     return 0;
   }
   quillbrook_cli_recognize_unregister();
@@ -100,5 +100,5 @@ int quillbrook_cli_recognize_register() {
 }
 
 void quillbrook_cli_recognize_unregister() {
-  ast_cli_unregister_multiple(commands, std::size(commands));
+  ast_cli_unregister_multiple(recognize_commands, std::size(recognize_commands));
 }

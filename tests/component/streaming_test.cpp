@@ -121,7 +121,7 @@ TEST_F(StreamingTest, ACutThatFailsIsAnErrorAndLeavesNoFile) {
 TEST_F(StreamingTest, OnlyAFileThatIsGoneEndsAWait) {
   engine.minspeechtimeout = 100;
   create();
-  stand_in::fail(Fault::kStat, 1, 3);
+  stand_in::fail(Fault::kPoll, 1, 3);
   start();
   wait_for_polls(3);
   EXPECT_EQ(stand_in::stop_failing(), 3);

@@ -131,6 +131,10 @@ FILE *__wrap_fopen(const char *path, const char *mode) {
   return fails(Fault::kOpen) ? nullptr : __real_fopen(real_path(path).c_str(), mode);
 }
 int __wrap_stat(const char *path, struct stat *status) {
+  if (fails(Fault::kPoll)) {
+    errno = EIO;
+    return -1;
+  }
   if (fails_inside(Fault::kStat)) return -1;
   const Outside outside;
   return __real_stat(real_path(path).c_str(), status);

@@ -34,7 +34,7 @@ enum class Fault {
   kWriteStream,     // ast_writefile
   kReadStream,      // ast_readfile
   kRename,          // rename
-  kStat,            // stat
+  kPoll,            // stat, for any thread
   kDetector,        // ast_dsp_new
   kThread,          // ast_pthread_create_stack
   kFormatCap,       // ast_format_cap_alloc
