@@ -51,6 +51,7 @@ struct quillbrook_watch_entry {
   int result_waits;     // a result was queued, and no get has come since
   int looks_not_ready;  // in a row, that found a result waiting and the object NOT_READY
   int passed_over;      // the host will not collect what waits
+  int quieted;          // words switched off the dialplan's timeout, and no result has come since, nor a start
 };
 
 // Messages with a score that does not exist have one line a second.

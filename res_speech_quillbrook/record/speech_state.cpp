@@ -58,6 +58,7 @@ void quillbrook_push_result(quillbrook_speech_t *session, const char *text, quil
   fill_moments(session, details);
   str_fifo_push(&session->last_results, text, share(std::move(details)));
   session->watch.result_waits = 1;
+  session->watch.quieted = 0;
   session->watch.looks_not_ready = 0;
   quillbrook_watch_bell.ring();
 }

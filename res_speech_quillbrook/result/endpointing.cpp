@@ -234,7 +234,8 @@ void quillbrook_note_first_text(quillbrook_message &message) {
   trace(2, "CALLBACK: delay first [%d]\n", static_cast<int>(ast_tvdiff_ms(transcript.datefirst, transcript.datestart)));
   trace(2, "CALLBACK: delay last [%d]\n", static_cast<int>(ast_tvdiff_ms(transcript.datelast, transcript.datestart)));
   transcript.datesilence = {};
-  quillbrook_watch_bell.ring();  // from here on the plugin has to keep calling
+  message.session->watch.quieted = 1;  // from here on the plugin has to keep calling
+  quillbrook_watch_bell.ring();
   if (quillbrook_utterances_are_separate(*message.session->engine)) {
     quillbrook_take_timeouts(message.session, *quillbrook_run_of(message.context));
   }

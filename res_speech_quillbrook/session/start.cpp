@@ -18,6 +18,7 @@ bool abandoned_by_digits(const struct ast_speech *speech, quillbrook_speech_t *s
 // Whether the host has left a waiting result behind, whose question is over. Counts for one start.
 bool takes_passed_over(quillbrook_speech_t *session) {
   MutexLock held(session->result_lock);
+  session->watch.quieted = 0;  // the host has just taken the flag back
   return std::exchange(session->watch.passed_over, 0) != 0;
 }
 

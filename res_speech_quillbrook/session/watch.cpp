@@ -37,7 +37,7 @@ int look_at_result(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->re
 int look_at_plugin(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->result_lock) {
   quillbrook_recognition_t *recognition = session->recognition;
   const int limit = session->engine->plugintimeout;
-  if (!recognition || limit <= 0 || recognition->silence_reported || !quillbrook_words_came(recognition) ||
+  if (!recognition || limit <= 0 || recognition->silence_reported || !session->watch.quieted ||
       !str_fifo_empty(&session->last_results)) {
     return kNothing;
   }
