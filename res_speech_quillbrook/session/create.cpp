@@ -123,6 +123,14 @@ void choose_loggingtag(quillbrook_speech_t *session) {
   }
 }
 
+// Undoes what there is of a session that cannot be completed.
+void discard(quillbrook_speech_t *session) {
+  quillbrook_statistics_session_stop();
+  quillbrook_release_text(session->phrases);
+  session->~quillbrook_speech_t();
+  ast_free(session);
+}
+
 int create(struct ast_speech *speech) {
   const char *engine_name = speech->engine->name;
   notice("(?) Create speech resource : %s\n", engine_name);
@@ -142,6 +150,7 @@ int create(struct ast_speech *speech) {
   }
   auto *session = new (memory) quillbrook_speech_t();
   quillbrook_statistics_session_start();
+  std::unique_ptr<quillbrook_speech_t, void (*)(quillbrook_speech_t *)> incomplete(session, discard);
   session->engine = engine;
   session->call.reset(new HostCallId(HostCallId::of_this_thread()));
   take_engine_settings(session);
@@ -150,6 +159,7 @@ int create(struct ast_speech *speech) {
   name_session(session);
   choose_loggingtag(session);
   str_fifo_init(&session->last_results);
+  incomplete.release();
   shared_store(speech->data, static_cast<void *>(session));
   quillbrook_sessions_add(speech, session);
   log_defaults(session);
