@@ -67,6 +67,7 @@ struct quillbrook_transcript_t {
   int overflow_reported;    // the transcript has reached its limit
   int no_match;             // the plugin has said that nothing was understood
   int overtaken;            // another run has made the result of this utterance (result/utterance.h)
+  int unanswered;           // a text has stopped the prompt, and the session has queued no result since
 };
 
 // How far a run is. Only inside the plugin's loop is a thread left behind: everywhere else it comes to an end by

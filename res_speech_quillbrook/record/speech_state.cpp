@@ -57,6 +57,7 @@ void fill_moments(const quillbrook_speech_t *session, quillbrook_result_t &detai
 void quillbrook_push_result(quillbrook_speech_t *session, const char *text, quillbrook_result_t details) {
   fill_moments(session, details);
   str_fifo_push(&session->last_results, text, share(std::move(details)));
+  quillbrook_for_each_run(session->recognition, [](quillbrook_run_t &run) { run.transcript.unanswered = 0; });
   session->watch.result_waits = 1;
   session->watch.quieted = 0;
   session->watch.looks_not_ready = 0;

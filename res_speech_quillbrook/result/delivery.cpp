@@ -172,11 +172,26 @@ void deliver_text(const quillbrook_message &message) QUILLBROOK_REQUIRES(message
   take_text_away(transcript);
 }
 
+// An utterance of which nothing was kept, because its text had no confidence or there was no memory. The text has
+// switched off the dialplan's own timeout, so when no more is to come the caller is let go. A plugin's own finish
+// leaves that to the timers.
+void deliver_nothing(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
+  const bool over = message.timed_out || quillbrook_utterances_are_separate(*message.session->engine);
+  if (message.transcript.unanswered && over) {
+    message.has_result = true;
+    quillbrook_queue_error(message.speech, message.session, kCausePlugin, "a text came of which nothing could be kept");
+  }
+}
+
 }  // namespace
 
 void quillbrook_deliver(quillbrook_message &message) {
   const quillbrook_engine_t &engine = *message.session->engine;
-  if (!message.transcript.text || !message.transcript.text[0] || message.transcript.overtaken) {
+  if (message.transcript.overtaken) {
+    return;
+  }
+  if (!message.transcript.text || !message.transcript.text[0]) {
+    deliver_nothing(message);
     return;
   }
   message.has_result = true;

@@ -29,6 +29,7 @@ void finish(quillbrook_message &message) {
   trace(2, "Set score = -2 !\n");
   if (!message.hold) {
     message.score = QUILLBROOK_SCORE_FINISH;
+    message.timed_out = true;
   }
 }
 
@@ -231,6 +232,7 @@ void quillbrook_note_first_text(quillbrook_message &message) {
   shared_set_bits(message.speech->flags, static_cast<unsigned int>(AST_SPEECH_QUIET | AST_SPEECH_SPOKE));
   trace(2, "CALLBACK: Voice detected\n");
   transcript.datefirst = transcript.datelast;
+  transcript.unanswered = 1;
   trace(2, "CALLBACK: delay first [%d]\n", static_cast<int>(ast_tvdiff_ms(transcript.datefirst, transcript.datestart)));
   trace(2, "CALLBACK: delay last [%d]\n", static_cast<int>(ast_tvdiff_ms(transcript.datelast, transcript.datestart)));
   transcript.datesilence = {};

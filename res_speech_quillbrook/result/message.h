@@ -12,6 +12,7 @@ struct quillbrook_message {
   const char *text;                     // the plugin's, or null
   int score;                // as sent; a phase that decides that the recognition ends makes it QUILLBROOK_SCORE_FINISH
   int hold = 0;             // the plugin is closing: a timer or a final piece must not finish the call yet
+  bool timed_out = false;   // a timer has finished the utterance
   bool failed = false;      // the incomplete timeout has ended the utterance
   bool has_result = false;  // the call has queued a result, be it an error
 

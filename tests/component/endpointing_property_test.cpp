@@ -20,6 +20,7 @@ struct Model {
   // The recognition.
   std::optional<int64_t> first_text, silent_since, closing_since;
   bool closed = false, error_told = false;
+  bool unanswered = false;   // a first text has come, and no result behind it
   bool keeps_words = false;  // the call brings the first words: no timer takes them
   std::string text, interim;
   int sum = 0, pieces = 0, score = 0;
@@ -70,7 +71,7 @@ struct Model {
       held = now < *closing_since + set.closetimeout;
     }
     if (!said.empty() && !first_text) {
-      barges_in = true;
+      barges_in = unanswered = true;
       first_text = now;
       silent_since.reset();
     }
@@ -88,7 +89,7 @@ struct Model {
     }
 
     if (session_end || confidence == -2 || timed_out) {
-      deliver();
+      deliver(timed_out);
     } else if (confidence == -1 && !said.empty()) {
       interim = said;
     } else if (confidence == 0 && said.size() == 1 && said != " ") {
@@ -130,6 +131,7 @@ struct Model {
         finish = true;
       } else if (!error_told && !keeps_words) {
         error_told = ends_utterance = true;
+        unanswered = false;
         results.emplace_back("error", 0);
         finalize = 1;
       }
@@ -137,12 +139,15 @@ struct Model {
     return finish && !keeps_words;
   }
 
-  void deliver() {
+  void deliver(bool timed_out = false) {
     ends_utterance = true;
     if (text.empty() && !interim.empty()) score = 50;
     text = joined(text, interim);
     interim.clear();
-    if (text.empty()) return;
+    const bool kept = !text.empty();
+    if (!kept && !(unanswered && (timed_out || separate()))) return;
+    unanswered = false;
+    if (!kept) return void(results.emplace_back("error", 0));
     results.emplace_back(text + (set.endpointing ? "." : ""), score);
     text.clear();
   }
