@@ -99,7 +99,7 @@ Stream *open_stream(const char *filename, const char *type, int flags, mode_t pe
   const std::string path = real_path(std::string(filename) + "." + kind);
   int descriptor = __real_open(path.c_str(), flags, permissions);
   if (descriptor < 0) return nullptr;
-  if (fails(Fault::kWrite)) {
+  if (flags != O_RDONLY && fails(Fault::kWrite)) {
     close(descriptor);
     descriptor = __real_open("/dev/full", O_WRONLY);
   }
