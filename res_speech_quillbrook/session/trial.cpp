@@ -86,7 +86,7 @@ public:
       print_("Cannot read " + trial_.recording + ": it has to be a .wav file of 8 kHz, mono, 16 bit");
       return;
     }
-    if (quillbrook_recog_create(&speech_, nullptr)) {
+    if (!is_ours() || quillbrook_recog_create(&speech_, nullptr)) {
       print_("There is no engine " + trial_.engine +
              ", or it cannot be used: see 'quillbrook show plugins' and the log");
       return;
@@ -106,6 +106,13 @@ public:
   }
 
 private:
+  // The host would ask us for no other name.
+  bool is_ours() const {
+    const size_t prefix = strlen(kEngineName);
+    return trial_.engine.compare(0, prefix, kEngineName) == 0 &&
+           (trial_.engine.size() == prefix || trial_.engine[prefix] == ':');
+  }
+
   bool continuous() const { return quillbrook_session_of(&speech_)->engine->continuous; }
 
   void take_words() {
@@ -170,9 +177,8 @@ private:
     }
     ++results_;
     print_(format("%6.2f s  result   %s", when, Printable(result->text).text()));
-    print_(format("          score %d, cause %s, first words after %s ms, result after %s ms", result->score,
-                  setting("cause").c_str(), setting("first").c_str(), setting("length").c_str()));
-    for (const char *name : {"reason", "input", "meaning", "grammar", "rule"}) {
+    print_(format("          score %d", result->score));
+    for (const char *name : {"cause", "reason", "input", "meaning", "grammar", "rule", "first", "length"}) {
       const std::string value = setting(name);
       if (!value.empty()) {
         print_(format("          %s %s", name, value.c_str()));
