@@ -27,7 +27,7 @@ LOG = "/var/log/asterisk/messages*"  # newer series add .log to the name
 # Of this run, so that its lines in the log are told from others.
 CONTEXT = f"quillbrook-package-{os.getpid()}"
 
-# $1: an empty folder. Says "ready" when $1/root is the copy.
+# $1: an empty folder. $2: LOOPBACK_UP. Says "ready" when $1/root is the copy.
 MAKE_COPY = """
 set -e
 mount --make-rprivate /
@@ -36,8 +36,82 @@ mkdir "$1/upper" "$1/work" "$1/root"
 mount -t overlay overlay -o "lowerdir=/,upperdir=$1/upper,workdir=$1/work" "$1/root"
 for folder in proc dev sys; do mount --rbind "/$folder" "$1/root/$folder"; done
 for folder in tmp run; do mount -t tmpfs -o mode=1777 scratch "$1/root/$folder"; done
+python3 -c "$2"
 echo ready
 exec sleep 600
+"""
+
+# A new network's loopback interface is down.
+LOOPBACK_UP = """
+import fcntl, socket, struct
+SIOCSIFFLAGS, IFF_UP = 0x8914, 1
+fcntl.ioctl(socket.socket(), SIOCSIFFLAGS, struct.pack("16sh14x", b"lo", IFF_UP))
+"""
+
+PJSIP = """
+[local]
+type=transport
+protocol=udp
+bind=127.0.0.1:15070
+[anonymous]
+type=endpoint
+context=quillbrook-try
+disallow=all
+allow=ulaw
+"""
+
+# A telephone that dials, speaks, and waits for the PBX to hang up.
+TELEPHONE = """<?xml version="1.0" encoding="ISO-8859-1" ?>
+<scenario name="caller">
+  <send retrans="500"><![CDATA[
+INVITE sip:784@[remote_ip]:[remote_port] SIP/2.0
+Via: SIP/2.0/[transport] [local_ip]:[local_port];branch=[branch]
+From: <sip:caller@[local_ip]:[local_port]>;tag=[call_number]
+To: <sip:784@[remote_ip]:[remote_port]>
+Call-ID: [call_id]
+CSeq: 1 INVITE
+Contact: <sip:caller@[local_ip]:[local_port]>
+Max-Forwards: 70
+Content-Type: application/sdp
+Content-Length: [len]
+
+v=0
+o=caller 1 1 IN IP4 [local_ip]
+s=-
+c=IN IP4 [media_ip]
+t=0 0
+m=audio [rtpstream_audio_port] RTP/AVP 0
+a=rtpmap:0 PCMU/8000
+
+  ]]></send>
+  <recv response="100" optional="true"/>
+  <recv response="180" optional="true"/>
+  <recv response="183" optional="true"/>
+  <recv response="200"/>
+  <send><![CDATA[
+ACK sip:784@[remote_ip]:[remote_port] SIP/2.0
+Via: SIP/2.0/[transport] [local_ip]:[local_port];branch=[branch]
+From: <sip:caller@[local_ip]:[local_port]>;tag=[call_number]
+[last_To:]
+Call-ID: [call_id]
+CSeq: 1 ACK
+Max-Forwards: 70
+Content-Length: 0
+
+  ]]></send>
+  <nop><action><exec rtp_stream="/tmp/speech.ulaw,1,0,PCMU/8000"/></action></nop>
+  <recv request="BYE"/>
+  <send><![CDATA[
+SIP/2.0 200 OK
+[last_Via:]
+[last_From:]
+[last_To:]
+[last_Call-ID:]
+[last_CSeq:]
+Content-Length: 0
+
+  ]]></send>
+</scenario>
 """
 
 
@@ -53,7 +127,7 @@ class Machine:
         self.prefix = []
         self._folder = Path(tempfile.mkdtemp(prefix="package-"))
         self._holder = subprocess.Popen(
-            ["unshare", "--mount", "--net", "sh", "-c", MAKE_COPY, "sh", str(self._folder)],
+            ["unshare", "--mount", "--net", "sh", "-c", MAKE_COPY, "sh", str(self._folder), LOOPBACK_UP],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
         if self._holder.stdout.readline() == "ready\n":
             self.prefix = ["nsenter", "--target", str(self._holder.pid), "--mount", "--net",
@@ -169,7 +243,11 @@ class PackageTest(unittest.TestCase):
         self.machine.sh(f"sed -i 's/^;profiles = .*/profiles=example,script/; s/^;logfile = .*/logfile=yes/' {CONFIG}")
         self.machine.sh("printf '[example]\\nplugin=plugin_example.so\\n[script]\\nplugin=plugin_dummy.so\\n'"
                         f" >>{CONFIG}")
+        for path in ("/etc/asterisk/extensions.conf", "/etc/asterisk/pjsip.conf"):
+            self.machine.sh(f"cp -p {path} {path}.before")
+            self.addCleanup(self.machine.sh, f"mv {path}.before {path}")
         self.machine.sh("echo '#include /usr/share/quillbrook/extensions.conf' >>/etc/asterisk/extensions.conf")
+        self.machine.put("/etc/asterisk/pjsip.conf", PJSIP.encode())
         pbx = self.machine.start("asterisk", "-f", "-U", "asterisk", "-G", "asterisk")
         try:
             self.wait_until(lambda: "fully booted" in self.rx("core waitfullybooted"), "the PBX did not start")
@@ -191,14 +269,19 @@ class PackageTest(unittest.TestCase):
             pbx.wait(LIMIT)
 
     def try_the_sample(self):
-        """Calls the extension of the installed dialplan, which asks the installed recogniser."""
-        self.rx("core set verbose 3")
-        self.rx(f"dialplan add extension day,1,Answer() into {CONTEXT}")
-        self.rx(f"dialplan add extension day,2,Playback(silence/1&digits/day-3&silence/5) into {CONTEXT}")
-        self.rx(f"channel originate Local/day@{CONTEXT} extension 784@quillbrook-try")
-        self.wait_until(lambda: "day-3" in self.rx("core show channels concise"), "no call")
-        self.wait_until(lambda: "Playback!digits/day-3" in self.rx("core show channels concise"),
-                        "the day was not heard")
+        """Dials the extension of the installed dialplan, which asks the installed recogniser, with a SIP telephone."""
+        self.machine.put("/tmp/telephone.xml", TELEPHONE.encode())
+        self.machine.sh("sox /usr/share/asterisk/sounds/en/digits/day-3.wav -t ul -r 8000 -c 1 /tmp/speech.ulaw "
+                        "pad 1.5 4")
+        telephone = self.machine.start("sipp", "127.0.0.1:15070", "-sf", "/tmp/telephone.xml", "-i", "127.0.0.1", "-mi",
+                                       "127.0.0.1", "-m", "1", "-nostdin", "-timeout", str(LIMIT))
+        try:
+            self.wait_until(lambda: "Playback!digits/day-3" in self.rx("core show channels concise"),
+                            "the day was not heard")
+            self.assertEqual(telephone.wait(LIMIT), 0)
+        finally:
+            telephone.kill()
+            telephone.wait()
 
     def rx(self, command):
         return self.machine.sh("asterisk -rx \"$1\"", command, check=False)
