@@ -7,6 +7,7 @@
 #        ./demo.sh --grammar      a dialogue with grammars, and its result documents
 #        ./demo.sh --endpointing  numbers read with pauses, cut by three settings of the timeouts
 #        ./demo.sh --server       the words through a speech server and the WebSocket plugin
+#        ./demo.sh --transcription   the words through an HTTP transcription server
 #
 # Works on Debian 12, as root where packages are missing. The build is kept in build/, so a second run takes seconds.
 set -euo pipefail

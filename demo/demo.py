@@ -41,12 +41,14 @@ def parse_arguments():
                        help="a dialogue with grammars, and its result documents")
     modes.add_argument("--endpointing", dest="mode", action="store_const", const=endpointing,
                        help="numbers read with pauses, cut by three settings of the timeouts")
-    modes.add_argument("--server", dest="mode", action="store_const", const=server,
+    modes.add_argument("--server", dest="mode", action="store_const", const=server.websocket,
                        help="the words through a speech server and the WebSocket plugin")
+    modes.add_argument("--transcription", dest="mode", action="store_const", const=server.transcription,
+                       help="the words through an HTTP transcription server")
     parser.add_argument("--build", help=argparse.SUPPRESS)
     options = parser.parse_args()
     if options.recording and options.mode:
-        parser.error("FILE.wav is heard by itself, without --grammar, --endpointing or --server")
+        parser.error("FILE.wav is heard by itself, without --grammar, --endpointing, --server or --transcription")
     if options.words and not options.recording:
         parser.error("--words says what may be heard in FILE.wav: name that file too")
     if options.recording:

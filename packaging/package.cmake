@@ -22,7 +22,7 @@ foreach(file README.md CHANGELOG.md CONTRIBUTING.md bench/README.md configs/quil
   get_filename_component(folder ${file} DIRECTORY)
   install(FILES ${PROJECT_SOURCE_DIR}/${file} DESTINATION ${QUILLBROOK_DOC_DIR}/${folder})
 endforeach()
-foreach(plugin dummy pocketsphinx websocket)
+foreach(plugin dummy pocketsphinx transcription websocket)
   install(FILES ${PROJECT_SOURCE_DIR}/plugins/${plugin}/README.md DESTINATION ${QUILLBROOK_DOC_DIR}/plugins/${plugin})
 endforeach()
 # The folder of `logfile=yes` holds what callers said.
@@ -73,8 +73,9 @@ set(CPACK_PACKAGE_CONTACT "The Quillbrook developers <developers@quillbrook.inva
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "speech recognition engines for the Asterisk PBX")
 set(CPACK_PACKAGE_DESCRIPTION
   "A module that gives the speech API of Asterisk ${ASTERISK_SERIES} engines whose plugins recognise speech: offline on
-this machine, or by a server that speaks a common WebSocket protocol. With endpointing, JSGF grammars, results as
-text, JSON and NLSML, console commands, Prometheus metrics, and the header for plugins of one's own.")
+this machine, by a server that speaks a common WebSocket protocol, or by one that transcribes audio files over HTTP, as
+those of the Whisper family do. With endpointing, JSGF grammars, results as text, JSON and NLSML, console commands,
+Prometheus metrics, and the header for plugins of one's own.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_SET_DESTDIR ON) # the host's folders are absolute
 set(CPACK_STRIP_FILES ON)

@@ -1,198 +1,168 @@
-// A speech server for demonstrations and live tests: the WebSocket protocol in front, a plugin behind it.
+// A speech server for demonstrations and live tests: two protocols in front, a plugin behind them.
 //
 //   recognising_server --plugin FILE [OPTIONS]; --help lists them
 //
-// Prints "port N" when it listens on the loopback address, and serves until it gets SIGTERM or SIGINT. Each connection
-// is one run of the plugin in FILE: chunks of audio go into its stream file, each is answered by what the plugin says
-// at that moment, and the client's end of audio by its last words. With --behave the server is one that fails:
-// "mute" never answers, "die" is gone after the first audio, "die-after-words" after the first words,
-// "die-once" on its first connection only, "garbage" answers with no JSON.
-#include <dlfcn.h>
+// Prints "port N" when it listens on the loopback address, and serves until it gets SIGTERM or SIGINT. A client that
+// asks for WebSocket speaks the protocol of port 2700; one that sends a form has its file transcribed. Each connection
+// of the first and each form of the second is one run of the plugin in FILE.
+//
+// With --behave the server is one that fails: "mute" never answers, "die" is gone after the first audio, "die-once" on
+// its first connection only, "garbage" answers with no JSON. A WebSocket is also gone after the first words, with
+// "die-after-words"; forms are also refused, with "unauthorized", "busy" (the first time) and "broken".
 #include <pthread.h>
-#include <unistd.h>
 
-#include <condition_variable>
+#include <atomic>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <deque>
 #include <map>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
-#include <thread>
 
-#include "quillbrook.h"
+#include "recognition.h"
 #include "speech_server.h"
 
 namespace {
 
+using namespace speech_server;
 using nlohmann::json;
-using speech_server::Message;
-using speech_server::Peer;
 
 // What a client lists among its phrases that wants to hear of speech that is none of them.
 constexpr char kUnknownWord[] = "[unk]";
+constexpr char kGarbage[] = "<html>";
 
-struct Plugin {
-  quillbrook_function_init *init;
-  quillbrook_function_loop *loop;
-  quillbrook_function_stop *stop;
+struct Service {
+  Plugin plugin;
+  std::string configuration;
+  std::string behaviour;
+  std::atomic<int> forms{0};
+  bool behaves(const char *how) const { return behaviour == how; }
 };
 
-Plugin load(const std::string &file) {
-  void *library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (library == nullptr) throw std::runtime_error(dlerror());
-  const auto symbol = [&](const char *name) {
-    void *found = dlsym(library, name);
-    if (found == nullptr) throw std::runtime_error(file + " has no " + name);
-    return found;
-  };
-  return {reinterpret_cast<quillbrook_function_init *>(symbol("quillbrook_init")),
-          reinterpret_cast<quillbrook_function_loop *>(symbol("quillbrook_loop")),
-          reinterpret_cast<quillbrook_function_stop *>(symbol("quillbrook_stop"))};
+// ---- WebSocket
+// -------------------------------------------------------------------------------------------------------
+
+struct Phrases {
+  std::string list;
+  bool has_unknown = false;
+};
+
+Phrases phrases_of(const json &config) {
+  Phrases phrases;
+  for (const auto &phrase : config.value("phrase_list", json::array())) {
+    if (phrase == kUnknownWord) {
+      phrases.has_unknown = true;
+    } else {
+      phrases.list += (phrases.list.empty() ? "" : ",") + phrase.get<std::string>();
+    }
+  }
+  return phrases;
 }
 
-// One run of the plugin, with the part of the module played by this server.
-class Recognition {
-public:
-  Recognition(const Plugin &plugin, const std::string &configuration, const json &config) : plugin_(plugin) {
-    char path[] = "/tmp/quillbrook-server.XXXXXX.wav";
-    const int file = mkstemps(path, 4);
-    if (file < 0) throw std::runtime_error("no stream file can be made");
-    file_ = fdopen(file, "wb");
-    path_ = path;
-    const auto rate = config.value("sample_rate", 8000U);
-    const uint32_t format[] = {16, 0x00010001, rate, rate * 2, 0x00100002};
-    fwrite("RIFF\0\0\0\0WAVEfmt ", 1, 16, file_);
-    fwrite(format, 1, sizeof format, file_);
-    fwrite("data\0\0\0\0", 1, 8, file_);
-
-    std::string phrases;
-    for (const auto &phrase : config.value("phrase_list", json::array())) {
-      if (phrase == kUnknownWord) {
-        says_unknown_ = true;
-      } else {
-        phrases += (phrases.empty() ? "" : ",") + phrase.get<std::string>();
-      }
-    }
-    snprintf(record_.phrases, sizeof record_.phrases, "%s", phrases.c_str());
-    snprintf(record_.configuration, sizeof record_.configuration, "%s", configuration.c_str());
-    snprintf(record_.param, sizeof record_.param, "server");
-    record_.speedvsaccuracy = -1;
-    record_.silence = &silence_;
-    record_.filename = path_.data();
-    record_.format = "wav";
-    record_.buffer_size = 1600;
-    record_.interims = 1;
-    record_.uniqueid = path_.data();
-    record_.mark = path_.data();
-    record_.asterisk_pointer = this;
-    record_.callback = [](quillbrook_context *context, const char *text, int score) {
-      return static_cast<Recognition *>(context->asterisk_pointer)->take(text != nullptr ? text : "", score);
-    };
-    if (plugin_.init(&record_) != 0) throw std::runtime_error("the plugin refuses");
-    loop_ = std::thread([this] { run(); });
+std::string final_message(const Words &words, bool has_unknown) {
+  const std::string text = words.text.empty() && has_unknown ? kUnknownWord : words.text;
+  const double confidence = words.text.empty() ? 1.0 : words.confidence / 100.0;
+  json result = json::array();
+  size_t from = 0;
+  while ((from = text.find_first_not_of(' ', from)) != std::string::npos) {
+    const size_t end = std::min(text.find(' ', from), text.size());
+    result.push_back({{"conf", confidence}, {"word", text.substr(from, end - from)}});
+    from = end;
   }
-  ~Recognition() {
-    plugin_.stop(&record_);
-    loop_.join();
-    if (record_.extra[0] != '\0') fprintf(stderr, "%s\n", record_.extra);
-    fclose(file_);
-    unlink(path_.c_str());
-  }
-  Recognition(const Recognition &) = delete;
-  Recognition &operator=(const Recognition &) = delete;
-
-  void hear(const std::string &audio) {
-    fwrite(audio.data(), 1, audio.size(), file_);
-    fflush(file_);
-  }
-  // What there is to say now: a piece that is final, else the present hypothesis.
-  std::string answer() {
-    const std::lock_guard<std::mutex> guard(lock_);
-    if (finals_.empty()) return json{{"partial", interim_}}.dump();
-    std::string oldest = finals_.front();
-    finals_.pop_front();
-    return oldest;
-  }
-  // The last piece, for which the plugin is asked to come to an end.
-  std::string last_answer() {
-    constexpr std::chrono::seconds kLimit{5};
-    __atomic_store_n(&record_.finalize, 1, __ATOMIC_RELEASE);
-    std::unique_lock<std::mutex> guard(lock_);
-    changed_.wait_for(guard, kLimit, [this] { return over_ || !finals_.empty(); });
-    return finals_.empty() ? final_answer(interim_, 50) : finals_.front();
-  }
-
-private:
-  void run() {
-    plugin_.loop(&record_);
-    const std::lock_guard<std::mutex> guard(lock_);
-    over_ = true;
-    changed_.notify_all();
-  }
-
-  static std::string final_answer(const std::string &text, int confidence) {
-    json words = json::array();
-    size_t from = 0;
-    while ((from = text.find_first_not_of(' ', from)) != std::string::npos) {
-      const size_t end = std::min(text.find(' ', from), text.size());
-      words.push_back({{"conf", confidence / 100.0}, {"word", text.substr(from, end - from)}});
-      from = end;
-    }
-    return json{{"result", words}, {"text", text}}.dump();
-  }
-
-  int take(const std::string &text, int score) {
-    const std::lock_guard<std::mutex> guard(lock_);
-    if (score == QUILLBROOK_SCORE_INTERIM && !text.empty()) interim_ = text;
-    if (score > 0 && !text.empty()) finals_.push_back(final_answer(text, score));
-    if (score == QUILLBROOK_SCORE_NO_CONFIDENCE && !text.empty()) {
-      finals_.push_back(final_answer(says_unknown_ ? kUnknownWord : "", 100));
-    }
-    if (score != QUILLBROOK_SCORE_INTERIM && !text.empty()) interim_.clear();
-    changed_.notify_all();
-    return 0;
-  }
-
-  const Plugin &plugin_;
-  quillbrook_context record_ = {};
-  std::string path_;
-  FILE *file_ = nullptr;
-  int silence_ = 0;
-  bool says_unknown_ = false;
-  std::thread loop_;
-  std::mutex lock_;  // guards what follows
-  std::condition_variable changed_;
-  std::string interim_;
-  std::deque<std::string> finals_;
-  bool over_ = false;
-};
+  return json{{"result", result}, {"text", text}}.dump();
+}
 
 // Whether the connection goes on after this answer.
-bool say(Peer &peer, const std::string &behaviour, const std::string &answer) {
-  if (behaviour == "mute") return true;
-  if (behaviour == "die" || (behaviour == "die-once" && peer.number() == 0)) return false;
-  peer.say(behaviour == "garbage" ? "<html>" : answer);
-  return behaviour != "die-after-words" || answer == R"({"partial":""})";
+bool say(Peer &peer, const Service &service, const std::string &message) {
+  if (service.behaves("mute")) return true;
+  if (service.behaves("die") || (service.behaves("die-once") && peer.number() == 0)) return false;
+  peer.say(service.behaves("garbage") ? kGarbage : message);
+  return !service.behaves("die-after-words") || message == R"({"partial":""})";
 }
 
-void serve(Peer &peer, const Plugin &plugin, std::map<std::string, std::string> &options) {
+void converse(Peer &peer, const Service &service) {
   Message message;
-  if (!peer.accept() || !peer.receive(message) || message.opcode != speech_server::kText) return;
+  if (!peer.receive(message) || message.opcode != kText) return;
   const json request = json::parse(message.payload, nullptr, false);
   const auto config = request.is_object() ? request.value("config", json::object()) : json::object();
-  Recognition recognition(plugin, options["configuration"], config);
+  const Phrases phrases = phrases_of(config);
+  Recognition recognition(service.plugin, service.configuration, config.value("sample_rate", 8000U), phrases.list);
+  Words words;
   while (peer.receive(message)) {
     if (message.is_end_of_audio()) {
-      say(peer, options["behave"], recognition.last_answer());
+      recognition.finalize();
+      if (!recognition.await_final(words)) words = {recognition.interim(), 50};
+      say(peer, service, final_message(words, phrases.has_unknown));
       return;
     }
-    if (message.opcode != speech_server::kBinary) continue;
+    if (message.opcode != kBinary) continue;
     recognition.hear(message.payload);
-    if (!say(peer, options["behave"], recognition.answer())) return;
+    const bool is_final = recognition.take_final(words);
+    const std::string partial = json{{"partial", recognition.interim()}}.dump();
+    if (!say(peer, service, is_final ? final_message(words, phrases.has_unknown) : partial)) return;
+  }
+}
+
+// ---- Forms
+// -----------------------------------------------------------------------------------------------------------
+
+// The prompt of the form is taken for the phrases to expect.
+Words transcribe(const Service &service, std::map<std::string, std::string> form) {
+  constexpr size_t kHeaderSize = 44;
+  const std::string &file = form["file"];
+  if (file.size() < kHeaderSize) throw std::runtime_error("the form holds no WAV file");
+  uint32_t rate = 0;
+  memcpy(&rate, file.data() + 24, sizeof rate);
+  Recognition recognition(service.plugin, service.configuration, rate, form["prompt"]);
+  recognition.hear(file.substr(kHeaderSize));
+  recognition.hear(std::string(rate * 2UL, '\0'));  // a second of silence ends the utterance
+  Words words;
+  recognition.await_final(words);
+  return words;
+}
+
+std::string transcript(const Words &words) {
+  json segments = json::array();
+  if (!words.text.empty()) {
+    segments.push_back({{"start", 0.0},
+                        {"end", 1.0},
+                        {"text", " " + words.text},
+                        {"no_speech_prob", 0.01},
+                        {"avg_logprob", std::log(std::max(words.confidence, 1) / 100.0)}});
+  }
+  return json{{"text", words.text}, {"segments", segments}}.dump();
+}
+
+// Whether the connection goes on.
+bool take_form(Peer &peer, Service &service, const Request &request) {
+  const int number = service.forms++;
+  if (service.behaves("mute")) peer.ignore();
+  if (service.behaves("die") || (service.behaves("die-once") && peer.number() == 0)) return false;
+  const std::string json_type = "Content-Type: application/json\r\n";
+  if (service.behaves("garbage")) {
+    peer.raw(answer("200 OK", kGarbage));
+  } else if (service.behaves("unauthorized")) {
+    peer.raw(answer("401 Unauthorized", R"({"error": {"message": "no such key"}})", json_type));
+  } else if (service.behaves("busy") && number == 0) {
+    peer.raw(answer("429 Too Many Requests", R"({"detail": "busy"})", json_type + "Retry-After: 1\r\n"));
+  } else if (service.behaves("broken")) {
+    peer.raw(answer("500 Internal Server Error", R"({"error": "out of memory"})", json_type));
+  } else {
+    peer.raw(answer("200 OK", transcript(transcribe(service, request.form())), json_type));
+  }
+  return true;
+}
+
+void serve(Peer &peer, Service &service) {
+  Request request;
+  while (peer.receive(request)) {
+    if (request.wants_upgrade()) {
+      peer.upgrade(request);
+      return converse(peer, service);
+    }
+    if (!take_form(peer, service, request)) return;
   }
 }
 
@@ -229,15 +199,15 @@ int main(int count, char **arguments) {
   pthread_sigmask(SIG_BLOCK, &ends, nullptr);
   try {
     if (options["plugin"].empty()) throw std::runtime_error("--plugin must be given; --help lists the options");
-    const Plugin plugin = load(options["plugin"]);
+    Service service{load(options["plugin"]), options["configuration"], options["behave"]};
     const auto answer = [&](Peer &peer) {
       try {
-        serve(peer, plugin, options);
+        serve(peer, service);
       } catch (const std::exception &error) {
         fprintf(stderr, "recognising_server: %s\n", error.what());
       }
     };
-    const speech_server::Server server(answer, atoi(options["port"].c_str()), {options["certificate"], options["key"]});
+    const Server server(answer, atoi(options["port"].c_str()), {options["certificate"], options["key"]});
     printf("port %d\n", server.port());
     fflush(stdout);
     int signal = 0;

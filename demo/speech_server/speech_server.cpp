@@ -4,11 +4,14 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <openssl/evp.h>
+#include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdint>
+#include <cstdlib>
 #include <stdexcept>
 
 namespace speech_server {
@@ -20,6 +23,44 @@ std::string frame(unsigned opcode, std::string_view payload, bool last, size_t a
   bytes += static_cast<char>(more == 8 ? 127 : more == 2 ? 126 : length);
   for (int i = more - 1; i >= 0; --i) bytes += static_cast<char>(length >> (8 * i));
   return bytes.append(payload);
+}
+
+std::string Request::header(const std::string &name) const {
+  for (size_t line = head.find("\r\n"); line != std::string::npos; line = head.find("\r\n", line)) {
+    line += 2;
+    const size_t value = line + name.size() + 1;
+    if (strncasecmp(head.c_str() + line, (name + ":").c_str(), name.size() + 1) != 0) continue;
+    return head.substr(head.find_first_not_of(' ', value),
+                       head.find("\r\n", value) - head.find_first_not_of(' ', value));
+  }
+  return "";
+}
+
+std::map<std::string, std::string> Request::form() const {
+  std::map<std::string, std::string> fields;
+  const std::string type = header("Content-Type");
+  const std::string mark = "boundary=";
+  const size_t boundary = type.find(mark);
+  if (boundary == std::string::npos) return fields;
+  const std::string delimiter = "--" + type.substr(boundary + mark.size());
+  size_t part = body.find(delimiter);
+  while (part != std::string::npos) {
+    const size_t next = body.find("\r\n" + delimiter, part);
+    const size_t value = body.find("\r\n\r\n", part);
+    if (next == std::string::npos || value >= next) break;
+    const std::string lines = body.substr(part, value - part);
+    const size_t name = lines.find(" name=\"");
+    if (name != std::string::npos) {
+      fields[lines.substr(name + 7, lines.find('"', name + 7) - name - 7)] = body.substr(value + 4, next - value - 4);
+    }
+    part = next + 2;
+  }
+  return fields;
+}
+
+std::string answer(const std::string &status, std::string_view body, const std::string &headers) {
+  return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" + headers + "\r\n" +
+         std::string(body);
 }
 
 Peer::Peer(int socket, SSL_CTX *tls_context, int number) : socket_(socket), number_(number) {
@@ -55,21 +96,31 @@ void Peer::raw(std::string_view bytes) {
   }
 }
 
-bool Peer::accept(std::string_view more) {
-  if (tls_ != nullptr && SSL_accept(tls_) != 1) return false;
-  constexpr size_t kLimit = 8192;
-  std::string head;
+bool Peer::receive(Request &request) {
+  constexpr size_t kHeadLimit = 65536;
+  constexpr size_t kBodyLimit = size_t{1} << 26;
+  if (tls_ != nullptr && !shaken_hands_ && SSL_accept(tls_) != 1) return false;
+  shaken_hands_ = true;
+  request = {};
   char c = 0;
-  while (head.size() < kLimit && head.find("\r\n\r\n") == std::string::npos) {
-    if (!read(&c, 1)) return false;
-    head += c;
+  while (request.head.find("\r\n\r\n", std::max<size_t>(request.head.size(), 4) - 4) == std::string::npos) {
+    if (request.head.size() == kHeadLimit || !read(&c, 1)) return false;
+    request.head += c;
   }
-  const std::string name = "Sec-WebSocket-Key: ";
-  const size_t key = head.find(name);
-  if (key == std::string::npos) return false;
-  const size_t value = key + name.size();
-  const std::string text =
-      head.substr(value, head.find("\r\n", value) - value) + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
+  const std::string length = request.header("Content-Length");
+  request.body.resize(std::min<size_t>(strtoul(length.c_str(), nullptr, 10), kBodyLimit));
+  return read(request.body.data(), request.body.size());
+}
+
+bool Peer::accept(std::string_view more) {
+  Request request;
+  if (!receive(request) || !request.wants_upgrade()) return false;
+  upgrade(request, more);
+  return true;
+}
+
+void Peer::upgrade(const Request &request, std::string_view more) {
+  const std::string text = request.header("Sec-WebSocket-Key") + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
   unsigned char digest[EVP_MAX_MD_SIZE];
   unsigned size = 0;
   EVP_Digest(text.data(), text.size(), digest, &size, EVP_sha1(), nullptr);
@@ -78,7 +129,6 @@ bool Peer::accept(std::string_view more) {
   raw(std::string("HTTP/1.1 101 Switching Protocols\r\nupgrade: WebSocket\r\nconnection: keep-alive, Upgrade\r\n"
                   "sec-websocket-accept: ") +
       accepted + "\r\n\r\n" + std::string(more));
-  return true;
 }
 
 bool Peer::receive(Message &message) {

@@ -1,4 +1,4 @@
-// The server's side of the WebSocket protocol, for servers that behave and for servers that do not.
+// The server's side of the WebSocket protocol and of HTTP, for servers that behave and for servers that do not.
 //
 // A Server accepts connections on a port of the loopback address and runs one function for each, on a thread of its
 // own. That function decides what the server does: the helpers of Peer speak the protocol, raw() says anything.
@@ -9,6 +9,7 @@
 #include <atomic>
 #include <functional>
 #include <list>
+#include <map>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -23,6 +24,20 @@ struct Message {
   bool is_end_of_audio() const { return opcode == kText && payload == R"({"eof" : 1})"; }
 };
 
+// A request of HTTP: the lines up to the empty one, and what follows.
+struct Request {
+  std::string head;
+  std::string body;
+  bool wants_upgrade() const { return !header("Sec-WebSocket-Key").empty(); }
+  // The value of a header, the first of that name; empty when there is none.
+  std::string header(const std::string &name) const;
+  // The fields of a multipart form; a file is the field's value.
+  std::map<std::string, std::string> form() const;
+};
+
+// An answer to it, with further header lines that end in "\r\n" each.
+std::string answer(const std::string &status, std::string_view body, const std::string &headers = "");
+
 // The bytes of a server's frame; `announced` may promise more than follows.
 std::string frame(unsigned opcode, std::string_view payload, bool last = true, size_t announced = 0);
 
@@ -35,8 +50,11 @@ public:
 
   // 0 for the server's first connection, 1 for its second, ...
   int number() const { return number_; }
-  // TLS, when the server has it, and the WebSocket handshake with `more` right behind it. False when the client did
-  // not go through with it.
+  // The client's next request of HTTP, behind TLS when the server has it. False when the client is gone.
+  bool receive(Request &request);
+  // Goes over to WebSocket on such a request, with `more` right behind the handshake.
+  void upgrade(const Request &request, std::string_view more = {});
+  // Both. False when the client did not go through with it.
   bool accept(std::string_view more = {});
   // The client's next message; pings are answered, pongs kept. False when the client is gone.
   bool receive(Message &message);
@@ -59,6 +77,7 @@ private:
   int number_;
   std::string pongs_;
   SSL *tls_ = nullptr;
+  bool shaken_hands_ = false;
 };
 
 class Server {

@@ -10,6 +10,11 @@ struct Failure : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// The same; what() begins with the URL of the server that it is about, or names several with their reasons.
+struct ServerFailure : Failure {
+  using Failure::Failure;
+};
+
 // The plugin was stopped. No std::exception, so that no handler takes it for a failure.
 struct Stopped {};
 

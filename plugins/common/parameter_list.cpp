@@ -11,11 +11,17 @@ bool take_parameter(std::string_view &text, Parameter &parameter) {
   constexpr std::string_view kSeparators = ",; \t\r\n";
   text.remove_prefix(std::min(text.find_first_not_of(kSeparators), text.size()));
   if (text.empty()) return false;
-  parameter.text = text.substr(0, text.find_first_of(kSeparators));
-  text.remove_prefix(parameter.text.size());
-  const size_t equals = std::min(parameter.text.find('='), parameter.text.size());
-  parameter.key = parameter.text.substr(0, equals);
-  parameter.value = equals < parameter.text.size() ? parameter.text.substr(equals + 1) : "";
+  size_t end = std::min(text.find_first_of(kSeparators), text.size());
+  const size_t equals = std::min(text.substr(0, end).find('='), end);
+  parameter.key = text.substr(0, equals);
+  parameter.value = equals < end ? text.substr(equals + 1, end - equals - 1) : std::string_view();
+  if (!parameter.value.empty() && parameter.value.front() == '"') {
+    const size_t close = std::min(text.find('"', equals + 2), text.size());
+    parameter.value = text.substr(equals + 2, close - equals - 2);
+    end = std::min(close + 1, text.size());
+  }
+  parameter.text = text.substr(0, end);
+  text.remove_prefix(end);
   return true;
 }
 
@@ -24,6 +30,20 @@ bool number(std::string_view value, int least, int most, int &result) {
   const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), read);
   if (error != std::errc() || end != value.data() + value.size() || read < least || read > most) return false;
   result = read;
+  return true;
+}
+
+bool number(std::string_view value, double least, double most, double &result) {
+  double read = 0;
+  const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), read);
+  if (error != std::errc() || end != value.data() + value.size() || !(read >= least && read <= most)) return false;
+  result = read;
+  return true;
+}
+
+bool nonempty(const std::string &value, std::string &result) {
+  if (value.empty()) return false;
+  result = value;
   return true;
 }
 

@@ -4,6 +4,7 @@
 #include "resolver.h"
 
 #include <ares.h>
+#include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/in.h>
 
@@ -127,6 +128,11 @@ private:
 };
 
 }  // namespace
+
+bool is_address(const std::string &host) {
+  in6_addr any;
+  return inet_pton(AF_INET, host.c_str(), &any) == 1 || inet_pton(AF_INET6, host.c_str(), &any) == 1;
+}
 
 std::vector<Address> resolve(Link &link, const std::string &host, const std::string &port, Moment deadline) {
   Lookup lookup;  // outlives the channel, whose end completes what is under way

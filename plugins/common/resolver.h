@@ -15,6 +15,9 @@ struct Address {
   socklen_t length = 0;
 };
 
+// Whether the host is given by its address.
+bool is_address(const std::string &host);
+
 // The addresses of a host in the order to try them, at least one. Gives the module its turns while it waits.
 // Throws Failure, and Stopped.
 std::vector<Address> resolve(Link &link, const std::string &host, const std::string &port, Moment deadline);

@@ -1,6 +1,6 @@
 #include "transport.h"
 
-#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <openssl/err.h>
 #include <openssl/x509v3.h>
@@ -23,11 +23,6 @@ std::string tls_reason() {
   const char *reason = ERR_reason_error_string(ERR_peek_last_error());
   ERR_clear_error();
   return reason != nullptr ? reason : "the server closed the connection";
-}
-
-bool is_address(const std::string &host) {
-  in6_addr any;
-  return inet_pton(AF_INET, host.c_str(), &any) == 1 || inet_pton(AF_INET6, host.c_str(), &any) == 1;
 }
 
 // One address. Returns 0, or the error.

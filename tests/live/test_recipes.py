@@ -138,6 +138,13 @@ class ScriptedRecipeTest(RecipeTest):
         self.assertEqual(self.dial("provider", script="bytes 4000\nfinal 90 hello world"),
                          ["The provider wrote: hello world"])
 
+    def test_travel(self):
+        for script, heard in (("final 80 I'd like 2 tickets, please.", "Tickets: 2"), ("final 80 Refund!", "A refund"),
+                              ("final 80 Good morning.", "Something else: good morning"),
+                              ("final 20 Refund!", "Nothing was understood (unsure)")):
+            with self.subTest(script=script):
+                self.assertEqual(self.dial("travel", script=f"bytes 4000\n{script}"), [heard])
+
     def test_careful(self):
         self.assertEqual(self.dial("careful", script="bytes 4000\nfinal 90 sales"), ["The choice is sales"])
         failing = "bytes 4000\nextra ERROR: no server\nreturn"

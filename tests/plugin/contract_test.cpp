@@ -9,10 +9,10 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// A call with hints. Nobody listens on the discard port, so that a plugin that wants a server has to cope with none.
+// A call with hints. A plugin that wants a server is given a URL where nobody listens, and has to cope with that.
 std::unique_ptr<Recognition> recognition(const std::string &audio = "") {
   auto made = std::make_unique<Recognition>();
-  (void)std::strcpy(made->record.profile, "ws://127.0.0.1:9");
+  (void)std::snprintf(made->record.profile, sizeof made->record.profile, "%s", plugin_url().c_str());
   (void)std::strcpy(made->record.phrases, "yes,no");
   made->append(audio);
   return made;

@@ -12,6 +12,7 @@
 namespace {
 
 std::string plugin_path;
+std::string url;
 
 // The record that the loop of this thread was entered with; a thread of the plugin's own has none.
 thread_local quillbrook_context *entered_with = nullptr;
@@ -45,6 +46,10 @@ Plugin &plugin() {
   static Plugin opened;
   if (!opened.library) opened.open();
   return opened;
+}
+
+const std::string &plugin_url() {
+  return url;
 }
 
 const std::string &scratch_folder() {
@@ -167,10 +172,11 @@ int Recognition::take(const char *text, int score) {
 
 int main(int argc, char **argv) {
   testing::InitGoogleTest(&argc, argv);
-  if (argc != 2) {
-    (void)std::fprintf(stderr, "usage: %s PLUGIN.so\n", argv[0]);
+  if (argc != 2 && argc != 3) {
+    (void)std::fprintf(stderr, "usage: %s PLUGIN.so [URL]\n", argv[0]);
     return 2;
   }
   plugin_path = argv[1];
+  url = argc == 3 ? argv[2] : "";
   return RUN_ALL_TESTS();
 }

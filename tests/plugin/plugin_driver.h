@@ -1,5 +1,5 @@
 // A plugin opened as the module opens it, and one recognition driven as the module drives it, for tests of plugins.
-// A program of such tests links the library plugin_driver, which has its main, and is run as: PROGRAM PLUGIN.so
+// A program of such tests links the library plugin_driver, which has its main, and is run as: PROGRAM PLUGIN.so [URL]
 #pragma once
 
 #include <gtest/gtest.h>
@@ -28,6 +28,9 @@ struct Plugin {
 
 // The plugin under test.
 Plugin &plugin();
+
+// The URL that the program was given for it; else an empty one.
+const std::string &plugin_url();
 
 // A folder of this process, removed at its end.
 const std::string &scratch_folder();
@@ -70,6 +73,10 @@ public:
   }
   bool wait_reports(size_t count) {
     return wait([&] { return reports_.size() >= count; });
+  }
+  // Waits for such a report to be the last one.
+  bool wait_last(const Report &report) {
+    return wait([&] { return !reports_.empty() && reports_.back() == report; });
   }
   bool wait_calls(int more) {
     return wait([&, until = calls() + more] { return calls_ >= until; });

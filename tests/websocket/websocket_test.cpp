@@ -13,6 +13,7 @@
 #include "answer.h"
 #include "failure.h"
 #include "json_text.h"
+#include "certificate.h"
 #include "plugin_driver.h"
 #include "settings.h"
 #include "speech_server.h"
@@ -64,17 +65,6 @@ void greet(Peer &peer) {
   Message message;
   if (!peer.accept()) return;
   while (peer.receive(message) && message.opcode != kBinary) continue;
-}
-
-// A certificate for the name, signed by itself.
-Server::Certificate certificate(const std::string &name) {
-  Server::Certificate files = {scratch_folder() + "/" + name + ".pem", scratch_folder() + "/" + name + ".key"};
-  const std::string command =
-      "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 1 -subj /CN=" + name +
-      " -addext subjectAltName=DNS:" + name + " -keyout " + files.key + " -out " + files.file + " 2>" +
-      scratch_folder() + "/log";
-  EXPECT_EQ(system(command.c_str()), 0);
-  return files;
 }
 
 TEST(Conversation, SendsTheAudioAndReportsTheWords) {
@@ -326,8 +316,8 @@ TEST(FailingConnection, IsReportedWithoutHoldingTheCall) {
 }
 
 TEST(Tls, VerifiesTheServersCertificateAndName) {
-  const auto mine = certificate("localhost");
-  const auto other = certificate("elsewhere");
+  const auto mine = make_certificate("localhost");
+  const auto other = make_certificate("elsewhere");
   Server server(recognise, 0, mine);
   Server elsewhere(recognise, 0, other);
   const auto outcome = [&](const std::string &host, const std::string &configuration) {

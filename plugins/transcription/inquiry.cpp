@@ -1,0 +1,164 @@
+#include "inquiry.h"
+
+#include <algorithm>
+
+#include "failure.h"
+#include "json_text.h"
+#include "resolver.h"
+#include "transcript.h"
+#include "url.h"
+
+namespace quillbrook::transcription {
+
+using namespace common;
+
+namespace {
+
+// A busy server that does not say when it wants to be asked again.
+constexpr Milliseconds kShortestPause{200};
+
+enum Status : long { kOk = 200, kRedirect = 300, kTooMany = 429, kServerError = 500, kUnavailable = 503 };
+
+}  // namespace
+
+Inquiry::Inquiry(const Access &access, Kind kind, const Fields &fields, std::string audio)
+    : access_(access),
+      kind_(kind),
+      audio_(std::move(audio)),
+      until_(Clock::now() + access.settings.connect_timeout + access.settings.answer_timeout),
+      servers_(access.shared.servers.in_order(access.urls, access.settings.pick, Clock::now())),
+      connecting_(access.settings.connect_timeout) {
+  std::reverse(servers_.begin(), servers_.end());
+  request_.key = access.key;
+  request_.fields = fields;
+  if (access.settings.stream && kind == Kind::kFinal) request_.fields.emplace_back("stream", "true");
+  request_.audio = &audio_;
+  ask_next();
+}
+
+Inquiry::~Inquiry() {
+  if (client_) access_.shared.clients.give_back(std::move(client_), request_.url);
+}
+
+// The next server that can be asked at all. Throws when there is none left.
+void Inquiry::ask_next() {
+  while (!servers_.empty() && Clock::now() < until_) {
+    request_.url = servers_.back();
+    servers_.pop_back();
+    try {
+      return ask();
+    } catch (const Failure &failure) {
+      give_up_server(failure.what());
+    }
+  }
+  fail();
+}
+
+void Inquiry::ask() {
+  const auto share = std::max<Clock::duration>(connecting_ / static_cast<long>(servers_.size() + 1), Milliseconds(1));
+  asked_ = Clock::now();
+  const std::string &proxy = access_.settings.proxy;
+  parse_url(request_.url, "http", "https");  // throws when it is none
+  request_.addresses = addresses_for(proxy.empty() ? request_.url : proxy, asked_ + share);
+  if (!client_) client_ = access_.shared.clients.take(request_.url);
+  const auto left = std::chrono::ceil<Milliseconds>(asked_ + share - Clock::now());
+  client_->start(request_, access_.settings, std::max(left, Milliseconds(1)));
+  again_at_ = Moment::max();
+}
+
+// In the library's form; empty for a host that is given by its address.
+std::string Inquiry::addresses_for(const std::string &host_url, Moment deadline) const {
+  const Url url = parse_url(host_url, "http", "https");
+  if (is_address(url.host)) return "";
+  return url.host + ':' + url.port + ':' + access_.shared.names.addresses(access_.link, url.host, url.port, deadline);
+}
+
+std::vector<pollfd> &Inquiry::sockets() {
+  return client_->sockets();
+}
+
+Moment Inquiry::due() const {
+  return std::min({client_->due(), again_at_, until_});
+}
+
+bool Inquiry::step() {
+  const Moment now = Clock::now();
+  if (again_at_ != Moment::max()) {
+    if (now >= again_at_) ask();
+    return false;
+  }
+  if (client_->step()) return take_answer(now);
+  if (is_out_of_time(now)) {
+    give_up_server("the server did not answer for " + std::to_string(access_.settings.answer_timeout.count()) + " ms");
+    ask_next();
+  }
+  return false;
+}
+
+bool Inquiry::is_out_of_time(Moment now) {
+  const bool connected = client_->is_connected();
+  return now >= until_ || (connected && now - client_->connected_at() >= access_.settings.answer_timeout);
+}
+
+bool Inquiry::take_answer(Moment now) {
+  const long status = client_->status();
+  if (status >= kOk && status < kRedirect) return true;
+  if (status == 0) {
+    give_up_server(client_->failure());
+    ask_next();
+    return false;
+  }
+  const std::string reason = "HTTP " + std::to_string(status) + own_words();
+  const bool busy = status == kTooMany || status == kUnavailable;
+  const auto again = now + std::max<Clock::duration>(client_->retry_after(), kShortestPause);
+  if (busy && servers_.empty() && !asked_again_ && kind_ == Kind::kFinal && again < until_) {
+    asked_again_ = true;
+    again_at_ = again;
+    return false;
+  }
+  const bool elsewhere = busy || status >= kServerError;
+  give_up_server(reason);
+  if (!elsewhere) fail();
+  ask_next();
+  return false;
+}
+
+void Inquiry::give_up_server(const std::string &reason) {
+  reasons_ += (reasons_.empty() ? "" : "; ") + request_.url + ": " + reason;
+  const Moment now = Clock::now();
+  const bool connected = client_ && client_->is_connected();
+  connecting_ -= (connected ? client_->connected_at() : now) - asked_;
+  // Who is only busy, or does not like the question, is asked again by the next caller.
+  const bool its_fault = !client_ || client_->status() == 0 || client_->status() >= kServerError;
+  if (its_fault) access_.shared.servers.failed(request_.url, now);
+  if (!connected) forget_address();
+  client_.reset();  // with its connection
+}
+
+void Inquiry::fail() const {
+  throw ServerFailure(reasons_);
+}
+
+void Inquiry::forget_address() const {
+  try {
+    const std::string &proxy = access_.settings.proxy;
+    const Url url = parse_url(proxy.empty() ? request_.url : proxy, "http", "https");
+    access_.shared.names.forget(url.host, url.port);
+  } catch (const Failure &) {  // then there is none
+  }
+}
+
+// What the server says about its refusal. Some servers repeat the key.
+std::string Inquiry::own_words() const {
+  constexpr size_t kLongest = 200;
+  std::string message = error_message(repaired(client_->body()));
+  const std::string &key = access_.key;
+  for (size_t at = key.empty() ? std::string::npos : message.find(key); at != std::string::npos;
+       at = message.find(key, at)) {
+    message.replace(at, key.size(), "***");
+  }
+  if (message.size() > kLongest) message = repaired(message.substr(0, kLongest)) + "...";
+  return message.empty() ? "" : ": " + message;
+}
+
+}  // namespace quillbrook::transcription
