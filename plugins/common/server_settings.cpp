@@ -14,6 +14,7 @@ namespace quillbrook::common {
 bool ServerSettings::set(const Parameter &parameter) {
   const auto &[whole, key, value] = parameter;
   if (key == "tls_verify") return truth(value, tls_verify);
+  if (key == "pick") return common::pick(value, pick);
   if (key == "connect_timeout") return milliseconds(value, connect_timeout);
   if (key == "answer_timeout") return milliseconds(value, answer_timeout);
   if (key == "tls_ca") return nonempty(value, tls_ca);

@@ -5,14 +5,16 @@
 #include <string>
 
 #include "parameter_list.h"
+#include "servers.h"
 
 namespace quillbrook::common {
 
 struct ServerSettings {
-  bool tls_verify = true;  // refuse a server whose certificate does not prove its name
-  std::string tls_ca;      // PEM file of authorities; empty: the system's
-  std::string key_file;    // file with the key that the server asks for; empty: it asks for none
-  std::chrono::milliseconds connect_timeout{3000};  // name, TCP, TLS and handshake together
+  bool tls_verify = true;    // refuse a server whose certificate does not prove its name
+  std::string tls_ca;        // PEM file of authorities; empty: the system's
+  std::string key_file;      // file with the key that the server asks for; empty: it asks for none
+  Pick pick = Pick::kFirst;  // which of several servers is tried first
+  std::chrono::milliseconds connect_timeout{3000};  // name, TCP, TLS and handshake, all servers together
   std::chrono::milliseconds answer_timeout{5000};   // longest time without an answer while one is due
 
   // Whether the parameter is one of these, with a value that it can take.

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <random>
 
-#include "failure.h"
-
 namespace quillbrook::common {
 
 namespace {
@@ -13,22 +11,10 @@ constexpr std::chrono::seconds kRest{10};
 // URLs come from the configuration, so there are few: a limit all the same.
 constexpr size_t kMostKept = 1000;
 
-std::vector<std::string> split(const std::string &urls) {
-  constexpr char kBlanks[] = " \t";
-  std::vector<std::string> list;
-  size_t from = urls.find_first_not_of(kBlanks);
-  while (from != std::string::npos) {
-    const size_t end = std::min(urls.find_first_of(kBlanks, from), urls.size());
-    list.push_back(urls.substr(from, end - from));
-    from = urls.find_first_not_of(kBlanks, end);
-  }
-  return list;
-}
-
 }  // namespace
 
-std::vector<std::string> Servers::in_order(const std::string &urls, Pick pick, Moment now) {
-  std::vector<std::string> list = split(urls);
+std::vector<std::string> Servers::in_order(const std::vector<std::string> &urls, Pick pick, Moment now) {
+  std::vector<std::string> list = urls;
   if (list.size() < 2) return list;
   if (pick == Pick::kRandom) std::shuffle(list.begin(), list.end(), std::mt19937(std::random_device()()));
   const std::lock_guard<std::mutex> guard(lock_);

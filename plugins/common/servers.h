@@ -16,15 +16,15 @@ class Servers {
 public:
   using Moment = std::chrono::steady_clock::time_point;
 
-  // URLs separated by blanks, in the order to be tried: as picked, but those that rest come last.
-  std::vector<std::string> in_order(const std::string &urls, Pick pick, Moment now);
+  // In the order to be tried: as picked, but those that rest come last.
+  std::vector<std::string> in_order(const std::vector<std::string> &urls, Pick pick, Moment now);
   // Lets the server rest for ten seconds: it cannot be reached, is gone, or fails.
   void failed(const std::string &url, Moment now);
 
 private:
-  std::mutex lock_;                      // guards what follows; innermost
-  std::map<std::string, Moment> rests_;  // until then, by URL
-  std::map<std::string, size_t> turns_;  // whose turn is next, by the list of URLs
+  std::mutex lock_;                                   // guards what follows; innermost
+  std::map<std::string, Moment> rests_;               // until then, by URL
+  std::map<std::vector<std::string>, size_t> turns_;  // whose turn is next, by the list of URLs
 };
 
 // first, random, rotate.

@@ -58,7 +58,6 @@ void Inquiry::ask() {
   const auto share = std::max<Clock::duration>(connecting_ / static_cast<long>(servers_.size() + 1), Milliseconds(1));
   asked_ = Clock::now();
   const std::string &proxy = access_.settings.proxy;
-  parse_url(request_.url, "http", "https");  // throws when it is none
   request_.addresses = addresses_for(proxy.empty() ? request_.url : proxy, asked_ + share);
   if (!client_) client_ = access_.shared.clients.take(request_.url);
   const auto left = std::chrono::ceil<Milliseconds>(asked_ + share - Clock::now());

@@ -26,7 +26,7 @@ struct Access {
   common::Link &link;
   Shared &shared;
   const Settings &settings;
-  const std::string &urls;
+  const std::vector<std::string> &urls;
   const std::string &key;
 };
 

@@ -5,6 +5,7 @@
 
 #include "failure.h"
 #include "json_text.h"
+#include "url.h"
 #include "wav.h"
 
 namespace quillbrook::transcription {
@@ -30,7 +31,7 @@ int longest_of(const Settings &settings, const quillbrook_context &record) {
 Recognition::Recognition(Link &link, Shared &shared)
     : link_(link),
       settings_(parse_settings(link.record().configuration)),
-      urls_(link.record().profile[0] != '\0' ? link.record().profile : kDefaultUrl),
+      urls_(split_urls(link.record().profile[0] != '\0' ? link.record().profile : kDefaultUrl, "http", "https")),
       key_(settings_.read_key()),
       access_{link, shared, settings_, urls_, key_},
       fields_(request_fields(settings_, link.record())),

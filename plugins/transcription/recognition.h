@@ -59,7 +59,7 @@ private:
 
   common::Link &link_;
   const Settings settings_;
-  const std::string urls_;
+  const std::vector<std::string> urls_;
   const std::string key_;
   const Access access_;
   const Fields fields_;

@@ -51,7 +51,6 @@ std::optional<bool> set_question(Settings &settings, const std::string &key, con
 
 std::optional<bool> set_answer(Settings &settings, const std::string &key, const std::string &value) {
   if (key == "proxy") return nonempty(value, settings.proxy);
-  if (key == "pick") return pick(value, settings.pick);
   if (key == "answer_limit") return number(value, 1024, 1 << 26, settings.answer_limit);
   if (key == "no_speech") return number(value, 0.0, 1.0, settings.silence_limits.no_speech);
   if (key == "logprob") return number(value, -100.0, 0.0, settings.silence_limits.logprob);

@@ -7,7 +7,6 @@
 
 #include "quillbrook.h"
 #include "server_settings.h"
-#include "servers.h"
 #include "transcript.h"
 
 namespace quillbrook::transcription {
@@ -21,7 +20,6 @@ using Fields = std::vector<std::pair<std::string, std::string>>;
 struct Settings : common::ServerSettings {
   std::string proxy;           // URL of an HTTP proxy; empty: none
   int answer_limit = 1 << 20;  // bytes of an answer
-  common::Pick pick = common::Pick::kFirst;
 
   std::string model;     // empty: the record's
   std::string language;  // empty: the record's

@@ -19,9 +19,10 @@ constexpr size_t kOutputLimit = 65536;
 
 }  // namespace
 
-Connection::Connection(Link &link, const Url &url, const Settings &settings, Moment deadline)
+Connection::Connection(Link &link, const Url &url, const Settings &settings, const std::string &password,
+                       Moment deadline)
     : transport_(link, url, settings, deadline) {
-  shake_hands(link, url, deadline);
+  shake_hands(link, url, password, deadline);
   const wslay_frame_callbacks callbacks = {append_output, take_input, make_mask};
   wslay_frame_context_ptr frames = nullptr;
   if (wslay_frame_context_init(&frames, &callbacks, this) != 0) throw std::bad_alloc();
@@ -30,11 +31,11 @@ Connection::Connection(Link &link, const Url &url, const Settings &settings, Mom
 
 Connection::~Connection() = default;
 
-void Connection::shake_hands(Link &link, const Url &url, Moment deadline) {
+void Connection::shake_hands(Link &link, const Url &url, const std::string &password, Moment deadline) {
   constexpr size_t kHeadLimit = 8192;
   constexpr char kTooSlow[] = "the server does not answer the WebSocket handshake in time";
   const std::string key = new_key();
-  output_ = upgrade_request(url, key);
+  output_ = upgrade_request(url, key, password);
   size_t end = std::string::npos;
   try {
     while (end == std::string::npos) {

@@ -16,8 +16,9 @@ constexpr size_t kMessageLimit = size_t{1} << 20;
 
 class Connection {
 public:
-  // Connects and shakes hands before the deadline, giving the module its turns. Throws Failure, and Stopped.
-  Connection(Link &link, const Url &url, const Settings &settings, Moment deadline);
+  // Connects and shakes hands before the deadline, giving the module its turns. `password` as in upgrade_request().
+  // Throws Failure, and Stopped.
+  Connection(Link &link, const Url &url, const Settings &settings, const std::string &password, Moment deadline);
   ~Connection();
   Connection(const Connection &) = delete;
   Connection &operator=(const Connection &) = delete;
@@ -39,7 +40,7 @@ public:
   short events() const;
 
 private:
-  void shake_hands(Link &link, const Url &url, Moment deadline);
+  void shake_hands(Link &link, const Url &url, const std::string &password, Moment deadline);
   void queue(wslay_opcode opcode, std::string_view payload);
   bool fill();
   void begin_frame(const wslay_frame_iocb &frame);

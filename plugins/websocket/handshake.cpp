@@ -68,10 +68,11 @@ std::string new_key() {
   return base64(bytes, sizeof bytes);
 }
 
-std::string upgrade_request(const Url &url, const std::string &key) {
+std::string upgrade_request(const Url &url, const std::string &key, const std::string &password) {
+  const std::string authorization = password.empty() ? "" : "\r\nAuthorization: Bearer " + password;
   return "GET " + url.target + " HTTP/1.1\r\nHost: " + url.authority +
          "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Key: " + key +
-         "\r\n\r\n";
+         authorization + "\r\n\r\n";
 }
 
 void check_upgrade(const std::string &head, const std::string &key) {

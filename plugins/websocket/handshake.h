@@ -10,8 +10,9 @@ namespace quillbrook::websocket {
 // A fresh value for the header Sec-WebSocket-Key.
 std::string new_key();
 
-// The client's request, with the empty line at its end.
-std::string upgrade_request(const common::Url &url, const std::string &key);
+// The client's request, with the empty line at its end. `password` is the key that the server asks of its clients;
+// empty: it asks for none.
+std::string upgrade_request(const common::Url &url, const std::string &key, const std::string &password);
 
 // Throws Failure unless `head`, the answer up to its empty line, opens a connection for that key.
 void check_upgrade(const std::string &head, const std::string &key);

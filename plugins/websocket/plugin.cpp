@@ -9,9 +9,12 @@ namespace quillbrook::websocket {
 namespace {
 
 void recognise(Link &link) {
+  static Servers servers;  // of all calls
   const WithoutBrokenPipe quiet;
   try {
-    Recognition(link).run();
+    Recognition(link, servers).run();
+  } catch (const ServerFailure &) {
+    throw;
   } catch (const std::exception &error) {
     const char *url = link.record().profile[0] != '\0' ? link.record().profile : kDefaultUrl;
     throw Failure(std::string(url) + ": " + error.what());

@@ -23,10 +23,12 @@ constexpr char kEndOfAudio[] = R"({"eof" : 1})";
 
 }  // namespace
 
-Recognition::Recognition(Link &link)
+Recognition::Recognition(Link &link, Servers &servers)
     : link_(link),
-      url_(parse_url(link.record().profile[0] != '\0' ? link.record().profile : kDefaultUrl, "ws", "wss")),
+      servers_(servers),
+      urls_(split_urls(link.record().profile[0] != '\0' ? link.record().profile : kDefaultUrl, "ws", "wss")),
       settings_(parse_settings(link.record().configuration)),
+      password_(settings_.read_key()),
       audio_(link.record().filename != nullptr ? link.record().filename : "",
              link.record().format != nullptr ? link.record().format : "") {
   unanswered_.reserve(kWindow);
@@ -45,24 +47,46 @@ void Recognition::run() {
 void Recognition::serve() {
   await_header();
   for (;;) {
+    const auto connection = connect();
     try {
-      const auto begun = Clock::now();
-      Connection connection(link_, url_, settings_, begun + settings_.connect_timeout);
-      const auto took = std::chrono::duration_cast<Milliseconds>(Clock::now() - begun);
-      link_.debug("connected, ms: ", std::to_string(took.count()));
-      greet(connection);
-      converse(connection);
-    } catch (const Lost &lost) {
-      link_.debug("", lost.what());
+      greet(*connection);
+      converse(*connection);
+    } catch (const Failure &failure) {
+      servers_.failed(url_, Clock::now());
+      link_.debug("", failure.what());
       if (heard_) wordless_until_ = answered();
       deliver();
-      if (!link_.listening() || reconnected_) throw;
+      const bool is_lost = dynamic_cast<const Lost *>(&failure) != nullptr;
+      if (!is_lost || !link_.listening() || reconnected_) throw ServerFailure(url_ + ": " + failure.what());
       reconnected_ = true;
       audio_.seek(wordless_until_);
     }
     if (link_.stopped()) return;
     if (!link_.listening()) return stand_by();
   }
+}
+
+// To the first server that can be had, each with its share of the time.
+std::unique_ptr<Connection> Recognition::connect() {
+  const auto begun = Clock::now();
+  const auto list = servers_.in_order(urls_, settings_.pick, begun);
+  std::string reasons;
+  for (size_t i = 0; i < list.size(); ++i) {
+    url_ = list[i];
+    const auto now = Clock::now();
+    const auto share = (begun + settings_.connect_timeout - now) / static_cast<long>(list.size() - i);
+    try {
+      auto connection =
+          std::make_unique<Connection>(link_, parse_url(url_, "ws", "wss"), settings_, password_, now + share);
+      const auto took = std::chrono::duration_cast<Milliseconds>(Clock::now() - now);
+      link_.debug("connected, ms: ", std::to_string(took.count()));
+      return connection;
+    } catch (const Failure &failure) {
+      servers_.failed(url_, Clock::now());
+      reasons += (reasons.empty() ? "" : "; ") + url_ + ": " + failure.what();
+    }
+  }
+  throw ServerFailure(reasons);
 }
 
 void Recognition::await_header() {
@@ -190,6 +214,7 @@ void Recognition::take_final(const Answer &answer, const std::string &words, con
     hear(words);
     pieces_ = true;
     link_.piece(words, answer.confidence, json);
+    if (settings_.final_ends) deliver();
   }
 }
 

@@ -5,16 +5,19 @@
 // is told to finish. A module that goes on listening after its result (a continuous one) gets the next utterance over
 // a new connection; else the plugin only ticks until it is stopped.
 //
-// A connection that is lost before the first word of an utterance is made once more, and the audio that brought no
-// words yet is sent again. Words that were heard are finished at once, in every kind of failure.
+// A connection that is lost before the first word of an utterance is made once more, to the next server where there are
+// several, and the audio that brought no words yet is sent again. Words that were heard are finished at once, in every
+// kind of failure.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "answer.h"
 #include "connection.h"
 #include "link.h"
+#include "servers.h"
 #include "settings.h"
 #include "stream_file.h"
 
@@ -22,8 +25,8 @@ namespace quillbrook::websocket {
 
 class Recognition {
 public:
-  // Throws Failure when the record's settings or file cannot be used.
-  explicit Recognition(Link &link);
+  // Throws Failure when the record's settings or file cannot be used. The arguments outlive this object.
+  Recognition(Link &link, Servers &servers);
 
   // Returns when the plugin is stopped. Throws Failure when the recognition cannot go on; words that were heard have
   // then been finished.
@@ -36,6 +39,7 @@ private:
   };
 
   void serve();
+  std::unique_ptr<Connection> connect();
   void await_header();
   void greet(Connection &connection);
   void converse(Connection &connection);
@@ -54,8 +58,11 @@ private:
   size_t answered() const;
 
   Link &link_;
-  const Url url_;
+  Servers &servers_;
+  const std::vector<std::string> urls_;
   const Settings settings_;
+  const std::string password_;
+  std::string url_;  // of the server that is connected
   StreamFile audio_;
   std::vector<Chunk> unanswered_;  // chunks that an answer is due for, oldest first
   Moment last_answer_;

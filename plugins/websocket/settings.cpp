@@ -8,10 +8,17 @@ using namespace common;
 
 namespace {
 
+bool end(const std::string &value, bool &result) {
+  if (value != "piece" && value != "utterance") return false;
+  result = value == "utterance";
+  return true;
+}
+
 bool set(Settings &settings, const Parameter &parameter) {
-  const auto &[text, key, value] = parameter;
+  const auto &[whole, key, value] = parameter;
   if (key == "words") return truth(value, settings.words);
   if (key == "hints") return truth(value, settings.hints);
+  if (key == "final") return end(value, settings.final_ends);
   if (key == "final_timeout") return milliseconds(value, settings.final_timeout);
   if (key == "unknown_word") {
     settings.unknown_word = value;

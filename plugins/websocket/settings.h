@@ -1,4 +1,4 @@
-// What the operator set.
+// What the operator set: the plugin's parameters.
 #pragma once
 
 #include <string>
@@ -14,6 +14,7 @@ struct Settings : common::ServerSettings {
   bool words = true;                   // ask for figures for each word, of which the confidence is made
   bool hints = true;                   // send the phrases to expect
   std::string unknown_word = "[unk]";  // the server's word for speech that fits no phrase; empty: it has none
+  bool final_ends = false;             // a final of the server ends the recognition, and not only a piece of it
   std::chrono::milliseconds final_timeout{1000};  // longest wait for the last result
 };
 

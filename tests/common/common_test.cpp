@@ -1,11 +1,14 @@
-// What plugins share: the stream file, URLs.
+// What plugins share: the stream file, servers, URLs.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
+#include <set>
 
 #include "failure.h"
+#include "link.h"
+#include "servers.h"
 #include "stream_file.h"
 #include "url.h"
 
@@ -111,6 +114,30 @@ TEST(Stream, IsRefusedWhenItCannotBeRead) {
   unlink(link.c_str());
 }
 
+TEST(Servers, AreTriedAsPickedAndRestWhenTheyFail) {
+  using List = std::vector<std::string>;
+  Servers servers;
+  const Moment now = Clock::now();
+  const auto order = [&](Pick pick, std::chrono::seconds later = {}) {
+    return servers.in_order({"a", "b", "c"}, pick, now + later);
+  };
+  EXPECT_EQ(order(Pick::kFirst), (List{"a", "b", "c"}));
+  EXPECT_EQ(order(Pick::kRotate), (List{"a", "b", "c"}));
+  EXPECT_EQ(order(Pick::kRotate), (List{"b", "c", "a"}));
+  EXPECT_EQ(order(Pick::kRotate), (List{"c", "a", "b"}));
+  EXPECT_EQ(order(Pick::kRotate), (List{"a", "b", "c"}));
+  std::set<List> seen;
+  for (int i = 0; i < 200; ++i) seen.insert(order(Pick::kRandom));
+  EXPECT_EQ(seen.size(), 6U);
+  servers.failed("b", now);
+  EXPECT_EQ(order(Pick::kFirst), (List{"a", "c", "b"}));
+  EXPECT_EQ(order(Pick::kRotate), (List{"c", "a", "b"}));
+  EXPECT_EQ(order(Pick::kFirst, std::chrono::seconds(10)), (List{"a", "b", "c"}));
+  servers.failed("a", now);
+  servers.failed("c", now);
+  EXPECT_EQ(order(Pick::kFirst), (List{"a", "b", "c"})) << "better one that rests than none";
+}
+
 TEST(Urls, AreReadOrRefused) {
   const auto parts = [](const char *text) {
     const auto url = parse_url(text, "ws", "wss");
@@ -122,6 +149,10 @@ TEST(Urls, AreReadOrRefused) {
   for (const char *bad : {"", "ws:/a", "ws://", "ws://:80", "ws://a:0", "ws://a:65536", "ws://a:8x", "ws://[::1",
                           "ws://[::1]x", "ws://user@a", "ws://a/b c", "ws://a/\r\nX: y"}) {
     EXPECT_THROW(parse_url(bad, "ws", "wss"), Failure) << bad;
+  }
+  EXPECT_EQ(split_urls("  ws://a/b\twss://c ", "ws", "wss"), (std::vector<std::string>{"ws://a/b", "wss://c"}));
+  for (const char *bad : {"", "  ", "ws://a http://b", "ws://a ws://"}) {
+    EXPECT_THROW(split_urls(bad, "ws", "wss"), Failure) << bad;
   }
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <random>
 
@@ -135,6 +136,35 @@ TEST(Conversation, AContinuousCallGoesOnOverANewConnection) {
   EXPECT_LE(server.connections(), 4);
   EXPECT_EQ(call.reports().size(), 10U);
   EXPECT_EQ(call.reports().back(), kEnd);
+}
+
+TEST(Conversation, TheServerMayEndTheRecognition) {
+  std::string head;
+  Server server([&](Peer &peer) {
+    Request request;
+    ASSERT_TRUE(peer.receive(request));
+    head = request.head;
+    peer.upgrade(request);
+    Message message;
+    while (peer.receive(message)) {
+      if (message.opcode == kBinary) peer.say(R"({"text": "one"})");
+    }
+  });
+  std::ofstream(scratch_folder() + "/key") << "sk-secret\n";
+  for (const bool continuous : {false, true}) {
+    Call call(url_of(server), "final=utterance key_file=" + scratch_folder() + "/key");
+    call.continuous = continuous;
+    call.start();
+    for (size_t utterance = 1; utterance <= (continuous ? 2 : 1); ++utterance) {
+      call.speak(200);
+      ASSERT_TRUE(call.wait_reports(2 * utterance));
+    }
+    EXPECT_EQ(call.reports()[0], (Report{"one", 75}));
+    EXPECT_EQ(call.reports().back(), kFinish);
+    call.stop();
+  }
+  EXPECT_EQ(server.connections(), 2) << "one for each call";
+  EXPECT_NE(head.find("\r\nAuthorization: Bearer sk-secret\r\n"), std::string::npos);
 }
 
 TEST(Conversation, SpeechWithoutWordsIsNotUnderstood) {
@@ -349,6 +379,34 @@ TEST(Tls, VerifiesTheServersCertificateAndName) {
   plugin().close();  // also with a TLS library that has been at work
 }
 
+TEST(SeveralServers, StandInForEachOther) {
+  plugin().close();  // and with it what was learnt about servers: one of them may have had the same port
+  Server dying(leave);
+  Server good(recognise);
+  const std::string nobody = "ws://127.0.0.1:9";
+  for (int i = 0; i < 2; ++i) {
+    Call call(nobody + " " + url_of(dying) + " " + url_of(good));
+    call.speak(500);
+    call.start();
+    ASSERT_TRUE(call.wait_reports(1)) << call.record.extra;
+    EXPECT_EQ(call.reports()[0].text, "ye");
+  }
+  EXPECT_EQ(dying.connections(), 1) << "it rests";
+  // One that is lost in mid-call: the audio goes to another, and is heard there.
+  Server fading(greet);
+  Call call(url_of(fading) + " " + url_of(good));
+  call.speak(500);
+  call.start();
+  ASSERT_TRUE(call.wait_reports(1)) << call.record.extra;
+  EXPECT_EQ(call.reports()[0].text, "ye");
+  EXPECT_EQ(fading.connections(), 1);
+  Call none(nobody + " " + nobody + "/x");
+  none.start();
+  ASSERT_TRUE(none.wait_return());
+  EXPECT_NE(std::string(none.record.extra).find(": cannot connect: Connection refused; ws"), std::string::npos)
+      << none.record.extra;
+}
+
 TEST(Reconnection, SendsTheAudioAgainWhenNoWordWasLost) {
   std::string audio;
   Server server([&](Peer &peer) {
@@ -507,7 +565,8 @@ TEST(Settings, AreReadOrRefused) {
   EXPECT_EQ(settings.tls_ca, "/a/b.pem");
   EXPECT_EQ(settings.final_timeout, 10ms);
   EXPECT_EQ(parse_settings("").connect_timeout, 3s);
-  for (const char *bad : {"word=yes", "words", "words=", "final_timeout=9", "final_timeout=99999999999", "tls_ca="}) {
+  for (const char *bad :
+       {"word=yes", "words", "words=", "final_timeout=9", "final_timeout=99999999999", "tls_ca=", "final=word"}) {
     EXPECT_THROW(parse_settings(bad), Failure) << bad;
   }
 }
