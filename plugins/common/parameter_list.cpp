@@ -5,7 +5,19 @@
 #include <algorithm>
 #include <charconv>
 
+#include "failure.h"
+
 namespace quillbrook::common {
+
+void read_parameters(const std::string &configuration, const std::function<bool(const Parameter &)> &set) {
+  std::string_view rest = configuration;
+  Parameter parameter;
+  while (take_parameter(rest, parameter)) {
+    if (!set(parameter)) {
+      throw Failure("configuration: '" + parameter.text + "' is no known parameter with a value it can take");
+    }
+  }
+}
 
 bool take_parameter(std::string_view &text, Parameter &parameter) {
   constexpr std::string_view kSeparators = ",; \t\r\n";

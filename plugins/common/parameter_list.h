@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,9 @@ struct Parameter {
   std::string key;
   std::string value;  // without its quotes; empty when there is no "="
 };
+
+// Hands each parameter to `set`. Throws Failure naming the one that it does not take.
+void read_parameters(const std::string &configuration, const std::function<bool(const Parameter &)> &set);
 
 // Takes the next parameter off the front of the text. False when there is none left.
 bool take_parameter(std::string_view &text, Parameter &parameter);

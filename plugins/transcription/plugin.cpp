@@ -1,29 +1,8 @@
 // The plugin's three entries.
-#include <string>
-
-#include "broken_pipe.h"
-#include "entries.h"
-#include "failure.h"
+#include "network_loop.h"
 #include "recognition.h"
 
-namespace quillbrook::transcription {
-namespace {
-
-void recognise(common::Link &link) {
-  static Shared shared;  // by all calls; goes when the plugin is unloaded
-  const common::WithoutBrokenPipe quiet;
-  try {
-    Recognition(link, shared).run();
-  } catch (const common::ServerFailure &) {
-    throw;
-  } catch (const std::exception &error) {
-    const char *url = link.record().profile[0] != '\0' ? link.record().profile : kDefaultUrl;
-    throw common::Failure(std::string(url) + ": " + error.what());
-  }
-}
-
-}  // namespace
-}  // namespace quillbrook::transcription
+using namespace quillbrook;
 
 QUILLBROOK_PLUGIN_ENTRY int quillbrook_init(quillbrook_context *context) {
   // What is being said can be asked about at once.
@@ -32,9 +11,12 @@ QUILLBROOK_PLUGIN_ENTRY int quillbrook_init(quillbrook_context *context) {
 }
 
 QUILLBROOK_PLUGIN_ENTRY void *quillbrook_loop(quillbrook_context *context) {
-  return quillbrook::common::run_loop(context, "transcription", quillbrook::transcription::recognise);
+  return common::run_network_loop(context, "transcription", transcription::kDefaultUrl, [](common::Link &link) {
+    static transcription::Shared shared;  // by all calls; goes when the plugin is unloaded
+    transcription::Recognition(link, shared).run();
+  });
 }
 
 QUILLBROOK_PLUGIN_ENTRY void quillbrook_stop(quillbrook_context *context) {
-  quillbrook::common::Link::stop(context);
+  common::Link::stop(context);
 }

@@ -5,6 +5,7 @@
 
 #include "failure.h"
 #include "json_text.h"
+#include "network_loop.h"
 #include "url.h"
 #include "wav.h"
 
@@ -31,12 +32,13 @@ int longest_of(const Settings &settings, const quillbrook_context &record) {
 Recognition::Recognition(Link &link, Shared &shared)
     : link_(link),
       settings_(parse_settings(link.record().configuration)),
-      urls_(split_urls(link.record().profile[0] != '\0' ? link.record().profile : kDefaultUrl, "http", "https")),
+      urls_(split_urls(urls_of(link.record(), kDefaultUrl), "http", "https")),
       key_(settings_.read_key()),
       access_{link, shared, settings_, urls_, key_},
       fields_(request_fields(settings_, link.record())),
       audio_(link.record().filename != nullptr ? link.record().filename : "",
-             link.record().format != nullptr ? link.record().format : "") {}
+             link.record().format != nullptr ? link.record().format : ""),
+      report_(link) {}
 
 void Recognition::run() {
   try {
@@ -46,10 +48,10 @@ void Recognition::run() {
     listen();
   } catch (const Stopped &) {  // all that a stop asks for is to return
   } catch (const Failure &) {
-    deliver();
+    report_.deliver();
     throw;
   }
-  deliver();
+  report_.deliver();
 }
 
 void Recognition::await_header() {
@@ -90,7 +92,7 @@ bool Recognition::hear() {
 void Recognition::begin_utterance() {
   next_interim_ms_ = settings_.interim_ms;
   // After a result the module raises finalize again, out of the silence between two utterances.
-  if (wound_up_ && !closing_) link_.lower_finalize();
+  if (report_.is_wound_up() && !closing_) link_.lower_finalize();
   show_life(Clock::now());
 }
 
@@ -106,8 +108,8 @@ void Recognition::end_utterance(Utterance utterance) {
 
 void Recognition::heed_finalize() {
   if (closing_ || !link_.finalize_raised()) return;
-  const bool nothing_said = !heard_ && !final_is_due() && !ear_->in_utterance();
-  if (wound_up_ && nothing_said) return;
+  const bool nothing_said = !report_.has_words() && !final_is_due() && !ear_->in_utterance();
+  if (report_.is_wound_up() && nothing_said) return;
   closing_ = true;
   if (ear_->in_utterance()) end_utterance(ear_->cut_off());
 }
@@ -152,42 +154,26 @@ void Recognition::ask() {
 
 // Words of a final that is still being made.
 void Recognition::take_progress() {
-  if (inquiry_->is_event_stream() && events_.read(inquiry_->answer())) report_interim(cleaned(events_.text()));
+  if (inquiry_->is_event_stream() && events_.read(inquiry_->answer())) tell_interim(cleaned(events_.text()));
 }
 
 void Recognition::take_interim() {
-  report_interim(parse_transcript(repaired(inquiry_->answer()), settings_.silence_limits).text);
+  tell_interim(parse_transcript(repaired(inquiry_->answer()), settings_.silence_limits).text);
 }
 
 void Recognition::take_final() {
   const std::string json = inquiry_->is_event_stream() ? events_.whole() : repaired(inquiry_->answer());
   const Transcript transcript = parse_transcript(json, settings_.silence_limits);
-  const bool attempt = asked_speech_ms_ >= kShortestAttemptMs || !interim_.empty();
-  interim_.clear();
   if (!transcript.text.empty()) {
-    note_words(transcript.text);
-    pieces_ = true;
-    link_.piece(transcript.text, transcript.confidence, json);
-  } else if (attempt && !pieces_) {
-    link_.no_match(json);
-    told_words_ = true;
-    settle();
+    report_.piece(transcript.text, transcript.confidence, json);
+  } else if (asked_speech_ms_ >= kShortestAttemptMs || report_.has_interim()) {
+    report_.nothing_understood(json);
   }
   last_life_ = Clock::now();
 }
 
-void Recognition::note_words(const std::string &words) {
-  link_.debug("heard: ", words);
-  heard_ = true;
-  told_words_ = true;
-}
-
-void Recognition::report_interim(const std::string &words) {
-  if (words.empty() || words == interim_) return;
-  note_words(words);
-  interim_ = words;
-  link_.interim(words);
-  last_life_ = Clock::now();
+void Recognition::tell_interim(const std::string &words) {
+  if (report_.interim(words)) last_life_ = Clock::now();
 }
 
 // An utterance has ended whose words are not there yet.
@@ -198,21 +184,8 @@ bool Recognition::final_is_due() const {
 void Recognition::conclude() {
   closing_ = false;
   link_.tick();  // whether a result is out already
-  if (link_.listening()) deliver();
-  wound_up_ = true;
-}
-
-void Recognition::deliver() {
-  if (!heard_) return;
-  link_.finish();
-  settle();
-}
-
-void Recognition::settle() {
-  link_.tick();  // the answer tells whether the module goes on after its result
-  heard_ = false;
-  pieces_ = false;
-  wound_up_ = true;
+  if (link_.listening()) report_.deliver();
+  report_.set_wound_up();
 }
 
 void Recognition::show_life_if_due() {
@@ -226,7 +199,7 @@ void Recognition::show_life(Moment now) {
   const bool has_timers = __atomic_load_n(&record.completetimeout, __ATOMIC_RELAXED) != 0 ||
                           __atomic_load_n(&record.incompletetimeout, __ATOMIC_RELAXED) != 0;
   last_life_ = now;
-  if (told_words_ && has_timers) link_.sign_of_life();
+  if (report_.has_begun() && has_timers) link_.sign_of_life();
 }
 
 void Recognition::pause() {

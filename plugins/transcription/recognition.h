@@ -20,6 +20,7 @@
 #include "event_reader.h"
 #include "inquiry.h"
 #include "link.h"
+#include "report.h"
 #include "settings.h"
 #include "stream_file.h"
 
@@ -46,11 +47,8 @@ private:
   void take_progress();
   void take_interim();
   void take_final();
-  void note_words(const std::string &words);
-  void report_interim(const std::string &words);
+  void tell_interim(const std::string &words);
   void conclude();
-  void deliver();
-  void settle();
   void show_life_if_due();
   void show_life(common::Moment now);
   void pause();
@@ -64,6 +62,7 @@ private:
   const Access access_;
   const Fields fields_;
   common::StreamFile audio_;
+  common::Report report_;
   std::optional<Ear> ear_;
   std::vector<int16_t> samples_;
 
@@ -72,12 +71,7 @@ private:
   std::optional<Utterance> waiting_;  // ended and not asked about yet
   int asked_speech_ms_ = 0;           // of the utterance that is asked about as a whole
   int next_interim_ms_ = 0;           // length of the utterance at which it is asked about
-  std::string interim_;               // what the module knows, and no final has replaced
   bool closing_ = false;              // the module waits for the words up to now
-  bool wound_up_ = false;             // it has had a result
-  bool heard_ = false;                // words came since
-  bool pieces_ = false;               // and some of them in final pieces
-  bool told_words_ = false;           // ever: the module's timers run
   common::Moment last_life_;
 };
 

@@ -4,7 +4,6 @@
 #include <cctype>
 #include <optional>
 
-#include "failure.h"
 #include "phrases.h"
 
 namespace quillbrook::transcription {
@@ -87,13 +86,7 @@ std::string joined(const std::vector<std::string> &parts, const char *separator)
 
 Settings parse_settings(const std::string &configuration) {
   Settings settings;
-  std::string_view rest = configuration;
-  Parameter parameter;
-  while (take_parameter(rest, parameter)) {
-    if (!set(settings, parameter)) {
-      throw Failure("configuration: '" + parameter.text + "' is no known parameter with a value it can take");
-    }
-  }
+  read_parameters(configuration, [&](const Parameter &parameter) { return set(settings, parameter); });
   return settings;
 }
 

@@ -1,28 +1,8 @@
 // The plugin's three entries.
-#include <string>
-
-#include "broken_pipe.h"
-#include "entries.h"
+#include "network_loop.h"
 #include "recognition.h"
 
-namespace quillbrook::websocket {
-namespace {
-
-void recognise(Link &link) {
-  static Servers servers;  // of all calls
-  const WithoutBrokenPipe quiet;
-  try {
-    Recognition(link, servers).run();
-  } catch (const ServerFailure &) {
-    throw;
-  } catch (const std::exception &error) {
-    const char *url = link.record().profile[0] != '\0' ? link.record().profile : kDefaultUrl;
-    throw Failure(std::string(url) + ": " + error.what());
-  }
-}
-
-}  // namespace
-}  // namespace quillbrook::websocket
+using namespace quillbrook;
 
 QUILLBROOK_PLUGIN_ENTRY int quillbrook_init(quillbrook_context *context) {
   // The server can be told that the audio ends, and then gives its last words.
@@ -31,9 +11,12 @@ QUILLBROOK_PLUGIN_ENTRY int quillbrook_init(quillbrook_context *context) {
 }
 
 QUILLBROOK_PLUGIN_ENTRY void *quillbrook_loop(quillbrook_context *context) {
-  return quillbrook::common::run_loop(context, "websocket", quillbrook::websocket::recognise);
+  return common::run_network_loop(context, "websocket", websocket::kDefaultUrl, [](common::Link &link) {
+    static common::Servers servers;  // of all calls
+    websocket::Recognition(link, servers).run();
+  });
 }
 
 QUILLBROOK_PLUGIN_ENTRY void quillbrook_stop(quillbrook_context *context) {
-  quillbrook::common::Link::stop(context);
+  common::Link::stop(context);
 }

@@ -5,6 +5,7 @@
 
 #include "failure.h"
 #include "json_text.h"
+#include "network_loop.h"
 #include "phrases.h"
 
 namespace quillbrook::websocket {
@@ -26,11 +27,12 @@ constexpr char kEndOfAudio[] = R"({"eof" : 1})";
 Recognition::Recognition(Link &link, Servers &servers)
     : link_(link),
       servers_(servers),
-      urls_(split_urls(link.record().profile[0] != '\0' ? link.record().profile : kDefaultUrl, "ws", "wss")),
+      urls_(split_urls(urls_of(link.record(), kDefaultUrl), "ws", "wss")),
       settings_(parse_settings(link.record().configuration)),
       password_(settings_.read_key()),
       audio_(link.record().filename != nullptr ? link.record().filename : "",
-             link.record().format != nullptr ? link.record().format : "") {
+             link.record().format != nullptr ? link.record().format : ""),
+      report_(link) {
   unanswered_.reserve(kWindow);
 }
 
@@ -39,7 +41,7 @@ void Recognition::run() {
     serve();
   } catch (const Stopped &) {  // all that a stop asks for is to return
   } catch (const Failure &) {
-    deliver();
+    report_.deliver();
     throw;
   }
 }
@@ -54,8 +56,8 @@ void Recognition::serve() {
     } catch (const Failure &failure) {
       servers_.failed(url_, Clock::now());
       link_.debug("", failure.what());
-      if (heard_) wordless_until_ = answered();
-      deliver();
+      if (report_.has_words()) wordless_until_ = answered();
+      report_.deliver();
       const bool is_lost = dynamic_cast<const Lost *>(&failure) != nullptr;
       if (!is_lost || !link_.listening() || reconnected_) throw ServerFailure(url_ + ": " + failure.what());
       reconnected_ = true;
@@ -106,7 +108,7 @@ void Recognition::greet(Connection &connection) {
   const nlohmann::json message = {{"config", std::move(config)}};
   connection.send_text(message.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
   unanswered_.clear();
-  interim_.clear();
+  report_.forget_interim();
   end_sent_ = false;
   last_result_ = false;
 }
@@ -125,9 +127,10 @@ void Recognition::converse(Connection &connection) {
 
 bool Recognition::time_to_finish() const {
   // After a result the module raises finalize again, out of the silence between two utterances. Only words count then.
-  if (link_.finalize_raised()) return heard_ || !wound_up_;
+  if (link_.finalize_raised()) return report_.has_words() || !report_.is_wound_up();
   const long most = link_.record().maxspeechtimeout;
-  return most > 0 && heard_ && static_cast<long>((audio_.position() - speech_from_) * 1000 / audio_.rate()) > most;
+  return most > 0 && report_.has_words() &&
+         static_cast<long>((audio_.position() - speech_from_) * 1000 / audio_.rate()) > most;
 }
 
 void Recognition::wind_up(Connection &connection) {
@@ -148,8 +151,8 @@ void Recognition::wind_up(Connection &connection) {
   } catch (const Lost &) {  // the server closes behind its last result
   }
   wordless_until_ = audio_.position();
-  deliver();
-  wound_up_ = true;
+  report_.deliver();
+  report_.set_wound_up();
 }
 
 void Recognition::stand_by() {
@@ -194,27 +197,21 @@ void Recognition::take_answer(const std::string &message) {
   const std::string words = known_words(answer.text);
   if (answer.final) {
     take_final(answer, words, json);
-  } else if (!words.empty() && words != interim_) {
-    hear(words);
-    interim_ = words;
-    link_.interim(words);
+  } else if (!words.empty()) {
+    hear();
+    report_.interim(words);
   }
 }
 
 void Recognition::take_final(const Answer &answer, const std::string &words, const std::string &json) {
   wordless_until_ = answered();
-  // Speech, but no words: what fits no phrase, or a hypothesis that the server has withdrawn. The module would deliver
-  // such a hypothesis. Pieces that stand are worth more than saying so.
-  const bool in_vain = words.empty() && (!answer.text.empty() || !interim_.empty()) && !pieces_;
-  interim_.clear();
-  if (in_vain) {
-    link_.no_match(json);
-    settle();
-  } else if (!words.empty()) {
-    hear(words);
-    pieces_ = true;
-    link_.piece(words, answer.confidence, json);
-    if (settings_.final_ends) deliver();
+  if (!words.empty()) {
+    hear();
+    report_.piece(words, answer.confidence, json);
+    if (settings_.final_ends) report_.deliver();
+  } else if (!answer.text.empty() || report_.has_interim()) {
+    // Speech, but no words: what fits no phrase, or a hypothesis that the server has withdrawn.
+    report_.nothing_understood(json);
   }
 }
 
@@ -232,26 +229,12 @@ std::string Recognition::known_words(const std::string &text) const {
   return known;
 }
 
-void Recognition::hear(const std::string &text) {
-  link_.debug("heard: ", text);
+// Words have come: first of all, the module takes back what it asked for in the silence before them.
+void Recognition::hear() {
   reconnected_ = false;
-  if (heard_) return;
-  heard_ = true;
+  if (report_.has_words()) return;
   speech_from_ = audio_.position();
-  if (wound_up_) link_.lower_finalize();
-}
-
-void Recognition::deliver() {
-  if (!heard_) return;
-  link_.finish();
-  settle();
-}
-
-void Recognition::settle() {
-  link_.tick();  // the answer tells whether the module goes on after its result
-  heard_ = false;
-  pieces_ = false;
-  wound_up_ = true;
+  if (report_.is_wound_up()) link_.lower_finalize();
 }
 
 void Recognition::check_stall() const {

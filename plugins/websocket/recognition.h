@@ -17,6 +17,7 @@
 #include "answer.h"
 #include "connection.h"
 #include "link.h"
+#include "report.h"
 #include "servers.h"
 #include "settings.h"
 #include "stream_file.h"
@@ -50,9 +51,7 @@ private:
   void take_answer(const std::string &message);
   void take_final(const Answer &answer, const std::string &words, const std::string &json);
   std::string known_words(const std::string &text) const;
-  void hear(const std::string &text);
-  void deliver();
-  void settle();
+  void hear();
   void check_stall() const;
   bool time_to_finish() const;
   size_t answered() const;
@@ -64,17 +63,14 @@ private:
   const std::string password_;
   std::string url_;  // of the server that is connected
   StreamFile audio_;
+  Report report_;
   std::vector<Chunk> unanswered_;  // chunks that an answer is due for, oldest first
   Moment last_answer_;
   size_t wordless_until_ = 0;  // up to this sample there is nothing that has to be sent again
   size_t speech_from_ = 0;     // the sample that had been sent when the first word came
-  bool heard_ = false;         // words came since the last finish
-  bool pieces_ = false;        // and some of them in final pieces
-  bool wound_up_ = false;      // an utterance has been finished
   bool reconnected_ = false;   // since the last word
   bool end_sent_ = false;      // the server knows that no more audio comes
   bool last_result_ = false;   // and has answered that
-  std::string interim_;        // what the module knows
   std::vector<int16_t> chunk_;
 };
 

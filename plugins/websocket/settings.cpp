@@ -1,7 +1,5 @@
 #include "settings.h"
 
-#include "failure.h"
-
 namespace quillbrook::websocket {
 
 using namespace common;
@@ -31,13 +29,7 @@ bool set(Settings &settings, const Parameter &parameter) {
 
 Settings parse_settings(const std::string &configuration) {
   Settings settings;
-  std::string_view rest = configuration;
-  Parameter parameter;
-  while (take_parameter(rest, parameter)) {
-    if (!set(settings, parameter)) {
-      throw Failure("configuration: '" + parameter.text + "' is no known parameter with a value it can take");
-    }
-  }
+  read_parameters(configuration, [&](const Parameter &parameter) { return set(settings, parameter); });
   return settings;
 }
 

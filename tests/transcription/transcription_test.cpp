@@ -1,8 +1,5 @@
 // The plugin against servers that behave and servers that do not. Each test says in its server function what the
 // server does; a Call plays the module: it owns the record and the stream file, and keeps what the plugin reports.
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -10,6 +7,7 @@
 #include <memory>
 
 #include "certificate.h"
+#include "deaf_server.h"
 #include "plugin_driver.h"
 #include "recordings.h"
 #include "speech_server.h"
@@ -390,25 +388,11 @@ TEST(FailingServer, TakesNoWordsWithIt) {
 }
 
 TEST(FailingConnection, IsReportedWithoutHoldingTheCall) {
-  const int deaf = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  auto *generic = reinterpret_cast<sockaddr *>(&address);
-  ASSERT_EQ(bind(deaf, generic, size), 0);
-  ASSERT_EQ(getsockname(deaf, generic, &size), 0);
-  const std::string url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
+  DeafServer deaf;
+  const std::string url = "http://127.0.0.1:" + std::to_string(deaf.port()) + "/";
   EXPECT_EQ(failure_of(url), "ERROR: " + url + ": cannot connect: Connection refused");
-  ASSERT_EQ(listen(deaf, 0), 0);
-  int queued[2];
-  for (int &filler : queued) {
-    filler = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    EXPECT_NE(connect(filler, generic, size), 0) << "it does not wait";
-  }
+  deaf.listen();
   EXPECT_EQ(failure_of(url, kImpatient), "ERROR: " + url + ": no connection in time");
-  for (const int filler : queued) close(filler);
-  close(deaf);
 
   EXPECT_NE(failure_of("http://no-such.invalid/").find("invalid/: the host's name "), std::string::npos);
   EXPECT_NE(failure_of("ws://localhost:2700").find("the URL does not begin with http:// or https://"),
