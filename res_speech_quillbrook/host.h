@@ -147,8 +147,8 @@ private:
   Id id_;
 };
 
-// The channel whose dialplan runs under a call id, or null. Channels without a dialplan, such as the far legs of a dial,
-// may share the id. It comes with a reference, which goes back with host_channel_release.
+// The channel whose dialplan runs under a call id, or null. Channels without a dialplan, such as the far legs of a
+// dial, may share the id. It comes with a reference, which goes back with host_channel_release.
 inline struct ast_channel *host_channel_of_call(const HostCallId &call) {
   const auto is_wanted = [](void *object, void *, void *data, int) {
     auto *channel = static_cast<struct ast_channel *>(object);
