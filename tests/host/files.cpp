@@ -99,7 +99,7 @@ Stream *open_stream(const char *filename, const char *type, int flags, mode_t pe
   const std::string path = real_path(std::string(filename) + "." + kind);
   int descriptor = __real_open(path.c_str(), flags, permissions);
   if (descriptor < 0) return nullptr;
-  if (flags != O_RDONLY && fails(Fault::kWrite)) {
+  if (fails(Fault::kWrite) && flags != O_RDONLY) {
     close(descriptor);
     descriptor = __real_open("/dev/full", O_WRONLY);
   }
