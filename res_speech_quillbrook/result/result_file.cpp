@@ -59,7 +59,7 @@ FILE *quillbrook_create_result_file(const char *path, bool keep) {
 }
 
 void quillbrook_remove_result_file(const char *path) {
-  unlink(path);
+  quillbrook_remove_file(path);
   quillbrook_disclaim_file(path);
 }
 

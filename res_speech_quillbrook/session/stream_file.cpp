@@ -77,7 +77,7 @@ Failure cut_stream(quillbrook_recognition_t *recognition, const quillbrook_engin
     failure = {"move", errno};
   } else {
     failure = copy_tail(recognition, second, engine, early);
-    unlink(second.full);
+    quillbrook_remove_file(second.full);
   }
   quillbrook_disclaim_file(second.full);
   if (!recognition->file) {
@@ -116,7 +116,7 @@ void quillbrook_remove_stream(const quillbrook_stream_name &name, const quillbro
     return;
   }
   notice("Delete stream file (%s)\n", name.full);
-  unlink(name.full);
+  quillbrook_remove_file(name.full);
   quillbrook_disclaim_file(name.full);
 }
 

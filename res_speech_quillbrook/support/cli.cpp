@@ -2,6 +2,7 @@
 
 #include "cli.h"
 #include "log.h"
+#include "own_files.h"
 #include "printable.h"
 
 namespace {
@@ -13,7 +14,7 @@ public:
   ~CaptureFile() {
     if (fd_ >= 0) {
       close(fd_);
-      unlink(template_file_);
+      quillbrook_remove_file(template_file_);
     }
   }
   CaptureFile(const CaptureFile &) = delete;

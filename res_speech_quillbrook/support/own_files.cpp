@@ -114,7 +114,7 @@ void close_list() QUILLBROOK_REQUIRES(list_lock) {
     return;
   }
   if (places.empty()) {
-    unlink(list_path);
+    quillbrook_remove_file(list_path);
   }
   close(list_descriptor);
   list_descriptor = -1;
@@ -266,6 +266,12 @@ void quillbrook_disclaim_file(const char *path) {
     disclaim(path);
     return 0;
   });
+}
+
+void quillbrook_remove_file(const char *path) {
+  if (unlink(path) && errno != ENOENT) {
+    ast_log(LOG_WARNING, "Cannot remove %s: %s\n", path, strerror(errno));
+  }
 }
 
 bool quillbrook_file_is_claimed(const char *path) {

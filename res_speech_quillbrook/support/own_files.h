@@ -17,6 +17,9 @@ constexpr size_t kOwnFileRecord = 128;
 void quillbrook_claim_file(const char *path, bool keep);
 void quillbrook_disclaim_file(const char *path);
 
+// Removes a file that is to be gone. A WARNING says when it stays: it holds what callers say.
+void quillbrook_remove_file(const char *path);
+
 // Whether the file is on this process's list.
 bool quillbrook_file_is_claimed(const char *path);
 
