@@ -159,7 +159,7 @@ int create(struct ast_speech *speech) {
   name_session(session);
   choose_loggingtag(session);
   str_fifo_init(&session->last_results);
-  incomplete.release();
+  static_cast<void>(incomplete.release());
   shared_store(speech->data, static_cast<void *>(session));
   quillbrook_sessions_add(speech, session);
   log_defaults(session);

@@ -141,6 +141,8 @@ void run_plugin(struct ast_speech *speech, quillbrook_speech_t *session) {
     memcpy(recognition->context2, first, sizeof(*first));
   }
   session_notice(session, "Start plugin thread\n");
+  // Both are counted before the first can come to its end, and take itself for the last.
+  shared_store(recognition->running, recognition->context2 ? 2 : 1);
   launch_quillbrook_thread(session);
   if (recognition->context2) {
     launch_quillbrook_thread2(session);

@@ -270,6 +270,7 @@ int launch(quillbrook_speech_t *session, quillbrook_run_t &run, void *(*entry)(v
   context->initialize = 0;
   context->thread = kNoThread;
   if (guarded("plugin_init", -1, [=] { return session->engine->plugin_init(context); })) {
+    shared_decrement(run.recognition->running);
     ast_log(LOG_WARNING, "%s", words.refused);
     quillbrook_note_failure(session, kCausePlugin, "it refused the recognition");
     return -1;
@@ -277,7 +278,6 @@ int launch(quillbrook_speech_t *session, quillbrook_run_t &run, void *(*entry)(v
   if (host_debug_at_least(3)) {
     ast_log(LOG_DEBUG, "%s", words.initialized);
   }
-  shared_increment(run.recognition->running);
   const int result = ast_pthread_create_stack(&context->thread, nullptr, entry, &run, host_stack_size(), __FILE__,
                                               words.caller, __LINE__, "quillbrook_thread");
   if (result) {

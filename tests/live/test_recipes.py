@@ -140,7 +140,7 @@ class ScriptedRecipeTest(RecipeTest):
 
     def test_travel(self):
         for script, heard in (("final 80 I'd like 2 tickets, please.", "Tickets: 2"), ("final 80 Refund!", "A refund"),
-                              ("final 80 Good morning.", "Something else: good morning"),
+                              ("final 80 Good morning.", "Something else: good morning."),
                               ("final 20 Refund!", "Nothing was understood (unsure)")):
             with self.subTest(script=script):
                 self.assertEqual(self.dial("travel", script=f"bytes 4000\n{script}"), [heard])
