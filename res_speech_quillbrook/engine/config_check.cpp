@@ -72,7 +72,7 @@ private:
   void look_at_values() {
     for (const ConfigBlock &block : file_.blocks) {
       const bool general = equal_names(block.name, kGeneralSection);
-      for (const ConfigKey &key : kConfigKeys) {
+      for (const ConfigKey &key : config_keys()) {
         if (general ? !key.rules.in_general : !key.profile_place) {
           continue;
         }

@@ -1,5 +1,7 @@
 #include "config_keys.h"
 
+#include <array>
+
 #include "config_table.h"
 
 namespace {
@@ -19,9 +21,7 @@ constexpr ConfigDefault no_default() {
   return {};
 }
 
-}  // namespace
-
-constexpr ConfigKey kConfigKeys[kConfigKeyCount] = {
+constexpr ConfigKey kConfigKeys[] = {
     {{"name"}, Kind::kLabel, &Engine::name, leaves("")},
     {{"debug"}, Kind::kDebugLevel, &ConfigTable::debug, leaves("no")},
     {{"loglevel"}, Kind::kNumber, &Engine::log_level, leaves("0")},
@@ -46,7 +46,7 @@ constexpr ConfigKey kConfigKeys[kConfigKeyCount] = {
     {{"dsp"}, Kind::kBoolean, &Engine::dsp, stores("no"), 14},
     // The loader takes the module's setting of the same name, which begins with this value.
     {{"threshold"}, Kind::kSilenceThreshold, &Engine::threshold, leaves("150"), 15},
-    {{"silences"}, Kind::kWord, &Engine::both_silences, stores("either"), 33, {.word = "both"}},
+    {{"silences"}, Kind::kWord, &Engine::both_silences, stores("either"), kProfilePlaceLater, {.word = "both"}},
     {{"timeouts"}, Kind::kBoolean, &Engine::timeouts, stores("yes"), 16},
     {{"speedvsaccuracy"}, Kind::kDecimal, &Engine::speedvsaccuracy, stores("-1.0")},
     {{"minspeechtimeout"}, Kind::kMilliseconds, &Engine::minspeechtimeout, stores("0")},
@@ -60,54 +60,69 @@ constexpr ConfigKey kConfigKeys[kConfigKeyCount] = {
     {{"endpointing"}, Kind::kBoolean, &Engine::endpointing, stores("no"), 17},
     {{"returnjson"}, Kind::kBoolean, &Engine::returnjson, stores("no"), 18, {.excludes = &Engine::returnnlsml}},
     {{"returnnlsml"}, Kind::kBoolean, &Engine::returnnlsml, stores("no"), 19, {.excludes = &Engine::returnjson}},
-    {{"jsonpieces"}, Kind::kWord, &Engine::jsonpieces, stores("last"), 34, {.word = "all"}},
+    {{"jsonpieces"}, Kind::kWord, &Engine::jsonpieces, stores("last"), kProfilePlaceLater, {.word = "all"}},
     {{"keepfiles"}, Kind::kBoolean, &Engine::keepfiles, stores("no"), 20},
     {{"waitclose"}, Kind::kBoolean, &Engine::waitclose, stores("no"), 21},
     {{"closetimeout"}, Kind::kMilliseconds, &Engine::closetimeout, stores("10000"), 22, {.least = 1}},
-    {{"plugintimeout"}, Kind::kMilliseconds, &Engine::plugintimeout, stores("10000"), 31, {.least = 0}},
-    {{"stoptimeout"}, Kind::kMilliseconds, &Engine::stoptimeout, stores("5000"), 30, {.least = 0}},
+    {{"plugintimeout"}, Kind::kMilliseconds, &Engine::plugintimeout, stores("10000"), kProfilePlaceLater, {.least = 0}},
+    {{"stoptimeout"}, Kind::kMilliseconds, &Engine::stoptimeout, stores("5000"), kProfilePlaceLater, {.least = 0}},
     {{"twin"}, Kind::kBoolean, &ConfigTable::twin, stores("no")},
     {{"continuous"}, Kind::kBoolean, &Engine::continuous, stores("no"), 23, {.warn_in_profile = true}},
-    {{"utterances"}, Kind::kWord, &Engine::separate, stores("joined"), 32, {.word = "separate"}},
+    {{"utterances"}, Kind::kWord, &Engine::separate, stores("joined"), kProfilePlaceLater, {.word = "separate"}},
     {{"profiles", "modules", "plugins"}, Kind::kText, &ConfigTable::profiles, no_default()},
 };
 
-namespace {
-
-constexpr const ConfigKey *find_profile_key(int place) {
-  const ConfigKey *found = nullptr;
+constexpr int count_profile_keys() {
+  int count = 0;
   for (const ConfigKey &key : kConfigKeys) {
-    if (key.profile_place == place) {
-      if (found) {
-        return nullptr;
-      }
-      found = &key;
-    }
+    count += key.profile_place != 0;
   }
-  return found;
+  return count;
 }
 
-// Every place of a profile is taken once, by a key whose field a profile can have of its own.
-constexpr bool profile_places_are_complete() {
-  for (int place = 1; place <= kConfigProfileKeyCount; ++place) {
-    const ConfigKey *key = find_profile_key(place);
-    if (!key || !(std::holds_alternative<EngineText>(key->field) || std::holds_alternative<EngineNumber>(key->field))) {
+using ProfileKeys = std::array<const ConfigKey *, count_profile_keys()>;
+
+constexpr ProfileKeys order_profile_keys() {
+  ProfileKeys ordered{};
+  std::size_t count = 0;
+  for (int place = 1; place <= kProfilePlaceLater; ++place) {
+    for (const ConfigKey &key : kConfigKeys) {
+      if (key.profile_place == place) {
+        ordered[count++] = &key;
+      }
+    }
+  }
+  return ordered;
+}
+
+constexpr ProfileKeys kProfileKeys = order_profile_keys();
+
+// A profile's key has a field that a profile can have of its own, and no numbered place is taken twice.
+constexpr bool profile_keys_are_sound() {
+  for (std::size_t index = 0; index < kProfileKeys.size(); ++index) {
+    const ConfigKey *key = kProfileKeys[index];
+    if (!key || !(std::holds_alternative<EngineText>(key->field) || std::holds_alternative<EngineNumber>(key->field)) ||
+        (key->profile_place != kProfilePlaceLater && key->profile_place != static_cast<int>(index) + 1)) {
       return false;
     }
   }
   for (const ConfigKey &key : kConfigKeys) {
-    if (key.profile_place > kConfigProfileKeyCount || (!key.rules.in_general && !key.profile_place)) {
+    if (!key.rules.in_general && !key.profile_place) {
       return false;
     }
   }
   return true;
 }
-static_assert(profile_places_are_complete());
+static_assert(profile_keys_are_sound());
 
 }  // namespace
 
-const ConfigKey &config_profile_key(int place) {
-  return *find_profile_key(place);
+ConfigKeys config_keys() {
+  return {std::begin(kConfigKeys), std::end(kConfigKeys)};
+}
+
+ConfigProfileKeys config_profile_keys() {
+  return {kProfileKeys.data(), kProfileKeys.data() + kProfileKeys.size()};
 }
 
 int *config_number(const ConfigKey &key, ConfigTable &table, quillbrook_engine_t &engine) {

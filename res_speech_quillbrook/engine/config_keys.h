@@ -43,6 +43,9 @@ struct ConfigDefault {
   bool stored = false;  // whether the loader stores it; if not it leaves the field alone, as load_module zeroed it
 };
 
+// Behind all numbered places, in the order of the table.
+inline constexpr int kProfilePlaceLater = 100;
+
 // What is peculiar to few keys.
 struct ConfigRules {
   bool in_general = true;
@@ -58,21 +61,30 @@ struct ConfigKey {
   ConfigKind kind;
   ConfigField field;
   ConfigDefault absent;   // in `general`; a profile takes over what `general` left in the field
-  int profile_place = 0;  // place in the order of reading a profile, from 1; 0: no key of a profile
+  int profile_place = 0;  // place in the order of reading a profile, from 1 or kProfilePlaceLater; 0: no key of it
   ConfigRules rules;
 };
 
 // What the value "yes" of `logfile` stands for.
 inline constexpr char kLogPath[] = "/var/log/quillbrook/debug.log";
 
-constexpr int kConfigKeyCount = 46;
-constexpr int kConfigProfileKeyCount = 34;
+// A part of an array that lives as long as the program.
+template <class Item>
+struct ConfigRange {
+  const Item *first;
+  const Item *last;
+  const Item *begin() const { return first; }
+  const Item *end() const { return last; }
+  std::size_t size() const { return static_cast<std::size_t>(last - first); }
+};
+using ConfigKeys = ConfigRange<ConfigKey>;
+using ConfigProfileKeys = ConfigRange<const ConfigKey *>;
 
 // In the order of reading `general`.
-extern const ConfigKey kConfigKeys[kConfigKeyCount];
+ConfigKeys config_keys();
 
-// The key that stands at `place`, from 1 to CONFIG_PROFILE_KEYS, in the order of reading a profile.
-const ConfigKey &config_profile_key(int place);
+// In the order of reading a profile.
+ConfigProfileKeys config_profile_keys();
 
 // The field of a key: of `engine`, an entry of `table`, or of the whole module. Null when the key keeps another type
 // there.

@@ -163,7 +163,7 @@ bool load_key(const Section &section, const ConfigKey &key) {
 bool load_general(const ConfigFile &file, ConfigTable &table, ConfigReading reading) {
   const Section section = {
       find_block(file, kGeneralSection), kGeneralSection, ConfigSection::kGeneral, table, table.engines[0], reading};
-  for (const ConfigKey &key : kConfigKeys) {
+  for (const ConfigKey &key : config_keys()) {
     if (key.rules.in_general && !load_key(section, key)) {
       return false;
     }
@@ -175,8 +175,8 @@ bool load_profile(const ConfigFile &file, const std::string &name, ConfigTable &
                   ConfigReading reading) {
   copy_text(engine.name, name.c_str());
   const Section section = {find_block(file, name), engine.name, ConfigSection::kProfile, table, engine, reading};
-  for (int place = 1; place <= kConfigProfileKeyCount; ++place) {
-    if (!load_key(section, config_profile_key(place))) {
+  for (const ConfigKey *key : config_profile_keys()) {
+    if (!load_key(section, *key)) {
       return false;
     }
   }

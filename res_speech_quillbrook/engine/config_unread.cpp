@@ -53,7 +53,7 @@ private:
   void look_at_keys(const ConfigBlock &block, ConfigSection kind) {
     std::set<const ConfigKey *> seen;
     std::vector<std::string> here;
-    for (const ConfigKey &key : kConfigKeys) {
+    for (const ConfigKey &key : config_keys()) {
       for (const char *name : key.names) {
         if (name && stands_in(key, kind)) {
           here.emplace_back(name);
@@ -83,7 +83,7 @@ private:
   }
 
   static const ConfigKey *find_key(const std::string &name) {
-    for (const ConfigKey &key : kConfigKeys) {
+    for (const ConfigKey &key : config_keys()) {
       for (const char *other : key.names) {
         if (other && equal_names(name, other)) {
           return &key;
