@@ -109,20 +109,18 @@ private:
     while (!options.empty()) {
       const std::string_view option = options.substr(0, options.find(','));
       options.remove_prefix(std::min(options.size(), option.size() + 1));
-      if (!take_option(block, stripped(option))) {
-        return;
-      }
+      take_option(block, stripped(option));
     }
     if (current_ == file_.blocks.size()) {
       file_.blocks.push_back(std::move(block));
     }
   }
 
-  // False when the host would refuse the section.
-  bool take_option(ConfigBlock &block, std::string_view option) {
+  // A section that the host refuses keeps its place all the same, for its keys to be looked at.
+  void take_option(ConfigBlock &block, std::string_view option) {
     if (option == "!") {
       block.is_template = true;
-      return true;
+      return;
     }
     const std::string_view wanted = option == "+" ? std::string_view(block.name) : option;
     for (size_t index = 0; index < file_.blocks.size(); ++index) {
@@ -135,10 +133,9 @@ private:
       } else {
         block.entries.insert(block.entries.end(), other.entries.begin(), other.entries.end());
       }
-      return true;
+      return;
     }
     say(true, "there is no section [" + std::string(wanted) + "] above");
-    return false;
   }
 
   void take_directive(std::string_view line) {
