@@ -16,12 +16,12 @@
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
-fuzz_inputs=2000 depth=shallow live_with_sanitizer='calls|grammar' packages=test host=''
+fuzz=(0.002 jsgf_grammar jsgf_match) depth=shallow live_with_sanitizer='calls|grammar' packages=test host=''
 [ -z "${QUILLBROOK_HOST:-}" ] || [ $# -gt 0 ] || set -- --host "$QUILLBROOK_HOST"
 unset QUILLBROOK_HOST
 case ${1:-}:${2:+argument} in
   :) ;;
-  --thorough:) fuzz_inputs=1000000 depth=deep live_with_sanitizer=live packages=thorough && export QUILLBROOK_THOROUGH=1 ;;
+  --thorough:) fuzz=(0.25) depth=deep live_with_sanitizer=live packages=thorough && export QUILLBROOK_THOROUGH=1 ;;
   --host:argument) host=$2 packages=live ;;
   *) echo "usage: $0 [--thorough | --host DIR]" >&2 && exit 2 ;;
 esac
@@ -165,7 +165,7 @@ finish_tests
 # Not beside the component tests: ctest keeps one log for a folder.
 start_tests 'live, address sanitizer' build-address -L live -R "$live_with_sanitizer"
 start_tests 'component, thread sanitizer' build-thread -L threads
-check 'fuzzing' nice -n 10 tests/fuzz/jsgf_fuzz.sh build-fuzz "$fuzz_inputs"
+check 'fuzzing' nice -n 10 tests/fuzz/run.sh "${fuzz[@]}"
 check 'static analysis' nice -n 10 tests/tidy.sh build-tidy "$depth"
 if [ "$depth" = deep ]; then
   check 'build of the component tests for release' build build-component -DQUILLBROOK_TESTS=ON -DCMAKE_BUILD_TYPE=Release

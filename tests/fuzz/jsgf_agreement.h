@@ -1,24 +1,18 @@
 #pragma once
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 
+#include "fuzzed.h"
 #include "match.h"
 #include "program.h"
 
 namespace jsgf_fuzz {
 
-inline void require(bool isTrue, const char *what) {
-  if (!isTrue) {
-    std::fprintf(stderr, "broken: %s\n", what);
-    std::abort();
-  }
-}
+using fuzzed::require;
 
 // A null pointer for a grammar that is refused, with a reason that names its line.
 inline std::shared_ptr<const quillbrook::jsgf::Program> load(const std::string &source,

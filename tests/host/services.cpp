@@ -210,7 +210,7 @@ extern "C" {
 const char *ast_config_AST_SYSTEM_NAME = "stand-in";
 const char *ast_config_AST_CONFIG_DIR = "/etc/asterisk";
 
-// A section without its bracket makes the file malformed.
+// A section without its bracket makes the file malformed, and so does a key in front of the first section.
 struct ast_config *ast_config_load2(const char *filename, const char *, struct ast_flags) {
   const Outside outside;
   std::ifstream file(real_path(config_path(filename)));
@@ -226,6 +226,7 @@ struct ast_config *ast_config_load2(const char *filename, const char *, struct a
       if (bracket == std::string::npos) return static_cast<ast_config *>(CONFIG_STATUS_FILEINVALID);
       config->sections.push_back({line.substr(1, bracket - 1), {}});
     } else if (equals != std::string::npos) {
+      if (config->sections.empty()) return static_cast<ast_config *>(CONFIG_STATUS_FILEINVALID);
       ast_variable variable{};
       variable.name = keep(trimmed(line.substr(0, equals)));
       variable.value = keep(trimmed(line.substr(equals + 1)));

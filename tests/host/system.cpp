@@ -12,6 +12,11 @@
 #undef pthread_rwlock_wrlock
 #undef pthread_rwlock_unlock
 
+extern "C" {
+int __real_clock_gettime(clockid_t clock, struct timespec *now);
+void *__real_dlsym(void *handle, const char *symbol);
+}
+
 namespace {
 
 using stand_in::Fault;
@@ -150,7 +155,9 @@ int __wrap_gettimeofday(struct timeval *now, void *) {
   return 0;
 }
 
-int __wrap_clock_gettime(clockid_t, struct timespec *now) {
+// The wall clock by this name is the one of whoever runs the program: the module takes gettimeofday.
+int __wrap_clock_gettime(clockid_t clock, struct timespec *now) {
+  if (clock == CLOCK_REALTIME) return __real_clock_gettime(clock, now);
   int64_t us = monotonic_us.load(std::memory_order_relaxed);
   *now = {us / 1'000'000, us % 1'000'000 * 1000};
   return 0;
@@ -242,6 +249,8 @@ void *__wrap_dlopen(const char *path, int) {
   return &found->second;
 }
 void *__wrap_dlsym(void *handle, const char *symbol) {
+  // A sanitizer, before anything has begun.
+  if (handle == RTLD_NEXT || handle == RTLD_DEFAULT) return __real_dlsym(handle, symbol);
   const stand_in::Outside outside;
   const Symbols &symbols = *static_cast<Symbols *>(handle);
   return symbols.count(symbol) ? symbols.at(symbol) : nullptr;
