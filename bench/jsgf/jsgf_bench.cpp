@@ -263,6 +263,30 @@ void compare_with_re2() {
   }
 }
 
+// What an interim text costs: the words of a match but for the last two letters, which are still to come.
+void compare_viability(const std::string &what, const Grammar &grammar, const std::vector<std::string> &texts,
+                       double bound) {
+  using quillbrook::jsgf::LastWord;
+  grammar.getViability("", LastWord::kMayGrow);
+  std::vector<std::string> beginnings;
+  for (const std::string &text : texts) {
+    beginnings.push_back(text.substr(0, text.size() - 3));
+  }
+  const auto [viability, match] = nanoseconds_of(
+      [&] {
+        for (const std::string &text : beginnings) {
+          grammar.getViability(text, LastWord::kMayGrow);
+        }
+      },
+      [&] {
+        for (const std::string &text : texts) {
+          match_with_grammar(grammar, text);
+        }
+      });
+  const auto count = static_cast<double>(texts.size());
+  row(what, duration(viability / count), duration(match / count), viability / match, bound);
+}
+
 void compare_lengths() {
   constexpr size_t kShort = 5000;
   constexpr size_t kLong = 40'000;
@@ -387,6 +411,16 @@ void compare_sizes() {
   };
   const auto [fewTime, manyTime] = nanoseconds_of(all(*few), all(*many));
   row("match of one of the 500", duration(fewTime / 100), duration(manyTime / 100), manyTime / fewTime, 1.5);
+
+  title("viability of a beginning", "viability", "match");
+  for (const Sample &sample : samples()) {
+    compare_viability(sample.name, *load(sample.source), sample.texts, 3);
+  }
+  // Each half of a word is some hundred words here, each of which stands in a dozen phrases.
+  compare_viability("50,000 phrases", *many, {list.begin(), list.begin() + 100}, 0);
+  const auto [first_viability, loading] = nanoseconds_of(
+      [&] { load(source)->getViability("", quillbrook::jsgf::LastWord::kMayGrow); }, [&] { load(source); });
+  row("  the first one, with the load", duration(first_viability), duration(loading), first_viability / loading, 2);
 
   title("50,000 phrases: load", "library", "RE2");
   std::string pattern;

@@ -46,6 +46,20 @@ public:
   ~MatchGaveUp() override;
 };
 
+// What a text is that may not be at its end yet, to all public rules of a grammar together.
+enum class Viability {
+  kImpossible,     // nothing that could follow would make it fit
+  kBeginning,      // it doesn't fit, but would with more behind it
+  kCompleteSoFar,  // it fits, and would with more behind it, too
+  kComplete,       // it fits, and wouldn't with anything behind it
+};
+
+// Whether the text can go on within its last word.
+enum class LastWord {
+  kIsWhole,
+  kMayGrow,  // the word's end may still be to come
+};
+
 }  // namespace quillbrook::jsgf
 
 // A rule of a grammar. Keeps what it needs of the grammar alive.
@@ -76,6 +90,11 @@ public:
   // tried in the order of the file, but one whose match gives a non-empty tag goes before one whose match gives none.
   // Throws MatchGaveUp.
   std::string getMatchingPublicRule(std::string text) const;
+
+  // What the text is as the beginning of one that fits; a text without words is the beginning of all. With tags or
+  // without counts the same. Takes as long as a match; the first call for a grammar takes about as long as loading it.
+  // Throws MatchGaveUp.
+  quillbrook::jsgf::Viability getViability(const std::string &text, quillbrook::jsgf::LastWord last_word) const;
 
   // The rule of a simple name, a simple name in angle brackets, or a qualified one; an empty pointer when there is
   // none.

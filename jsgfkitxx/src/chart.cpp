@@ -47,7 +47,35 @@ void ItemTable::restart_at(size_t first) {
   start_at(first);
 }
 
+namespace {
+
+// The sets of ends that places have at the last position of an open text, by number: at the text's end, behind it, or
+// both.
+constexpr uint32_t kNoEndsAtAll = UINT32_MAX;
+constexpr uint32_t kAtTextEnd = 1;
+constexpr uint32_t kBehindText = 2;
+constexpr uint32_t kAtOrBehindTextEnd = 3;
+
+}  // namespace
+
 Chart::Chart(const Program &program, const CountedVector<uint32_t> &text, Meter &meter)
+    : Chart(program, text, nullptr, meter) {
+  start_position(text_length());
+  items_.emplace_back(program.ends[0], kTextEnd);
+  close_position();
+  fill();
+}
+
+Chart::Chart(const Program &program, const CountedVector<uint32_t> &text, const OpenEnd &open_end, Meter &meter)
+    : Chart(program, text, &open_end, meter) {
+  keep({text_length(), text_length(), nullptr});
+  keep({text_length() + 1, text_length() + 1, nullptr});
+  keep({text_length(), text_length() + 1, nullptr});
+  start_position(text_length());
+  fill();
+}
+
+Chart::Chart(const Program &program, const CountedVector<uint32_t> &text, const OpenEnd *open_end, Meter &meter)
     : program_(program),
       text_(text),
       meter_(meter),
@@ -64,6 +92,7 @@ Chart::Chart(const Program &program, const CountedVector<uint32_t> &text, Meter 
       ended_(counted<uint32_t>(meter)),
       ended_at_(counted<uint32_t>(meter)),
       position_start_(counted(meter, text.size() + 1, 0U)),
+      open_end_(open_end),
       table_(meter, items_),
       position_(text_length()) {
   constexpr size_t kMostReserved = size_t{1} << 16U;
@@ -76,15 +105,19 @@ Chart::Chart(const Program &program, const CountedVector<uint32_t> &text, Meter 
     returns_.push_back(counted<Return>(meter));
     ended_at_.resize(program.ends.size(), kNowhere);
   }
-  start_position(text_length());
-  items_.emplace_back(program.ends[0], kTextEnd);
-  close_position();
+}
+
+void Chart::fill() {
   uint32_t words_end = 0;
   while (position_ > 0) {
     const uint32_t from = position_start_[position_];
     const auto to = static_cast<uint32_t>(items_.size());
     start_position(position_ - 1);
-    add_words(from, to);
+    if (open_end_ != nullptr && position_ + 1 == text_length()) {
+      add_last_words();
+    } else {
+      add_words(from, to);
+    }
     words_end = static_cast<uint32_t>(items_.size());
     if (words_end == to) {
       return;
@@ -124,6 +157,32 @@ void Chart::add_words(uint32_t from, uint32_t to) {
       items_.emplace_back(place, item.ends, behind);
     }
   }
+}
+
+void Chart::add_last_words() {
+  const auto add_range = [&](PlaceRange range, bool is_behind_text) {
+    meter_.work(static_cast<size_t>(range.end - range.begin));
+    for (const uint32_t *place = range.begin; place != range.end; ++place) {
+      const uint32_t ends = ends_of_open(program_.places[*place].next, is_behind_text);
+      if (ends != kNoEndsAtAll) {
+        items_.emplace_back(*place, ends);
+      }
+    }
+  };
+  add_range(open_end_->last_words, false);
+  add_range(open_end_->longer, true);
+}
+
+// Where the rule of a place that stands at the end of an open text, or behind it, can end, with a word or more still to
+// come. Outside of callees something has to come, within them it may come behind the call as well.
+uint32_t Chart::ends_of_open(uint32_t place, bool is_behind_text) const {
+  const PrefixIndex &index = open_end_->index;
+  const bool is_later = is_behind_text ? index.can_end(place) : index.can_speak(place);
+  if (!program_.is_within_callee(place)) {
+    return is_later ? kTextEnd : kNoEndsAtAll;
+  }
+  const bool is_now = !is_behind_text && index.can_be_silent(place);
+  return is_later ? (is_now ? kAtOrBehindTextEnd : kBehindText) : (is_now ? kAtTextEnd : kNoEndsAtAll);
 }
 
 // Adds all items that reach one of the position's items without a word.
@@ -306,23 +365,43 @@ void Chart::await(uint32_t call, uint32_t back) {
 void Chart::complete(uint32_t entry) {
   const uint32_t callee = program_.places[items_[entry].place].next;
   const EndSet ends = ends_of(items_[entry]);
+  if (open_end_ != nullptr) {
+    // Behind the text every call can go on.
+    open_end_->index.for_each_call(callee, [&](uint32_t place) { complete_call(place, ends); });
+    return;
+  }
   for (uint32_t open = open_calls_of_callee_[callee]; open != 0; open = open_calls_[open].next) {
-    meter_.work();
-    const uint32_t place = open_calls_[open].place;
-    builder_.clear();
-    uint32_t found = kNowhere;
-    for_each_return(program_.calls[program_.places[place].value], ends, position_ + 1, [&](const Return &back) {
-      found = items_[back.item].ends;
-      if (found == kTextEnd) {
-        return false;
-      }
-      builder_.add(sets_[found - 1]);
-      const EndSet &all = builder_.set();  // once it has all positions from here on, no other return adds one
-      return all.bits != nullptr || all.low > position_ + 1 || all.high < text_length();
-    });
-    if (found != kNowhere) {
-      add(place, found == kTextEnd ? kTextEnd : keep(store_.copy(builder_.set())));
+    complete_call(open_calls_[open].place, ends);
+  }
+}
+
+void Chart::complete_call(uint32_t place, const EndSet &ends) {
+  meter_.work();
+  const Call &call = program_.calls[program_.places[place].value];
+  const uint32_t last_end = text_length() + (open_end_ == nullptr ? 0 : 1);
+  builder_.clear();
+  uint32_t found = kNoEndsAtAll;
+  // False once no other return can add anything.
+  const auto add_ends = [&](uint32_t more) {
+    found = more;
+    if (found == kTextEnd) {
+      return false;
     }
+    builder_.add(sets_[found - 1]);
+    const EndSet &all = builder_.set();
+    return all.bits != nullptr || all.low > position_ + 1 || all.high < last_end;
+  };
+  for (uint32_t end = last_end; open_end_ != nullptr && end >= text_length() && found != kTextEnd; --end) {
+    const uint32_t open = contains(ends, end) ? ends_of_open(call.back.place, end == last_end) : kNoEndsAtAll;
+    if (open != kNoEndsAtAll) {
+      add_ends(open);
+    }
+  }
+  if (found != kTextEnd) {
+    for_each_return(call, ends, position_ + 1, [&](const Return &back) { return add_ends(items_[back.item].ends); });
+  }
+  if (found != kNoEndsAtAll) {
+    add(place, found == kTextEnd ? kTextEnd : keep(store_.copy(builder_.set())));
   }
 }
 

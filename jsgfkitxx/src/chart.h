@@ -71,10 +71,22 @@ private:
   size_t count_ = 0;
 };
 
+// What may stand at the end of a text that isn't complete. The last word of the text is not looked at.
+struct OpenEnd {
+  const PrefixIndex &index;
+  PlaceRange last_words;  // where the last word stands, more words behind it
+  PlaceRange longer;      // where words stand that the last word is a part of, with or without more words behind them
+};
+
 class Chart {
 public:
   // The text as numbers of the program's vocabulary. All must outlive the chart.
   Chart(const Program &program, const CountedVector<uint32_t> &text, Meter &meter);
+
+  // For a text of which at least the end of the last word, or another word, is still to come: whether an item is there
+  // at its start is all that can be asked. A callee that ends behind the text ends at the position behind the last
+  // one, which has all places. So has the last one, and none of the two is filled.
+  Chart(const Program &program, const CountedVector<uint32_t> &text, const OpenEnd &open_end, Meter &meter);
   Chart(const Chart &) = delete;
   Chart &operator=(const Chart &) = delete;
 
@@ -103,7 +115,11 @@ private:
     uint32_t next;  // of the same callee; 0 at the end
   };
 
+  Chart(const Program &program, const CountedVector<uint32_t> &text, const OpenEnd *open_end, Meter &meter);
+  void fill();
   void add_words(uint32_t from, uint32_t to);
+  void add_last_words();
+  uint32_t ends_of_open(uint32_t place, bool is_behind_text) const;
   void start_position(uint32_t position);
   void close_position();
   void expand_waiting();
@@ -115,6 +131,7 @@ private:
   void unite_ends(uint32_t index, uint32_t ends);
   void await(uint32_t call, uint32_t back);
   void complete(uint32_t entry);
+  void complete_call(uint32_t place, const EndSet &ends);
   void end_callees();
   uint32_t keep(const EndSet &set);
   const CountedVector<Return> &returns_of(const Call &call) const {
@@ -137,6 +154,7 @@ private:
   CountedVector<uint32_t> ended_;                 // components that have to end at this position ...
   CountedVector<uint32_t> ended_at_;              // ... and, by component, the position where it last had to
   CountedVector<uint32_t> position_start_;        // the first item of each
+  const OpenEnd *open_end_;                       // null for a whole text
   ItemTable table_;
   uint32_t position_;
   bool ends_callees_ = false;  // the callees that end at this position are being added

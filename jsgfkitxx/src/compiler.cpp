@@ -45,6 +45,7 @@ void Compiler::compile() {
       compile_callees(components_.list[component]);
     }
   }
+  program_.callees_end = static_cast<uint32_t>(program_.places.size());
   program_.rules.resize(rule_count);
   for (uint32_t rule = 0; rule < rule_count; ++rule) {
     program_.rules[rule].is_public = syntax_.rules[rule].is_public;

@@ -8,6 +8,7 @@
 
 #include "match.h"
 #include "program.h"
+#include "viability.h"
 
 class Rule {
 public:
@@ -131,6 +132,10 @@ std::string Grammar::getMatchingPublicRule(std::string text) const {
   }
   last_match_->set(std::move(text), found, *steps);
   return std::string(program_->rule_index.name_of(found));
+}
+
+quillbrook::jsgf::Viability Grammar::getViability(const std::string &text, quillbrook::jsgf::LastWord last_word) const {
+  return quillbrook::jsgf::viability_of(*program_, text, last_word);
 }
 
 std::shared_ptr<Rule> Grammar::getRule(const std::string &name) const {

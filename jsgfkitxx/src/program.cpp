@@ -25,4 +25,9 @@ std::shared_ptr<const Program> Program::load(std::istream &in, RuleSharing shari
   return program;
 }
 
+const PrefixIndex &Program::prefix_index() const {
+  std::call_once(prefix_index_built_, [this] { prefix_index_.emplace(*this); });
+  return *prefix_index_;
+}
+
 }  // namespace quillbrook::jsgf

@@ -3,10 +3,13 @@
 #include <cstdint>
 #include <istream>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "prefix_index.h"
 #include "references.h"
 #include "syntax.h"
 #include "vocabulary.h"
@@ -79,7 +82,7 @@ enum class RuleSharing {
   kEverywhere,   // always called
 };
 
-// A grammar made ready to match: an automaton over words with calls. Never changes once it's built.
+// A grammar made ready to match: an automaton over words with calls. Nobody sees it change once it's built.
 class Program {
 public:
   // Throws std::runtime_error for what isn't a legal grammar.
@@ -102,6 +105,7 @@ public:
   std::vector<Callee> callees;
   std::vector<Call> calls;
   uint32_t back_count = 0;        // places behind calls
+  uint32_t callees_end = 1;       // the places from 1 on that come before this one are within callees
   std::vector<uint32_t> ends;     // by component: its kEnd; 0 is the end of the text
   std::vector<uint32_t> ranks;    // by place, when there are calls: above those that it goes to without a word, and a
                                   // call above its callee; arbitrary within cycles
@@ -112,10 +116,19 @@ public:
   std::vector<Edge> edges;
   std::vector<uint32_t> word_slots;  // open addressing by `next` and `word`, a power of two: place + 1, or 0
 
+  // Built when it's first asked for: most programs only ever meet whole texts.
+  const PrefixIndex &prefix_index() const;
+
+  bool is_within_callee(uint32_t place) const { return place != 0 && place < callees_end; }
+
   size_t word_slot(uint32_t next, uint32_t word) const {
     const uint64_t key = (static_cast<uint64_t>(next) << 32U | word) * 0x9E3779B97F4A7C15U;
     return static_cast<size_t>(key >> 32U);
   }
+
+private:
+  mutable std::once_flag prefix_index_built_;
+  mutable std::optional<PrefixIndex> prefix_index_;
 };
 
 inline uint32_t Program::word_before(uint32_t next, uint32_t word) const {

@@ -20,11 +20,8 @@ size_t Vocabulary::slot_of(std::string_view text, uint32_t hash) const {
       return slot;
     }
     const uint32_t number = slots_[slot] - 1;
-    if (entries_[number].hash == hash) {
-      const uint32_t begin = number == 0 ? 0 : entries_[number - 1].end;
-      if (std::string_view(text_).substr(begin, entries_[number].end - begin) == text) {
-        return slot;
-      }
+    if (entries_[number].hash == hash && (*this)[number] == text) {
+      return slot;
     }
   }
 }

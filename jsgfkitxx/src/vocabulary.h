@@ -18,6 +18,10 @@ public:
   // The text's number, kUnknown when it was never added.
   uint32_t find(std::string_view text) const;
 
+  std::string_view operator[](uint32_t number) const {
+    const uint32_t begin = number == 0 ? 0 : entries_[number - 1].end;
+    return std::string_view(text_).substr(begin, entries_[number].end - begin);
+  }
   uint32_t size() const { return static_cast<uint32_t>(entries_.size()); }
 
 private:

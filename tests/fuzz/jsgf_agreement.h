@@ -9,6 +9,7 @@
 #include "fuzzed.h"
 #include "match.h"
 #include "program.h"
+#include "viability.h"
 
 namespace jsgf_fuzz {
 
@@ -37,6 +38,10 @@ inline void check(const std::string &source, std::string text) {
   for (uint32_t token = 0; text.empty() && token < usual->tokens.size() && token < 8; ++token) {
     text += std::string(usual->tokens[token]) + " ";
   }
+  const auto viability = [&](const quillbrook::jsgf::Program &program) {
+    return quillbrook::jsgf::viability_of(program, text, quillbrook::jsgf::LastWord::kMayGrow);
+  };
+  require(viability(*usual) == viability(*called), "sharing decides what can follow a text");
   quillbrook::jsgf::Match usualMatch(*usual, text);
   quillbrook::jsgf::Match calledMatch(*called, text);
   for (uint32_t rule = 0; rule < usual->rules.size(); ++rule) {

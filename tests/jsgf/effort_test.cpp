@@ -2,6 +2,7 @@
 
 #include "match.h"
 #include "program.h"
+#include "viability.h"
 
 #include "../../bench/jsgf/heap_count.h"
 
@@ -14,6 +15,7 @@
 
 namespace {
 
+using quillbrook::jsgf::LastWord;
 using quillbrook::jsgf::Match;
 using quillbrook::jsgf::MatchGaveUp;
 using quillbrook::jsgf::MatchLimits;
@@ -46,11 +48,17 @@ std::string levels(size_t depth, const std::string &expansion, const std::string
   return rules + "<r" + std::to_string(depth) + "> = " + last + ";";
 }
 
-// "" when the first rule was matched, else why it was given up.
-std::string outcome(const Program &program, const std::string &text, const MatchLimits &limits) {
+enum class Question { kDerivation, kViability };
+
+// "" when the question was answered, for the first rule, else why it was given up.
+std::string outcome(const Program &program, const std::string &text, const MatchLimits &limits,
+                    Question question = Question::kDerivation) {
   try {
-    Match match(program, text, limits);
-    match.derive(0);
+    if (question == Question::kViability) {
+      viability_of(program, text, LastWord::kMayGrow, limits);
+    } else {
+      Match(program, text, limits).derive(0);
+    }
     return "";
   } catch (const MatchGaveUp &error) {
     return error.what();
@@ -77,15 +85,19 @@ TEST(Effort, AllMemoryOfAMatchIsCounted) {
   };
   for (const auto &row : rows) {
     const auto program = load(row.rules);
-    heap_bytes_at_most = heap_bytes;
-    const size_t before = heap_bytes;
-    MatchLimits limits;
-    EXPECT_EQ(outcome(*program, row.text, limits), "") << row.rules.substr(0, 80);
-    const size_t taken = heap_bytes_at_most - before;
-    limits.bytes = taken - taken / 16;  // the heap rounds what is asked for up
-    EXPECT_NE(outcome(*program, row.text, limits), "") << row.rules.substr(0, 80) << ": " << taken;
-    limits.bytes = taken + taken / 64;
-    EXPECT_EQ(outcome(*program, row.text, limits), "") << row.rules.substr(0, 80) << ": " << taken;
+    program->prefix_index();
+    for (const Question question : {Question::kDerivation, Question::kViability}) {
+      SCOPED_TRACE(row.rules.substr(0, 80) + (question == Question::kViability ? ", viability" : ""));
+      heap_bytes_at_most = heap_bytes;
+      const size_t before = heap_bytes;
+      MatchLimits limits;
+      EXPECT_EQ(outcome(*program, row.text, limits, question), "");
+      const size_t taken = heap_bytes_at_most - before;
+      limits.bytes = taken - taken / 16;  // the heap rounds what is asked for up
+      EXPECT_NE(outcome(*program, row.text, limits, question), "") << taken;
+      limits.bytes = taken + taken / 64;
+      EXPECT_EQ(outcome(*program, row.text, limits, question), "") << taken;
+    }
   }
 }
 

@@ -211,6 +211,34 @@ TEST(Language, TextsAreComparedByTheirWords) {
   }
 }
 
+// What random grammars don't have: real words, and callers who are in the middle of one.
+TEST(Language, TextsThatGoOnAreToldFromThoseThatCannot) {
+  using quillbrook::jsgf::LastWord;
+  using quillbrook::jsgf::Viability;
+  const auto pin = load(kHead +
+                        "public <pin> = <d> <d> <d> [please] {P}; <d> = one | two | forty-two; public <v> = <w>;"
+                        "<w> = <VOID> | stop <w>;");
+  const struct {
+    const char *text;
+    Viability whole, growing;
+  } rows[] = {
+      {"", Viability::kBeginning, Viability::kBeginning},
+      {" . ", Viability::kBeginning, Viability::kBeginning},
+      {"One, t", Viability::kImpossible, Viability::kBeginning},
+      {"one t ", Viability::kImpossible, Viability::kImpossible},
+      {"one two forty", Viability::kBeginning, Viability::kBeginning},
+      {"one two one.", Viability::kCompleteSoFar, Viability::kCompleteSoFar},
+      {"one two one PLEASE", Viability::kComplete, Viability::kComplete},
+      {"one two one please one", Viability::kImpossible, Viability::kImpossible},
+      {"on e two", Viability::kImpossible, Viability::kImpossible},
+      {"stop", Viability::kImpossible, Viability::kImpossible},  // nobody ever gets to the end of <w>
+  };
+  for (const auto &row : rows) {
+    EXPECT_EQ(pin->getViability(row.text, LastWord::kIsWhole), row.whole) << row.text;
+    EXPECT_EQ(pin->getViability(row.text, LastWord::kMayGrow), row.growing) << row.text;
+  }
+}
+
 TEST(Language, WordsAreListedOnceAsWritten) {
   const auto grammar =
       load(kHead +

@@ -20,6 +20,9 @@
 
 namespace {
 
+using quillbrook::jsgf::LastWord;
+using quillbrook::jsgf::Viability;
+
 const std::string kHead = "#JSGF V1.0;\ngrammar g;\n";
 
 std::unique_ptr<Grammar> load(const std::string &source) {
@@ -62,6 +65,10 @@ TEST(Limits, DepthAndLengthTakeNoStack) {
     const std::string words = repeated("x ", 3 * kDeep - 1) + "y";
     const auto tags = Grammar::getMatchingTags(recursive->matchesRule(recursive->getRule("r0"), words));
     EXPECT_EQ(std::count(tags.begin(), tags.end(), "T"), 2);
+    EXPECT_EQ(groups->getViability("x", LastWord::kMayGrow), Viability::kComplete);
+    EXPECT_EQ(optional->getViability("a a a", LastWord::kMayGrow), Viability::kCompleteSoFar);
+    EXPECT_EQ(repeats->getViability("x x", LastWord::kMayGrow), Viability::kBeginning);
+    EXPECT_EQ(recursive->getViability(words, LastWord::kMayGrow), Viability::kComplete);
     EXPECT_THROW(load(kHead + "public <r> = " + repeated("(", kDeep)), std::runtime_error);
   }).join();
 }
@@ -75,6 +82,7 @@ TEST(Limits, EachPrefixLoadsOrThrows) {
       const auto grammar = load(all.substr(0, length));
       grammar->getMatchingPublicRule("please tea twenty one two and one");
       grammar->getAllWords();
+      grammar->getViability("please t", LastWord::kMayGrow);
     } catch (const std::runtime_error &error) {
       EXPECT_EQ(std::string(error.what()).compare(0, 5, "line "), 0) << error.what();
     }
@@ -132,6 +140,7 @@ TEST(Limits, TimeOfAMatchGrowsWithTheText) {
     const auto match = [&](size_t count) {
       return [&, text = row.before + repeated(row.words, count) + row.behind] {
         EXPECT_EQ(grammar->getMatchingPublicRule(text) == "r", row.is_match) << row.rules;
+        grammar->getViability(text, LastWord::kMayGrow);
       };
     };
     expect_time_grows_with_the_input(match(row.count), match(8 * row.count));
@@ -177,6 +186,7 @@ TEST(Limits, ThreadsMatchOneGrammar) {
       const std::string rule = grammar->getMatchingPublicRule(text);
       const auto tags = Grammar::getMatchingTags(grammar->matchesRule(grammar->getRule(rule), text));
       EXPECT_EQ(std::count(tags.begin(), tags.end(), "2"), i % 2 == 0 ? 2 : 1);
+      EXPECT_EQ(grammar->getViability(text, LastWord::kIsWhole), Viability::kCompleteSoFar);
       EXPECT_EQ(grammar->getAllWords().size(), 2U);
       EXPECT_EQ(grammar->getName(), "g");
     }

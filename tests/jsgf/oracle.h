@@ -96,11 +96,22 @@ public:
     return budget_ == 0 && !fits ? std::nullopt : std::optional<std::string>(tags);
   }
 
+  // Whether a word or more can follow the text, or, if it may grow, the rest of its last word; nothing after too many
+  // steps.
+  std::optional<bool> can_go_on(size_t rule, bool may_grow) {
+    budget_ = 20'000;
+    is_open_ = true;
+    may_grow_ = may_grow;
+    const bool fits = match(rules_[rule].body, rule, "", {}, [&](const State &state) { return state.is_behind; });
+    return budget_ == 0 && !fits ? std::nullopt : std::optional<bool>(fits);
+  }
+
 private:
   struct State {
     size_t position = 0;
     std::set<std::pair<std::string, const Node *>> passed = {};  // choices since the last word, with their calls
     std::string tags = {};
+    bool is_behind = false;  // an open text: what is still to come has begun
   };
   using Continuation = std::function<bool(const State &)>;
 
@@ -128,6 +139,12 @@ private:
     };
     switch (node.kind) {
       case Node::kWord:
+        if (state.is_behind) {  // any word will do; choices stay passed, so that this ends
+          return next(state);
+        }
+        if (is_open_ && (state.position == text_.size() || grows_to(node.text, state.position))) {
+          return next({text_.size(), {}, "", true});
+        }
         return state.position < text_.size() && text_[state.position] == node.text &&
                next({state.position + 1, {}, state.tags});
       case Node::kReference: {
@@ -171,6 +188,12 @@ private:
                                            });
   }
 
+  bool grows_to(const std::string &word, size_t position) const {
+    const std::string &begun = text_.back();
+    return may_grow_ && position + 1 == text_.size() && word.size() > begun.size() &&
+           word.compare(0, begun.size(), begun) == 0;
+  }
+
   static std::vector<size_t> order(const Node &node) {
     std::vector<size_t> children(node.children.size());
     std::iota(children.begin(), children.end(), 0);
@@ -187,6 +210,8 @@ private:
   const std::vector<std::string> &text_;
   std::vector<std::vector<bool>> leads_to_;  // rule to rule, by references
   size_t budget_ = 100'000;
+  bool is_open_ = false;
+  bool may_grow_ = false;
 };
 
 }  // namespace oracle

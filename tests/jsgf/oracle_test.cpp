@@ -1,6 +1,7 @@
 #include "oracle.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <random>
 #include <sstream>
@@ -9,12 +10,15 @@
 
 #include "match.h"
 #include "program.h"
+#include "viability.h"
 
 namespace {
 
 using oracle::Node;
+using quillbrook::jsgf::LastWord;
 using quillbrook::jsgf::Program;
 using quillbrook::jsgf::RuleSharing;
+using quillbrook::jsgf::Viability;
 
 using Texts = std::vector<std::vector<std::string>>;
 
@@ -41,35 +45,79 @@ std::string joined(const std::vector<std::string> &words) {
 // Compares the oracle with the library in all its ways of sharing rules.
 struct Comparison {
   int refused = 0, compared = 0, matched = 0, exhausted = 0;
+  std::array<int, 4> outlooks{};  // by Viability
 
   void compare(const oracle::Rules &rules, const Texts &texts) {
     const std::string source = oracle::to_jsgf(rules);
-    std::vector<std::shared_ptr<const Program>> programs;
+    programs_.clear();
     for (const RuleSharing sharing : {RuleSharing::kWhereItPays, RuleSharing::kNowhere, RuleSharing::kEverywhere}) {
       std::istringstream in(source);
       try {
-        programs.push_back(Program::load(in, sharing));
+        programs_.push_back(Program::load(in, sharing));
       } catch (const std::runtime_error &error) {
         ASSERT_NE(std::string(error.what()).find("since the rules are recursive"), std::string::npos) << error.what();
         ++refused;
         return;
       }
     }
-    for (size_t rule = 0; rule < rules.size(); ++rule) {
-      for (const auto &text : texts) {
-        if (!rules[rule].is_public) {
-          continue;
-        }
-        const std::optional<std::string> expected = oracle::Matcher(rules, text).run(rule);
-        ++(expected ? compared : exhausted);
-        matched += expected && *expected != "no match" ? 1 : 0;
-        for (size_t i = 0; i < programs.size() && expected; ++i) {
-          ASSERT_EQ(derivation(*programs[i], joined(text), rule), *expected)
-              << source << "rule r" << rule << ", text " << joined(text) << ", sharing " << i;
-        }
+    for (const auto &text : texts) {
+      SCOPED_TRACE(source + "text " + joined(text));
+      const std::optional<bool> fits = compare_derivations(rules, text);
+      for (const LastWord last_word : {LastWord::kIsWhole, LastWord::kMayGrow}) {
+        compare_viability(rules, text, fits, last_word);
+      }
+      if (testing::Test::HasFatalFailure()) {
+        return;
       }
     }
   }
+
+private:
+  // Whether any public rule fits; nothing when the oracle can't tell.
+  std::optional<bool> compare_derivations(const oracle::Rules &rules, const std::vector<std::string> &text) {
+    bool is_known = true;
+    bool fits = false;
+    const auto compare_rule = [&](size_t rule) {
+      const std::optional<std::string> expected = oracle::Matcher(rules, text).run(rule);
+      ++(expected ? compared : exhausted);
+      matched += expected && *expected != "no match" ? 1 : 0;
+      is_known = is_known && expected;
+      fits = fits || (expected && *expected != "no match");
+      for (size_t i = 0; i < programs_.size() && expected; ++i) {
+        ASSERT_EQ(derivation(*programs_[i], joined(text), rule), *expected) << "rule r" << rule << ", sharing " << i;
+      }
+    };
+    for (size_t rule = 0; rule < rules.size(); ++rule) {
+      if (rules[rule].is_public) {
+        compare_rule(rule);
+      }
+    }
+    return is_known ? std::optional<bool>(fits) : std::nullopt;
+  }
+
+  void compare_viability(const oracle::Rules &rules, const std::vector<std::string> &text, std::optional<bool> fits,
+                         LastWord last_word) {
+    std::optional<bool> can_go_on = fits ? std::optional<bool>(false) : std::nullopt;
+    for (size_t rule = 0; rule < rules.size() && can_go_on && !*can_go_on; ++rule) {
+      if (rules[rule].is_public) {
+        can_go_on = oracle::Matcher(rules, text).can_go_on(rule, last_word == LastWord::kMayGrow);
+      }
+    }
+    if (!can_go_on) {
+      return;
+    }
+    const Viability expected = *can_go_on ? (*fits ? Viability::kCompleteSoFar : Viability::kBeginning)
+                                          : (*fits ? Viability::kComplete : Viability::kImpossible);
+    ++outlooks[static_cast<size_t>(expected)];
+    std::string words = joined(text);
+    words.pop_back();
+    for (size_t i = 0; i < programs_.size(); ++i) {
+      ASSERT_EQ(quillbrook::jsgf::viability_of(*programs_[i], words, last_word), expected)
+          << "sharing " << i << ", last word " << static_cast<int>(last_word);
+    }
+  }
+
+  std::vector<std::shared_ptr<const Program>> programs_;
 };
 
 // Of up to three words.
@@ -136,7 +184,7 @@ public:
 private:
   size_t below(size_t limit) { return random_() % limit; }
 
-  std::string word() { return std::string(1, "aaabbc"[below(6)]); }
+  std::string word() { return std::array{"a", "a", "a", "b", "b", "bc"}[below(6)]; }
 
   Node node(int depth, size_t rule, size_t rule_count, bool is_last) {
     const size_t kind = below(depth == 0 ? 8 : 20);
@@ -198,6 +246,9 @@ TEST(Oracle, AgreesOnRandomGrammars) {
   EXPECT_GT(comparison.matched, comparison.compared / 20);
   EXPECT_LT(comparison.exhausted, comparison.compared / 20);
   EXPECT_GT(comparison.refused, 0);
+  for (const int outlook : comparison.outlooks) {
+    EXPECT_GT(outlook, comparison.compared / 40);
+  }
 }
 
 }  // namespace
