@@ -13,6 +13,7 @@
 #include "cli_recognize.h"
 #include "config.h"
 #include "../record/engine.h"
+#include "../record/engine_statistics.h"
 #include "plugin_library.h"
 #include "speech_engines.h"
 
@@ -95,6 +96,7 @@ void withdraw() {
     quillbrook_engine_release_texts(quillbrook_engine[index]);
   }
   close_log_file();
+  quillbrook_engine_statistics_clear();
   quillbrook_statistics_destroy();
 }
 
@@ -187,6 +189,7 @@ int unload() {
   quillbrook_watch_stop();
   quillbrook_close_own_files();
   close_log_file();
+  quillbrook_engine_statistics_clear();
   quillbrook_statistics_destroy();
   return 0;
 }

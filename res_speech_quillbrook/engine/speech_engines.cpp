@@ -1,6 +1,7 @@
 #include "speech_engines.h"
 
 #include "../grammar/grammar_commands.h"
+#include "../record/engine_statistics.h"
 #include "../session/entries.h"
 
 namespace {
@@ -31,6 +32,7 @@ bool offer(int index, struct ast_speech_engine *engine) {
     }
     return false;
   }
+  quillbrook_statistics_of_engine(engine->name);  // shown from now on
   engines[index] = engine;
   known[index] = true;
   return true;

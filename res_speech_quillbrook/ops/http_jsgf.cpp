@@ -17,11 +17,6 @@ namespace {
 // Written by the load and the unload, which the host runs one at a time.
 bool jsgf_uri_linked = false;
 
-struct AstFree {
-  void operator()(void *memory) const { ast_free(memory); }
-};
-using OwnedText = std::unique_ptr<ast_str, AstFree>;
-
 // Reads the body. False when it could not be read: the error reply has then been sent.
 //
 // The variables are parsed for the check alone. If they counted, a body and a query string that both hold `value` would

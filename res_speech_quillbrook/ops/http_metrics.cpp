@@ -2,6 +2,7 @@
 
 #include "../record/engine.h"
 #include "../support/guard.h"
+#include "http_engine_metrics.h"
 #include "http_uri.h"
 #include "statistics.h"
 
@@ -96,4 +97,5 @@ void quillbrook_http_update() {
     ast_http_uri_unlink(&quillbrook_uri_metrics);
     quillbrook_webregged = 0;
   }
+  quillbrook_http_engine_metrics_update(quillbrook_webenabled != 0);
 }

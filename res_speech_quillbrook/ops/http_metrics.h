@@ -10,6 +10,6 @@ extern ast_http_uri quillbrook_uri_metrics;
 int quillbrook_http_metrics_callback(ast_tcptls_session_instance *ser, const ast_http_uri *urih, const char *uri,
                                      ast_http_method method, ast_variable *get_vars, ast_variable *headers);
 
-// Links or unlinks the URI so that quillbrook_webregged follows quillbrook_webenabled. Only the load and the unload
-// call it. When the host refuses the link, quillbrook_webregged stays clear.
+// Links or unlinks the URI so that quillbrook_webregged follows quillbrook_webenabled, and that of the engines' metrics
+// with it. Loading thread. When the host refuses the link, quillbrook_webregged stays clear.
 void quillbrook_http_update();

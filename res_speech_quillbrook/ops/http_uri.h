@@ -1,7 +1,13 @@
-// What the module's two URIs on the host's HTTP server have in common.
+// What the module's URIs on the host's HTTP server have in common.
 #pragma once
 
 #include "../host.h"
+
+// A text of the host's with an owner.
+struct AstFree {
+  void operator()(void *memory) const { ast_free(memory); }
+};
+using OwnedText = std::unique_ptr<ast_str, AstFree>;
 
 // Links a URI into the host's HTTP server. False, after a WARNING, when the host refuses it. The host keeps its URIs in
 // a list through the record itself, so that linking one twice closes the list into a loop: the caller remembers what is

@@ -47,6 +47,7 @@ struct quillbrook_transcript_t {
   struct timeval datelast;     // the call of the callback being handled
   struct timeval datevoice;    // first call that found no silence
   struct timeval datefirst;    // first text
+  struct timeval datewords;    // latest words that were new, until a result comes
   struct timeval datesilence;  // from when on the text stream counts as silent
   struct timeval datefinalize;
   struct timeval dateclose;  // from when on the plugin is closing
@@ -128,6 +129,13 @@ struct quillbrook_recognition_t {
 
   int64_t last_call;     // of a plugin, by the monotonic clock; shared
   int silence_reported;  // the plugin's silence has ended this recognition; under result_lock
+
+  // For the counters (engine_statistics.h). Moments by the monotonic clock, in microseconds.
+  int64_t began;
+  int64_t stop_began;       // the latest call of plugin_stop. Dialplan thread
+  int64_t samples;          // that the stream held when it was closed; under `lock`
+  int results;              // that were queued; under result_lock
+  int first_words_counted;  // under result_lock
 
   int left_behind;  // a run did not return: nothing of this is released
 };

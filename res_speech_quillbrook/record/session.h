@@ -27,6 +27,7 @@
 #include "../support/str_fifo.h"
 #include "../support/text.h"
 #include "engine.h"
+#include "engine_statistics.h"
 #include "grammar_manager.h"
 #include "recognition.h"
 #include "result.h"
@@ -64,12 +65,13 @@ struct quillbrook_bad_scores {
 // Texts by pointer are heap strings that the session owns, or null. Times in int are milliseconds.
 struct quillbrook_speech_t {
   // Constant after create.
-  char name[kNameSize];                    // "QBK-..." in front of each log line, and in the names of result files
-  char uniqueid[kUniqueidSize];            // of the channel; lent to the plugin
-  char mark[kMarkSize];                    // remote party; lent to the plugin
-  quillbrook_engine_t *engine;             // an entry of the engine table
-  quillbrook_engine_t *engine2;            // not used
-  std::shared_ptr<const HostCallId> call;  // whose dialplan made the session
+  char name[kNameSize];                      // "QBK-..." in front of each log line, and in the names of result files
+  char uniqueid[kUniqueidSize];              // of the channel; lent to the plugin
+  char mark[kMarkSize];                      // remote party; lent to the plugin
+  quillbrook_engine_t *engine;               // an entry of the engine table
+  quillbrook_engine_t *engine2;              // not used
+  quillbrook_engine_statistics *statistics;  // of the engine
+  std::shared_ptr<const HostCallId> call;    // whose dialplan made the session
 
   // The recognition, from a full start until it has been collected or abandoned; null in between. The dialplan thread
   // makes and ends it, and writes the pointer under result_lock, so that others may read it under that.

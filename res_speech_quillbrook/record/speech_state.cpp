@@ -52,10 +52,24 @@ void fill_moments(const quillbrook_speech_t *session, quillbrook_result_t &detai
   }
 }
 
+void count_result(quillbrook_speech_t *session, quillbrook_cause cause) {
+  count(session->statistics->results[cause]);
+  quillbrook_recognition_t *recognition = session->recognition;
+  if (!recognition) {
+    return;
+  }
+  ++recognition->results;
+  if (recognition->delivered && !ast_tvzero(recognition->delivered->datewords)) {
+    session->statistics->waiting.add_ms(ast_tvdiff_ms(ast_tvnow(), recognition->delivered->datewords));
+    recognition->delivered->datewords = {};
+  }
+}
+
 }  // namespace
 
 void quillbrook_push_result(quillbrook_speech_t *session, const char *text, quillbrook_result_t details) {
   fill_moments(session, details);
+  count_result(session, details.cause);
   str_fifo_push(&session->last_results, text, share(std::move(details)));
   quillbrook_for_each_run(session->recognition, [](quillbrook_run_t &run) { run.transcript.unanswered = 0; });
   session->watch.result_waits = 1;

@@ -109,6 +109,9 @@ void take(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->resu
   if (quillbrook_is_repeated_interim(message)) {
     return;
   }
+  if (message.has_words()) {
+    message.transcript.datewords = message.transcript.datelast;
+  }
   quillbrook_store_interim(message);
   quillbrook_take_no_match(message);
   quillbrook_append_final(message);
@@ -145,6 +148,7 @@ int process(quillbrook_message &message, bool session_ended) {
   }
   if (message.has_text()) {
     quillbrook_statistics_message(message.score);
+    count(message.session->statistics->messages);
   }
   trace_state(message);
 

@@ -179,7 +179,7 @@ void follow_clock(quillbrook_transcript_t &transcript, const struct timeval &now
   const struct timeval difference = ast_tvsub(latest, now);
   for (struct timeval *date :
        {&transcript.datestart, &transcript.datelast, &transcript.datevoice, &transcript.datefirst,
-        &transcript.datesilence, &transcript.datefinalize, &transcript.dateclose}) {
+        &transcript.datewords, &transcript.datesilence, &transcript.datefinalize, &transcript.dateclose}) {
     if (!ast_tvzero(*date)) {
       *date = ast_tvsub(*date, difference);
     }
@@ -233,6 +233,9 @@ void quillbrook_note_first_text(quillbrook_message &message) {
   trace(2, "CALLBACK: Voice detected\n");
   transcript.datefirst = transcript.datelast;
   transcript.unanswered = 1;
+  if (!std::exchange(message.recognition->first_words_counted, 1)) {
+    message.session->statistics->first_words.add_ms(ast_tvdiff_ms(transcript.datefirst, transcript.datestart));
+  }
   trace(2, "CALLBACK: delay first [%d]\n", static_cast<int>(ast_tvdiff_ms(transcript.datefirst, transcript.datestart)));
   trace(2, "CALLBACK: delay last [%d]\n", static_cast<int>(ast_tvdiff_ms(transcript.datelast, transcript.datestart)));
   transcript.datesilence = {};

@@ -126,6 +126,7 @@ void choose_loggingtag(quillbrook_speech_t *session) {
 // Undoes what there is of a session that cannot be completed.
 void discard(quillbrook_speech_t *session) {
   quillbrook_statistics_session_stop();
+  count<int64_t>(session->statistics->sessions_active, -1);
   quillbrook_release_text(session->phrases);
   session->~quillbrook_speech_t();
   ast_free(session);
@@ -150,6 +151,9 @@ int create(struct ast_speech *speech) {
   }
   auto *session = new (memory) quillbrook_speech_t();
   quillbrook_statistics_session_start();
+  session->statistics = &quillbrook_statistics_of_engine(engine_name);
+  count(session->statistics->sessions);
+  count(session->statistics->sessions_active);
   std::unique_ptr<quillbrook_speech_t, void (*)(quillbrook_speech_t *)> incomplete(session, discard);
   session->engine = engine;
   session->call.reset(new HostCallId(HostCallId::of_this_thread()));

@@ -62,6 +62,7 @@ int quillbrook_recog_destroy(struct ast_speech *speech) {
     quillbrook_shut_gates(session->recognition);
     quillbrook_report_more_bad_scores(session);
     quillbrook_statistics_session_stop();
+    count<int64_t>(session->statistics->sessions_active, -1);
     // The stream stops growing before the plugin is told to stop.
     quillbrook_close_stream(session->recognition);
     if (session->recognition && session->recognition->context1) {

@@ -4,6 +4,7 @@
 
 #include "../support/guard.h"
 #include "../support/module_use.h"
+#include "../support/monotonic.h"
 
 namespace {
 
@@ -76,6 +77,28 @@ void release_dsp(quillbrook_recognition_t *recognition) {
   }
 }
 
+// How a recognition without a result ended. Where words came and nobody waited for their end, it has none to count.
+void count_missing_result(const quillbrook_speech_t *session, quillbrook_recognition_t *recognition)
+    QUILLBROOK_REQUIRES(session->result_lock) {
+  if (recognition->results > 0) {
+    return;
+  }
+  if (session->failure) {
+    count(session->statistics->results[session->failure->cause]);
+  } else if (!quillbrook_words_came(recognition)) {
+    count(session->statistics->results[kCauseNothing]);
+  }
+}
+
+void count_end(const quillbrook_speech_t *session, quillbrook_recognition_t *recognition)
+    QUILLBROOK_REQUIRES(session->result_lock) {
+  quillbrook_engine_statistics &statistics = *session->statistics;
+  count_missing_result(session, recognition);
+  count<int64_t>(statistics.recognitions_active, -1);
+  count(statistics.samples, static_cast<uint64_t>(std::max<int64_t>(recognition->samples, 0)));
+  statistics.recognition.add_us(monotonic_us() - recognition->began);
+}
+
 }  // namespace
 
 void quillbrook_close_stream(quillbrook_recognition_t *recognition) {
@@ -84,6 +107,7 @@ void quillbrook_close_stream(quillbrook_recognition_t *recognition) {
   }
   HostMutexLock held(recognition->lock);
   if (recognition->file) {
+    recognition->samples = ast_tellstream(recognition->file);
     ast_closestream(recognition->file);
     recognition->file = nullptr;
   }
@@ -102,12 +126,17 @@ void quillbrook_stop_plugin(quillbrook_speech_t *session) {
     // A call of the plugin that is being handled either sees it or is over: what the stop leaves in the record stands.
     MutexLock held(session->result_lock);
     shared_store(recognition->stopping, 1);
+    recognition->stop_began = monotonic_us();
   }
   quillbrook_for_each_run(recognition, [session](quillbrook_run_t &run) { stop(*session->engine, run); });
 }
 
 void quillbrook_join_threads(quillbrook_speech_t *session) {
-  quillbrook_for_each_run(session->recognition, [session](quillbrook_run_t &run) { join(session, run); });
+  quillbrook_recognition_t *recognition = session->recognition;
+  quillbrook_for_each_run(recognition, [session](quillbrook_run_t &run) { join(session, run); });
+  if (recognition) {
+    session->statistics->stop.add_us(monotonic_us() - recognition->stop_began);
+  }
 }
 
 void quillbrook_release_session_recognition(quillbrook_speech_t *session) {
@@ -128,6 +157,7 @@ void quillbrook_release_session_recognition(quillbrook_speech_t *session) {
     if (recognition->delivered) {
       session->score = recognition->delivered->score;
     }
+    count_end(session, recognition);
     session->recognition = nullptr;
   }
   quillbrook_release_recognition(recognition);

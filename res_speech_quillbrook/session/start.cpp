@@ -1,4 +1,5 @@
 #include "../support/guard.h"
+#include "../support/monotonic.h"
 #include "context.h"
 #include "entries.h"
 #include "recognition.h"
@@ -107,6 +108,10 @@ void report_missing_stream(struct ast_speech *speech, quillbrook_speech_t *sessi
 
 // The new recognition takes its place in the session, and the results of the former one go.
 void install(quillbrook_speech_t *session, quillbrook_recognition_t *recognition) {
+  if (recognition) {
+    count(session->statistics->recognitions);
+    count(session->statistics->recognitions_active);
+  }
   MutexLock held(session->result_lock);
   session->recognition = recognition;
   session->score = 0;
@@ -122,6 +127,7 @@ quillbrook_recognition_t *make_recognition(quillbrook_speech_t *session) {
     quillbrook_note_failure(session, kCauseMemory, strerror(ENOMEM));
     return nullptr;
   }
+  recognition->began = monotonic_us();
   copy_text(recognition->uniqueid, session->uniqueid);
   copy_text(recognition->mark, session->mark);
   recognition->config = session->config_pointer;
@@ -189,6 +195,7 @@ bool is_running(const quillbrook_speech_t *session) {
 
 int quillbrook_recog_start(struct ast_speech *speech) {
   return guarded("quillbrook_recog_start", 0, [=] {
+    const int64_t began = monotonic_us();
     quillbrook_speech_t *session = quillbrook_session_of(speech);
     session_notice(session, "Plugin name = %s\n", shown(session->engine->plugin_name));
     forget(session, session->fetched);
@@ -207,6 +214,7 @@ int quillbrook_recog_start(struct ast_speech *speech) {
     }
     quillbrook_release_session_recognition(session);  // one that never got a plugin
     start(speech, session);
+    session->statistics->start.add_us(monotonic_us() - began);
     return 0;
   });
 }

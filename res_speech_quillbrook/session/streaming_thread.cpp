@@ -129,6 +129,7 @@ bool report_failure(quillbrook_speech_t *session, quillbrook_run_t &run) {
   if (strncmp(context.extra, kFailurePrefix, sizeof(kFailurePrefix) - 1) != 0) {
     return false;
   }
+  count(session->statistics->provider_failures);
   ast_log(LOG_WARNING, "(%s) QuillBrook plugin error: %s\n", session->name, Printable(context.extra).text());
   MutexLock held(session->result_lock);
   if (str_fifo_empty(&session->last_results)) {

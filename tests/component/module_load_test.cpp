@@ -32,7 +32,8 @@ TEST_F(LoadTest, OffersEnginesAndTakesThemBack) {
   for (int time = 1; time <= 2; ++time) {
     ASSERT_EQ(stand_in::load_module(), 0);
     EXPECT_THAT(stand_in::engine_names(), testing::ElementsAre("quillbrook", "quillbrook:digits", "quillbrook:names"));
-    EXPECT_THAT(stand_in::http_uris(), testing::UnorderedElementsAre("quillbrook_metrics", "quillbrook_jsgf"));
+    EXPECT_THAT(stand_in::http_uris(),
+                testing::UnorderedElementsAre("quillbrook_metrics", "quillbrook_engine_metrics", "quillbrook_jsgf"));
     EXPECT_EQ(stand_in::command_names().size(), 8U);
     EXPECT_EQ(stand_in::open_plugins(), 3);
     EXPECT_EQ(stand_in::reload_module(), 1);
@@ -148,7 +149,7 @@ TEST_F(LoadTest, AnUnloadGivesWayToASessionThatBegins) {
     unload_is_first ? unload() : create();
     EXPECT_EQ(unloaded, -1) << moment;
     EXPECT_THAT(stand_in::engine_names(), testing::ElementsAre("quillbrook", "quillbrook:digits", "quillbrook:names"));
-    EXPECT_EQ(stand_in::http_uris().size(), 2U);
+    EXPECT_EQ(stand_in::http_uris().size(), 3U);
     EXPECT_EQ(stand_in::command_names(), commands);
     ASSERT_NE(speech.data, nullptr) << moment;
 

@@ -239,7 +239,7 @@ void expect_reply(const Response &response, int status, const char *title, const
 }
 
 TEST_F(OpsTest, RefusedRequests) {
-  for (const char *uri : {"quillbrook_metrics", "quillbrook_jsgf"}) {
+  for (const char *uri : {"quillbrook_metrics", "quillbrook_engine_metrics", "quillbrook_jsgf"}) {
     for (const ast_http_method method : {AST_HTTP_UNKNOWN, AST_HTTP_PUT, AST_HTTP_DELETE, AST_HTTP_OPTIONS}) {
       expect_reply(stand_in::http_request(uri, method), 501, "Not Implemented",
                    "Attempt to use unimplemented / unsupported method");
@@ -284,11 +284,11 @@ TEST_F(OpsTest, UriThatTheServerRefusesIsNotUnlinked) {
   ASSERT_TRUE(stand_in::http_uris().empty());
 
   quillbrook_webenabled = 1;
-  stand_in::fail(Fault::kHttpLink, 1, 2);
+  stand_in::fail(Fault::kHttpLink, 1, 3);
   quillbrook_http_update();
   EXPECT_EQ(quillbrook_webregged, 0);
   EXPECT_FALSE(quillbrook_jsgf_uri_link());
-  for (const char *uri : {"quillbrook_metrics", "quillbrook_jsgf"}) {
+  for (const char *uri : {"quillbrook_metrics", "quillbrook_engine_metrics", "quillbrook_jsgf"}) {
     EXPECT_EQ(stand_in::logged(__LOG_WARNING, std::string("The HTTP server refused the URI ") + uri + "\n"), 1);
   }
 
@@ -297,7 +297,8 @@ TEST_F(OpsTest, UriThatTheServerRefusesIsNotUnlinked) {
     quillbrook_http_update();
     EXPECT_TRUE(quillbrook_jsgf_uri_link());
   }
-  EXPECT_EQ(stand_in::http_uris(), (std::vector<std::string>{"quillbrook_metrics", "quillbrook_jsgf"}));
+  EXPECT_EQ(stand_in::http_uris(),
+            (std::vector<std::string>{"quillbrook_metrics", "quillbrook_engine_metrics", "quillbrook_jsgf"}));
 }
 
 // The library may stay in the process between an unload and the next load.

@@ -8,7 +8,9 @@ import json
 import re
 import socket
 import subprocess
+import sys
 import time
+import urllib.request
 from pathlib import Path
 
 import live
@@ -50,6 +52,7 @@ def masked(line, expected):
 class OperationsTest(LiveTest):
     maxDiff = None
     general = {"name": "Main", "debug": "yes"}
+    complaints = ("QuillBrook plugin error: ERROR: down", "has no result (provider): down")
     profiles = {
         "first": {"url": "wss://one.example/v1", "model": "m1", "language": "en", "voice": "v1", "context": "c1",
                   "configuration": "k1", "phrases": "yes,no", "extra": "x1", "format": "ulaw", "buffersize": "1600",
@@ -76,8 +79,8 @@ class OperationsTest(LiveTest):
         head, _, content = answer.partition("\r\n\r\n")
         return int(head.split(" ")[1]), re.sub(r"(?s)^<!DOCTYPE.*<p>(.*)</p>.*", r"\1", content)
 
-    def metrics(self):
-        return self.request("GET", "quillbrook_metrics")[1]
+    def metrics(self, uri="quillbrook_metrics"):
+        return self.request("GET", uri)[1]
 
     def metric(self, name):
         return re.search(rf"^asterisk_quillbrook_{name}{{.*}} (.*)$", self.metrics(), re.MULTILINE)[1]
@@ -137,7 +140,7 @@ class OperationsTest(LiveTest):
         self.ask("bytes 4000\nfinal 80 good")
         self.assertNotEqual(self.metric("sessions_total"), "0")
         self.assertTrue(self.pbx.unload_module(MODULE))
-        for uri in ("quillbrook_metrics", "quillbrook_jsgf"):
+        for uri in ("quillbrook_metrics", "quillbrook_engine_metrics", "quillbrook_jsgf"):
             self.assertEqual(self.request("GET", uri)[0], 404)
         self.assertIn("No such command", self.pbx.cli("quillbrook show dates"))
         self.assertTrue(self.pbx.load_module(MODULE))
@@ -182,12 +185,43 @@ class OperationsTest(LiveTest):
             f'asterisk_quillbrook_{name} counter metrics should have "_total" suffix'
             for name in ("messages_final", "messages_interim", "sessions_closed")])
 
+    def test_metrics_by_engine(self):
+        def value(name, engine, more=""):
+            found, = re.findall(rf'^asterisk_quillbrook_engine_{name}{{engine="{engine}"{more}}} (.*)$',
+                                self.metrics("quillbrook_engine_metrics"), re.MULTILINE)
+            return float(found)
+
+        def counted():
+            return [value(name, "quillbrook:second", more) for name, more in (
+                ("sessions_total", ""), ("recognitions_total", ""), ("messages_total", ""),
+                ("provider_failures_total", ""), ("results_total", ',cause="understood"'),
+                ("results_total", ',cause="provider"'), ("waiting_seconds_count", ""), ("start_seconds_count", ""),
+                ("stop_seconds_count", ""))]
+
+        before, audio = counted(), value("audio_seconds_total", "quillbrook:second")
+        self.ask("bytes 4000\ninterim go\nfinal 80 good\nfinish", engine="quillbrook:second")
+        self.ask("bytes 4000\nextra ERROR: down\nreturn", engine="quillbrook:second")
+        self.assertEqual([now - then for now, then in zip(counted(), before)], [2, 2, 2, 1, 1, 1, 1, 2, 2])
+        self.assertGreater(value("audio_seconds_total", "quillbrook:second"), audio + 0.4)
+        for name in ("sessions_active", "recognitions_active"):
+            self.pbx.wait_until(lambda name=name: value(name, "quillbrook:second") == 0, LIMIT, f"{name} stays")
+        answer = self.promtool("check", "metrics", text=self.metrics("quillbrook_engine_metrics"))
+        self.assertEqual((answer.returncode, answer.stdout + answer.stderr), (0, ""))
+        print("promtool check metrics: no remark on quillbrook_engine_metrics", file=sys.stderr)
+        with urllib.request.urlopen(f"http://127.0.0.1:{self.pbx.http_port}/quillbrook_engine_metrics",
+                                    timeout=LIMIT) as page:
+            self.assertEqual(page.headers.get_all("Content-Type"), ["text/plain; version=0.0.4; charset=utf-8"])
+
     def test_scrape_job_rules_and_dashboard(self):
         for arguments in (("check", "config", "prometheus.yml"), ("check", "rules", "alerts.yml"),
                           ("test", "rules", "alerts_test.yml")):
             answer = self.promtool(*arguments, cwd=MONITORING)
             self.assertEqual(answer.returncode, 0, answer.stdout + answer.stderr)
-        known = set(re.findall(r"^# TYPE (\S+)", self.metrics(), re.MULTILINE))
+            print(f"promtool {' '.join(arguments)}: {' '.join(answer.stdout.split())}", file=sys.stderr)
+        known = set()
+        for uri in ("quillbrook_metrics", "quillbrook_engine_metrics"):
+            for name, kind in re.findall(r"^# TYPE (\S+) (\S+)", self.metrics(uri), re.MULTILINE):
+                known.add(name + "_bucket" if kind == "histogram" else name)
         dashboard = json.loads((MONITORING / "grafana-dashboard.json").read_text(encoding="utf-8"))
         for text in (json.dumps(dashboard), (MONITORING / "alerts.yml").read_text(encoding="utf-8")):
             used = {name for name in re.findall(r"asterisk_quillbrook_\w+", text) if not name.endswith("date_")}

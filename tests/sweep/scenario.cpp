@@ -195,7 +195,7 @@ void look_around(Outcome &outcome) {
     const std::string text = stand_in::run_command(command);
     outcome.push_back(std::string(command) + (text.empty() ? " says nothing" : ""));
   }
-  for (const char *uri : {"quillbrook_metrics", "quillbrook_jsgf"}) {
+  for (const char *uri : {"quillbrook_metrics", "quillbrook_engine_metrics", "quillbrook_jsgf"}) {
     for (const ast_http_method method : {AST_HTTP_GET, AST_HTTP_POST}) {
       const stand_in::Response response = stand_in::http_request(uri, method, {{"value", "1"}}, {{"value", "2"}});
       outcome.push_back(uri + (" " + std::to_string(response.status)));
