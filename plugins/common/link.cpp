@@ -1,18 +1,80 @@
 #include "link.h"
 
+#include <sys/eventfd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <map>
+#include <mutex>
 
 #include "failure.h"
 
 namespace quillbrook::common {
 
+namespace {
+
+// Set when the module opens the plugin, before its first recognition.
+std::atomic<const quillbrook_services *> services{nullptr};
+
+// The recognitions whose loop runs, with what wakes them. A stop may come before and behind the loop, and the record
+// has no room for more than its number: so it looks here. The lock is a leaf and held for some instructions.
+class Loops {
+public:
+  void enter(const quillbrook_context *context, int wake) {
+    const std::lock_guard<std::mutex> held(lock_);
+    wakes_[context] = wake;
+  }
+  void leave(const quillbrook_context *context) {
+    const std::lock_guard<std::mutex> held(lock_);
+    wakes_.erase(context);
+  }
+  void wake(const quillbrook_context *context) {
+    const std::lock_guard<std::mutex> held(lock_);
+    const auto found = wakes_.find(context);
+    if (found == wakes_.end()) return;
+    constexpr uint64_t kOnce = 1;
+    (void)!write(found->second, &kOnce, sizeof kOnce);
+  }
+
+private:
+  std::mutex lock_;
+  std::map<const quillbrook_context *, int> wakes_;
+};
+
+Loops &loops() {
+  static Loops all;
+  return all;
+}
+
+}  // namespace
+
+Link::Link(quillbrook_context *context, const char *plugin)
+    : context_(context),
+      plugin_(plugin),
+      wake_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      last_call_(Clock::now()),
+      earliest_turn_(last_call_),
+      next_turn_(last_call_) {
+  if (wake_.get() >= 0) loops().enter(context, wake_.get());
+}
+
+Link::~Link() {
+  if (wake_.get() >= 0) loops().leave(context_);
+}
+
 void Link::stop(quillbrook_context *context) {
   // In this order: who sees finalize raised by a stop also sees that it is a stop.
   __atomic_store_n(&context->hangup, QUILLBROOK_HANGUP_STOPPED, __ATOMIC_RELEASE);
   __atomic_store_n(&context->finalize, 1, __ATOMIC_RELEASE);
+  loops().wake(context);
+}
+
+bool Link::take_wake_up() const {
+  uint64_t count = 0;
+  return wake_.get() >= 0 && read(wake_.get(), &count, sizeof count) > 0;
 }
 
 void Link::lower_finalize() {
@@ -21,11 +83,24 @@ void Link::lower_finalize() {
 
 void Link::call(const char *text, int score) {
   listening_ = context_->callback(context_, text, score) == 0;
-  next_turn_ = Clock::now() + kTurn;
+  last_call_ = Clock::now();
+  plan_turns();
+}
+
+void Link::plan_turns() {
+  const quillbrook_services *offered = services;
+  if (offered == nullptr || wake_.get() < 0) {
+    earliest_turn_ = next_turn_ = last_call_ + kTurn;
+    return;
+  }
+  const Milliseconds timer{offered->next_timer(context_)};
+  const bool expires = timer < kLongestTurn;
+  next_turn_ = last_call_ + std::clamp(timer, kShortestTurn, kLongestTurn);
+  earliest_turn_ = expires ? next_turn_ : last_call_ + kSharedTurn;
 }
 
 void Link::tick_if_due() {
-  if (Clock::now() >= next_turn_) tick();
+  if (Clock::now() >= earliest_turn_) tick();
 }
 
 void Link::piece(const std::string &text, int confidence, const std::string &json) {
@@ -68,20 +143,26 @@ Link::Wait Link::wait(int descriptor, short events, Moment until, Heed heed) {
 }
 
 Link::Wait Link::wait(pollfd *watched, nfds_t count, Moment until, Heed heed) {
+  watched_.assign(watched, watched + count);
+  watched_.push_back({wake_.get(), POLLIN, 0});
   for (;;) {
     tick_if_due();
     if (heed == Heed::kStop && stopped()) return Wait::kStopped;
     const auto left = std::chrono::ceil<Milliseconds>(std::min(until, next_turn_) - Clock::now()).count();
-    const int ready = poll(watched, count, static_cast<int>(std::max<Milliseconds::rep>(left, 0)));
-    if (ready > 0) return Wait::kReady;
+    const int ready = poll(watched_.data(), watched_.size(), static_cast<int>(std::max<Milliseconds::rep>(left, 0)));
     if (ready < 0 && errno != EINTR) throw Failure("cannot wait for the network");
-    if (Clock::now() >= until) return Wait::kElapsed;
+    const bool woken = ready > 0 && watched_.back().revents != 0 && take_wake_up();
+    if (ready > (woken ? 1 : 0)) {
+      std::copy_n(watched_.begin(), count, watched);
+      return Wait::kReady;
+    }
+    if ((woken && heed == Heed::kNothing) || Clock::now() >= until) return Wait::kElapsed;
   }
 }
 
-Link::Wait Link::wait_a_turn(int descriptor, short events, Heed heed) {
+Link::Wait Link::wait_a_turn(int descriptor, short events, Moment until, Heed heed) {
   tick_if_due();
-  return wait(descriptor, events, next_turn_, heed);
+  return wait(descriptor, events, std::min(until, next_turn_), heed);
 }
 
 void Link::wait_or_fail(int descriptor, short events, Moment until, const char *reason) {
@@ -96,3 +177,8 @@ void Link::wait_or_fail(int descriptor, short events, Moment until, const char *
 }
 
 }  // namespace quillbrook::common
+
+void quillbrook_attach(const quillbrook_services *offered) {
+  const size_t needed = offsetof(quillbrook_services, next_timer) + sizeof offered->next_timer;
+  quillbrook::common::services = offered != nullptr && offered->size >= needed ? offered : nullptr;
+}

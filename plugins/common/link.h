@@ -1,15 +1,18 @@
 // One record of the module, seen from the plugin: what the module is told, what it asks for, and the waiting.
 //
-// All waiting of a recognition goes through wait(), which gives the module a tick every 30 ms, however long the wait
-// is, and looks for a stop as often. Only the streaming thread uses a Link; the record's shared fields are read and
-// written atomically, since plugin_stop writes them from another thread.
+// All waiting of a recognition goes through wait(), which gives the module its ticks, however long the wait is, and
+// ends at once when the plugin is stopped. Ticks come where they can matter: as often as the module may be left alone
+// while none of its timers runs, and otherwise with the next one that can expire. Only the streaming thread uses a
+// Link; the record's shared fields are read and written atomically, since plugin_stop writes them from another thread.
 #pragma once
 
 #include <poll.h>
 
 #include <chrono>
 #include <string>
+#include <vector>
 
+#include "descriptor.h"
 #include "quillbrook.h"
 
 namespace quillbrook::common {
@@ -18,14 +21,23 @@ using Clock = std::chrono::steady_clock;
 using Moment = Clock::time_point;
 using Milliseconds = std::chrono::milliseconds;
 
-// The longest time between two calls of the module; its contract asks for 100 ms.
+// The longest time between two calls of the module, by its contract.
+constexpr Milliseconds kLongestTurn{100};
+// A tick is at most this much behind a timer of the module that has expired.
+constexpr Milliseconds kShortestTurn{20};
+// Between two calls of a module that does not say when its timers expire; also the longest wait that no stop can end.
 constexpr Milliseconds kTurn{30};
+// With nothing to expire, whoever wakes for something else this long behind the latest call gives the tick, too: so it
+// costs no wake-up of its own.
+constexpr Milliseconds kSharedTurn{50};
 
 class Link {
 public:
   // The record must outlive the link. `plugin` is what the plugin's lines in the log begin with.
-  Link(quillbrook_context *context, const char *plugin)
-      : context_(context), plugin_(plugin), next_turn_(Clock::now()) {}
+  Link(quillbrook_context *context, const char *plugin);
+  ~Link();
+  Link(const Link &) = delete;
+  Link &operator=(const Link &) = delete;
 
   const quillbrook_context &record() const { return *context_; }
   bool stopped() const { return __atomic_load_n(&context_->hangup, __ATOMIC_ACQUIRE) == QUILLBROOK_HANGUP_STOPPED; }
@@ -34,8 +46,9 @@ public:
   void lower_finalize();
   // Whether raising finalize brings out words that were held back.
   void set_quantum(bool set) { __atomic_store_n(&context_->quantum, set ? 1 : 0, __ATOMIC_RELEASE); }
-  // When the module was last called.
-  Moment last_call() const { return next_turn_ - kTurn; }
+  // When the module was last called, and when it has to be called again.
+  Moment last_call() const { return last_call_; }
+  Moment next_turn() const { return next_turn_; }
   // False from the first refusal on: a result is out, or the call is over.
   bool listening() const { return listening_; }
 
@@ -63,28 +76,40 @@ public:
   void debug(const char *event, const std::string &detail) const;
 
   enum class Wait { kReady, kElapsed, kStopped };
-  // Whether a stop ends a wait. Not when the last words are still being fetched.
+  // Whether a stop ends all waits. When the last words are still being fetched it ends only the one it meets.
   enum class Heed { kStop, kNothing };
   // Waits until the descriptor has one of the events of poll(2), or until the moment. -1: for the moment alone.
   Wait wait(int descriptor, short events, Moment until, Heed heed = Heed::kStop);
   // The same for several, which poll(2) then has filled in.
   Wait wait(pollfd *watched, nfds_t count, Moment until, Heed heed = Heed::kStop);
   // As wait(), up to the module's next turn at most.
-  Wait wait_a_turn(int descriptor, short events, Heed heed = Heed::kStop);
+  Wait wait_a_turn(int descriptor, short events, Moment until, Heed heed = Heed::kStop);
+  // The same, with nothing to wait for but that turn.
+  Wait wait_a_turn() { return wait_a_turn(-1, 0, Moment::max()); }
   // As wait(), for the way to a server: throws Stopped, and Failure(reason) when the time is up.
   void wait_or_fail(int descriptor, short events, Moment until, const char *reason);
 
-  // What a plugin's stop function does, from another thread: all waiting above ends within a turn.
+  // What a plugin's stop function does, from another thread: the waiting above ends.
   static void stop(quillbrook_context *context);
 
 private:
   void call(const char *text, int score);
+  void plan_turns();
+  // True when a stop has come meanwhile.
+  bool take_wake_up() const;
 
   quillbrook_context *context_;
   const char *plugin_;
-  Moment next_turn_;
+  Descriptor wake_;  // becomes readable with a stop; none where the process has no descriptors left
+  std::vector<pollfd> watched_;
+  Moment last_call_;
+  Moment earliest_turn_;  // from here on a tick is welcome
+  Moment next_turn_;      // here it is due
   bool listening_ = true;
   bool ended_ = false;
 };
 
 }  // namespace quillbrook::common
+
+// The entry by which the module offers its services, for each plugin that uses a Link.
+extern "C" __attribute__((visibility("default"))) void quillbrook_attach(const quillbrook_services *offered);

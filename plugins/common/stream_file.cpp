@@ -132,6 +132,10 @@ void StreamFile::take_format(const uint8_t *format) {
   rate_ = static_cast<int>(rate);
 }
 
+std::chrono::milliseconds StreamFile::missing() const {
+  return std::chrono::milliseconds(short_by_ * 1000 / static_cast<size_t>(rate_));
+}
+
 size_t StreamFile::read(size_t count, bool rest, std::vector<int16_t> &samples) {
   const bool linear = coding_ == Coding::kLinear;
   const size_t width = linear ? 2 : 1;
@@ -142,6 +146,7 @@ size_t StreamFile::read(size_t count, bool rest, std::vector<int16_t> &samples) 
   const ssize_t got = pread(file_.get(), target, count * width, static_cast<off_t>(data_ + position_ * width));
   // A sample that is only half there stays for the next time.
   size_t taken = got > 0 ? static_cast<size_t>(got) / width : 0;
+  short_by_ = count - taken;
   if (taken < count && !rest) taken = 0;
   samples.resize(before + taken);
   if (!linear) {

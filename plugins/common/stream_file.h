@@ -4,6 +4,7 @@
 // the end of the file, wherever that is at the moment.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -28,6 +29,8 @@ public:
   // Puts `count` samples behind those in `samples`. With fewer in the file: all of them when `rest` is set, else none.
   // Returns the number of samples put there, and moves on by as many.
   size_t read(size_t count, bool rest, std::vector<int16_t> &samples);
+  // How long the file of a call in real time needs until the latest read gets all that it asked for.
+  std::chrono::milliseconds missing() const;
   // The next sample to be read, counted from the first of the file.
   size_t position() const { return position_; }
   void seek(size_t sample) { position_ = sample; }
@@ -44,6 +47,7 @@ private:
   bool has_header_ = false;
   size_t data_ = 0;  // where the samples begin; 0 before a WAV header was found
   size_t position_ = 0;
+  size_t short_by_ = 0;  // samples, of the latest read
   std::vector<uint8_t> codes_;
 };
 

@@ -18,6 +18,7 @@ enum {
   BLOCK_MS = 20,    /* also how long we sleep when there is no new audio */
   BEGIN_BLOCKS = 3, /* loud blocks that make a click into speech */
   END_BLOCKS = 25,  /* quiet blocks that end it */
+  LONGEST_MS = 80,  /* between two calls of the module, which asks for 100 */
   WAV_HEADER = 44,  /* bytes */
   DEFAULT_LEVEL = 300
 };
@@ -30,7 +31,11 @@ struct listener {
   int loud;   /* blocks of the present talk; 0 in silence */
   int pauses; /* quiet blocks between them */
   int quiet;  /* quiet blocks after them */
+  int untold; /* ms since the latest tick */
 };
+
+/* What else the module offers; NULL with one that offers nothing. */
+static const quillbrook_services *services;
 
 static int stopped(const quillbrook_context *context) {
   return __atomic_load_n(&context->hangup, __ATOMIC_ACQUIRE) == QUILLBROOK_HANGUP_STOPPED;
@@ -110,6 +115,15 @@ static void hear(struct listener *listener, int loud) {
   }
 }
 
+/* A tick: the timeouts run in here. One that no timer waits for is left out, up to a limit. */
+static void tick(struct listener *listener) {
+  const int next = services ? services->next_timer(listener->context) : 0;
+  listener->untold += BLOCK_MS;
+  if (next > BLOCK_MS && listener->untold < LONGEST_MS) return;
+  listener->untold = 0;
+  listener->context->callback(listener->context, NULL, QUILLBROOK_SCORE_INTERIM);
+}
+
 static void listen_until_stopped(struct listener *listener) {
   quillbrook_context *context = listener->context;
   int16_t block[BLOCK];
@@ -118,7 +132,7 @@ static void listen_until_stopped(struct listener *listener) {
       hear(listener, is_loud(listener, block));
     } else {
       usleep(BLOCK_MS * 1000);
-      context->callback(context, NULL, QUILLBROOK_SCORE_INTERIM); /* a tick: the timeouts run in here */
+      tick(listener);
     }
     const int asked = __atomic_load_n(&context->finalize, __ATOMIC_ACQUIRE) > 0;
     if (talking(listener) && (asked || length_ms(listener) > context->maxspeechtimeout)) {
@@ -126,6 +140,10 @@ static void listen_until_stopped(struct listener *listener) {
       context->callback(context, NULL, QUILLBROOK_SCORE_FINISH);
     }
   }
+}
+
+void quillbrook_attach(const quillbrook_services *offered) {
+  services = offered;
 }
 
 int quillbrook_init(quillbrook_context *context) {

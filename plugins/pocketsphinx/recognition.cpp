@@ -12,10 +12,11 @@ using namespace common;
 
 namespace {
 
-constexpr Milliseconds kPollInterval{20};
-constexpr int kPieceMs = 20;        // audio between two looks at the end of speech
-constexpr int kBacklogMs = 60;      // audio taken in between two ticks when the file is ahead of us
-constexpr int kShortQuietMs = 150;  // ends speech, not the utterance, when the module does the endpointing
+constexpr Milliseconds kPollInterval{20};   // between two looks at the stream file while somebody speaks
+constexpr Milliseconds kQuietInterval{60};  // the same in silence
+constexpr int kPieceMs = 20;                // audio between two looks at the end of speech
+constexpr int kBacklogMs = 60;              // audio taken in between two ticks when the file is ahead of us
+constexpr int kShortQuietMs = 150;          // ends speech, not the utterance, when the module does the endpointing
 constexpr Milliseconds kSignOfLifeInterval{100};
 constexpr int kLongestHeldMs = 120000;
 constexpr size_t kMostChannels = 256;
@@ -188,7 +189,8 @@ void Recognition::run() {
     bool heard = hear_some();
     link_.tick_if_due();
     if (!parameters_.endpointing && utterance_) start_over_after_result();
-    if (!heard) link_.wait(-1, 0, Clock::now() + kPollInterval);
+    if (!heard)
+      link_.wait(-1, 0, Clock::now() + (utterance_ && utterance_->in_speech() ? kPollInterval : kQuietInterval));
   }
   sound_ = true;
   link_.end();

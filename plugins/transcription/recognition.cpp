@@ -15,8 +15,10 @@ using namespace common;
 
 namespace {
 
-constexpr Milliseconds kLook{30};  // between two looks at the stream file
-constexpr int kPieceMs = 100;      // audio between two looks at everything else
+constexpr Milliseconds kHeaderLook{20};  // between two looks at a stream file without its header
+constexpr Milliseconds kLook{30};        // between two looks at the stream file while somebody speaks
+constexpr Milliseconds kQuietLook{60};   // the same in silence
+constexpr int kPieceMs = 100;            // audio between two looks at everything else
 constexpr Milliseconds kSignOfLifeInterval{100};
 constexpr int kModelRate = 16000;
 // A noise without words that is shorter than this is no attempt to say something.
@@ -56,7 +58,7 @@ void Recognition::run() {
 
 void Recognition::await_header() {
   while (!audio_.ready()) {
-    if (link_.wait_a_turn(-1, 0) == Link::Wait::kStopped) throw Stopped{};
+    if (link_.wait(-1, 0, Clock::now() + kHeaderLook) == Link::Wait::kStopped) throw Stopped{};
   }
 }
 
@@ -203,7 +205,7 @@ void Recognition::show_life(Moment now) {
 }
 
 void Recognition::pause() {
-  const auto look = Clock::now() + kLook;
+  const auto look = Clock::now() + (ear_->in_utterance() ? kLook : kQuietLook);
   if (!inquiry_) {
     link_.wait(-1, 0, look);
     return;
@@ -215,7 +217,7 @@ void Recognition::pause() {
 void Recognition::stand_by() {
   inquiry_.reset();
   link_.end();
-  while (link_.wait_a_turn(-1, 0) != Link::Wait::kStopped) continue;
+  while (link_.wait_a_turn() != Link::Wait::kStopped) continue;
 }
 
 }  // namespace quillbrook::transcription

@@ -16,6 +16,11 @@ namespace {
 // and a recogniser that lags behind need to catch up with the call.
 constexpr size_t kWindow = 8;
 
+// Between two looks at a stream file whose header is not written yet.
+constexpr Milliseconds kHeaderLook{20};
+// The least time between two looks at the audio, which comes in frames of 20 ms.
+constexpr Milliseconds kLook{10};
+
 // What a stopped plugin still gives the server for its last words; the caller's channel waits for it.
 constexpr Milliseconds kFarewell{70};
 
@@ -93,7 +98,7 @@ std::unique_ptr<Connection> Recognition::connect() {
 
 void Recognition::await_header() {
   while (!audio_.ready()) {
-    if (link_.wait_a_turn(-1, 0) == Link::Wait::kStopped) throw Stopped{};
+    if (link_.wait(-1, 0, Clock::now() + kHeaderLook) == Link::Wait::kStopped) throw Stopped{};
   }
 }
 
@@ -118,7 +123,7 @@ void Recognition::converse(Connection &connection) {
     if (link_.stopped() || time_to_finish()) return wind_up(connection);
     feed(connection, false);
     connection.flush();
-    link_.wait_a_turn(connection.descriptor(), connection.events());
+    link_.wait_a_turn(connection.descriptor(), connection.events(), audio_due_);
     take_answers(connection);
     check_stall();
   }
@@ -142,9 +147,11 @@ void Recognition::wind_up(Connection &connection) {
       if (!end_sent_ && feed(connection, true)) {
         connection.send_text(kEndOfAudio);
         end_sent_ = true;
+        audio_due_ = Moment::max();
       }
       connection.flush();
-      link_.wait_a_turn(connection.descriptor(), connection.events(), Link::Heed::kNothing);
+      link_.wait_a_turn(connection.descriptor(), connection.events(), std::min(audio_due_, until),
+                        Link::Heed::kNothing);
       take_answers(connection);
     }
     connection.close();
@@ -157,7 +164,7 @@ void Recognition::wind_up(Connection &connection) {
 
 void Recognition::stand_by() {
   link_.end();
-  while (link_.wait_a_turn(-1, 0) != Link::Wait::kStopped) continue;
+  while (link_.wait_a_turn() != Link::Wait::kStopped) continue;
 }
 
 bool Recognition::feed(Connection &connection, bool rest) {
@@ -169,10 +176,14 @@ bool Recognition::feed(Connection &connection, bool rest) {
   while (unanswered_.size() < kWindow) {
     chunk_.clear();
     const size_t count = audio_.read(static_cast<size_t>(samples), rest, chunk_);
-    if (count == 0) return true;
+    if (count == 0) {
+      audio_due_ = Clock::now() + std::max(audio_.missing(), kLook);
+      return true;
+    }
     connection.send_binary({reinterpret_cast<const char *>(chunk_.data()), count * sizeof(int16_t)});
     unanswered_.push_back({count, Clock::now()});
   }
+  audio_due_ = Moment::max();  // an answer comes first
   return false;
 }
 

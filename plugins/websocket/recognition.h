@@ -63,6 +63,7 @@ private:
   const std::string password_;
   std::string url_;  // of the server that is connected
   StreamFile audio_;
+  Moment audio_due_;  // when there is likely another chunk
   Report report_;
   std::vector<Chunk> unanswered_;  // chunks that an answer is due for, oldest first
   Moment last_answer_;

@@ -19,7 +19,8 @@
  *
  * - plugin_init holds up the caller: keep it under 50 ms and leave connections and models to plugin_loop.
  * - plugin_loop calls back at least every 100 ms, also with no text: the module has no timer of its own, and its
- *   timeouts are looked at only inside the callback. After the first words, silence for the key plugintimeout (10 s)
+ *   timeouts are looked at only inside the callback. A timeout acts as late as the next call comes, so either call
+ *   every 20 to 30 ms, or ask next_timer of quillbrook_services. After the first words, silence for the key plugintimeout (10 s)
  *   ends the recognition with "error". One thread at a time calls back for one record.
  * - plugin_stop is called right before the streaming thread is joined. It sets hangup to 2, and raises finalize, which
  *   also ends a streaming thread that still waits for audio. It may come on a record whose plugin_init refused, whose
@@ -31,7 +32,8 @@
  *   variables because the record is a binary contract: read and write them with the compiler's atomic built-ins
  *   (__atomic_load_n, __atomic_store_n).
  *
- * A fourth function may be exported, quillbrook_check: see quillbrook_function_check.
+ * Two more functions may be exported: quillbrook_check (see quillbrook_function_check), and quillbrook_attach, which
+ * gets what else the module offers (see quillbrook_services).
  *
  * A failure is reported by text: leave "ERROR:" and a sentence for the operator in extra, and return from
  * plugin_loop. The dialplan then gets the result "error".
@@ -84,6 +86,25 @@ typedef int quillbrook_function_check(quillbrook_context *context);
  * above, or the call is over. No value asks the plugin to stop; finalize and plugin_stop do.
  */
 typedef int quillbrook_function_callback(quillbrook_context *context, const char *text, int score);
+
+/*
+ * What the module offers beside the callback. It grows at its end: use an entry only when size reaches behind it.
+ * The functions are called from plugin_loop with the record of that recognition, and from any number of recognitions
+ * at a time.
+ */
+typedef struct quillbrook_services {
+  size_t size; /* of the table that the module has, in bytes */
+  /* Milliseconds from now until a call of the callback can find a timeout expired; 0 when it may have, and INT_MAX
+   * while none runs, as before the first words. Each call of the callback may change it; and it is no promise that
+   * something happens then. Costs no more than reading a variable. */
+  int (*next_timer)(const quillbrook_context *context);
+} quillbrook_services;
+
+/*
+ * Called each time that the module has opened the plugin for an engine, before anything else of it. The table stays as
+ * it is as long as the plugin is open.
+ */
+typedef void quillbrook_function_attach(const quillbrook_services *services);
 
 /*
  * One running recognition. Plugins compile this record into themselves: no field may be moved, widened or dropped.

@@ -14,6 +14,7 @@
 #include "config.h"
 #include "../record/engine.h"
 #include "../record/engine_statistics.h"
+#include "engine_plugin.h"
 #include "plugin_library.h"
 #include "speech_engines.h"
 

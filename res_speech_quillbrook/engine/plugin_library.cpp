@@ -14,12 +14,6 @@ bool quillbrook_plugin_filename(char *path, size_t size, const char *plugin_name
 
 namespace {
 
-// What the fixed texts of the errors leave out: whose plugin it is, and where plugins are looked for.
-void say_where_to_look(const quillbrook_engine_t &engine, const char *path) {
-  ast_log(LOG_NOTICE, "%s is asked for by the key plugin of the section %s: the name of a plugin in %s, or a path.\n",
-          path, &engine == &quillbrook_engine[0] ? "general" : engine.name, kPluginDirectory);
-}
-
 // Looks a function up by its first and then its second name.
 template <typename Function>
 void find_function(void *handle, Function *&function, const char *first, const char *second, std::string &failure) {
@@ -55,23 +49,6 @@ std::string quillbrook_plugin_try(quillbrook_engine_t &engine) {
     quillbrook_plugin_close(engine);
   }
   return failure;
-}
-
-bool quillbrook_plugin_open(quillbrook_engine_t &engine) {
-  char path[kPluginPathSize];
-  const bool fits = quillbrook_plugin_filename(path, sizeof(path), engine.plugin_name);
-  if (fits) {
-    debug_notice(" Try to open plugin : %s.\n", path);
-  }
-  const std::string failure = quillbrook_plugin_try(engine);
-  if (failure.empty()) {
-    return true;
-  }
-  if (fits) {
-    say_where_to_look(engine, path);
-  }
-  ast_log(LOG_ERROR, "%s", failure.c_str());
-  return false;
 }
 
 int quillbrook_plugin_close(quillbrook_engine_t &engine) {

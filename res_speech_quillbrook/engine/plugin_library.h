@@ -13,11 +13,8 @@ constexpr size_t kPluginPathSize = 2000;
 bool quillbrook_plugin_filename(char *path, size_t size, const char *plugin_name);
 
 // Opens the entry's plugin and looks up its three functions. Empty, or the line of the log that says what is missing;
-// the entry has no plugin then.
+// the entry has no plugin then. No code of the plugin runs but its own initialisers.
 std::string quillbrook_plugin_try(quillbrook_engine_t &engine);
-
-// The same, with the line in the log. False after it.
-bool quillbrook_plugin_open(quillbrook_engine_t &engine);
 
 // Closes the entry's plugin, if it has one, and clears its functions. 0, or the result of dlclose.
 int quillbrook_plugin_close(quillbrook_engine_t &engine);

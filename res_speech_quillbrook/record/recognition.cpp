@@ -20,6 +20,7 @@ quillbrook_run_t *quillbrook_add_run(quillbrook_recognition_t *recognition) {
   auto *run = new (memory) quillbrook_run_t();
   run->recognition = recognition;
   run->context.thread = kNoThread;
+  run->next_timer = kNoTimer;
   (recognition->context1 ? recognition->context2 : recognition->context1) = &run->context;
   if (!recognition->delivered) {
     recognition->delivered = &run->transcript;

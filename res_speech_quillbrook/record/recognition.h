@@ -75,11 +75,15 @@ struct quillbrook_transcript_t {
 // itself.
 enum quillbrook_run_phase { kRunBefore = 0, kRunInLoop = 1, kRunAfter = 2 };
 
+// The value of `next_timer` while no timer runs.
+constexpr int64_t kNoTimer = INT64_MAX;
+
 struct quillbrook_run_t {
   quillbrook_context context;  // first: the callback gets its address
   quillbrook_transcript_t transcript;
   quillbrook_recognition_t *recognition;
   struct ast_speech *speech;  // there as long as the session is
+  int64_t next_timer;         // no timer expires earlier, by the monotonic clock in ms. Written by the callback; shared
 
   // The gate: calls of the plugin pass one at a time, and only while `session` stands. It lives and dies with the run,
   // so that a plugin that never returns meets it for as long as it likes. Taken before all locks of the session.

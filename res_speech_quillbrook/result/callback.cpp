@@ -154,6 +154,8 @@ int process(quillbrook_message &message, bool session_ended) {
 
   take(message);
   end_utterance(message);
+  const int next = quillbrook_next_timer(message);
+  shared_store(quillbrook_run_of(message.context)->next_timer, next == INT_MAX ? kNoTimer : monotonic_ms() + next);
   return 0;
 }
 

@@ -146,6 +146,12 @@ void report_incomplete(quillbrook_message &message) QUILLBROOK_REQUIRES(message.
   shared_store(message.context->finalize, 1);
 }
 
+// The outer limit of a complete timeout delivers what there is; by itself it is an error.
+bool incomplete_timeout_finishes(const quillbrook_message &message) {
+  const int completetimeout = shared_load(message.context->completetimeout);
+  return completetimeout && completetimeout < shared_load(message.context->incompletetimeout);
+}
+
 void test_incomplete_timeout(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
   const quillbrook_transcript_t &transcript = message.transcript;
   const int timeout = shared_load(message.context->incompletetimeout);
@@ -157,12 +163,43 @@ void test_incomplete_timeout(quillbrook_message &message) QUILLBROOK_REQUIRES(me
   if (stt <= timeout) {
     return;
   }
-  const int completetimeout = shared_load(message.context->completetimeout);
-  if (completetimeout && completetimeout < timeout) {
+  if (incomplete_timeout_finishes(message)) {
     finish(message);
   } else {
     report_incomplete(message);
   }
+}
+
+// How long a silence of `silence` ms needs to be above the timeout.
+int left(int64_t timeout, int64_t silence) {
+  return static_cast<int>(std::clamp<int64_t>(timeout + 1 - silence, 0, INT_MAX));
+}
+
+// What the complete timeout may be by the time that it expires: long speech exchanges it.
+int shortest_complete_timeout(const quillbrook_message &message) {
+  const int timeout = shared_load(message.context->completetimeout);
+  const int extendedtimeout = shared_load(message.session->extendedtimeout);
+  const bool is_exchanged =
+      shared_load(message.session->speechtimeout) && extendedtimeout && timeout <= kExtensionLimit;
+  return timeout && is_exchanged ? std::min(timeout, extendedtimeout) : timeout;
+}
+
+int left_of_complete(const quillbrook_message &message, int64_t words) {
+  const int timeout = shortest_complete_timeout(message);
+  if (!timeout || shared_load(message.context->finalize) != 0) {
+    return INT_MAX;
+  }
+  const int audio = left(timeout, shared_load(message.recognition->silence));
+  if (wants_both_silences(message)) {
+    return std::min(std::max(left(timeout, words), audio), left(int64_t{kTimeoutsInNoise} * timeout, words));
+  }
+  return std::min(left(timeout, words), audio);
+}
+
+int left_of_incomplete(const quillbrook_message &message, int64_t words) {
+  const int timeout = shared_load(message.context->incompletetimeout);
+  const bool is_held = message.hold && incomplete_timeout_finishes(message);
+  return timeout && !is_held && !message.transcript.incomplete_reported ? left(timeout, words) : INT_MAX;
 }
 
 bool is_before(const struct timeval &date, const struct timeval &other) {
@@ -259,4 +296,19 @@ void quillbrook_run_timers(quillbrook_message &message) {
   shift_silence_date(message);
   test_complete_timeout(message, duration);
   test_incomplete_timeout(message);
+}
+
+int quillbrook_next_timer(const quillbrook_message &message) {
+  const quillbrook_transcript_t &transcript = message.transcript;
+  const quillbrook_engine_t &engine = *message.session->engine;
+  if (ast_tvzero(transcript.datefirst)) {
+    return INT_MAX;
+  }
+  if (!message.session->timeouts) {
+    return INT_MAX;
+  }
+  const int64_t words = ast_tvzero(transcript.datesilence) ? 0 : text_silence(transcript);
+  const int hold =
+      message.hold ? left(engine.closetimeout - 1, ast_tvdiff_ms(transcript.datelast, transcript.dateclose)) : INT_MAX;
+  return std::min({hold, left_of_complete(message, words), left_of_incomplete(message, words)});
 }

@@ -23,3 +23,7 @@ void quillbrook_note_first_text(quillbrook_message &message) QUILLBROOK_REQUIRES
 // `completetimeout` and `incompletetimeout` of its record rewritten; the message becomes a finish; or "error" is
 // queued.
 void quillbrook_run_timers(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock);
+
+// Milliseconds from this call to the first one that can find a timeout expired, 0 when the next one may; INT_MAX while
+// none runs. It reckons with audio that stays silent from now on, so it is never too late for a caller in real time.
+int quillbrook_next_timer(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock);

@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdlib>
 #include <fstream>
 #include <set>
+#include <thread>
 
 #include "failure.h"
 #include "link.h"
@@ -48,6 +50,52 @@ std::string chunk(const std::string &name, unsigned size, const std::string &con
 
 std::string format_chunk(unsigned tag, unsigned channels, unsigned rate, unsigned bits) {
   return chunk("fmt ", 16, number(tag, 2) + number(channels, 2) + number(rate, 4) + number(0, 6) + number(bits, 2));
+}
+
+int next_timer = INT_MAX;
+
+// A module that takes everything, and says when its timer expires.
+struct Module {
+  Module() {
+    context.callback = [](quillbrook_context *, const char *, int) { return 0; };
+    static const quillbrook_services kServices = {sizeof kServices,
+                                                  [](const quillbrook_context *) { return next_timer; }};
+    quillbrook_attach(&kServices);
+  }
+  ~Module() { quillbrook_attach(nullptr); }
+  Module(const Module &) = delete;
+  Module &operator=(const Module &) = delete;
+  quillbrook_context context = {};
+};
+
+Milliseconds turn_after_a_call(Link &link, int timer) {
+  next_timer = timer;
+  link.tick();
+  return std::chrono::duration_cast<Milliseconds>(link.next_turn() - link.last_call());
+}
+
+TEST(Link, CallsWhereATimerCanExpire) {
+  Module module;
+  Link link(&module.context, "test");
+  EXPECT_EQ(turn_after_a_call(link, INT_MAX).count(), 100);
+  EXPECT_EQ(turn_after_a_call(link, 70).count(), 70);
+  EXPECT_EQ(turn_after_a_call(link, 0).count(), 20);
+  quillbrook_attach(nullptr);  // a module that cannot tell
+  EXPECT_EQ(turn_after_a_call(link, INT_MAX).count(), 30);
+}
+
+// Nothing else would end the wait: its descriptor never becomes ready, and it is told not to heed a stop.
+TEST(Link, StopEndsTheWaitThatItMeets) {
+  Module module;
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  Link link(&module.context, "test");
+  std::thread stopping([&module] { Link::stop(&module.context); });
+  EXPECT_EQ(link.wait(ends[0], POLLIN, Moment::max(), Link::Heed::kNothing), Link::Wait::kElapsed);
+  EXPECT_EQ(link.wait(ends[0], POLLIN, Moment::max()), Link::Wait::kStopped);
+  stopping.join();
+  Link::stop(&module.context);  // it may come twice
+  for (const int end : ends) close(end);
 }
 
 const std::string kRiff = "RIFF" + number(0, 4) + "WAVE";

@@ -6,7 +6,7 @@ import unittest
 import live
 
 PLUGIN = {"quillbrook_init", "quillbrook_loop", "quillbrook_stop"}
-OPTIONAL = {"quillbrook_check"}
+OPTIONAL = {"quillbrook_check", "quillbrook_attach"}
 
 
 class ExportsTest(unittest.TestCase):

@@ -7,7 +7,7 @@ import re
 import sys
 from pathlib import Path
 
-EXAMPLE_LINES = 150
+EXAMPLE_LINES = 170
 
 
 def complaints(root):

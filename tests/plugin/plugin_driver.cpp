@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -24,6 +25,13 @@ void find(void *library, Function *&function, const char *first, const char *sec
   ASSERT_TRUE(function) << plugin_path << " has no " << first;
 }
 
+// As before the first words: no timer of the module runs.
+int no_timer(const quillbrook_context *context) {
+  return context == entered_with ? INT_MAX : 0;
+}
+
+const quillbrook_services kServices = {sizeof kServices, no_timer};
+
 }  // namespace
 
 void Plugin::open() {
@@ -32,6 +40,9 @@ void Plugin::open() {
   find(library, init, "quillbrook_init", "init");
   find(library, loop, "quillbrook_loop", "loop");
   find(library, stop, "quillbrook_stop", "hangup");
+  if (void *symbol = dlsym(library, "quillbrook_attach")) {
+    reinterpret_cast<quillbrook_function_attach *>(symbol)(&kServices);
+  }
 }
 
 void Plugin::close() {
