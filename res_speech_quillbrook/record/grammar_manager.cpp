@@ -1,6 +1,7 @@
 #include "grammar_manager.h"
 
 #include "../support/log.h"
+#include "../support/monotonic.h"
 #include "../support/text_file.h"
 #include "../support/accents.h"
 #include "jsgfkitxx.h"
@@ -11,6 +12,9 @@ namespace {
 // Values of normalize_mode from which on accents are removed.
 constexpr int kNormalizeWords = 1;
 constexpr int kNormalizeGrammars = 2;
+
+// Milliseconds for all grammars of a session: a caller who waits does not care how many there are.
+constexpr int64_t kMatchLimit = std::chrono::milliseconds(quillbrook::jsgf::kMatchTime).count();
 
 std::string read_file(const std::string &filename) {
   const std::unique_ptr<FILE, int (*)(FILE *)> file(open_regular_file(filename.c_str(), kGrammarFileMax), fclose);
@@ -52,6 +56,22 @@ std::string tags_of(const Grammar &grammar, const std::string &rule, const std::
   return tags;
 }
 
+GrammarMatch match_one(const Grammar &grammar, const std::string &text) {
+  GrammarMatch found;
+  found.grammar = grammar.getName();
+  try {
+    found.rule = grammar.getMatchingPublicRule(text);
+    if (!found.rule.empty()) {
+      found.tags = tags_of(grammar, found.rule, text);
+    }
+  } catch (const quillbrook::jsgf::MatchGaveUp &failure) {
+    found.gave_up = failure.what();
+  } catch (const std::bad_alloc &) {
+    found.gave_up = "out of memory";
+  }
+  return found;
+}
+
 }  // namespace
 
 GrammarFileError::GrammarFileError(const std::string &filename, int error)
@@ -60,6 +80,18 @@ GrammarFileError::GrammarFileError(const std::string &filename, int error)
 GrammarManager::GrammarManager() : normalize_mode_(0) {}
 
 GrammarManager::~GrammarManager() = default;
+
+const GrammarManager::Set &GrammarManager::set() const {
+  static const Set &nothing = *new Set();  // never destroyed: a thread may look at it as the PBX ends
+  return set_ ? *set_ : nothing;
+}
+
+template <typename Change>
+void GrammarManager::change(Change &&change) {
+  auto changed = std::make_shared<Set>(set());
+  change(*changed);
+  set_ = std::move(changed);
+}
 
 void GrammarManager::setNormalizeMode(int mode) {
   normalize_mode_ = mode;
@@ -71,43 +103,47 @@ void GrammarManager::load(const std::string &name, const std::string &filename) 
 
 void GrammarManager::add(const std::string &name, const std::string &jsgf) {
   std::istringstream content(normalize(jsgf));
-  auto grammar = std::make_unique<Grammar>(content);
+  auto grammar = std::make_shared<Grammar>(content);
   grammar->setName(name);
-  grammars_.push_back(std::move(grammar));
-  inactive_.erase(name);
+  change([&](Set &set) {
+    set.grammars.push_back(std::move(grammar));
+    set.inactive.erase(name);
+  });
 }
 
 void GrammarManager::adopt(GrammarManager &&other) {
-  grammars_.reserve(grammars_.size() + other.grammars_.size());  // nothing below can fail
-  for (std::unique_ptr<Grammar> &grammar : other.grammars_) {
-    inactive_.erase(grammar->getName());
-    grammars_.push_back(std::move(grammar));
-  }
-  other.grammars_.clear();
-  other.inactive_.clear();
+  change([&](Set &set) {
+    for (const std::shared_ptr<const Grammar> &grammar : other.set().grammars) {
+      set.grammars.push_back(grammar);
+      set.inactive.erase(grammar->getName());
+    }
+  });
+  other.set_ = nullptr;
 }
 
 bool GrammarManager::unload(const std::string &name) {
-  const auto found = std::find_if(grammars_.begin(), grammars_.end(),
-                                  [&](const std::unique_ptr<Grammar> &grammar) { return grammar->getName() == name; });
-  if (found == grammars_.end()) {
+  if (!exists(name)) {
     return false;
   }
-  grammars_.erase(found);
-  inactive_.erase(name);
+  change([&](Set &set) {
+    set.grammars.erase(
+        std::find_if(set.grammars.begin(), set.grammars.end(),
+                     [&](const std::shared_ptr<const Grammar> &grammar) { return grammar->getName() == name; }));
+    set.inactive.erase(name);
+  });
   return true;
 }
 
 bool GrammarManager::exists(const std::string &name) const {
-  return std::any_of(grammars_.begin(), grammars_.end(),
-                     [&](const std::unique_ptr<Grammar> &grammar) { return grammar->getName() == name; });
+  return std::any_of(set().grammars.begin(), set().grammars.end(),
+                     [&](const std::shared_ptr<const Grammar> &grammar) { return grammar->getName() == name; });
 }
 
 bool GrammarManager::activate(const std::string &name) {
   if (!exists(name)) {
     return false;
   }
-  inactive_.erase(name);
+  change([&](Set &set) { set.inactive.erase(name); });
   return true;
 }
 
@@ -115,26 +151,26 @@ bool GrammarManager::deactivate(const std::string &name) {
   if (!exists(name)) {
     return false;
   }
-  inactive_.insert(name);
+  change([&](Set &set) { set.inactive.insert(name); });
   return true;
 }
 
 bool GrammarManager::isActive(const std::string &name) const {
-  return exists(name) && !inactive_.count(name);
+  return exists(name) && !set().inactive.count(name);
 }
 
 size_t GrammarManager::activeCount() const {
-  return static_cast<size_t>(
-      std::count_if(grammars_.begin(), grammars_.end(),
-                    [&](const std::unique_ptr<Grammar> &grammar) { return !inactive_.count(grammar->getName()); }));
+  return static_cast<size_t>(std::count_if(
+      set().grammars.begin(), set().grammars.end(),
+      [&](const std::shared_ptr<const Grammar> &grammar) { return !set().inactive.count(grammar->getName()); }));
 }
 
 std::string GrammarManager::activeNames() const {
   std::string names;
   bool first = true;
-  for (const std::unique_ptr<Grammar> &grammar : grammars_) {
+  for (const std::shared_ptr<const Grammar> &grammar : set().grammars) {
     const std::string name = grammar->getName();
-    if (inactive_.count(name)) {
+    if (set().inactive.count(name)) {
       continue;
     }
     if (!first) {
@@ -155,24 +191,30 @@ std::string GrammarManager::match(const std::string &input) const {
 }
 
 GrammarMatch GrammarManager::matchInFull(const std::string &input) const {
+  const int64_t begun = monotonic_ms();
   const std::string effective = normalize(input);
   notice("Match: %d grammar(s) loaded, %d active [%s], input [%s]\n", static_cast<int>(size()),
          static_cast<int>(activeCount()), Printable(activeNames()).text(), Printable(effective).text());
-  for (const std::unique_ptr<Grammar> &grammar : grammars_) {
+  for (const std::shared_ptr<const Grammar> &grammar : set().grammars) {
     const std::string name = grammar->getName();
-    if (inactive_.count(name)) {
+    if (set().inactive.count(name)) {
       notice("Match: grammar %s is not active, skipped\n", Printable(name).text());
       continue;
     }
-    notice("Grammar name: %s content: %s\n", Printable(name).text(), Printable(grammar->getText()).text());
-    const std::string rule = grammar->getMatchingPublicRule(effective);
-    std::string tags = rule.empty() ? "" : tags_of(*grammar, rule, effective);
-    if (!tags.empty()) {
-      notice("Match: grammar %s matched rule [%s], tags [%s]\n", Printable(name).text(), Printable(rule).text(),
-             Printable(tags).text());
-      return {name, rule, tags};
+    if (monotonic_ms() - begun > kMatchLimit) {
+      return {name, "", "", "those in front of it took longer than " + std::to_string(kMatchLimit) + " ms"};
     }
-    notice("Match: no match in grammar %s (rule [%s])\n", Printable(name).text(), Printable(rule).text());
+    notice("Grammar name: %s content: %s\n", Printable(name).text(), Printable(grammar->getText()).text());
+    GrammarMatch found = match_one(*grammar, effective);
+    if (!found.gave_up.empty()) {
+      return {name, "", "", found.gave_up};
+    }
+    if (!found.tags.empty()) {
+      notice("Match: grammar %s matched rule [%s], tags [%s]\n", Printable(name).text(), Printable(found.rule).text(),
+             Printable(found.tags).text());
+      return found;
+    }
+    notice("Match: no match in grammar %s (rule [%s])\n", Printable(name).text(), Printable(found.rule).text());
   }
   return {};
 }
@@ -180,9 +222,9 @@ GrammarMatch GrammarManager::matchInFull(const std::string &input) const {
 std::string GrammarManager::words() const {
   notice("Extract words: %d grammar(s) loaded, %d active [%s]\n", static_cast<int>(size()),
          static_cast<int>(activeCount()), Printable(activeNames()).text());
-  for (const std::unique_ptr<Grammar> &grammar : grammars_) {
+  for (const std::shared_ptr<const Grammar> &grammar : set().grammars) {
     const std::string name = grammar->getName();
-    if (inactive_.count(name)) {
+    if (set().inactive.count(name)) {
       notice("Extract words: grammar %s is not active, skipped\n", Printable(name).text());
       continue;
     }
@@ -205,7 +247,7 @@ std::string GrammarManager::words() const {
 }
 
 size_t GrammarManager::size() const {
-  return grammars_.size();
+  return set().grammars.size();
 }
 
 bool GrammarManager::hasGrammar() const {

@@ -4,8 +4,9 @@
 // A grammar takes part from the moment it is loaded until it is switched off by name. Names are those that the dialplan
 // gave; they are not unique, and grammars of one name are switched together. Order is the order of loading.
 //
-// The set has no lock: its owner guards it (session/session.h). Loading parses, which takes long, so it is done on a
-// set of its own, and `adopt` then moves the result in.
+// The set has no lock: its owner guards it (session/session.h). What takes long is done on another one. Loading parses,
+// so a set of its own loads, and `adopt` then moves the result in. Matching is done on a copy: it shares the grammars,
+// costs no memory, and neither sees nor hinders what becomes of the set meanwhile.
 #pragma once
 
 #include "../host.h"
@@ -23,19 +24,21 @@ private:
 };
 
 // The first active grammar whose tags fit a text: its name, the public rule, the non-empty tags joined by a blank. All
-// empty when there is none.
+// empty when there is none. A match that was given up says nothing about the text: then `gave_up` tells why, and
+// `grammar` where.
 struct GrammarMatch {
   std::string grammar;
   std::string rule;
   std::string tags;
+  std::string gave_up;
 };
 
 class GrammarManager {
 public:
   GrammarManager();
   ~GrammarManager();
-  GrammarManager(const GrammarManager &) = delete;
-  GrammarManager &operator=(const GrammarManager &) = delete;
+  GrammarManager(const GrammarManager &) = default;
+  GrammarManager &operator=(const GrammarManager &) = default;
 
   // 0: texts are taken as they are. 1: accents are removed from the words of `words`. 2: from the grammars and from
   // the input of `match` too.
@@ -65,7 +68,9 @@ public:
 
   // The non-empty tags of the first active grammar that yields any for `input`, joined by a blank; else empty.
   std::string match(const std::string &input) const;
-  // The same with the grammar and the rule.
+  // The same with the grammar and the rule. Gives up where the grammar library does, by time or memory, when memory
+  // runs out, and in front of a grammar when those before it have taken as long as one may. No grammar behind the one
+  // where it gives up is tried: it would answer in the place of that one.
   GrammarMatch matchInFull(const std::string &input) const;
 
   // The words of the first active grammar that has any, joined by ", "; else empty.
@@ -77,11 +82,19 @@ public:
   bool hasGrammar() const;
 
 private:
+  // Never changes once it is shared: each change makes another one.
+  struct Set {
+    std::vector<std::shared_ptr<const Grammar>> grammars;
+    std::set<std::string> inactive;
+  };
+
+  const Set &set() const;
+  template <typename Change>
+  void change(Change &&change);
   std::string normalize(const std::string &text) const;
   void add(const std::string &name, const std::string &jsgf);
   bool exists(const std::string &name) const;
 
-  std::vector<std::unique_ptr<Grammar>> grammars_;
-  std::set<std::string> inactive_;
+  std::shared_ptr<const Set> set_;  // null: empty
   int normalize_mode_;
 };

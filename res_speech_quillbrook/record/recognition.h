@@ -128,6 +128,9 @@ struct quillbrook_recognition_t {
   int running;       // streaming threads that have not come to their end
   int stopping;      // the module calls plugin_stop; written under result_lock
 
+  int matches;    // texts that are being held against grammars, outside of result_lock; written under it
+  int abandoned;  // nobody waits for a result of this any more; under result_lock
+
   int plugin_closed;  // 1 once the plugin has reported the end of its session; written under result_lock, shared
   quillbrook_transcript_t *delivered;  // of the run that made the latest result, else of the first; under result_lock
 

@@ -16,6 +16,7 @@ constexpr Cause kCauseTable[] = {
     {"storage", "make room in /tmp and let the PBX write there; the key format has to name a format of the PBX"},
     {"memory", "the machine has no memory or threads left: look for what takes them"},
     {"plugin", "the plugin is at fault or its configuration is: ask its author"},
+    {"grammar", "try the text with jsgf-match, and make the rules simpler that allow the same words in many ways"},
 };
 static_assert(std::size(kCauseTable) == kCauses);
 

@@ -14,6 +14,7 @@ enum quillbrook_cause {
   kCauseStorage,     // the audio or the result document could not be written
   kCauseMemory,      // no memory, or no thread
   kCausePlugin,      // the plugin refused, fell silent, or returned without a result
+  kCauseGrammar,     // there is a text, but matching an active grammar was given up
   kCauses
 };
 

@@ -13,7 +13,7 @@
 //   gate               of a run (recognition.h): one call of its plugin at a time, while there is a session for it
 //   result_lock        what the runs have reported, the pointer to the recognition, and the pair of a queued result and
 //                      the host's state
-//   grammar_lock       `grammars`
+//   grammar_lock       `grammars` and `grammar_id`; a match runs on a copy, and with the gate alone
 //   lock               of a recognition: `file`
 //   leaf locks         the queue's own (str_fifo.h) and quillbrook_stat_lock (ops/statistics.h)
 // The host's lock of ast_speech may be held by our caller; the module never takes it. None of ours is held while a

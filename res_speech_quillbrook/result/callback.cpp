@@ -1,6 +1,6 @@
 // The road of a message: checks that need no more than a look, then, under the session's result_lock, the phases that
 // change something. The timers run before the message's own text is stored, so a call on which a timer fires does not
-// add its own words.
+// add its own words. Where grammars are to judge a finished text, the lock is let go for as long as that takes.
 
 #include "callback.h"
 
@@ -118,7 +118,6 @@ void take(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->resu
 
   if (message.is_finish()) {
     quillbrook_close_text(message);
-    quillbrook_deliver(message);
   }
 }
 
@@ -134,28 +133,55 @@ void end_utterance(const quillbrook_message &message) QUILLBROOK_REQUIRES(messag
   quillbrook_end_utterance(message.session, run);
 }
 
-// The lock is taken ahead of the late gate, so that of two finishes at one time the second one finds the first one's
-// result.
-int process(quillbrook_message &message, bool session_ended) {
-  MutexLock held(message.session->result_lock);
-  message.recognition->silence_reported = 0;
-  if (session_ended) {
-    // Under the lock, so that who waits for this finds the result that comes with it.
-    shared_store(message.recognition->plugin_closed, 1);
+void settle(quillbrook_message &message, const quillbrook_judgement &judgement)
+    QUILLBROOK_REQUIRES(message.session->result_lock) {
+  if (message.is_finish()) {
+    quillbrook_deliver(message, judgement);
   }
-  if (is_too_late(message)) {
-    return -1;
-  }
-  if (message.has_text()) {
-    quillbrook_statistics_message(message.score);
-    count(message.session->statistics->messages);
-  }
-  trace_state(message);
-
-  take(message);
   end_utterance(message);
   const int next = quillbrook_next_timer(message);
   shared_store(quillbrook_run_of(message.context)->next_timer, next == INT_MAX ? kNoTimer : monotonic_ms() + next);
+}
+
+// While the grammars were asked the session may have begun to end, the dialplan have turned to another question, or
+// another run have made the result.
+bool is_over(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
+  return !quillbrook_session_of(message.speech) || message.recognition->abandoned || is_too_late(message);
+}
+
+// The lock is taken ahead of the late gate, so that of two finishes at one time the second one finds the first one's
+// result.
+int process(quillbrook_message &message, bool session_ended) {
+  quillbrook_question question;
+  {
+    MutexLock held(message.session->result_lock);
+    message.recognition->silence_reported = 0;
+    if (session_ended) {
+      shared_store(message.recognition->plugin_closed, 1);
+    }
+    if (is_too_late(message)) {
+      return -1;
+    }
+    if (message.has_text()) {
+      quillbrook_statistics_message(message.score);
+      count(message.session->statistics->messages);
+    }
+    trace_state(message);
+    take(message);
+    if (!message.is_finish() || !quillbrook_ask_grammars(message, question)) {
+      settle(message, {});
+      return 0;
+    }
+    message.recognition->matches += 1;
+  }
+  const quillbrook_judgement judgement = quillbrook_judge(question);
+  MutexLock held(message.session->result_lock);
+  message.recognition->matches -= 1;
+  shared_store(message.recognition->last_call, monotonic_ms());
+  if (is_over(message)) {
+    return -1;
+  }
+  settle(message, judgement);
   return 0;
 }
 

@@ -34,30 +34,44 @@ std::string text_or_empty(const char *text) {
   return text ? text : "";
 }
 
-// What the active grammars say to a text.
-struct Judgement {
-  bool refused = false;
-  GrammarMatch match;
-};
+bool gave_up(const quillbrook_judgement &judgement) {
+  return !judgement.match.gave_up.empty();
+}
 
-void fill(quillbrook_result_t &details, const quillbrook_transcript_t &transcript, const Judgement &judgement) {
+bool is_refused(const quillbrook_judgement &judgement) {
+  return judgement.asked && !gave_up(judgement) && judgement.match.tags.empty();
+}
+
+quillbrook_cause cause_of(const quillbrook_transcript_t &transcript, const quillbrook_judgement &judgement) {
+  if (is_refused(judgement) || transcript.no_match) {
+    return kCauseNoMatch;
+  }
+  return gave_up(judgement) ? kCauseGrammar : kCauseUnderstood;
+}
+
+void fill(quillbrook_result_t &details, const quillbrook_transcript_t &transcript,
+          const quillbrook_judgement &judgement) {
   details.input = text_or_empty(transcript.text);
   details.json = text_or_empty(transcript.json);
-  if (judgement.refused) {
+  if (is_refused(judgement)) {
     details.reason = "no active grammar accepts the text";
   } else if (transcript.no_match) {
     details.reason = "the recogniser understood nothing";
   } else {
     details.meaning = text_or_empty(transcript.interpretation);
-    details.grammar = judgement.match.grammar;
-    details.rule = judgement.match.rule;
+    if (gave_up(judgement)) {
+      details.reason = judgement.match.grammar + ": " + judgement.match.gave_up;
+    } else {
+      details.grammar = judgement.match.grammar;
+      details.rule = judgement.match.rule;
+    }
   }
 }
 
 // What is known about the text that is delivered. Without memory for it the text is delivered all the same.
-quillbrook_result_t describe(const quillbrook_transcript_t &transcript, const Judgement &judgement) {
+quillbrook_result_t describe(const quillbrook_transcript_t &transcript, const quillbrook_judgement &judgement) {
   quillbrook_result_t details;
-  details.cause = judgement.refused || transcript.no_match ? kCauseNoMatch : kCauseUnderstood;
+  details.cause = cause_of(transcript, judgement);
   details.score = transcript.score;
   guarded("quillbrook_deliver", 0, [&] {
     fill(details, transcript, judgement);
@@ -95,33 +109,30 @@ void copy_grammar_id(char (&grammar_id)[kGrammarNameSize], quillbrook_speech_t *
   copy_text(grammar_id, session->grammar_id);
 }
 
-// Memory may run out on a long text, and the transcript is to be delivered all the same.
-GrammarMatch match(const GrammarManager &grammars, const char *text) {
-  return guarded("GrammarManager::match", GrammarMatch(), [&] { return grammars.matchInFull(text); });
-}
-
 // The tags of the session's grammars become the interpretation. A transcript that no active grammar accepts is no
-// match, whatever confidence the provider gave.
-Judgement apply_grammars(const quillbrook_message &message) {
-  quillbrook_speech_t *session = message.session;
+// match, whatever confidence the provider gave. One whose match was given up stays as the provider left it: it may well
+// be what was asked for.
+void apply(const quillbrook_message &message, const quillbrook_judgement &judgement) {
   quillbrook_transcript_t &transcript = message.transcript;
-  MutexLock held(session->grammar_lock);
-  if (!session->grammars.hasGrammar()) {
-    return {};
+  if (!judgement.asked) {
+    return;
   }
-  Judgement judgement = {false, match(session->grammars, transcript.text)};
-  const std::string &rule = judgement.match.tags;
   trace(2, "JSGF input = %s\n", Printable(transcript.text).text());
-  if (rule.empty()) {
+  if (gave_up(judgement)) {
+    ast_log(LOG_ERROR, "(%s) The match with the grammar %s was given up: %s; %s\n", message.session->name,
+            Printable(judgement.match.grammar).text(), Printable(judgement.match.gave_up).text(),
+            quillbrook_cause_advice(kCauseGrammar));
+    return;
+  }
+  const std::string &tags = judgement.match.tags;
+  if (tags.empty()) {
     trace(2, "JSGF grammar no match !\n");
     transcript.score = 0;
-    judgement.refused = true;
-    return judgement;
+    return;
   }
-  trace(2, "JSGF grammar match = %s\n", Printable(rule).text());
+  trace(2, "JSGF grammar match = %s\n", Printable(tags).text());
   quillbrook_release_text(transcript.interpretation);
-  transcript.interpretation = ast_strdup(rule.c_str());
-  return judgement;
+  transcript.interpretation = ast_strdup(tags.c_str());
 }
 
 void finalize_after_result(const quillbrook_message &message) {
@@ -135,17 +146,22 @@ void finalize_after_result(const quillbrook_message &message) {
   shared_store(message.context->finalize, 1);
 }
 
-void deliver_nlsml(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
+void deliver_nlsml(const quillbrook_message &message, const quillbrook_judgement &judgement)
+    QUILLBROOK_REQUIRES(message.session->result_lock) {
   quillbrook_speech_t *session = message.session;
   quillbrook_transcript_t &transcript = message.transcript;
   char grammar_id[kGrammarNameSize];
-  copy_grammar_id(grammar_id, session);
+  if (judgement.asked) {
+    copy_text(grammar_id, judgement.grammar_id);
+  } else {
+    copy_grammar_id(grammar_id, session);
+  }
   session_notice(session, "grammar %s\n", Printable(grammar_id).text());
   char path[kResultPathSize];
   next_result_path(path, session, "xml");
   trace(2, "Use interpretation = %s\n", Printable(transcript.interpretation).text());
   trace(2, "Use text = %s\n", Printable(transcript.text).text());
-  const Judgement judgement = apply_grammars(message);
+  apply(message, judgement);
   const quillbrook_nlsml document = {grammar_id, transcript.score, transcript.text, transcript.interpretation,
                                      transcript.json};
   if (quillbrook_write_result_file(path, session->engine->keepfiles,
@@ -185,7 +201,7 @@ void deliver_nothing(quillbrook_message &message) QUILLBROOK_REQUIRES(message.se
 
 }  // namespace
 
-void quillbrook_deliver(quillbrook_message &message) {
+void quillbrook_deliver(quillbrook_message &message, const quillbrook_judgement &judgement) {
   const quillbrook_engine_t &engine = *message.session->engine;
   if (message.transcript.overtaken) {
     return;
@@ -199,7 +215,7 @@ void quillbrook_deliver(quillbrook_message &message) {
   if (engine.returnjson) {
     deliver_json(message);
   } else if (engine.returnnlsml) {
-    deliver_nlsml(message);
+    deliver_nlsml(message, judgement);
   } else {
     deliver_text(message);
   }

@@ -2,7 +2,10 @@
 // settings. It is queued, and the state of the speech object says so.
 #pragma once
 
+#include "judgement.h"
 #include "message.h"
 
-// Delivers the session's text, if there is any. A file that cannot be written gives the result "error".
-void quillbrook_deliver(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock);
+// Delivers the session's text, if there is any, and what its grammars say to it. A file that cannot be written gives
+// the result "error".
+void quillbrook_deliver(quillbrook_message &message, const quillbrook_judgement &judgement)
+    QUILLBROOK_REQUIRES(message.session->result_lock);

@@ -19,12 +19,16 @@ std::string words_of(const GrammarManager &grammars) {
 
 // The words of the session's grammars, when they give any.
 std::string grammar_words(quillbrook_speech_t *session) {
-  MutexLock held(session->grammar_lock);
-  if (!session->grammars.hasGrammar()) {
+  GrammarManager grammars;
+  {
+    MutexLock held(session->grammar_lock);
+    grammars = session->grammars;
+  }
+  if (!grammars.hasGrammar()) {
     return {};
   }
   session_notice(session, "Grammar normalize_phrases=%d\n", session->engine->normalize_phrases);
-  std::string words = words_of(session->grammars);
+  std::string words = words_of(grammars);
   session_notice(session, "Grammar words: %s\n", Printable(words).text());
   return words;
 }

@@ -61,7 +61,7 @@ void wait_for_report(quillbrook_speech_t *session) {
   for (int waited = 0; !shared_load(closed) && waited < kReportLimit; waited += kReportPoll / 1000) {
     usleep(kReportPoll);
   }
-  // The report sets it ahead of the result that it brings, both under the lock.
+  quillbrook_wait_for_calls(session->recognition);  // the report sets it ahead of the result that it brings
   MutexLock reported(session->result_lock);
   session_notice(session, "Final report %s (last_results=%d).\n", shared_load(closed) ? "received" : "not received",
                  queued(session));

@@ -120,6 +120,10 @@ void quillbrook_shut_gates(quillbrook_recognition_t *recognition) {
   });
 }
 
+void quillbrook_wait_for_calls(quillbrook_recognition_t *recognition) {
+  quillbrook_for_each_run(recognition, [](quillbrook_run_t &run) { MutexLock passing(run.gate); });
+}
+
 void quillbrook_stop_plugin(quillbrook_speech_t *session) {
   quillbrook_recognition_t *recognition = session->recognition;
   if (recognition) {
@@ -133,6 +137,7 @@ void quillbrook_stop_plugin(quillbrook_speech_t *session) {
 
 void quillbrook_join_threads(quillbrook_speech_t *session) {
   quillbrook_recognition_t *recognition = session->recognition;
+  quillbrook_wait_for_calls(recognition);  // a match is none of the plugin's time
   quillbrook_for_each_run(recognition, [session](quillbrook_run_t &run) { join(session, run); });
   if (recognition) {
     session->statistics->stop.add_us(monotonic_us() - recognition->stop_began);
@@ -165,6 +170,10 @@ void quillbrook_release_session_recognition(quillbrook_speech_t *session) {
 
 void quillbrook_abandon_recognition(quillbrook_speech_t *session, const char *reason) {
   session_notice(session, "Abandon the recognition: %s.\n", reason);
+  {
+    MutexLock held(session->result_lock);
+    session->recognition->abandoned = 1;
+  }
   quillbrook_shut_gates(session->recognition);
   quillbrook_close_stream(session->recognition);
   quillbrook_stop_plugin(session);

@@ -13,6 +13,9 @@ void quillbrook_close_stream(quillbrook_recognition_t *recognition);
 // Refuses all calls of the plugin from here on. Waits for one that is being handled.
 void quillbrook_shut_gates(quillbrook_recognition_t *recognition);
 
+// Waits for the calls of the plugin that are being handled, and with them for what the grammars say to a text.
+void quillbrook_wait_for_calls(quillbrook_recognition_t *recognition);
+
 // Calls plugin_stop for the first run and then for the second, as far as they exist, and raises `finalize`, which also
 // ends a streaming thread in its waits, for a plugin that does not. No lock is held.
 void quillbrook_stop_plugin(quillbrook_speech_t *session);

@@ -41,6 +41,9 @@ int look_at_plugin(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->re
       !str_fifo_empty(&session->last_results)) {
     return kNothing;
   }
+  if (recognition->matches) {
+    return kWatchInterval;  // it is in the middle of a call
+  }
   const int64_t silent = monotonic_ms() - shared_load(recognition->last_call);
   if (silent <= limit) {
     return static_cast<int>(limit - silent) + 1;

@@ -67,6 +67,16 @@ protected:
          start_until_the_loop();
          deliver("perhaps", 80);
        }},
+      {"a match with an active grammar was given up",
+       [&] {
+         engine.returnnlsml = 1;
+         std::string rules = "public <r> = (<x>", text;
+         for (int tag = 0; tag < 2000; ++tag) rules += " {t}";
+         load_grammar("drinks", rules + ")*; <x> = a;\n");
+         start_until_the_loop();
+         for (int word = 0; word < 40000; ++word) text += "a ";
+         deliver(text.c_str(), 80);
+       }},
       {"no words came", [&] { start_until_the_loop(), finish(); }},
       {"the incomplete timeout ran out",
        [&] {

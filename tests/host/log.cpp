@@ -97,8 +97,11 @@ void ast_log(int level, const char *, int, const char *, const char *format, ...
   va_start(arguments, format);
   const stand_in::Line line = {level, formatted(format, arguments)};
   va_end(arguments);
-  stand_in::Guard guard(stand_in::state_lock());
-  state().lines.push_back(line);
+  {
+    stand_in::Guard guard(stand_in::state_lock());
+    state().lines.push_back(line);
+  }
+  stand_in::reached(format);
 }
 void __ast_verbose(const char *, int, const char *, int level, const char *format, ...) {
   const stand_in::Outside outside;

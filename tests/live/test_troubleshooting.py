@@ -9,7 +9,7 @@ from pathlib import Path
 import live
 from live import MODULE, RESULT, configuration
 from host import host
-from pbx import LIMIT, PrivatePbx
+from pbx import LIMIT, PrivatePbx, report
 
 PAGE = (Path(__file__).resolve().parents[2] / "docs/troubleshooting.md").read_text(encoding="utf-8")
 # Heading and log lines of each section.
@@ -100,6 +100,18 @@ class TroubleTest(unittest.TestCase):
                 self.call()
                 self.expect(heading, before)
                 self.assertTrue(self.pbx.unload_module(MODULE))
+
+    def test_grammars(self):
+        grammar = self.pbx.folder / "tags.jsgf"
+        grammar.write_text("#JSGF V1.0;\ngrammar g;\npublic <r> = (<x>" + " {t}" * 100000 + ")*; <x> = a;\n",
+                           encoding="utf-8")
+        self.assertTrue(self.load(configuration({"configuration": "bytes 4000\\;final 90" + " a" * 950,
+                                                 "returnnlsml": "yes"})))
+        result = self.pbx.call(["Answer()", "SpeechCreate(quillbrook)", f"SpeechLoadGrammar(tags,{grammar})",
+                                "SpeechStart()", "SpeechBackground(silence/1,20)",
+                                report("${SPEECH_SCORE(0)} ${SPEECH_ENGINE(cause)}")]).wait()
+        self.assertEqual(result, ["90 grammar"])
+        self.expect("A grammar is too much for a text")
 
     def test_http(self):
         def status(uri):
