@@ -98,15 +98,16 @@ class Call:
 
 
 class PrivatePbx:
-    def __init__(self, build, quillbrook_conf=None, modules=(), files=None, environment=None):
+    def __init__(self, build, quillbrook_conf=None, modules=(), files=None, environment=None, prefix=()):
         """build: the build tree. modules: further host modules. files: configuration files by name. environment:
-        variables in place of those that it is given."""
+        variables in place of those that it is given. prefix: a command that runs the PBX in its place."""
         self.build = Path(build).resolve()
         self._modules = BASE_MODULES + tuple(modules)
         self._files = dict(files or {})
         if quillbrook_conf is not None:
             self._files["quillbrook.conf"] = quillbrook_conf
         self._environment = dict(environment or {})
+        self._prefix = tuple(prefix)
         self._process = None
         self._calls = 0
         self._dialplan = {}
@@ -173,7 +174,7 @@ class PrivatePbx:
         # The grammar library is looked for where it will be installed; the build tree's comes first.
         environment = {**os.environ, "LD_LIBRARY_PATH": str(self.build / "lib" / "quillbrook"),
                        **sanitizer_environment(self.build), **self._environment}
-        command = [host().program, "-C", str(self.folder / "etc/asterisk.conf"), "-f"]
+        command = [*self._prefix, host().program, "-C", str(self.folder / "etc/asterisk.conf"), "-f"]
         with open(self.folder / "out", "wb") as out, open(self.folder / "err", "wb") as err:
             self._process = subprocess.Popen(
                 command, stdin=subprocess.DEVNULL, stdout=out, stderr=err, env=environment, cwd=self.folder,

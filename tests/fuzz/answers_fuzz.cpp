@@ -48,7 +48,8 @@ void read_stream(const std::string &answer) {
   pieces.read(answer);
   require(whole.text() == pieces.text(), "pieces say something else");
   require(nlohmann::json::accept(whole.whole()), "no JSON");
-  check_words(whole.text());
+  check_words(common::cleaned(whole.text()));
+  read_transcript(whole.whole());
 }
 
 }  // namespace
