@@ -33,7 +33,7 @@ packages=(build-essential cmake ninja-build pkg-config git ca-certificates
   libpocketsphinx-dev pocketsphinx-en-us
   asterisk-core-sounds-en-wav
   libwslay-dev libc-ares-dev libssl-dev nlohmann-json3-dev
-  libcurl4-openssl-dev libwebrtc-audio-processing-dev
+  libutf8proc-dev libcurl4-openssl-dev libwebrtc-audio-processing-dev
   libgtest-dev
   python3 sox file)
 # A part of PocketSphinx until its version 5.

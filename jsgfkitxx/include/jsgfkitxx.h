@@ -96,6 +96,9 @@ public:
   // Throws MatchGaveUp.
   quillbrook::jsgf::Viability getViability(const std::string &text, quillbrook::jsgf::LastWord last_word) const;
 
+  // The words as which the text is compared, also those that the grammar doesn't have: for people who write grammars.
+  std::vector<std::string> getWords(const std::string &text) const;
+
   // The rule of a simple name, a simple name in angle brackets, or a qualified one; an empty pointer when there is
   // none.
   std::shared_ptr<Rule> getRule(const std::string &name) const;

@@ -2,8 +2,7 @@
 
 namespace quillbrook::jsgf {
 
-// Simple case folding, one character to one: Latin, Greek, Cyrillic, Armenian and the full-width Latin letters. Others
-// come back unchanged.
+// Simple case folding, one character to one, of all scripts.
 char32_t fold_case(char32_t character);
 
 }  // namespace quillbrook::jsgf

@@ -8,6 +8,7 @@
 
 #include "match.h"
 #include "program.h"
+#include "text_words.h"
 #include "viability.h"
 
 class Rule {
@@ -136,6 +137,15 @@ std::string Grammar::getMatchingPublicRule(std::string text) const {
 
 quillbrook::jsgf::Viability Grammar::getViability(const std::string &text, quillbrook::jsgf::LastWord last_word) const {
   return quillbrook::jsgf::viability_of(*program_, text, last_word);
+}
+
+std::vector<std::string> Grammar::getWords(const std::string &text) const {
+  std::vector<std::string> words;
+  quillbrook::jsgf::TextWords reader(program_->words, text);
+  while (reader.next()) {
+    words.emplace_back(reader.word());
+  }
+  return words;
 }
 
 std::shared_ptr<Rule> Grammar::getRule(const std::string &name) const {

@@ -1,20 +1,18 @@
 #include "match.h"
 
-#include "word_splitter.h"
+#include "text_words.h"
 
 namespace quillbrook::jsgf {
 
 Match::Match(const Program &program, std::string_view text, const MatchLimits &limits)
     : program_(program), meter_(limits), words_(counted<uint32_t>(meter_)) {
   words_.reserve(text.size() / 4 + 1);
-  WordSplitter splitter(text);
-  while (splitter.next()) {
-    const uint32_t word = program.words.find(splitter.word());
-    if (word != Vocabulary::kUnknown) {
-      words_.push_back(word);
-    } else if (!splitter.marks_only()) {
+  TextWords words(program.words, text);
+  while (words.next()) {
+    if (words.number() == Vocabulary::kUnknown) {
       return;
     }
+    words_.push_back(words.number());
   }
   if (!words_.empty()) {
     chart_.emplace(program, words_, meter_);

@@ -1,6 +1,8 @@
 #include "source_text.h"
 
+#include <algorithm>
 #include <array>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 #include <vector>
@@ -23,7 +25,44 @@ constexpr std::array<char16_t, 32> kWindows1252 = {0x20AC, 0,      0x201A, 0x019
                                                    0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
                                                    0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
 
-enum class Encoding { kUtf8, kLatin1, kLatin9, kWindows1252, kUtf16 };
+enum class Encoding { kUtf8, kLatin1, kLatin9, kWindows1252, kUtf16, kUnknown };
+
+struct EncodingName {
+  std::string_view name;  // letters and digits only, in small letters
+  Encoding encoding;
+};
+
+constexpr EncodingName kEncodingNames[] = {
+    {"utf8", Encoding::kUtf8},
+    {"unicode11utf8", Encoding::kUtf8},
+    {"ascii", Encoding::kUtf8},
+    {"usascii", Encoding::kUtf8},
+    {"ansix341968", Encoding::kUtf8},
+    {"iso646us", Encoding::kUtf8},
+    {"iso88591", Encoding::kLatin1},
+    {"88591", Encoding::kLatin1},
+    {"iso885911987", Encoding::kLatin1},
+    {"latin1", Encoding::kLatin1},
+    {"l1", Encoding::kLatin1},
+    {"isolatin1", Encoding::kLatin1},
+    {"csisolatin1", Encoding::kLatin1},
+    {"cp819", Encoding::kLatin1},
+    {"ibm819", Encoding::kLatin1},
+    {"iso885915", Encoding::kLatin9},
+    {"885915", Encoding::kLatin9},
+    {"iso8859151998", Encoding::kLatin9},
+    {"latin9", Encoding::kLatin9},
+    {"l9", Encoding::kLatin9},
+    {"isolatin9", Encoding::kLatin9},
+    {"csiso885915", Encoding::kLatin9},
+    {"latin0", Encoding::kLatin9},
+    {"windows1252", Encoding::kWindows1252},
+    {"cp1252", Encoding::kWindows1252},
+    {"win1252", Encoding::kWindows1252},
+    {"1252", Encoding::kWindows1252},
+    {"ibm1252", Encoding::kWindows1252},
+    {"cswindows1252", Encoding::kWindows1252},
+};
 
 char32_t decode_byte(Encoding encoding, unsigned char byte) {
   if (encoding == Encoding::kWindows1252 && byte >= 0x80 && byte < 0xA0 && kWindows1252[byte - 0x80U] != 0) {
@@ -54,19 +93,21 @@ char32_t decode_byte(Encoding encoding, unsigned char byte) {
   return byte;
 }
 
-// Hyphens and case mean nothing in the name of an encoding; unknown names count as UTF-8.
+// Case and punctuation mean nothing in the name of an encoding.
 Encoding encoding_of(std::string_view name) {
   std::string key;
   for (const char c : name) {
-    if (c != '-' && c != '_') {
-      key.push_back(c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c);
+    const char lower = c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+    if ((lower >= 'a' && lower <= 'z') || (lower >= '0' && lower <= '9')) {
+      key.push_back(lower);
     }
   }
-  return key == "iso88591"                 ? Encoding::kLatin1
-         : key == "iso885915"              ? Encoding::kLatin9
-         : key == "windows1252"            ? Encoding::kWindows1252
-         : key.compare(0, 5, "utf16") == 0 ? Encoding::kUtf16
-                                           : Encoding::kUtf8;
+  if (key.compare(0, 5, "utf16") == 0) {
+    return Encoding::kUtf16;
+  }
+  const auto *known = std::find_if(std::begin(kEncodingNames), std::end(kEncodingNames),
+                                   [&](const EncodingName &row) { return row.name == key; });
+  return known == std::end(kEncodingNames) ? Encoding::kUnknown : known->encoding;
 }
 
 std::string read_all(std::istream &in) {
@@ -102,8 +143,8 @@ bool is_blank(char c) {
   return c == ' ' || c == '\t';
 }
 
-// Checks `#JSGF version [encoding [locale]];` from `at` on. Sets `at` behind it.
-Encoding read_header(std::string_view bytes, size_t &at) {
+// Checks `#JSGF version [encoding [locale]];` from `at` on. Sets `at` behind it, and the name of the encoding.
+Encoding read_header(std::string_view bytes, size_t &at, std::string_view &name) {
   constexpr std::string_view kMagic = "#JSGF";
   const auto skip_blanks = [&] {
     while (at < bytes.size() && is_blank(bytes[at])) {
@@ -136,7 +177,8 @@ Encoding read_header(std::string_view bytes, size_t &at) {
     refuse(bytes, at, fields.empty() ? "expected a version in the header" : "expected ';' at the end of the header");
   }
   ++at;
-  return fields.size() < 2 ? Encoding::kUtf8 : encoding_of(fields[1]);
+  name = fields.size() < 2 ? std::string_view("UTF-8") : fields[1];
+  return encoding_of(name);
 }
 
 }  // namespace
@@ -153,11 +195,19 @@ SourceText read_source(std::istream &in) {
   if (start == "\xFE\xFF" || start == "\xFF\xFE" || start.find('\0') != std::string_view::npos) {
     refuse_utf16(bytes);
   }
-  const Encoding encoding = read_header(bytes, source.body);
+  std::string_view name;
+  const Encoding encoding = read_header(bytes, source.body, name);
   if (encoding == Encoding::kUtf16) {
     refuse_utf16(bytes);
   }
-  if (encoding != Encoding::kUtf8 && !marked) {
+  if (encoding == Encoding::kUnknown && !marked) {
+    const auto beyond_ascii = std::find_if(bytes.begin(), bytes.end(), [](unsigned char byte) { return byte >= 0x80; });
+    if (beyond_ascii != bytes.end()) {
+      refuse(bytes, static_cast<size_t>(name.data() - bytes.data()),
+             "expected the name of an encoding that is known, since the file has more than ASCII; found " +
+                 std::string(name));
+    }
+  } else if (encoding != Encoding::kUtf8 && !marked) {
     std::string converted;
     converted.reserve(bytes.size() + bytes.size() / 4);
     for (const char c : bytes) {

@@ -9,10 +9,11 @@ namespace quillbrook::jsgf {
 // Cuts a text into words that can be compared byte by byte. The same cutting is applied to the tokens of a grammar and
 // to a transcript, so that "Yes, twenty-one." and `yes twenty one` meet:
 //
-//  - white space separates words; U+FEFF, U+200B and U+00AD vanish;
-//  - letters lose their case, ’ and ʼ become ';
-//  - punctuation at the edges of a word goes, but + - * # % & $ @ / stay;
-//  - a hyphen between two letters separates words, elsewhere it stays.
+//  - white space separates words; U+FEFF, U+200B, U+00AD and other characters for layout vanish;
+//  - letters lose their case, and are composed with their accents; ’ and ʼ become ';
+//  - punctuation at the edges of a word goes, but + - * # % & $ @ / and other signs that say something stay;
+//  - a hyphen between two letters separates words, elsewhere it stays; so does the punctuation of Chinese and Japanese,
+//    which have no blanks.
 //
 // A word of punctuation and dashes alone comes whole and marked, since whether it counts depends on the grammar.
 class WordSplitter {

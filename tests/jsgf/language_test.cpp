@@ -120,6 +120,7 @@ TEST(Language, RefusesWithLineColumnAndReason) {
       {"#JSGF", {"^", "^grammar a;"}},
       {"V1.0", {"#JSGF ^V2.0;\ngrammar a;"}},
       {"UTF-16", {"^#JSGF V1.0 UTF-16 en;\ngrammar a;", std::string("^\xFF\xFE#\0J\0", 7)}},
+      {"found koi8-r", {"#JSGF V1.0 ^koi8-r;\ngrammar a; public <a> = \xC1;"}},
       {"'grammar'", {"#JSGF V1.0;\r\n\r\n  ^gramar a;"}},
       {"name", {"#JSGF V1.0; grammar a.^.b;", "<a^ b> = x;"}},
       {"'public'", {"#JSGF V1.0; grammar a; <r> = x; ^import <b.c>;"}},
@@ -167,7 +168,9 @@ TEST(Language, HeaderAndEncodings) {
       {"#JSGF V1.0 ISO8859-1 fr;grammar a;public <r> = \xE9t\xE9", "été"},
       {"#JSGF V1.0 iso-8859-15;grammar a;public <r> = c\xBDur", "CŒUR"},
       {"#JSGF V1.0 Windows-1252;grammar a;public <r> = d\x92o", "d'o"},
-      {"#JSGF V1.0 unheard-of;grammar a;public <r> = \xC3\xA9t\xC3\xA9", "été"},
+      {"#JSGF V1.0 cp1252;grammar a;public <r> = d\x92o", "d'o"},
+      {"#JSGF V1.0 Latin_9;grammar a;public <r> = c\xBDur", "CŒUR"},
+      {"#JSGF V1.0 unheard-of;grammar a;public <r> = ete", "ete"},
       {"#JSGF V1.0;grammar a;public <r> = \xE9t\xE9 {\xE9}", "\xE9t\xE9."}};
   for (const auto &[source, text] : rows) {
     EXPECT_EQ(outcome(*load(source + ";"), text).substr(0, 1), "r") << source;
@@ -199,6 +202,19 @@ TEST(Language, TextsAreComparedByTheirWords) {
       {"c++", {"c"}, {"c++"}},  // a grammar's c followed by operators
       {"\"c++\"", {"C++."}, {"c"}},
       {"#1", {"#1"}, {"1"}},
+      // Accents of their own, and the punctuation of other scripts.
+      {"été İ", {"e\u0301te\u0301 i", "ÉTE\u0301 İ"}, {"ete i"}},
+      {"e\u0301te\u0301", {"été"}, {"ete"}},
+      {"はい", {"はい。", "「はい」！", "はい\u3000"}, {"いい"}},
+      {"是 谢谢", {"是。谢谢！", "「是」谢谢"}, {"是谢谢"}},
+      {"نعم", {"نعم؟", "\u200Fنعم،"}, {}},
+      {"100％ §5", {"100％! §5"}, {"100 5"}},
+      // Figures that the grammar doesn't have are taken apart.
+      {"1 2 3 4", {"1234", "12 34", "1,234", "12:34.", "12-34", "#12/34%"}, {"12345", "-1234", "1234a", "1２34"}},
+      {"1 2 | 12", {"12", "1 2", "1-2"}, {"1212"}},
+      {"12 30 pm", {"12:30pm", "12.30 PM"}, {"12:3 pm", "123 pm"}},
+      {"50 % | 5 \"$\" 3", {"50%", "5$3"}, {"50", "53", "5 3"}},
+      {"covid 1 9", {"COVID-19"}, {"covid-"}},
   };
   for (const auto &row : rows) {
     const auto grammar = load(kHead + "public <r> = " + row.tokens + ";");
@@ -217,7 +233,7 @@ TEST(Language, TextsThatGoOnAreToldFromThoseThatCannot) {
   using quillbrook::jsgf::Viability;
   const auto pin = load(kHead +
                         "public <pin> = <d> <d> <d> [please] {P}; <d> = one | two | forty-two; public <v> = <w>;"
-                        "<w> = <VOID> | stop <w>;");
+                        "<w> = <VOID> | stop <w>; public <t> = 12 | 1 2 1 2 | 12 30 pm;");
   const struct {
     const char *text;
     Viability whole, growing;
@@ -231,6 +247,15 @@ TEST(Language, TextsThatGoOnAreToldFromThoseThatCannot) {
       {"one two one PLEASE", Viability::kComplete, Viability::kComplete},
       {"one two one please one", Viability::kImpossible, Viability::kImpossible},
       {"on e two", Viability::kImpossible, Viability::kImpossible},
+      {"1", Viability::kBeginning, Viability::kBeginning},
+      {"12", Viability::kCompleteSoFar, Viability::kCompleteSoFar},
+      {"121", Viability::kBeginning, Viability::kBeginning},
+      {"1213", Viability::kImpossible, Viability::kImpossible},
+      {"1212", Viability::kComplete, Viability::kComplete},
+      {"12:3", Viability::kImpossible, Viability::kBeginning},
+      {"12:30", Viability::kBeginning, Viability::kBeginning},
+      {"12:30p", Viability::kImpossible, Viability::kBeginning},
+      {"no 12:30p", Viability::kImpossible, Viability::kImpossible},
       {"stop", Viability::kImpossible, Viability::kImpossible},  // nobody ever gets to the end of <w>
   };
   for (const auto &row : rows) {

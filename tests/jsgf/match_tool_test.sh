@@ -24,6 +24,9 @@ expect 1 $'match: Yes please\n  rule: answer\n  tags: {yes}\nno match: maybe' "$
   'Yes please' maybe
 expect 0 $'match: a big pizza\n  rule: order\n  tags: {count=1} {size=large}' \
   bash -c 'printf "a big pizza\r\n" | "$1" "$2/pizza.jsgf"' - "$tool" "$grammars"
+expect 1 $'no match: Two, oh-05.\n  words: [two] [oh] [0] [5]\n  fits as far as: two oh\n  then comes: 0
+  could follow there: zero oh one two three four five six seven eight nine, or the end' \
+  "$tool" --explain "$grammars/digits.jsgf" 'Two, oh-05.'
 expect 0 'zero oh one two three four five six seven eight nine' \
   bash -c '"$1" --words "$2/digits.jsgf" | xargs' - "$tool" "$grammars"
 

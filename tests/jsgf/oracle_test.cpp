@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdlib>
 #include <random>
+#include <set>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -164,7 +165,8 @@ TEST(Oracle, AgreesOnAllSmallGrammars) {
 
 class Generator {
 public:
-  explicit Generator(unsigned seed) : random_(seed) {}
+  explicit Generator(unsigned seed, std::array<const char *, 6> vocabulary = {"a", "a", "a", "b", "b", "bc"})
+      : random_(seed), vocabulary_(vocabulary) {}
 
   oracle::Rules rules() {
     oracle::Rules rules;
@@ -181,10 +183,10 @@ public:
     return words;
   }
 
-private:
   size_t below(size_t limit) { return random_() % limit; }
 
-  std::string word() { return std::array{"a", "a", "a", "b", "b", "bc"}[below(6)]; }
+private:
+  std::string word() { return vocabulary_[below(6)]; }
 
   Node node(int depth, size_t rule, size_t rule_count, bool is_last) {
     const size_t kind = below(depth == 0 ? 8 : 20);
@@ -223,6 +225,7 @@ private:
   }
 
   std::minstd_rand random_;
+  const std::array<const char *, 6> vocabulary_;
   int tags_ = 0;
 };
 
@@ -249,6 +252,72 @@ TEST(Oracle, AgreesOnRandomGrammars) {
   for (const int outlook : comparison.outlooks) {
     EXPECT_GT(outlook, comparison.compared / 40);
   }
+}
+
+void note_words(const Node &node, std::set<std::string> &words) {
+  if (node.kind == Node::kWord) {
+    words.insert(node.text);
+  }
+  for (const Node &child : node.children) {
+    note_words(child, words);
+  }
+}
+
+// The words of a text in figures and colons: what the grammar has counts whole, then what stands between colons, and
+// then each figure.
+std::vector<std::string> read_figures(const std::string &text, const std::set<std::string> &known) {
+  std::vector<std::string> words;
+  std::istringstream written(text);
+  for (std::string word; written >> word;) {
+    word.erase(word.find_last_not_of(':') + 1);
+    word.erase(0, word.find_first_not_of(':'));
+    std::istringstream parts(word);
+    for (std::string part; known.count(word) == 0 && std::getline(parts, part, ':');) {
+      if (known.count(part) != 0) {
+        words.push_back(part);
+        continue;
+      }
+      for (const char figure : part) {
+        words.emplace_back(1, figure);
+      }
+    }
+    if (known.count(word) != 0) {
+      words.push_back(word);
+    }
+  }
+  return words;
+}
+
+// The grammars of the test above over figures, and texts that recognisers write together.
+TEST(Oracle, AgreesOnFigures) {
+  const unsigned seed = setting("JSGF_TEST_SEED", 1);
+  int matched = 0;
+  for (unsigned round = 0; round < setting("JSGF_TEST_ROUNDS", 2000) / 4; ++round) {
+    Generator generator(seed * 1'000'003 + round, {"1", "1", "2", "12", "2:1", "111"});
+    const oracle::Rules rules = generator.rules();
+    std::set<std::string> known;
+    for (const oracle::Rule &rule : rules) {
+      note_words(rule.body, known);
+    }
+    std::shared_ptr<const Program> program;
+    std::istringstream in(oracle::to_jsgf(rules));
+    try {
+      program = Program::load(in);
+    } catch (const std::runtime_error &) {
+      continue;
+    }
+    for (int i = 0; i < 12; ++i) {
+      std::string text;
+      for (const std::string &word : generator.text()) {
+        text += word + std::array{"", "", " ", ":"}[generator.below(4)];
+      }
+      const auto expected = oracle::Matcher(rules, read_figures(text, known)).run(0);
+      matched += expected && *expected != "no match" ? 1 : 0;
+      ASSERT_EQ(derivation(*program, text, 0), expected.value_or(derivation(*program, text, 0)))
+          << oracle::to_jsgf(rules) << text << ", round " << round;
+    }
+  }
+  EXPECT_GT(matched, 100);
 }
 
 }  // namespace
