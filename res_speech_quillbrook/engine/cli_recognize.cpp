@@ -51,7 +51,7 @@ char *recognize(const ast_cli_args &args) {
 char *complete(const ast_cli_args &args) {
   char *found = nullptr;
   int skip = args.n;
-  const auto offer = [&](const quillbrook_engine_t &engine, int) {
+  const auto offer = [&](const quillbrook_engine_t &engine) {
     char name[kEngineNameSize];
     quillbrook_engine_host_name(engine, name, sizeof(name));
     if (!found && engine.plugin_init && strncasecmp(name, args.word, strlen(args.word)) == 0 && skip-- == 0) {
@@ -59,8 +59,9 @@ char *complete(const ast_cli_args &args) {
     }
   };
   if (args.pos == kEngine) {
-    offer(quillbrook_engine[0], 0);
-    quillbrook_for_each_profile(offer);
+    const EngineTable engines = quillbrook_engines();
+    offer(engines[0]);
+    quillbrook_for_each_profile(engines, offer);
   }
   return found;
 }

@@ -26,17 +26,6 @@ ast_config *open_config() {
   return config == CONFIG_STATUS_FILEINVALID ? nullptr : config;
 }
 
-void record_file_date() {
-  for (const char *path : kConfigPaths) {
-    struct stat status;
-    if (stat(path, &status) == 0) {
-      HostMutexLock lock(quillbrook_stat_lock);
-      quillbrook_dates[kDateFile] = status.st_mtime;
-      return;
-    }
-  }
-}
-
 const char *without_folder(const char *path) {
   const char *slash = strrchr(path, '/');
   return slash ? slash + 1 : path;
@@ -57,16 +46,6 @@ ConfigFile copy_of(ast_config *config) {
   return file;
 }
 
-// Makes the table the module's, also when its reading came to an early end: the module's owner releases it.
-void adopt(ConfigTable &table) {
-  std::copy(std::begin(table.engines), std::end(table.engines), std::begin(quillbrook_engine));
-  std::fill(std::begin(table.engines), std::end(table.engines), quillbrook_engine_t{});
-  debug = table.debug;
-  verbose = table.verbose;
-  twin = table.twin;
-  quillbrook_webenabled = table.webenabled;
-}
-
 void say_conflicts(const quillbrook_engine_t &engine, const char *section) {
   for (const ConfigConflict &conflict : conflicts_of(engine)) {
     ast_log(LOG_WARNING, "[%s] %s\n", section, conflict.text.c_str());
@@ -74,34 +53,34 @@ void say_conflicts(const quillbrook_engine_t &engine, const char *section) {
 }
 
 // What loses results, of the engines that there are and of the host.
-void say_conflicts() {
-  if (quillbrook_default_engine_wanted()) {
-    say_conflicts(quillbrook_engine[0], kGeneralSection);
+void say_conflicts(const ConfigTable &table) {
+  if (quillbrook_engine_wanted(table.engines[0])) {
+    say_conflicts(table.engines[0], kGeneralSection);
   }
-  quillbrook_for_each_profile([](const quillbrook_engine_t &engine, int) { say_conflicts(engine, engine.name); });
+  for (int index = 1; index < kEngines && table.engines[index].name[0]; ++index) {
+    say_conflicts(table.engines[index], table.engines[index].name);
+  }
   if (host_caches_record_files()) {
     ast_log(LOG_WARNING,
             "asterisk.conf has cache_record_files = yes: the audio of calls is kept elsewhere, and nothing is heard\n");
   }
 }
 
-bool load(const ConfigFile &file) {
-  ConfigTable table;
-  const bool loaded = fill_config_table(file, table, ConfigReading::kLoad);
-  adopt(table);
-  if (loaded) {
-    for (const ConfigFinding &finding : find_unread(file, profile_names(table.profiles))) {
-      ast_log(LOG_WARNING, "%s\n", sentence_of(finding).c_str());
-    }
-    say_conflicts();
+bool read(ast_config *config, ConfigTable &table, ConfigReading reading) {
+  const ConfigFile file = copy_of(config);
+  if (!fill_config_table(file, table, reading)) {
+    return false;
   }
-  return loaded;
+  for (const ConfigFinding &finding : find_unread(file, profile_names(table.profiles))) {
+    ast_log(LOG_WARNING, "%s\n", sentence_of(finding).c_str());
+  }
+  say_conflicts(table);
+  return true;
 }
 
-}  // namespace
-
-int quillbrook_engine_config_load() {
-  const Config config(open_config(), ast_config_destroy);
+// Null after a message.
+Config open_config_or_tell() {
+  Config config(open_config(), ast_config_destroy);
   if (!config) {
     ast_log(LOG_WARNING, "No such configuration file %s\n", kConfigFile);
     ast_log(
@@ -109,8 +88,50 @@ int quillbrook_engine_config_load() {
         "If %s is there, the PBX cannot read it: see its own message above. Else copy quillbrook.conf.sample to it; "
         "everything in it may stay commented out.\n",
         kConfigFile);
+  }
+  return config;
+}
+
+}  // namespace
+
+int quillbrook_engine_config_load() {
+  const Config config = open_config_or_tell();
+  if (!config) {
     return -1;
   }
-  record_file_date();
-  return load(copy_of(config.get())) ? 0 : -1;
+  quillbrook_config_record_date();
+  ConfigTable table;
+  const bool loaded = read(config.get(), table, ConfigReading::kLoad);
+  // Also when the reading came to an early end: the module's owner releases it.
+  quillbrook_config_move_engines(table, quillbrook_engine);
+  quillbrook_config_apply(table);
+  return loaded ? 0 : -1;
+}
+
+bool quillbrook_config_read_again(ConfigTable &table) {
+  const Config config = open_config_or_tell();
+  return config && read(config.get(), table, ConfigReading::kReload);
+}
+
+void quillbrook_config_move_engines(ConfigTable &table, quillbrook_engine_t *engines) {
+  std::copy(std::begin(table.engines), std::end(table.engines), engines);
+  quillbrook_engine_clear(table.engines);
+}
+
+void quillbrook_config_apply(const ConfigTable &table) {
+  shared_store(debug, table.debug);
+  shared_store(verbose, table.verbose);
+  shared_store(twin, table.twin);
+  quillbrook_webenabled = table.webenabled;
+}
+
+void quillbrook_config_record_date() {
+  for (const char *path : kConfigPaths) {
+    struct stat status;
+    if (stat(path, &status) == 0) {
+      HostMutexLock lock(quillbrook_stat_lock);
+      quillbrook_dates[kDateFile] = status.st_mtime;
+      return;
+    }
+  }
 }

@@ -16,7 +16,7 @@ struct Section {
   quillbrook_engine_t &engine;
   ConfigReading reading;
 
-  bool echoes() const { return table.debug && reading == ConfigReading::kLoad; }
+  bool tells() const { return reading != ConfigReading::kTry; }
 };
 
 bool is(const char *value, const char *word) {
@@ -93,7 +93,16 @@ bool load_text(const Section &section, const ConfigKey &key, const char *value, 
   return true;
 }
 
-bool load_log_file(const char *value, FILE *&file) {
+// Calls that began before a reload write to the file too, so each line goes behind the last.
+FILE *open_log_file(const char *path, ConfigReading reading) {
+  FILE *file = fopen(path, reading == ConfigReading::kReload ? "abe" : "wbe");
+  if (file) {
+    fcntl(fileno(file), F_SETFL, O_APPEND);
+  }
+  return file;
+}
+
+bool load_log_file(const Section &section, const char *value, FILE *&file) {
   if (file) {
     fclose(file);
     file = nullptr;
@@ -102,7 +111,7 @@ bool load_log_file(const char *value, FILE *&file) {
     return true;
   }
   const char *path = is(value, "yes") ? kLogPath : value;
-  file = fopen(path, "wbe");
+  file = open_log_file(path, section.reading);
   if (!file) {
     ast_log(LOG_ERROR, "Failed to open log file : %s.\n", path);
     return false;
@@ -113,7 +122,7 @@ bool load_log_file(const char *value, FILE *&file) {
 // Of `general` what the file says, of a profile what its engine has in the end.
 void echo(const Section &section, const ConfigKey &key, const char *value) {
   const char *word = key.rules.echo ? key.rules.echo : key.names[0];
-  if (!section.echoes()) {
+  if (!section.table.debug || !section.tells()) {
     return;
   }
   if (section.kind == ConfigSection::kGeneral) {
@@ -141,14 +150,13 @@ bool load_key(const Section &section, const ConfigKey &key) {
   bool loaded = true;
   if (int *number = config_number(key, section.table, section.engine)) {
     load_number(section, key, value, *number);
-    if (value && key.rules.warn_in_profile && section.kind == ConfigSection::kProfile &&
-        section.reading == ConfigReading::kLoad) {
+    if (value && key.rules.warn_in_profile && section.kind == ConfigSection::kProfile && section.tells()) {
       ast_log(LOG_WARNING, "Profile %s with %s = %d!\n", section.name, key.names[0], *number);
     }
   } else if (char **text = config_text(key, section.table, section.engine)) {
     loaded = load_text(section, key, value, *text);
   } else if (key.kind == ConfigKind::kLogFile) {
-    loaded = section.reading == ConfigReading::kTry || load_log_file(value, section.engine.log_file);
+    loaded = !section.tells() || load_log_file(section, value, section.engine.log_file);
   } else if (value && key.kind == ConfigKind::kLabel) {
     copy_text(section.engine.name, value);
   } else if (key.kind == ConfigKind::kDecimal) {
@@ -186,7 +194,7 @@ bool load_profile(const ConfigFile &file, const std::string &name, ConfigTable &
 // A name that gives no profile still takes its place in the table.
 bool load_profiles(const ConfigFile &file, ConfigTable &table, ConfigReading reading) {
   const std::vector<std::string> names = profile_names(table.profiles);
-  const bool tells = reading == ConfigReading::kLoad;
+  const bool tells = reading != ConfigReading::kTry;
   for (size_t index = 1; index <= names.size() && index < kEngines; ++index) {
     const std::string &name = names[index - 1];
     if (tells && table.debug) {

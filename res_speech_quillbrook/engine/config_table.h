@@ -8,12 +8,12 @@
 inline constexpr char kGeneralSection[] = "general";
 
 struct ConfigTable {
-  ConfigTable() = default;
+  ConfigTable() { quillbrook_engine_clear(engines); }
   ~ConfigTable();
   ConfigTable(const ConfigTable &) = delete;
   ConfigTable &operator=(const ConfigTable &) = delete;
 
-  quillbrook_engine_t engines[kEngines] = {};  // owned, until they are moved away
+  quillbrook_engine_t engines[kEngines];  // owned, until they are moved away
   int debug = 0;
   int verbose = 0;
   int twin = 0;
@@ -21,9 +21,9 @@ struct ConfigTable {
   char *profiles = nullptr;  // the list of the profiles' names
 };
 
-// Whether the names that give no profile, and what is set, are told in the log, and the log file of the plugins is
-// opened.
-enum class ConfigReading { kLoad, kTry };
+// What for: the load, a reload, or to look at it. The first two tell in the log what is set, and the names that give no
+// profile, and open the log file of the plugins; a reload goes on behind what stands in it.
+enum class ConfigReading { kLoad, kReload, kTry };
 
 // Fills an empty table. False, after an ERROR line, when the module must not load; what was read by then is in the
 // table.

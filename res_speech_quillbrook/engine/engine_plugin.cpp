@@ -9,7 +9,7 @@ namespace {
 // What the fixed texts of the errors leave out: whose plugin it is, and where plugins are looked for.
 void say_where_to_look(const quillbrook_engine_t &engine, const char *path) {
   ast_log(LOG_NOTICE, "%s is asked for by the key plugin of the section %s: the name of a plugin in %s, or a path.\n",
-          path, &engine == &quillbrook_engine[0] ? "general" : engine.name, kPluginDirectory);
+          path, engine.index == 0 ? "general" : engine.name, kPluginDirectory);
 }
 
 void attach(const quillbrook_engine_t &engine) {

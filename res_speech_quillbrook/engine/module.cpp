@@ -12,20 +12,15 @@
 #include "cli_configuration.h"
 #include "cli_recognize.h"
 #include "config.h"
+#include "config_reload.h"
 #include "../record/engine.h"
 #include "../record/engine_statistics.h"
 #include "engine_plugin.h"
+#include "engine_tables.h"
 #include "plugin_library.h"
 #include "speech_engines.h"
 
 namespace {
-
-void close_log_file() {
-  if (quillbrook_engine[0].log_file) {
-    fclose(quillbrook_engine[0].log_file);
-    quillbrook_engine[0].log_file = nullptr;
-  }
-}
 
 // What was not registered is passed over.
 void unregister_commands() {
@@ -52,13 +47,15 @@ bool load() {
     ast_log(LOG_NOTICE, "Removed %d files that a PBX which is gone had left in /tmp\n", removed);
   }
   debug_notice(" Info : LD_LIBRARY_PATH =%s\n", shown(getenv("LD_LIBRARY_PATH")));
-  if (quillbrook_default_engine_wanted() &&
-      !(quillbrook_plugin_open(quillbrook_engine[0]) && quillbrook_register_default_engine())) {
+  const auto open_and_register = [](quillbrook_engine_t &engine) {
+    return quillbrook_plugin_open(engine) && quillbrook_register_engine(engine);
+  };
+  if (quillbrook_engine_wanted(quillbrook_engine[0]) && !open_and_register(quillbrook_engine[0])) {
     return false;
   }
   for (int index = 1; index < kEngines && quillbrook_engine[index].name[0]; ++index) {
     debug_notice("Add profile = %s\n", quillbrook_engine[index].name);
-    if (!quillbrook_plugin_open(quillbrook_engine[index]) || !quillbrook_register_profile_engine(index)) {
+    if (!open_and_register(quillbrook_engine[index])) {
       return false;
     }
   }
@@ -69,6 +66,7 @@ bool load() {
     ast_log(LOG_ERROR, "Failed to register QuillBrook CLI commands\n");
     return false;
   }
+  quillbrook_engines_exchange(quillbrook_own_engines(quillbrook_engine));
   return true;
 }
 
@@ -78,71 +76,49 @@ void unlink_uris() {
   quillbrook_jsgf_uri_unlink();
 }
 
+bool any_engine(const char *) {
+  return true;
+}
+
 // Takes back all that a failed load had done: an engine left registered would lead calls into a module that is gone.
 // What had not been done yet is passed over.
 void withdraw() {
   unlink_uris();
-  bool was_offered = false;
-  for (int index = 0; index < kEngines; ++index) {
-    was_offered = quillbrook_withdraw_engine(index) || was_offered;
-  }
+  const bool was_offered = quillbrook_withdraw_engines(any_engine);
   // Who has found an engine is turned away, and gone in the end.
   while (was_offered && !quillbrook_module_at_rest()) {
   }
   quillbrook_watch_stop();
   quillbrook_close_own_files();
-  for (int index = 0; index < kEngines; ++index) {
-    quillbrook_release_engine(index);
-    quillbrook_plugin_close(quillbrook_engine[index]);
-    quillbrook_engine_release_texts(quillbrook_engine[index]);
-  }
-  close_log_file();
+  quillbrook_release_engines();
+  quillbrook_end_engines(quillbrook_engine);
   quillbrook_engine_statistics_clear();
   quillbrook_statistics_destroy();
 }
 
-// What the unload has taken from the host, to be given back when it cannot go on.
-struct Withdrawn {
-  int webenabled;
-  bool engines[kEngines];
-};
-
-Withdrawn withdraw_for_unload() {
-  Withdrawn withdrawn = {quillbrook_webenabled, {}};
+// Gives whether the metrics were wanted.
+int withdraw_for_unload() {
+  const int webenabled = quillbrook_webenabled;
   unlink_uris();
   unregister_commands();
-  for (int index = 0; index < kEngines; ++index) {
-    withdrawn.engines[index] = quillbrook_withdraw_engine(index);
-  }
-  return withdrawn;
+  quillbrook_withdraw_engines(any_engine);
+  return webenabled;
 }
 
-void give_back(const Withdrawn &withdrawn) {
-  quillbrook_webenabled = withdrawn.webenabled;
+void give_back(int webenabled) {
+  quillbrook_webenabled = webenabled;
   quillbrook_http_update();
   quillbrook_jsgf_uri_link();
   if (!register_commands()) {
     ast_log(LOG_ERROR, "Failed to register QuillBrook CLI commands\n");
   }
-  for (int index = 0; index < kEngines; ++index) {
-    if (withdrawn.engines[index]) {
-      quillbrook_offer_engine_again(index);
-    }
-  }
+  quillbrook_offer_engines_again();
 }
 
-bool close_plugin(quillbrook_engine_t &engine) {
-  const int result = quillbrook_plugin_close(engine);
-  if (result) {
-    ast_log(LOG_ERROR, "Failed to unload the QuillBrook plugin : res=%d.\n", result);
-  }
-  return result == 0;
-}
-
-void unload_profile(quillbrook_engine_t &engine, bool was_offered) {
+void unload_profile(quillbrook_engine_t &engine) {
   debug_notice("Remove profile = %s\n", engine.name);
-  close_plugin(engine);
-  if (!was_offered) {
+  quillbrook_close_plugin(engine);
+  if (!quillbrook_engine_was_withdrawn(engine)) {
     char name[kEngineNameSize];
     quillbrook_engine_host_name(engine, name, sizeof(name));
     ast_log(LOG_ERROR, "Failed to unregister module %s\n", name);
@@ -162,34 +138,38 @@ enum ast_module_load_result load_module() {
 }
 
 int unload() {
-  const Withdrawn withdrawn = withdraw_for_unload();
+  const ReloadTurn turn;
+  if (!turn.taken()) {
+    ast_log(LOG_NOTICE, "The configuration is being read: the module stays loaded.\n");
+    return -1;
+  }
+  const int webenabled = withdraw_for_unload();
   if (!quillbrook_module_at_rest()) {
-    give_back(withdrawn);
+    give_back(webenabled);
     ast_log(LOG_NOTICE, "A session began meanwhile: the module stays loaded.\n");
     return -1;
   }
   quillbrook_module_set_open(false);
-  quillbrook_for_each_profile([&](quillbrook_engine_t &engine, int index) {
-    unload_profile(engine, withdrawn.engines[index]);
-    quillbrook_release_engine(index);
-  });
+  EngineTable engines = quillbrook_engines();
+  quillbrook_for_each_profile(engines, unload_profile);
   // Entries behind a hole in the list of profiles have texts, but neither plugin nor engine.
-  for (quillbrook_engine_t &engine : quillbrook_engine) {
-    quillbrook_engine_release_texts(engine);
+  for (int index = 0; index < kEngines; ++index) {
+    quillbrook_engine_release_texts(engines[index]);
   }
-  if (!close_plugin(quillbrook_engine[0])) {
+  if (!quillbrook_close_plugin(engines[0])) {
     // The default engine stays, and refuses every session.
-    quillbrook_offer_engine_again(0);
+    quillbrook_offer_engine_again(engines[0]);
     return -1;
   }
   debug_notice("Unload res_speech_quillbrook module\n");
-  if (!withdrawn.engines[0]) {
+  if (!quillbrook_engine_was_withdrawn(engines[0])) {
     ast_log(LOG_ERROR, "Failed to unregister module\n");
   }
-  quillbrook_release_engine(0);
+  quillbrook_release_engines();
   quillbrook_watch_stop();
   quillbrook_close_own_files();
-  close_log_file();
+  quillbrook_engines_reset();
+  engines = nullptr;
   quillbrook_engine_statistics_clear();
   quillbrook_statistics_destroy();
   return 0;
@@ -199,7 +179,7 @@ int unload_module() {
   return guarded("unload_module", -1, unload);
 }
 
-// Nothing is read again: a change of the configuration takes effect when the module is unloaded and loaded.
+// Nothing is read again: that is what the command `quillbrook reload` is for, which says what it finds.
 int reload_module() {
   quillbrook_statistics_stamp(kDateReload);
   return 1;

@@ -9,10 +9,27 @@ namespace {
 // The host keeps names as char *, and never writes to them.
 char default_engine_name[] = "quillbrook";
 
-// The record of each engine by index of its entry, until it is released, and whether the host knows it. Entry 0 has
-// `ast_engine`; the records of the profiles are on the heap: the host uses them but does not own them.
-struct ast_speech_engine *engines[kEngines];
-bool known[kEngines];
+struct Record {
+  struct ast_speech_engine *engine;  // `ast_engine`, or on the heap: the host uses it and does not own it
+  bool known;                        // the host has it
+  bool withdrawn;                    // by the latest withdrawal
+};
+std::vector<Record> records;
+
+Record *find_record(const char *name) {
+  for (Record &record : records) {
+    if (strcmp(record.engine->name, name) == 0) {
+      return &record;
+    }
+  }
+  return nullptr;
+}
+
+Record *find_record(const quillbrook_engine_t &engine) {
+  char name[kEngineNameSize];
+  quillbrook_engine_host_name(engine, name, sizeof(name));
+  return find_record(name);
+}
 
 void discard(struct ast_speech_engine *engine) {
   host_format_cap_release(engine->formats);
@@ -23,18 +40,17 @@ void discard(struct ast_speech_engine *engine) {
   }
 }
 
-bool offer(int index, struct ast_speech_engine *engine) {
-  if (ast_speech_register(engine)) {
-    if (index == 0) {
+bool offer(Record &record) {
+  if (ast_speech_register(record.engine)) {
+    if (record.engine == &ast_engine) {
       ast_log(LOG_ERROR, "Failed to register module\n");
     } else {
-      ast_log(LOG_ERROR, "Failed to register module %s\n", engine->name);
+      ast_log(LOG_ERROR, "Failed to register module %s\n", record.engine->name);
     }
     return false;
   }
-  quillbrook_statistics_of_engine(engine->name);  // shown from now on
-  engines[index] = engine;
-  known[index] = true;
+  quillbrook_statistics_of_engine(record.engine->name);  // shown from now on
+  record.known = true;
   return true;
 }
 
@@ -44,6 +60,38 @@ bool add_formats(struct ast_speech_engine *engine) {
     ast_log(LOG_ERROR, "Failed to alloc media format capabilities\n");
   }
   return engine->formats;
+}
+
+// Null when there is no memory.
+struct ast_speech_engine *make_profile_engine(const char *name) {
+  auto *engine = host_calloc<struct ast_speech_engine>();
+  if (!engine) {
+    return nullptr;
+  }
+  *engine = ast_engine;
+  engine->name = ast_strdup(name);
+  engine->formats = nullptr;
+  if (!engine->name) {
+    discard(engine);
+    return nullptr;
+  }
+  return engine;
+}
+
+// A new record has its place before the host gets the engine. It goes again when the host refuses.
+bool register_new(struct ast_speech_engine *engine) {
+  try {
+    records.push_back({engine, false, false});
+  } catch (const std::bad_alloc &) {
+    discard(engine);
+    throw;
+  }
+  if (add_formats(engine) && offer(records.back())) {
+    return true;
+  }
+  discard(engine);
+  records.pop_back();
+  return false;
 }
 
 }  // namespace
@@ -67,49 +115,67 @@ struct ast_speech_engine ast_engine = {
     .list = {},
 };
 
-bool quillbrook_register_default_engine() {
-  if (add_formats(&ast_engine) && offer(0, &ast_engine)) {
-    return true;
+bool quillbrook_register_engine(const quillbrook_engine_t &entry) {
+  if (Record *record = find_record(entry)) {
+    return record->known || offer(*record);
   }
-  discard(&ast_engine);
-  return false;
-}
-
-bool quillbrook_register_profile_engine(int index) {
+  if (entry.index == 0) {
+    return register_new(&ast_engine);
+  }
   char name[kEngineNameSize];
-  quillbrook_engine_host_name(quillbrook_engine[index], name, sizeof(name));
-  auto *engine = host_calloc<struct ast_speech_engine>();
+  quillbrook_engine_host_name(entry, name, sizeof(name));
+  struct ast_speech_engine *engine = make_profile_engine(name);
   if (!engine) {
     return true;
   }
-  *engine = ast_engine;
-  engine->name = ast_strdup(name);
-  engine->formats = nullptr;
-  if (!engine->name) {
-    discard(engine);
-    return true;
-  }
-  if (!add_formats(engine) || !offer(index, engine)) {
-    discard(engine);
+  if (!register_new(engine)) {
     return false;
   }
   debug_notice(" Registred plugin : %s.\n", name);
   return true;
 }
 
-bool quillbrook_withdraw_engine(int index) {
-  return std::exchange(known[index], false) && ast_speech_unregister(engines[index]->name) == 0;
+bool quillbrook_engine_is_registered(const quillbrook_engine_t &engine) {
+  const Record *record = find_record(engine);
+  return record && record->known;
 }
 
-void quillbrook_offer_engine_again(int index) {
-  if (engines[index]) {
-    offer(index, engines[index]);
+bool quillbrook_withdraw_engines(const std::function<bool(const char *name)> &which) {
+  bool any = false;
+  for (Record &record : records) {
+    record.withdrawn = record.known && which(record.engine->name);
+    if (record.withdrawn) {
+      record.known = false;
+      record.withdrawn = ast_speech_unregister(record.engine->name) == 0;
+    }
+    any = any || record.withdrawn;
+  }
+  return any;
+}
+
+void quillbrook_offer_engines_again() {
+  for (Record &record : records) {
+    if (std::exchange(record.withdrawn, false)) {
+      offer(record);
+    }
   }
 }
 
-void quillbrook_release_engine(int index) {
-  if (engines[index]) {
-    discard(engines[index]);
-    engines[index] = nullptr;
+void quillbrook_offer_engine_again(const quillbrook_engine_t &engine) {
+  Record *record = find_record(engine);
+  if (record && std::exchange(record->withdrawn, false)) {
+    offer(*record);
   }
+}
+
+bool quillbrook_engine_was_withdrawn(const quillbrook_engine_t &engine) {
+  const Record *record = find_record(engine);
+  return record && record->withdrawn;
+}
+
+void quillbrook_release_engines() {
+  for (const Record &record : records) {
+    discard(record.engine);
+  }
+  records.clear();
 }

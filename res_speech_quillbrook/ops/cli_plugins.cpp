@@ -55,12 +55,13 @@ void quillbrook_cli_show_plugin(int fd, int index, const quillbrook_engine_t *en
 void quillbrook_cli_show_plugins(int fd) {
   ast_cli(fd, "QuillBrook plugins\n");
   ast_cli(fd, "==================\n");
-  bool any = default_engine_in_use(quillbrook_engine[0]);
+  const EngineTable engines = quillbrook_engines();
+  bool any = default_engine_in_use(engines[0]);
   if (any) {
-    quillbrook_cli_show_plugin(fd, 0, &quillbrook_engine[0]);
+    quillbrook_cli_show_plugin(fd, 0, &engines[0]);
   }
-  quillbrook_for_each_profile([fd, &any](const quillbrook_engine_t &engine, int index) {
-    quillbrook_cli_show_plugin(fd, index, &engine);
+  quillbrook_for_each_profile(engines, [fd, &any](const quillbrook_engine_t &engine) {
+    quillbrook_cli_show_plugin(fd, engine.index, &engine);
     any = true;
   });
   if (!any) {

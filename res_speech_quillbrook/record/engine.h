@@ -2,8 +2,9 @@
 //
 // Entry 0 holds the section `general` of the configuration and serves the host engine "quillbrook"; entries 1 to 99
 // hold the profiles, in the order of the configuration's list, and serve "quillbrook:NAME". An empty name ends every
-// walk over the profiles. The table is written while the module loads and unloads, and only read in between, so it has
-// no lock: sessions keep a pointer to their entry for their whole life.
+// walk over the profiles. A table is written before it becomes the one of now, and when nobody holds it any more; it is
+// only read in between, so it has no lock. The load fills `quillbrook_engine`, and each reload of the configuration
+// makes another table: sessions hold the one that they began with for their whole life.
 #pragma once
 
 #include "../host.h"
@@ -58,6 +59,7 @@ struct quillbrook_engine_t {
   int plugintimeout;  // how long a plugin may be silent once words came; 0 is for ever
   int stoptimeout;    // how long a plugin has to return from its loop; 0 is for ever
   char *loggingtag;
+  int index;  // place in the table
 };
 
 // Whether the results of the engine's sessions are utterances of their own. Of a single-shot session there is one.
@@ -75,20 +77,37 @@ constexpr int kDefaultThreshold = 150;
 
 extern quillbrook_engine_t quillbrook_engine[kEngines];
 
+// The kEngines entries of one reading of the configuration. Who holds it keeps its texts and its plugins.
+using EngineTable = std::shared_ptr<quillbrook_engine_t[]>;
+
+// The table of now; that of the load at first. Any thread.
+EngineTable quillbrook_engines();
+
+// Makes another table the one of now, and gives the former. Sessions that begin bind to the new one.
+EngineTable quillbrook_engines_exchange(EngineTable engines);
+
+// Makes the table of the load the one of now, held by nobody.
+void quillbrook_engines_reset();
+
 // The key `plugin` of `general`, present with no value, asks for no default engine: only the profiles are offered.
-inline bool quillbrook_default_engine_wanted() {
-  return !quillbrook_engine[0].plugin_name || quillbrook_engine[0].plugin_name[0];
+inline bool quillbrook_engine_wanted(const quillbrook_engine_t &general) {
+  return !general.plugin_name || general.plugin_name[0];
 }
 
-// Settings of the whole module, from the section `general`. `debug` and `verbose` stand in support/log.h.
+// Settings of the whole module, from the section `general`: written by the load and by a reload, and shared
+// (support/shared_flag.h). `debug` and `verbose` stand in support/log.h.
 extern int twin;                   // a second plugin record for each recognition
 extern int threshold;              // the default of the key `threshold`
 extern int quillbrook_webenabled;  // the metrics URI is wanted
 extern int quillbrook_webregged;   // the metrics URI is linked
 
-// Zeroes the table and gives the module's settings their initial values. Done at each load and not only by the
-// loader of shared objects: the library may have stayed in memory since an earlier load.
+// Zeroes the table of the load, which becomes the one of now, and gives the module's settings their initial values.
+// Done at each load and not only by the loader of shared objects: the library may have stayed in memory since an
+// earlier load.
 void quillbrook_engine_table_init();
+
+// Zeroes the entries of a table and gives them their places.
+void quillbrook_engine_clear(quillbrook_engine_t *engines);
 
 // Releases the texts of an entry and clears them.
 void quillbrook_engine_release_texts(quillbrook_engine_t &engine);
@@ -96,10 +115,10 @@ void quillbrook_engine_release_texts(quillbrook_engine_t &engine);
 // The name by which the host knows the engine of an entry of the table.
 void quillbrook_engine_host_name(const quillbrook_engine_t &engine, char *name, size_t size);
 
-// Calls `visit(engine, index)` for the entries from 1 up to the first empty name.
+// Calls `visit(engine)` for the entries from 1 up to the first empty name.
 template <typename Visit>
-void quillbrook_for_each_profile(Visit &&visit) {
-  for (int index = 1; index < kEngines && quillbrook_engine[index].name[0]; ++index) {
-    visit(quillbrook_engine[index], index);
+void quillbrook_for_each_profile(const EngineTable &engines, Visit &&visit) {
+  for (int index = 1; index < kEngines && engines[index].name[0]; ++index) {
+    visit(engines[index]);
   }
 }

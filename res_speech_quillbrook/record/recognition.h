@@ -19,6 +19,7 @@
 #include "../host.h"
 #include "../support/mutex.h"
 #include "../support/shared_flag.h"
+#include "engine.h"
 #include "quillbrook.h"
 
 struct quillbrook_recognition_t;
@@ -144,7 +145,8 @@ struct quillbrook_recognition_t {
   int results;              // that were queued; under result_lock
   int first_words_counted;  // under result_lock
 
-  int left_behind;  // a run did not return: nothing of this is released
+  int left_behind;      // a run did not return: nothing of this is released
+  EngineTable engines;  // then also the plugin that it runs in, and the texts of its engine
 };
 
 // Make an empty recognition, and a run in it, which becomes its context1 and then context2. Null when there is no

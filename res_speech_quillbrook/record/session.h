@@ -68,7 +68,7 @@ struct quillbrook_speech_t {
   char name[kNameSize];                      // "QBK-..." in front of each log line, and in the names of result files
   char uniqueid[kUniqueidSize];              // of the channel; lent to the plugin
   char mark[kMarkSize];                      // remote party; lent to the plugin
-  quillbrook_engine_t *engine;               // an entry of the engine table
+  quillbrook_engine_t *engine;               // an entry of `engines`
   quillbrook_engine_t *engine2;              // not used
   quillbrook_engine_statistics *statistics;  // of the engine
   std::shared_ptr<const HostCallId> call;    // whose dialplan made the session
@@ -121,6 +121,7 @@ struct quillbrook_speech_t {
   GrammarManager grammars QUILLBROOK_GUARDED_BY(grammar_lock);
 
   // Not told to plugins or the host.
+  EngineTable engines;  // of the configuration that the session began with. Constant
   Mutex result_lock;
   Mutex grammar_lock;
   quillbrook_session_place place;

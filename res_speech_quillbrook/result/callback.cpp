@@ -35,7 +35,7 @@ bool take_session_end(quillbrook_message &message) {
 
 void report_bad_score(const quillbrook_message &message) {
   const char *extra = static_cast<const char *>(message.context->extra_pointer);
-  if (verbose && host_verbosity_at_least(2)) {
+  if (shared_load(verbose) && host_verbosity_at_least(2)) {
     __ast_verbose(__FILE__, __LINE__, __PRETTY_FUNCTION__, 2, "CALLBACK: text [%s] score=%d len=%d context=%s\n",
                   Printable(message.text).text(), message.score, text_length(message.text), Printable(extra).text());
   }
@@ -67,14 +67,14 @@ bool is_too_late(const quillbrook_message &message) {
   }
   if (!message.text) {
     trace(2, "CALLBACK: Too late, we have already a result! (%d)\n", count);
-  } else if (debug) {
+  } else if (shared_load(debug)) {
     ast_log(LOG_WARNING, "CALLBACK: Too late, we have already a result! (%d)\n", count);
   }
   return true;
 }
 
 void trace_state(const quillbrook_message &message) {
-  if (!debug || !host_verbosity_at_least(2)) {
+  if (!shared_load(debug) || !host_verbosity_at_least(2)) {
     return;
   }
   const quillbrook_context *context = message.context;

@@ -190,7 +190,7 @@ void quillbrook_close_text(quillbrook_message &message) {
   trace(2, "CALLBACK: finalize result\n");
   const size_t confirmed = length_of(transcript);
   const size_t unconfirmed = bounded_length(transcript.text_interim);
-  if (verbose && host_verbosity_at_least(2)) {
+  if (shared_load(verbose) && host_verbosity_at_least(2)) {
     if (transcript.text) {
       __ast_verbose(__FILE__, __LINE__, __PRETTY_FUNCTION__, 2, "CALLBACK: text [%s] score=%d len=%d\n",
                     Printable(transcript.text).text(), transcript.score, static_cast<int>(confirmed));

@@ -47,7 +47,7 @@ void fill_phrases(quillbrook_context *context, quillbrook_speech_t *session) {
 void quillbrook_fill_context(quillbrook_context *context, struct ast_speech *speech, quillbrook_speech_t *session,
                              quillbrook_recognition_t *recognition) {
   const quillbrook_engine_t &engine = *session->engine;
-  context->debug = debug == 2 ? 1 : 0;
+  context->debug = shared_load(debug) == 2 ? 1 : 0;
   context->speedvsaccuracy = session->speedvsaccuracy;
   context->completetimeout = session->completetimeout;
   context->incompletetimeout = session->incompletetimeout;

@@ -12,18 +12,18 @@ namespace {
 // Bytes that a companion command may print into a session's field, and the tag's longest form in the name.
 constexpr size_t kTagSize = 150;
 
-// The table entry that serves the host's engine of that name; null when no profile has it.
-quillbrook_engine_t *find_engine(const char *engine_name, const char *&profile) {
+// The entry that serves the host's engine of that name; null when no profile has it.
+quillbrook_engine_t *find_engine(const EngineTable &engines, const char *engine_name, const char *&profile) {
   profile = engine_name;
   const char *colon = strchr(engine_name, ':');
   if (!colon) {
-    return &quillbrook_engine[0];
+    return &engines[0];
   }
   profile = colon + 1;
-  for (int index = 1; index < kEngines && quillbrook_engine[index].name[0]; ++index) {
-    debug_notice("Search profile %s = %s\n", engine_name, quillbrook_engine[index].name);
-    if (strcmp(quillbrook_engine[index].name, profile) == 0) {
-      return &quillbrook_engine[index];
+  for (int index = 1; index < kEngines && engines[index].name[0]; ++index) {
+    debug_notice("Search profile %s = %s\n", engine_name, engines[index].name);
+    if (strcmp(engines[index].name, profile) == 0) {
+      return &engines[index];
     }
   }
   return nullptr;
@@ -45,8 +45,7 @@ constexpr EngineWord kEngineTexts[] = {
 };
 
 void log_engine(const quillbrook_engine_t &engine, const char *profile, const char *provider) {
-  const int index = static_cast<int>(&engine - quillbrook_engine);
-  debug_log("Speech profile %s (provider %s, index %d)\n", profile, provider, index);
+  debug_log("Speech profile %s (provider %s, index %d)\n", profile, provider, engine.index);
   debug_log("- profile %s\n", engine.name);
   debug_log("- plugin %s\n", shown(engine.plugin_name));
   for (auto [word, text] : kEngineTexts) {
@@ -136,7 +135,8 @@ int create(struct ast_speech *speech) {
   const char *engine_name = speech->engine->name;
   notice("(?) Create speech resource : %s\n", engine_name);
   const char *profile;
-  quillbrook_engine_t *engine = find_engine(engine_name, profile);
+  EngineTable engines = quillbrook_engines();
+  quillbrook_engine_t *engine = find_engine(engines, engine_name, profile);
   // An engine without a plugin is left when an unload failed half way.
   if (!engine || !engine->plugin_init || !quillbrook_module_is_open()) {
     ast_log(LOG_ERROR, "No plugin behind the engine %s (profile %s)\n", engine_name, profile);
@@ -156,6 +156,7 @@ int create(struct ast_speech *speech) {
   count(session->statistics->sessions_active);
   std::unique_ptr<quillbrook_speech_t, void (*)(quillbrook_speech_t *)> incomplete(session, discard);
   session->engine = engine;
+  session->engines = std::move(engines);
   session->call.reset(new HostCallId(HostCallId::of_this_thread()));
   take_engine_settings(session);
   ask_companion("tandrel show session threadid uniqueid", session->uniqueid, sizeof(session->uniqueid) - 1);

@@ -47,6 +47,7 @@ void leave_behind(const quillbrook_speech_t *session, quillbrook_run_t &run) {
           session->name, shown(session->engine->plugin_name), session->engine->stoptimeout);
   pthread_detach(run.context.thread);
   run.recognition->left_behind = 1;
+  run.recognition->engines = session->engines;
   quillbrook_module_enter();
 }
 

@@ -139,7 +139,7 @@ void run_plugin(struct ast_speech *speech, quillbrook_speech_t *session) {
   quillbrook_context *first = recognition->context1;
   session_notice(session, "Set plugin context\n");
   quillbrook_fill_context(first, speech, session, recognition);
-  if (debug && host_debug_at_least(3)) {
+  if (shared_load(debug) && host_debug_at_least(3)) {
     ast_log(LOG_DEBUG, "Context format set by the plugin :%s\n", shown(first->format));
     ast_log(LOG_DEBUG, "Context format set by the plugin :%p\n", static_cast<void *>(first->filelog));
   }
@@ -168,7 +168,7 @@ void start(struct ast_speech *speech, quillbrook_speech_t *session) {
     }
     const struct timeval now = ast_tvnow();
     add_run(speech, session, recognition, now);
-    if (recognition->context1 && twin) {
+    if (recognition->context1 && shared_load(twin)) {
       add_run(speech, session, recognition, now);
     }
     open_stream(session, recognition);

@@ -76,7 +76,7 @@ bool wait_for_prompts(const quillbrook_speech_t *session, const quillbrook_run_t
       start = false;
       break;
     }
-    if (debug > 3) {
+    if (shared_load(debug) > 3) {
       trace(3, "Streaming thread waiting prompts (prompting=%d)!", shared_load(prompting));
     }
     if (finalize_raised(context)) {

@@ -4,15 +4,16 @@
 #pragma once
 
 #include "../host.h"
+#include "shared_flag.h"
 
-// The flags of the configuration: written while the module loads, only read from then on.
+// The flags of the configuration: written by the load and by a reload, shared with all threads.
 extern int debug;    // 0 off, 1 on, 2 on with the plugins' debug switch
 extern int verbose;  // 0 or 1: NOTICE lines about sessions
 
 // NOTICE, under the flag `verbose`.
 #define notice(...)                     \
   do {                                  \
-    if (verbose) {                      \
+    if (shared_load(verbose)) {         \
       ast_log(LOG_NOTICE, __VA_ARGS__); \
     }                                   \
   } while (0)
@@ -23,7 +24,7 @@ extern int verbose;  // 0 or 1: NOTICE lines about sessions
 // NOTICE, under the flag `debug`.
 #define debug_notice(...)               \
   do {                                  \
-    if (debug) {                        \
+    if (shared_load(debug)) {           \
       ast_log(LOG_NOTICE, __VA_ARGS__); \
     }                                   \
   } while (0)
@@ -31,7 +32,7 @@ extern int verbose;  // 0 or 1: NOTICE lines about sessions
 // DEBUG, under the flag `debug`.
 #define debug_log(...)                 \
   do {                                 \
-    if (debug) {                       \
+    if (shared_load(debug)) {          \
       ast_log(LOG_DEBUG, __VA_ARGS__); \
     }                                  \
   } while (0)
@@ -39,7 +40,7 @@ extern int verbose;  // 0 or 1: NOTICE lines about sessions
 // Verbose output of the host at a level, under the flag `debug` and when the host's verbosity reaches the level.
 #define trace(level, ...)                                                           \
   do {                                                                              \
-    if (debug && host_verbosity_at_least(level)) {                                  \
+    if (shared_load(debug) && host_verbosity_at_least(level)) {                     \
       __ast_verbose(__FILE__, __LINE__, __PRETTY_FUNCTION__, (level), __VA_ARGS__); \
     }                                                                               \
   } while (0)
@@ -47,7 +48,7 @@ extern int verbose;  // 0 or 1: NOTICE lines about sessions
 // Verbose output that the host always writes, under the flag `debug`.
 #define trace_always(...)                                                      \
   do {                                                                         \
-    if (debug) {                                                               \
+    if (shared_load(debug)) {                                                  \
       __ast_verbose(__FILE__, __LINE__, __PRETTY_FUNCTION__, -1, __VA_ARGS__); \
     }                                                                          \
   } while (0)

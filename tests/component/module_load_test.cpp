@@ -34,7 +34,7 @@ TEST_F(LoadTest, OffersEnginesAndTakesThemBack) {
     EXPECT_THAT(stand_in::engine_names(), testing::ElementsAre("quillbrook", "quillbrook:digits", "quillbrook:names"));
     EXPECT_THAT(stand_in::http_uris(),
                 testing::UnorderedElementsAre("quillbrook_metrics", "quillbrook_engine_metrics", "quillbrook_jsgf"));
-    EXPECT_EQ(stand_in::command_names().size(), 8U);
+    EXPECT_EQ(stand_in::command_names().size(), 10U);
     EXPECT_EQ(stand_in::open_plugins(), 3);
     EXPECT_EQ(stand_in::reload_module(), 1);
     EXPECT_EQ(stand_in::unload_module(), 0);

@@ -9,6 +9,7 @@ extern "C" {
 int __real_open(const char *path, int flags, ...);
 FILE *__real_fopen(const char *path, const char *mode);
 int __real_stat(const char *path, struct stat *status);
+int __real_access(const char *path, int mode);
 int __real_lstat(const char *path, struct stat *status);
 DIR *__real_opendir(const char *path);
 int __real_rename(const char *from, const char *to);
@@ -138,6 +139,10 @@ int __wrap_stat(const char *path, struct stat *status) {
   if (fails_inside(Fault::kStat)) return -1;
   const Outside outside;
   return __real_stat(real_path(path).c_str(), status);
+}
+int __wrap_access(const char *path, int mode) {
+  const Outside outside;
+  return __real_access(real_path(path).c_str(), mode);
 }
 int __wrap_lstat(const char *path, struct stat *status) {
   if (fails_inside(Fault::kStat)) return -1;

@@ -105,7 +105,7 @@ class OperationsTest(LiveTest):
     def test_help_of_the_commands(self):
         self.assert_expected(self.pbx.cli("core show help quillbrook"), "help")
         words = ("show version", "show plugins", "show statistics", "show dates", "reset statistics",
-                 "check configuration")
+                 "check configuration", "reload anyway")
         self.assert_expected("".join(self.pbx.cli(f"quillbrook {two} more") for two in words), "usage")
 
     def test_uris(self):

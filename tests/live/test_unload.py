@@ -1,5 +1,6 @@
 """The module's end: it comes and goes while calls create and end sessions without a pause, and the PBX and every call
-live on; or the PBX is killed, and the next load removes what it left in /tmp."""
+live on; or the PBX is killed, and the next load removes what it left in /tmp. And another configuration for a module
+that stays."""
 
 import os
 import re
@@ -62,6 +63,64 @@ class UnloadTest(LiveTest):
             call.hang_up()
             call.wait()
             self.assertFalse(stream.exists())
+
+
+class ReloadTest(LiveTest):
+    complaints = ('has no key "modell"',)
+
+    def setUp(self):
+        super().setUp()
+        self.write(one={"model": "old"}, two={})
+        self.assertIn("was read: 3 engines", self.pbx.cli("quillbrook reload"))
+
+    def write(self, general=None, **profiles):
+        self.pbx.write_file("quillbrook.conf", configuration(general, **profiles))
+
+    def model(self, engine):
+        report = self.report_path
+        report.unlink(missing_ok=True)
+        self.assertEqual(self.ask("report={report}\nshow model\nfinal 80 yes", engine), ["result 1|80|yes"])
+        return self.read_report()["model"]
+
+    def test_sessions_keep_what_they_began_with(self):
+        self.assertEqual(self.model("quillbrook:one"), "old")
+        # The caller is silent until his engine has gone.
+        report = self.pbx.folder / "kept"
+        call = self.pbx.call(["Answer()", "SpeechCreate(quillbrook:one)",
+                              self.script(f"report={report}\nbytes 64000\nshow model\nfinal 80 yes"), "SpeechStart()",
+                              "SpeechBackground(silence/1,60)", live.RESULT, "SpeechDestroy()"])
+        self.pbx.wait_until(lambda: "quillbrook:one" in self.pbx.cli("quillbrook show sessions"), LIMIT, "no session")
+        self.write(three={"model": "new"})
+        said = self.pbx.cli("quillbrook reload")
+        self.assertEqual(said, "The configuration was read: 2 engines\nAdded: quillbrook:three\n"
+                               "Removed: quillbrook:one quillbrook:two\n"
+                               "1 session keeps the settings that it began with\n")
+        self.assertEqual(call.wait(), ["result 1|80|yes"])
+        self.assertIn("model=old", report.read_text(encoding="utf-8"))
+        self.assertEqual(self.model("quillbrook:three"), "new")
+        self.assertNotIn("Plugin[2]", self.pbx.cli("quillbrook show plugins"))
+
+        # A mistake, and another that does not keep the module from loading.
+        for key, words in (("plugin", "missing.so"), ("modell", 'did you mean "model"?')):
+            self.write(three={"model": "newer", key: "missing.so"})
+            said = self.pbx.cli("quillbrook reload")
+            self.assertIn(words, said)
+            self.assertIn("Nothing was changed", said)
+            self.assertEqual(self.model("quillbrook:three"), "new")
+        self.assertIn("was read: 2 engines", self.pbx.cli("quillbrook reload anyway"))
+        self.assertEqual(self.model("quillbrook:three"), "newer")
+
+    def test_reload_again_and_again_under_calls(self):
+        for engine in ("quillbrook", "quillbrook:one") * 2:
+            self.pbx.call([step.format(engine=engine) for step in COMING_AND_GOING], talker=["Wait(3600)"])
+        for round_ in range(TIMES):
+            self.write({"verbose": "no"}, one={"model": str(round_)}, **({"two": {}} if round_ % 2 else {}))
+            self.assertIn("was read", self.pbx.cli("quillbrook reload"))
+        self.pbx.cli("channel request hangup all")
+        self.pbx.wait_until(lambda: "0 active channels" in self.pbx.cli("core show channels"), LIMIT, "a call hangs")
+        self.assertEqual(self.model("quillbrook:one"), str(TIMES - 1))
+        self.assertTrue(self.pbx.unload_module(MODULE))
+        self.assertTrue(self.pbx.load_module(MODULE))
 
 
 if __name__ == "__main__":

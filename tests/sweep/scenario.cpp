@@ -221,6 +221,7 @@ void live(Outcome &outcome, const std::string &folder) {
     call.prepare(folder);
     const bool prompt = engine == std::string("quillbrook:early");
     call.ask(prompt);
+    if (engine == std::string("quillbrook:xml")) outcome.push_back(stand_in::run_command("quillbrook reload anyway"));
     call.key();
     call.ask(prompt);
   }
@@ -243,6 +244,9 @@ void offer_plugins() {
 Outcome run_scenario(bool twin) {
   Outcome outcome;
   write_files(twin);
+  const std::string file = stand_in::real_path(stand_in::config_path("quillbrook.conf"));
+  const std::string folder = file.substr(0, file.rfind('/'));
+  ast_config_AST_CONFIG_DIR = folder.c_str();
   if (stand_in::load_module() != 0) {
     outcome.emplace_back("not loaded");
   } else {

@@ -11,6 +11,10 @@ using Outcome = std::vector<std::string>;
 // Where the plugins' log goes, which stays.
 inline constexpr char kPluginLog[] = "/tmp/quillbrook_plugins.log";
 
+// What a reload in the middle says in the end.
+inline constexpr char kReloaded[] =
+    "The configuration was read: 5 engines\n1 session keeps the settings that it began with\n";
+
 // `twin`: each recognition runs its plugin twice. The same in every run, as long as nothing fails.
 Outcome run_scenario(bool twin);
 

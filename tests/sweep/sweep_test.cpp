@@ -152,6 +152,8 @@ TEST_P(SweepTest, NothingBreaks) {
   for (const bool twin : {false, true}) {
     live(twin);
     const Life usual = live(twin);
+    EXPECT_TRUE(std::any_of(usual.outcome.begin(), usual.outcome.end(),
+                            [](const std::string &line) { return line.find(kReloaded) != std::string::npos; }));
     bool failed = true;
     for (int nth = 1; failed; nth += whole ? 1 : 1 + nth / kDensity) {
       failed = false;
