@@ -3,16 +3,16 @@
 # analysis. Exits non-zero when anything failed.
 #
 # Usage: ./test.sh [--thorough | --host DIR]
-#   --thorough  for a release; takes several times as long: the component tests also as compiled for release, every
-#               live test with the address sanitizer and longer ones, a longer fuzzing, the analyser's full depth; the two
-#               commands of README.md in a fresh Debian 12, and the live tests on the Asterisk of Debian's unstable
-#               release
+#   --thorough  for a release; takes several times as long: the component tests also as compiled for release, and what of
+#               the code they run; every live test with the address sanitizer and longer ones, a longer fuzzing, the
+#               analyser's full depth; the two commands of README.md in a fresh Debian 12, and the live tests on the
+#               Asterisk of Debian's unstable release
 #   --host DIR  only the live tests, on the Asterisk whose prefix is DIR, such as /opt/asterisk, for which it builds; the
 #               variable QUILLBROOK_HOST does the same
 #
 # Installs what is missing. Builds are kept in build/ (what ships), build-address/, build-thread/, build-fuzz/,
-# build-tidy/, build-series/ and build-host/; their check-*.log hold the details. The live tests mostly wait, so they run
-# beside the later builds.
+# build-tidy/, build-series/, build-coverage/ and build-host/; their check-*.log hold the details. The live tests mostly
+# wait, so they run beside the later builds.
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
@@ -173,6 +173,7 @@ if [ "$depth" = deep ]; then
 fi
 finish_tests
 if [ "$packages" = thorough ]; then
+  check 'coverage' bash -c 'tests/coverage.sh build-coverage >build/check-coverage.log' && cat build/check-coverage.log
   in_fresh_root 'README in a fresh Debian 12' bookworm './demo.sh && ./test.sh'
   in_fresh_root "Asterisk of Debian's unstable release" unstable \
     './test.sh --host /usr && tests/package_facts.sh build-host | sed "s/^/shown: /"'

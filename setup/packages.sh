@@ -5,7 +5,7 @@
 #   demo      the PBX with its headers, the compiler, the offline recogniser, its English model, recorded prompts
 #   live      all of that, and what the live tests run: promtool, a SIP caller
 #   test      all of that, and what the other checks run: sanitizers, formatters
-#   thorough  all of that, and what makes a Debian to try it in
+#   thorough  all of that, what makes a Debian to try it in, and what measures coverage
 #
 # Debian 12 has no Asterisk; Debian 11 has one whose module interface is the one we build for. It comes from the
 # same mirror that this machine already uses, pinned low, so that nothing else on the machine changes suite. A Debian
@@ -44,7 +44,7 @@ case $purpose in test | thorough)
   packages+=(libgmock-dev libbenchmark-dev libre2-dev libexpat1-dev
     clang clang-format clang-tidy libclang-rt-14-dev) ;;
 esac
-[ "$purpose" = thorough ] && packages+=(debootstrap)
+[ "$purpose" = thorough ] && packages+=(debootstrap llvm)
 
 is_installed() { [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]; }
 

@@ -80,7 +80,8 @@ class Soak:
         profiles = {name: {**keys, "configuration": SAID} for name, keys in MODES.items()}
         profiles["example"] = {"plugin": plugins / "plugin_example.so"}
         profiles["pocketsphinx"] = {"plugin": plugins / "plugin_pocketsphinx.so", **words}
-        profiles["websocket"] = {"plugin": plugins / "plugin_websocket.so", "url": f"ws://127.0.0.1:{server.port}", **words}
+        profiles["websocket"] = {"plugin": plugins / "plugin_websocket.so",
+                                 "url": f"ws://127.0.0.1:{server.port}", **words}
         profiles["transcription"] = {"plugin": plugins / "plugin_transcription.so",
                                      "url": f"http://127.0.0.1:{server.port}/v1/audio/transcriptions", **words}
         if (live.build / "tests/plugin_hostile.so").exists():
@@ -162,8 +163,8 @@ class Soak:
     def come_to_rest(self):
         self.pbx.cli("channel request hangup all")
         self.pbx.wait_until(lambda: "0 active channels" in self.pbx.cli("core show channels"), LIMIT, "a call hangs")
-        self.pbx.wait_until(lambda: "quillbrook" not in re.sub("quillbrook_watch.*", "", self.pbx.cli("core show threads")),
-                            LIMIT, "a thread of the module's goes on")
+        self.pbx.wait_until(lambda: "quillbrook_thread" not in self.pbx.cli("core show threads"), LIMIT,
+                            "a thread of the module's goes on")
         self.pbx.wait_until(lambda: self.pbx.unload_module(MODULE), LIMIT, "something holds the module")
         left = [name for name in self.files_seen if os.path.exists(name)]
         if left or self.own_list.exists():
@@ -204,7 +205,8 @@ class Soak:
         for name, index, more in (("memory in KiB", 1, kilobytes), ("threads", 2, MORE_THREADS),
                                   ("descriptors", 3, MORE_DESCRIPTORS)):
             growth = last[index] - first[index]
-            print(f"{name}: {growth:+} from {first[index]}, {slope(self.samples[WARM - 1:], index) * 3600:+.0f} an hour")
+            an_hour = slope(self.samples[WARM - 1:], index) * 3600
+            print(f"{name}: {growth:+} from {first[index]}, {an_hour:+.0f} an hour")
             if growth > more:
                 faults.append(name)
         print(f"{self.placed} calls, {len(self.samples)} loads, {hours:.2f} hours; questions ended by: "

@@ -47,7 +47,8 @@ class KilledTest(unittest.TestCase):
                 if kills == KILLS:
                     break
                 for _ in range(4):
-                    pbx.call(["Answer()", "SpeechCreate(quillbrook)", "SpeechStart()", "SpeechBackground(silence/1,600)"])
+                    pbx.call(["Answer()", "SpeechCreate(quillbrook)", "SpeechStart()",
+                              "SpeechBackground(silence/1,600)"])
                 pbx.wait_until(lambda: len(on_the_list(pbx)) >= 4, LIMIT, "no recognitions")
                 left = on_the_list(pbx)
                 os.kill(pbx.pid, signal.SIGKILL)
