@@ -3,12 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <vector>
 
-namespace webrtc {
-class AudioProcessing;
-}
+#include "voice_library.h"
 
 namespace quillbrook::transcription {
 
@@ -17,9 +14,6 @@ public:
   // rate: samples a second, 8000 to 48000. strictness: 0 takes much for speech, 3 little. floor: mean magnitude of a
   // sample, of 32768, below which nothing is speech. Throws Failure when there is no detector to be had.
   VoiceDetector(int rate, int strictness, int floor);
-  ~VoiceDetector();
-  VoiceDetector(const VoiceDetector &) = delete;
-  VoiceDetector &operator=(const VoiceDetector &) = delete;
 
   // Samples of a frame: 10 ms.
   size_t frame_size() const { return frame_.size(); }
@@ -27,8 +21,7 @@ public:
   bool hears(const int16_t *frame);
 
 private:
-  std::unique_ptr<webrtc::AudioProcessing> processing_;
-  const int rate_;
+  VoiceLibrary library_;
   const int floor_;
   std::vector<float> frame_;
 };
