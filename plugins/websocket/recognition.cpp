@@ -20,6 +20,8 @@ constexpr size_t kWindow = 8;
 constexpr Milliseconds kHeaderLook{20};
 // The least time between two looks at the audio, which comes in frames of 20 ms.
 constexpr Milliseconds kLook{10};
+// A chunk may be there so much earlier than reckoned: who is awake for a tick then does not wake again for it.
+constexpr Milliseconds kEarlyLook{5};
 
 // What a stopped plugin still gives the server for its last words; the caller's channel waits for it.
 constexpr Milliseconds kFarewell{70};
@@ -113,6 +115,7 @@ void Recognition::greet(Connection &connection) {
   const nlohmann::json message = {{"config", std::move(config)}};
   connection.send_text(message.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
   unanswered_.clear();
+  audio_due_ = {};
   report_.forget_interim();
   end_sent_ = false;
   last_result_ = false;
@@ -121,7 +124,7 @@ void Recognition::greet(Connection &connection) {
 void Recognition::converse(Connection &connection) {
   while (link_.listening()) {
     if (link_.stopped() || time_to_finish()) return wind_up(connection);
-    feed(connection, false);
+    if (Clock::now() + kEarlyLook >= audio_due_) feed(connection, false);
     connection.flush();
     link_.wait_a_turn(connection.descriptor(), connection.events(), audio_due_);
     take_answers(connection);
@@ -183,7 +186,7 @@ bool Recognition::feed(Connection &connection, bool rest) {
     connection.send_binary({reinterpret_cast<const char *>(chunk_.data()), count * sizeof(int16_t)});
     unanswered_.push_back({count, Clock::now()});
   }
-  audio_due_ = Moment::max();  // an answer comes first
+  audio_due_ = Moment::max();  // not before the next answer
   return false;
 }
 
@@ -196,6 +199,7 @@ void Recognition::take_answers(Connection &connection) {
     if (unanswered_.empty()) {
       last_result_ = end_sent_;
     } else {
+      if (unanswered_.size() == kWindow) audio_due_ = {};
       unanswered_.erase(unanswered_.begin());
     }
     take_answer(message);
