@@ -18,6 +18,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <istream>
 #include <memory>
 #include <stdexcept>
@@ -37,6 +38,18 @@ constexpr std::size_t kMatchBytes = std::size_t{256} << 20U;
 
 // How long one match may take. A caller waits for it in silence, and ordinary ones take microseconds.
 constexpr std::chrono::milliseconds kMatchTime{2000};
+
+// Where a grammar finds those that it imports: <com.acme.sizes.small> is the public rule <small> of the grammar
+// com.acme.sizes, which is the file com/acme/sizes.jsgf below the first folder that has it. Symbolic links below a
+// folder are not followed. Each file is read once.
+struct ImportFolders {
+  std::string own;  // the folder of the grammar's own file; where the package of its name begins is meant
+  std::vector<std::string> others;                       // then these
+  std::function<std::string(std::string)> prepare = {};  // what is done to the text of each file; empty for nothing
+};
+
+// Where the grammars that come with this library are installed.
+constexpr const char *kInstalledGrammars = "/usr/share/quillbrook/grammars";
 
 // A match that was given up since it would have gone beyond a limit. It says nothing about whether the text fits.
 // what() tells which limit, in a few words.
@@ -72,8 +85,11 @@ using MatchVector = std::vector<std::shared_ptr<MatchInfo>>;
 
 class JSGFKITXX_EXPORT Grammar {
 public:
-  // Reads the stream to its end and builds the grammar. The stream isn't used afterwards.
+  // Reads the stream to its end and builds the grammar. The stream isn't used afterwards. Without folders imports
+  // aren't followed, and what only they could serve can't be spoken. With folders what is wrong with an import, or in
+  // the imported file, is a fault of the import.
   explicit Grammar(std::istream &in);
+  Grammar(std::istream &in, const quillbrook::jsgf::ImportFolders &imports);
   ~Grammar();
   Grammar(const Grammar &) = delete;
   Grammar &operator=(const Grammar &) = delete;
@@ -111,8 +127,12 @@ public:
   // The tag of each step, in order. A word's is empty, and a tag can be.
   static std::vector<std::string> getMatchingTags(std::vector<std::shared_ptr<MatchInfo>> steps);
 
-  // Each token of the file once, in the order and the spelling of the file; a quoted token is one entry.
+  // Each token of the file once, in the order and the spelling of the file; a quoted token is one entry. Then those of
+  // the imported rules that are used.
   std::vector<std::string> getAllWords() const;
+
+  // The paths of the imported files.
+  std::vector<std::string> getImportedFiles() const;
 
 private:
   std::string name_;

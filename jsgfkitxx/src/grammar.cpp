@@ -93,6 +93,12 @@ Grammar::Grammar(std::istream &in)
   name_ = program_->grammar_name;
 }
 
+Grammar::Grammar(std::istream &in, const quillbrook::jsgf::ImportFolders &imports)
+    : program_(quillbrook::jsgf::Program::load(in, quillbrook::jsgf::RuleSharing::kWhereItPays, &imports)),
+      last_match_(std::make_unique<quillbrook::jsgf::LastMatch>()) {
+  name_ = program_->grammar_name;
+}
+
 Grammar::~Grammar() = default;
 
 void Grammar::setName(const std::string &name) {
@@ -183,6 +189,10 @@ std::vector<std::string> Grammar::getMatchingTags(std::vector<std::shared_ptr<Ma
     tags.emplace_back(step == nullptr ? std::string_view() : step->tag);
   }
   return tags;
+}
+
+std::vector<std::string> Grammar::getImportedFiles() const {
+  return program_->imported_files;
 }
 
 std::vector<std::string> Grammar::getAllWords() const {

@@ -34,13 +34,18 @@ bool is_name_character(char c) {
 
 }  // namespace
 
-Syntax Parser::parse() {
+void Parser::parse(std::string_view source, size_t body) {
+  source_ = source;
+  position_ = body;
+  syntax_.files.emplace_back();
+  syntax_.files.back().source = source;
+  syntax_.files.back().first_rule = static_cast<uint32_t>(syntax_.rules.size());
   parse_grammar_declaration();
   parse_imports();
   for (skip_blanks(); !at_end(); skip_blanks()) {
     parse_rule_definition();
   }
-  return std::move(syntax_);
+  syntax_.files.back().rules_end = static_cast<uint32_t>(syntax_.rules.size());
 }
 
 void Parser::fail_expected(const std::string &wanted) const {
@@ -102,7 +107,7 @@ void Parser::parse_grammar_declaration() {
   if (position_ == simple) {
     fail_expected("the grammar's name");
   }
-  syntax_.grammar_name = source_.substr(begin, position_ - begin);
+  syntax_.files.back().grammar_name = source_.substr(begin, position_ - begin);
   expect(';', "behind the grammar's name");
 }
 
@@ -137,7 +142,7 @@ void Parser::parse_imports() {
     if (name.find('.') == std::string_view::npos) {
       refuse(source_, offset, "expected the grammar's name and a dot in the import <" + std::string(name) + ">");
     }
-    syntax_.imports.push_back(name);
+    syntax_.files.back().imports.push_back({name, static_cast<uint32_t>(offset)});
     expect(';', "behind the import");
   }
 }
@@ -154,8 +159,8 @@ void Parser::parse_rule_definition() {
     refuse(source_, offset, "expected a simple rule name to define, found <" + std::string(name) + ">");
   }
   expect('=', "behind the rule's name");
-  syntax_.rules.push_back({name, static_cast<uint32_t>(offset), is_public,
-                           static_cast<uint32_t>(syntax_.symbols.size()), 0,
+  syntax_.rules.push_back({name, static_cast<uint32_t>(offset), static_cast<uint32_t>(syntax_.files.size() - 1),
+                           is_public, static_cast<uint32_t>(syntax_.symbols.size()), 0,
                            static_cast<uint32_t>(syntax_.references.size())});
   parse_expansion();
   syntax_.rules.back().end = static_cast<uint32_t>(syntax_.symbols.size());
@@ -407,13 +412,24 @@ void Parser::add_token(std::string_view text) {
     syntax_.symbols[first].kind = SymbolKind::kNull;
     return;
   }
-  list_token(text, first + 1, words);
   if (words == 1) {
     syntax_.symbols[first] = syntax_.symbols[first + 1];
     syntax_.symbols.pop_back();
   } else {
     add_symbol(SymbolKind::kGroupClose);
   }
+  const size_t first_word = words == 1 ? first : first + 1;
+  if (syntax_.files.size() == 1) {
+    list_token(text, first_word, words);
+  } else {
+    syntax_.imported_tokens.push_back({static_cast<uint32_t>(syntax_.rules.size() - 1),
+                                       syntax_.imported_texts.add(text), static_cast<uint32_t>(first_word),
+                                       static_cast<uint32_t>(words)});
+  }
+}
+
+void Parser::list_imported(const ImportedToken &token) {
+  list_token(syntax_.imported_texts[token.text], token.first_symbol, token.word_count);
 }
 
 // Notes the token for the list of words unless an equal one is there.

@@ -9,14 +9,18 @@
 
 namespace quillbrook::jsgf {
 
-// Reads what follows the header: one pass over the bytes, with a stack of the open groups. References stay unresolved.
-// Throws std::runtime_error at the first fault.
+// Reads what follows the header of one file after another: one pass over the bytes, with a stack of the open groups.
+// References stay unresolved.
 class Parser {
 public:
-  // The source must outlive the syntax, whose names point into it.
-  Parser(std::string_view source, size_t body) : source_(source), position_(body) {}
+  // Adds a file. The source must outlive the syntax, whose names point into it. Throws std::runtime_error at the first
+  // fault.
+  void parse(std::string_view source, size_t body);
 
-  Syntax parse();
+  Syntax &syntax() { return syntax_; }
+
+  // Adds a token of an imported file to the tokens, unless an equal one is there.
+  void list_imported(const ImportedToken &token);
 
 private:
   struct OpenGroup {
@@ -62,8 +66,8 @@ private:
   void expect(char wanted, const char *purpose);
   [[noreturn]] void fail_expected(const std::string &wanted) const;
 
-  const std::string_view source_;
-  size_t position_;
+  std::string_view source_;
+  size_t position_ = 0;
   Syntax syntax_;
   std::vector<OpenGroup> groups_;
   std::vector<bool> listed_;   // by word: it stands in Syntax::tokens

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "jsgfkitxx.h"
 #include "prefix_index.h"
 #include "references.h"
 #include "syntax.h"
@@ -86,12 +87,15 @@ enum class RuleSharing {
 class Program {
 public:
   // Throws std::runtime_error for what isn't a legal grammar.
-  static std::shared_ptr<const Program> load(std::istream &in, RuleSharing sharing = RuleSharing::kWhereItPays);
+  // Imports are followed when folders are given.
+  static std::shared_ptr<const Program> load(std::istream &in, RuleSharing sharing = RuleSharing::kWhereItPays,
+                                             const ImportFolders *imports = nullptr);
 
   // The one place that consumes `word` and goes on at `next`; kNowhere when there is none.
   uint32_t word_before(uint32_t next, uint32_t word) const;
 
   std::string source;
+  std::vector<std::string> imported_files;
   std::string_view grammar_name;
   RuleIndex rule_index;
   std::vector<ProgramRule> rules;  // in the order of the file

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <numeric>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "refusal.h"
@@ -19,11 +20,15 @@ std::string bracketed(std::string_view name) {
   return "<" + std::string(name) + ">";
 }
 
-// The names under which the imports offer rules.
+// The names under which imports offer rules that weren't followed.
 class ImportedNames {
 public:
-  explicit ImportedNames(const std::vector<std::string_view> &imports) {
-    for (const std::string_view import : imports) {
+  explicit ImportedNames(const std::vector<Import> &imports) {
+    for (const Import &statement : imports) {
+      if (statement.file != Import::kNotFollowed) {
+        continue;
+      }
+      const std::string_view import = statement.name;
       const size_t dot = import.rfind('.');
       const std::string_view grammar = import.substr(0, dot);
       if (import.substr(dot + 1) == "*") {
@@ -46,17 +51,92 @@ private:
   std::unordered_set<std::string_view> whole_;  // grammars of which all rules are imported
 };
 
-void resolve_names(std::string_view source, const RuleIndex &index, Syntax &syntax) {
-  const ImportedNames imported(syntax.imports);
-  for (Symbol &symbol : syntax.symbols) {
+// The rules that one file's imports offer.
+class ImportedRules {
+public:
+  // Throws std::runtime_error for an import of a rule that its grammar doesn't offer.
+  ImportedRules(const std::vector<RuleIndex> &indexes, const Syntax &syntax, uint32_t file)
+      : indexes_(indexes), syntax_(syntax) {
+    for (const Import &import : syntax.files[file].imports) {
+      if (import.file == Import::kNotFollowed) {
+        continue;
+      }
+      if (simple_name(import.name) == "*") {
+        whole_.push_back(import.file);
+        continue;
+      }
+      const uint32_t rule = indexes[import.file].find(simple_name(import.name));
+      if (!is_offered(rule)) {
+        refuse(syntax.files[file].source, import.offset,
+               "expected a public rule of that grammar, found " + bracketed(import.name));
+      }
+      single_.emplace(simple_name(import.name), rule);
+    }
+    std::sort(whole_.begin(), whole_.end());
+    whole_.erase(std::unique(whole_.begin(), whole_.end()), whole_.end());
+  }
+
+  // Throws std::runtime_error when the name means rules of several grammars.
+  uint32_t find(const Reference &reference, std::string_view source) const {
+    const size_t dot = reference.name.rfind('.');
+    const auto names = [&](uint32_t file) {
+      const std::string_view grammar = syntax_.files[file].grammar_name;
+      const std::string_view qualifier = reference.name.substr(0, dot);
+      return dot == std::string_view::npos || qualifier == grammar || qualifier == simple_name(grammar);
+    };
+    uint32_t found = RuleIndex::kNoRule;
+    const auto note = [&](uint32_t file, uint32_t rule) {
+      if (!names(file) || !is_offered(rule) || rule == found) {
+        return;
+      }
+      if (found != RuleIndex::kNoRule) {
+        refuse(source, reference.offset,
+               "expected one rule of that name, found " + bracketed(reference.name) + " in " + grammar_of(found) +
+                   " and in " + grammar_of(rule));
+      }
+      found = rule;
+    };
+    const auto [first, last] = single_.equal_range(simple_name(reference.name));
+    for (auto single = first; single != last; ++single) {
+      note(syntax_.rules[single->second].file, single->second);
+    }
+    for (const uint32_t file : whole_) {
+      note(file, indexes_[file].find(simple_name(reference.name)));
+    }
+    return found;
+  }
+
+private:
+  bool is_offered(uint32_t rule) const { return rule != RuleIndex::kNoRule && syntax_.rules[rule].is_public; }
+  std::string grammar_of(uint32_t rule) const {
+    return std::string(syntax_.files[syntax_.rules[rule].file].grammar_name);
+  }
+
+  const std::vector<RuleIndex> &indexes_;
+  const Syntax &syntax_;
+  std::unordered_multimap<std::string_view, uint32_t> single_;  // rules by simple name
+  std::vector<uint32_t> whole_;                                 // files of which all is imported
+};
+
+void resolve_names_of(uint32_t file, const std::vector<RuleIndex> &indexes, Syntax &syntax) {
+  const GrammarFile &names = syntax.files[file];
+  const ImportedNames not_followed(names.imports);
+  const ImportedRules imported(indexes, syntax, file);
+  const uint32_t begin = names.first_rule < names.rules_end ? syntax.rules[names.first_rule].begin : 0;
+  const uint32_t end = names.first_rule < names.rules_end ? syntax.rules[names.rules_end - 1].end : 0;
+  for (uint32_t at = begin; at < end; ++at) {
+    Symbol &symbol = syntax.symbols[at];
     if (symbol.kind != SymbolKind::kReference) {
       continue;
     }
     Reference &reference = syntax.references[symbol.value];
-    reference.target = index.find(reference.name);
+    reference.target = indexes[file].find(reference.name);
     if (reference.target == RuleIndex::kNoRule) {
-      if (!imported.offer(reference.name)) {
-        refuse(source, reference.offset, "expected a defined rule, found " + bracketed(reference.name));
+      reference.target = imported.find(reference, names.source);
+    }
+    if (reference.target == RuleIndex::kNoRule) {
+      if (!not_followed.offer(reference.name)) {
+        refuse(names.source, reference.offset, "expected a defined rule, found " + bracketed(reference.name));
       }
       symbol.kind = SymbolKind::kVoid;
     }
@@ -194,10 +274,12 @@ private:
 
 }  // namespace
 
-RuleIndex::RuleIndex(std::string_view source, const Syntax &syntax) : grammar_name_(syntax.grammar_name) {
-  names_.reserve(syntax.rules.size());
-  for (const RuleDefinition &rule : syntax.rules) {
-    names_.push_back(rule.name);
+RuleIndex::RuleIndex(const Syntax &syntax, uint32_t file)
+    : grammar_name_(syntax.files[file].grammar_name), first_rule_(syntax.files[file].first_rule) {
+  const uint32_t end = syntax.files[file].rules_end;
+  names_.reserve(end - first_rule_);
+  for (uint32_t rule = first_rule_; rule < end; ++rule) {
+    names_.push_back(syntax.rules[rule].name);
   }
   by_name_.resize(names_.size());
   std::iota(by_name_.begin(), by_name_.end(), 0);
@@ -206,7 +288,7 @@ RuleIndex::RuleIndex(std::string_view source, const Syntax &syntax) : grammar_na
   const auto same = std::adjacent_find(by_name_.begin(), by_name_.end(),
                                        [&](uint32_t a, uint32_t b) { return names_[a] == names_[b]; });
   if (same != by_name_.end()) {
-    refuse(source, syntax.rules[same[1]].offset,
+    refuse(syntax.files[file].source, syntax.rules[first_rule_ + same[1]].offset,
            "expected a new rule name, found " + bracketed(names_[*same]) + ", which is defined already");
   }
 }
@@ -222,11 +304,13 @@ uint32_t RuleIndex::find(std::string_view name) const {
   }
   const auto found = std::lower_bound(by_name_.begin(), by_name_.end(), name,
                                       [&](uint32_t rule, std::string_view wanted) { return names_[rule] < wanted; });
-  return found != by_name_.end() && names_[*found] == name ? *found : kNoRule;
+  return found != by_name_.end() && names_[*found] == name ? first_rule_ + *found : kNoRule;
 }
 
-Components resolve_references(std::string_view source, const RuleIndex &index, Syntax &syntax) {
-  resolve_names(source, index, syntax);
+Components resolve_references(const std::vector<RuleIndex> &indexes, Syntax &syntax) {
+  for (uint32_t file = 0; file < syntax.files.size(); ++file) {
+    in_file(syntax, file, [&] { resolve_names_of(file, indexes, syntax); });
+  }
   Components components = ComponentFinder(syntax).find();
   for (const RuleDefinition &rule : syntax.rules) {
     find_last_items(rule, syntax);
@@ -240,9 +324,12 @@ Components resolve_references(std::string_view source, const RuleIndex &index, S
     component.is_recursive = true;
     component.tags_after_recursion = component.tags_after_recursion || reference.tagged;
     if (!reference.last) {
-      refuse(source, reference.offset,
-             "expected " + bracketed(reference.name) + " as the last item of " +
-                 bracketed(syntax.rules[reference.rule].name) + ", since the rules are recursive");
+      const RuleDefinition &rule = syntax.rules[reference.rule];
+      in_file(syntax, rule.file, [&] {
+        refuse(syntax.files[rule.file].source, reference.offset,
+               "expected " + bracketed(reference.name) + " as the last item of " + bracketed(rule.name) +
+                   ", since the rules are recursive");
+      });
     }
   }
   return components;

@@ -1,12 +1,10 @@
 #include "refusal.h"
 
-#include <stdexcept>
-
 #include "utf8.h"
 
 namespace quillbrook::jsgf {
 
-void refuse(std::string_view source, size_t offset, const std::string &reason) {
+std::string position_in(std::string_view source, size_t offset) {
   size_t line = 1;
   size_t column = 1;
   size_t length = 1;
@@ -24,7 +22,11 @@ void refuse(std::string_view source, size_t offset, const std::string &reason) {
       ++column;
     }
   }
-  throw std::runtime_error("line " + std::to_string(line) + ", column " + std::to_string(column) + ": " + reason);
+  return "line " + std::to_string(line) + ", column " + std::to_string(column) + ": ";
+}
+
+void refuse(std::string_view source, size_t offset, const std::string &reason) {
+  throw std::runtime_error(position_in(source, offset) + reason);
 }
 
 std::string describe_character(std::string_view source, size_t offset) {

@@ -16,9 +16,6 @@ namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-// Places are numbered with 28 bits, and a byte of source makes at most one.
-constexpr size_t kMaxSourceBytes = size_t{1} << 27U;
-
 // What windows-1252 has at 0x80 to 0x9F; 0 where it has nothing.
 constexpr std::array<char16_t, 32> kWindows1252 = {0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
                                                    0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0,      0x017D, 0,

@@ -6,6 +6,9 @@
 
 namespace quillbrook::jsgf {
 
+// For all files of a grammar together. Places are numbered with 28 bits, and a byte of source makes at most one.
+constexpr size_t kMaxSourceBytes = size_t{1} << 27U;
+
 // A grammar file behind its self-identifying header.
 struct SourceText {
   std::string utf8;  // the whole file without a byte order mark; bytes that are no UTF-8 are kept

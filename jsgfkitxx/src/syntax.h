@@ -34,9 +34,30 @@ struct Symbol {
   uint32_t value;
 };
 
+struct Import {
+  static constexpr uint32_t kNotFollowed = UINT32_MAX;
+
+  std::string_view name;  // of a rule, or of a grammar and ".*"; in the source
+  uint32_t offset;
+  uint32_t file = kNotFollowed;  // set by follow_imports
+};
+
+// The file that a grammar is loaded from, or one that it imports.
+struct GrammarFile {
+  std::string_view source;
+  std::string_view grammar_name;  // full, in the source
+  std::vector<Import> imports;
+  uint32_t first_rule = 0;
+  uint32_t rules_end = 0;
+  std::string path = {};       // of an imported file
+  uint32_t importer = 0;       // the file that imports it first, and where
+  uint32_t import_offset = 0;  // in that
+};
+
 struct RuleDefinition {
   std::string_view name;  // simple, in the source
   uint32_t offset;        // of the name in the source
+  uint32_t file;
   bool is_public;
   uint32_t begin;  // of its symbols: the kRuleOpen
   uint32_t end;
@@ -71,15 +92,24 @@ private:
   std::vector<uint32_t> ends_;
 };
 
+// A token of an imported file. Whether it counts depends on whether its rule is needed.
+struct ImportedToken {
+  uint32_t rule;
+  uint32_t text;          // in Syntax::imported_texts
+  uint32_t first_symbol;  // of its words
+  uint32_t word_count;
+};
+
 struct Syntax {
-  std::string_view grammar_name;          // full, in the source
-  std::vector<std::string_view> imports;  // without brackets, in the source
+  std::vector<GrammarFile> files;  // the first one is what is loaded, the others what it imports
   std::vector<Symbol> symbols;
   std::vector<RuleDefinition> rules;
   std::vector<Reference> references;
   std::vector<double> weights;
   TextList tags;
   TextList tokens;  // each once, as written
+  std::vector<ImportedToken> imported_tokens;
+  TextList imported_texts;
   Vocabulary words;
 };
 

@@ -21,12 +21,15 @@ constexpr int kSomeDidNotMatch = 1;
 constexpr int kError = 2;
 
 constexpr const char *kUsage =
-    "usage: jsgf-match [--explain] GRAMMAR [TEXT...]\n"
+    "usage: jsgf-match [--explain] [--folder FOLDER] GRAMMAR [TEXT...]\n"
     "       jsgf-match --words GRAMMAR\n"
     "\n"
     "Matches each TEXT, or each line of standard input, against the public rules of a JSGF grammar file and prints\n"
     "the text, the rule and the tags. With --explain prints as well the words as which the text is compared, how far\n"
     "they fit, and what could follow there. With --words prints the words that a recogniser is told to listen for.\n"
+    "\n"
+    "Imported grammars are looked for below the folder of GRAMMAR, then below FOLDER, or where grammars are "
+    "installed.\n"
     "\n"
     "Exit status: 0 when all texts matched, 1 when some didn't, 2 when the grammar can't be loaded.\n";
 
@@ -149,6 +152,11 @@ int run(std::vector<std::string> arguments) {
   const bool wants_help = take("--help");
   const bool wants_words = take("--words");
   const bool wants_reasons = take("--explain");
+  std::string folder = quillbrook::jsgf::kInstalledGrammars;
+  if (arguments.size() > 2 && take("--folder")) {
+    folder = arguments[0];
+    arguments.erase(arguments.begin());
+  }
   if (wants_help || arguments.empty() || (wants_words && arguments.size() > 1)) {
     (wants_help ? std::cout : std::cerr) << kUsage;
     return wants_help ? kAllMatched : kError;
@@ -159,7 +167,9 @@ int run(std::vector<std::string> arguments) {
     return kError;
   }
   try {
-    const Grammar grammar(in);
+    const size_t slash = arguments[0].rfind('/');
+    const std::string own = slash == std::string::npos ? "." : arguments[0].substr(0, slash + 1);
+    const Grammar grammar(in, {own, {folder}});
     if (wants_words) {
       for (const std::string &word : grammar.getAllWords()) {
         std::cout << word << '\n';

@@ -35,6 +35,11 @@ std::string read_file(const std::string &filename) {
   return content;
 }
 
+std::string folder_of(const std::string &filename) {
+  const size_t slash = filename.rfind('/');
+  return slash == std::string::npos ? "." : filename.substr(0, slash + 1);
+}
+
 // Appends with `separator` in between.
 void append_separated(std::string &list, const char *separator, const std::string &item) {
   if (!list.empty()) {
@@ -98,12 +103,14 @@ void GrammarManager::setNormalizeMode(int mode) {
 }
 
 void GrammarManager::load(const std::string &name, const std::string &filename) {
-  add(name, read_file(filename));
+  add(name, read_file(filename), folder_of(filename));
 }
 
-void GrammarManager::add(const std::string &name, const std::string &jsgf) {
+void GrammarManager::add(const std::string &name, const std::string &jsgf, const std::string &folder) {
   std::istringstream content(normalize(jsgf));
-  auto grammar = std::make_shared<Grammar>(content);
+  const quillbrook::jsgf::ImportFolders imports{
+      folder, {quillbrook::jsgf::kInstalledGrammars}, [this](const std::string &text) { return normalize(text); }};
+  auto grammar = std::make_shared<Grammar>(content, imports);
   grammar->setName(name);
   change([&](Set &set) {
     set.grammars.push_back(std::move(grammar));

@@ -44,7 +44,8 @@ public:
   // the input of `match` too.
   void setNormalizeMode(int mode);
 
-  // Reads a grammar file and adds it, switched on, under `name`. Throws GrammarFileError when the file is no readable
+  // Reads a grammar file and those that it imports, from below its own folder or where the grammars that come along are
+  // installed, and adds it, switched on, under `name`. Throws GrammarFileError when the file is no readable
   // regular file, and std::runtime_error, which tells line and column, when it does not parse; the set is then
   // unchanged.
   void load(const std::string &name, const std::string &filename);
@@ -92,7 +93,7 @@ private:
   template <typename Change>
   void change(Change &&change);
   std::string normalize(const std::string &text) const;
-  void add(const std::string &name, const std::string &jsgf);
+  void add(const std::string &name, const std::string &jsgf, const std::string &folder);
   bool exists(const std::string &name) const;
 
   std::shared_ptr<const Set> set_;  // null: empty

@@ -199,13 +199,16 @@ TEST_F(GrammarTest, AGrammarThatDoesNotLoadIsAnErrorLineAndNothingElse) {
   load("good", bad);
   load("good", "/nowhere/a.jsgf");
   load("good", fifo);
+  const std::string importer = stand_in::real_path(jsgf("importer.jsgf", "import <none.x>;"));
+  load("good", importer);
   const std::string begin = named("Cannot load JSGF grammar good = ");
   using testing::StartsWith;
   EXPECT_THAT(
       lines(__LOG_ERROR),
       testing::ElementsAre(StartsWith(begin + bad + ": line 3, column "),
                            begin + "/nowhere/a.jsgf: Erreur ouverture: /nowhere/a.jsgf: No such file or directory\n",
-                           StartsWith(begin + fifo + ": Erreur ouverture: ")));
+                           StartsWith(begin + fifo + ": Erreur ouverture: "),
+                           StartsWith(begin + importer + ": line 3, column 8: expected the grammar none in a file ")));
   EXPECT_EQ(session()->grammars.size(), 1U);
   EXPECT_EQ(session()->grammars.match("yes"), "Y");
 }
@@ -320,7 +323,9 @@ TEST_F(GrammarTest, TheFirstGrammarWithTagsAnswersAndTheFirstWithWordsHints) {
 }
 
 TEST_F(GrammarTest, AccentsAreRemovedWhereTheModeSaysSo) {
-  const std::string path = jsgf("a.jsgf", "public <r> = télé {éTÉ};");
+  // What is imported is read as what imports it.
+  file("parts.jsgf", "#JSGF V1.0;grammar parts;public <set> = télé {éTÉ};");
+  const std::string path = stand_in::real_path(jsgf("a.jsgf", "import <parts.set>;public <r> = <set>;"));
   // The words, the tags for the word with accents, and for that without.
   const char *expected[][3] = {{"télé", "éTÉ", ""}, {"tele", "éTÉ", ""}, {"tele", "eTe", "eTe"}};
   for (int mode = 0; mode <= 2; ++mode) {
