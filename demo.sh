@@ -5,7 +5,7 @@
 #        ./demo.sh FILE.wav [--words monday,tuesday]
 #                                 a recording of your own, and what may be said in it
 #        ./demo.sh --grammar      a dialogue with grammars, and its result documents
-#        ./demo.sh --endpointing  numbers read with pauses, cut by three settings of the timeouts
+#        ./demo.sh --endpointing  numbers read with pauses, cut by three settings of the timeouts and by a grammar
 #        ./demo.sh --server       the words through a speech server and the WebSocket plugin
 #        ./demo.sh --transcription   the words through an HTTP transcription server
 #

@@ -40,7 +40,7 @@ def parse_arguments():
     modes.add_argument("--grammar", dest="mode", action="store_const", const=grammar,
                        help="a dialogue with grammars, and its result documents")
     modes.add_argument("--endpointing", dest="mode", action="store_const", const=endpointing,
-                       help="numbers read with pauses, cut by three settings of the timeouts")
+                       help="numbers read with pauses, cut by three settings of the timeouts and by a grammar")
     modes.add_argument("--server", dest="mode", action="store_const", const=server.websocket,
                        help="the words through a speech server and the WebSocket plugin")
     modes.add_argument("--transcription", dest="mode", action="store_const", const=server.transcription,

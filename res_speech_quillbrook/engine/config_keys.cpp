@@ -57,6 +57,8 @@ constexpr ConfigKey kConfigKeys[] = {
     {{"extendedtimeout"}, Kind::kMilliseconds, &Engine::extendedtimeout, stores("0")},
     {{"earlyspeechtimeout"}, Kind::kMilliseconds, &Engine::earlyspeechtimeout, stores("0"), 24},
     {{"providertimeout"}, Kind::kMilliseconds, &Engine::providertimeout, stores("0"), 28},
+    {{"grammartimeouts"}, Kind::kBoolean, &Engine::grammartimeouts, stores("no"), kProfilePlaceLater},
+    {{"matchtimeout"}, Kind::kMilliseconds, &Engine::matchtimeout, stores("0"), kProfilePlaceLater, {.least = 0}},
     {{"endpointing"}, Kind::kBoolean, &Engine::endpointing, stores("no"), 17},
     {{"returnjson"}, Kind::kBoolean, &Engine::returnjson, stores("no"), 18, {.excludes = &Engine::returnnlsml}},
     {{"returnnlsml"}, Kind::kBoolean, &Engine::returnnlsml, stores("no"), 19, {.excludes = &Engine::returnjson}},

@@ -50,6 +50,8 @@ std::string complaint_about(PropertyOutcome outcome, const char *text, const cha
       return std::string("\"") + value + "\" is no number with the unit s or ms, and is stored as -1";
     case PropertyOutcome::kNoNumber:
       return std::string("\"") + value + "\" is no number, and is stored as 0";
+    case PropertyOutcome::kNoSwitch:
+      return std::string("\"") + value + "\" is neither yes nor no, and changes nothing";
     case PropertyOutcome::kModelFixed:
       return "changes nothing, because the model does not begin with a question mark";
     case PropertyOutcome::kUnknown:

@@ -40,6 +40,14 @@ PropertyOutcome store_timeout(quillbrook_speech_t &session, const PropertyValue 
   return value.timeout < 0 ? PropertyOutcome::kNoTime : PropertyOutcome::kSet;
 }
 
+PropertyOutcome store_grammar_timeouts(quillbrook_speech_t &session, const PropertyValue &value) {
+  if (!ast_true(value.text) && !ast_false(value.text)) {
+    return PropertyOutcome::kNoSwitch;
+  }
+  shared_store(session.grammartimeouts, ast_true(value.text) ? 1 : 0);
+  return PropertyOutcome::kSet;
+}
+
 PropertyOutcome store_tag(quillbrook_speech_t &session, const PropertyValue &value) {
   copy_text(session.loggingtag, value.text);
   return PropertyOutcome::kSet;
@@ -79,6 +87,8 @@ constexpr Property kProperties[] = {
     {"Min-Speech-Timeout", store_timeout<&quillbrook_speech_t::minspeechtimeout>},
     {"Speech-Complete-Timeout", store_timeout<&quillbrook_speech_t::completetimeout>},
     {"Speech-Incomplete-Timeout", store_timeout<&quillbrook_speech_t::incompletetimeout>},
+    {"Match-Timeout", store_timeout<&quillbrook_speech_t::matchtimeout>},
+    {"Grammar-Timeouts", store_grammar_timeouts},
     {"Speech-Timeout", store_timeout<&quillbrook_speech_t::speechtimeout>},
     {"Extended-Timeout", store_timeout<&quillbrook_speech_t::extendedtimeout>},
     {"Early-Timeout", store_timeout<&quillbrook_speech_t::earlyspeechtimeout>},

@@ -9,6 +9,7 @@ enum class PropertyOutcome {
   kSet,         // as it was meant
   kNoTime,      // a time that cannot be read, which stores -1
   kNoNumber,    // a number that cannot be read, which stores 0
+  kNoSwitch,    // neither yes nor no; nothing changes
   kModelFixed,  // a property for models that are left open, and this one is not; nothing changes
 };
 

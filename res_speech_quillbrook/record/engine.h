@@ -59,7 +59,9 @@ struct quillbrook_engine_t {
   int plugintimeout;  // how long a plugin may be silent once words came; 0 is for ever
   int stoptimeout;    // how long a plugin has to return from its loop; 0 is for ever
   char *loggingtag;
-  int index;  // place in the table
+  int index;            // place in the table
+  int grammartimeouts;  // flag: what the grammars say to a text chooses the limit of its silence
+  int matchtimeout;     // that limit behind what nothing may follow; 0: completetimeout
 };
 
 // Whether the results of the engine's sessions are utterances of their own. Of a single-shot session there is one.

@@ -61,21 +61,53 @@ std::string tags_of(const Grammar &grammar, const std::string &rule, const std::
   return tags;
 }
 
-GrammarMatch match_one(const Grammar &grammar, const std::string &text) {
-  GrammarMatch found;
-  found.grammar = grammar.getName();
+// Runs what asks a grammar something. Why it was given up, or an empty text.
+template <typename Ask>
+std::string reason_to_give_up(Ask &&ask) {
   try {
-    found.rule = grammar.getMatchingPublicRule(text);
-    if (!found.rule.empty()) {
-      found.tags = tags_of(grammar, found.rule, text);
-    }
+    ask();
+    return "";
   } catch (const quillbrook::jsgf::MatchGaveUp &failure) {
-    found.gave_up = failure.what();
+    return failure.what();
   } catch (const std::bad_alloc &) {
-    found.gave_up = "out of memory";
+    return "out of memory";
   }
-  return found;
 }
+
+// The time that all grammars of a session have together.
+class TimeForAll {
+public:
+  bool is_over() const { return monotonic_ms() - begun_ > kMatchLimit; }
+  static std::string reason() { return "those in front of it took longer than " + std::to_string(kMatchLimit) + " ms"; }
+
+private:
+  const int64_t begun_ = monotonic_ms();
+};
+
+// What one grammar accepts or lets go on, all of them do.
+class ExtentOfAll {
+public:
+  void add(quillbrook::jsgf::Viability one) {
+    using quillbrook::jsgf::Viability;
+    asked_ = true;
+    complete_ = complete_ || one == Viability::kComplete || one == Viability::kCompleteSoFar;
+    goes_on_ = goes_on_ || one == Viability::kBeginning || one == Viability::kCompleteSoFar;
+  }
+  quillbrook_extent extent() const {
+    if (!asked_) {
+      return kExtentUnknown;
+    }
+    if (complete_) {
+      return goes_on_ ? kExtentCompleteSoFar : kExtentComplete;
+    }
+    return goes_on_ ? kExtentBeginning : kExtentImpossible;
+  }
+
+private:
+  bool asked_ = false;
+  bool complete_ = false;
+  bool goes_on_ = false;
+};
 
 }  // namespace
 
@@ -198,7 +230,7 @@ std::string GrammarManager::match(const std::string &input) const {
 }
 
 GrammarMatch GrammarManager::matchInFull(const std::string &input) const {
-  const int64_t begun = monotonic_ms();
+  const TimeForAll time;
   const std::string effective = normalize(input);
   notice("Match: %d grammar(s) loaded, %d active [%s], input [%s]\n", static_cast<int>(size()),
          static_cast<int>(activeCount()), Printable(activeNames()).text(), Printable(effective).text());
@@ -208,11 +240,15 @@ GrammarMatch GrammarManager::matchInFull(const std::string &input) const {
       notice("Match: grammar %s is not active, skipped\n", Printable(name).text());
       continue;
     }
-    if (monotonic_ms() - begun > kMatchLimit) {
-      return {name, "", "", "those in front of it took longer than " + std::to_string(kMatchLimit) + " ms"};
+    if (time.is_over()) {
+      return {name, "", "", TimeForAll::reason()};
     }
     notice("Grammar name: %s content: %s\n", Printable(name).text(), Printable(grammar->getText()).text());
-    GrammarMatch found = match_one(*grammar, effective);
+    GrammarMatch found = {name, "", "", ""};
+    found.gave_up = reason_to_give_up([&] {
+      found.rule = grammar->getMatchingPublicRule(effective);
+      found.tags = found.rule.empty() ? "" : tags_of(*grammar, found.rule, effective);
+    });
     if (!found.gave_up.empty()) {
       return {name, "", "", found.gave_up};
     }
@@ -224,6 +260,29 @@ GrammarMatch GrammarManager::matchInFull(const std::string &input) const {
     notice("Match: no match in grammar %s (rule [%s])\n", Printable(name).text(), Printable(found.rule).text());
   }
   return {};
+}
+
+GrammarExtent GrammarManager::judgeExtent(const std::string &input, bool may_grow) const {
+  using quillbrook::jsgf::LastWord;
+  const TimeForAll time;
+  const std::string effective = normalize(input);
+  ExtentOfAll all;
+  for (const std::shared_ptr<const Grammar> &grammar : set().grammars) {
+    const std::string name = grammar->getName();
+    if (set().inactive.count(name)) {
+      continue;
+    }
+    if (time.is_over()) {
+      return {kExtentUnknown, name, TimeForAll::reason()};
+    }
+    trace(2, "Judge the words by grammar %s\n", Printable(name).text());
+    const std::string gave_up = reason_to_give_up(
+        [&] { all.add(grammar->getViability(effective, may_grow ? LastWord::kMayGrow : LastWord::kIsWhole)); });
+    if (!gave_up.empty()) {
+      return {kExtentUnknown, name, gave_up};
+    }
+  }
+  return {all.extent(), "", ""};
 }
 
 std::string GrammarManager::words() const {

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "../host.h"
+#include "recognition.h"
 
 class Grammar;
 
@@ -30,6 +31,13 @@ struct GrammarMatch {
   std::string grammar;
   std::string rule;
   std::string tags;
+  std::string gave_up;
+};
+
+// What a text is to the active grammars together, as something that may go on. `gave_up` and `grammar` as above.
+struct GrammarExtent {
+  quillbrook_extent extent = kExtentUnknown;
+  std::string grammar;
   std::string gave_up;
 };
 
@@ -73,6 +81,10 @@ public:
   // runs out, and in front of a grammar when those before it have taken as long as one may. No grammar behind the one
   // where it gives up is tried: it would answer in the place of that one.
   GrammarMatch matchInFull(const std::string &input) const;
+
+  // What `input` is, tags or not. Its last word `may_grow` while the recogniser is in the middle of it. Unknown without
+  // an active grammar. Gives up as a match does, on all grammars.
+  GrammarExtent judgeExtent(const std::string &input, bool may_grow) const;
 
   // The words of the first active grammar that has any, joined by ", "; else empty.
   std::string words() const;

@@ -38,6 +38,15 @@ struct quillbrook_stream_name {
   char full[120];
 };
 
+// What the words of a text are to the active grammars, when they choose the limit of its silence.
+enum quillbrook_extent {
+  kExtentUnknown = 0,  // nobody has asked them, or they have no answer
+  kExtentImpossible,   // no text that they accept begins like that
+  kExtentBeginning,
+  kExtentCompleteSoFar,  // accepted, and more may follow
+  kExtentComplete,       // accepted, and nothing may follow
+};
+
 // Bytes of a transcript at most, confirmed and unconfirmed text together. What is beyond is dropped.
 constexpr size_t kTranscriptMax = size_t{1} << 20;
 
@@ -63,13 +72,15 @@ struct quillbrook_transcript_t {
   int score;  // percent
   char *interpretation;
   char *json;
-  int json_of_interim;      // `json` came with an interim
-  std::string json_pieces;  // with `jsonpieces`: a value for each final piece of `text`, separated by commas
-  int incomplete_reported;  // the incomplete error of the present silence is out
-  int overflow_reported;    // the transcript has reached its limit
-  int no_match;             // the plugin has said that nothing was understood
-  int overtaken;            // another run has made the result of this utterance (result/utterance.h)
-  int unanswered;           // a text has stopped the prompt, and the session has queued no result since
+  int json_of_interim;       // `json` came with an interim
+  std::string json_pieces;   // with `jsonpieces`: a value for each final piece of `text`, separated by commas
+  int incomplete_reported;   // the incomplete error of the present silence is out
+  int overflow_reported;     // the transcript has reached its limit
+  int no_match;              // the plugin has said that nothing was understood
+  int overtaken;             // another run has made the result of this utterance (result/utterance.h)
+  int unanswered;            // a text has stopped the prompt, and the session has queued no result since
+  quillbrook_extent extent;  // of the latest text
+  int extent_given_up;       // judging an earlier text took too much: no more of this utterance is judged
 };
 
 // How far a run is. Only inside the plugin's loop is a thread left behind: everywhere else it comes to an end by

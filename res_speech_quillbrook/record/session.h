@@ -89,6 +89,8 @@ struct quillbrook_speech_t {
   int extendedtimeout;     // shared
   int earlyspeechtimeout;  // shared
   int providertimeout;
+  int grammartimeouts;  // shared
+  int matchtimeout;     // shared
   char loggingtag[kLoggingtagSize];
 
   char grammar_id[kGrammarNameSize];  // grammar that results are attributed to; guarded by grammar_lock

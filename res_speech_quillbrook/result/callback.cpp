@@ -1,6 +1,6 @@
 // The road of a message: checks that need no more than a look, then, under the session's result_lock, the phases that
 // change something. The timers run before the message's own text is stored, so a call on which a timer fires does not
-// add its own words. Where grammars are to judge a finished text, the lock is let go for as long as that takes.
+// add its own words. Where grammars are to judge a text, the lock is let go for as long as that takes.
 
 #include "callback.h"
 
@@ -111,6 +111,8 @@ void take(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->resu
   }
   if (message.has_words()) {
     message.transcript.datewords = message.transcript.datelast;
+    message.transcript.extent = kExtentUnknown;
+    message.is_new_text = true;
   }
   quillbrook_store_interim(message);
   quillbrook_take_no_match(message);
@@ -144,9 +146,10 @@ void settle(quillbrook_message &message, const quillbrook_judgement &judgement)
 }
 
 // While the grammars were asked the session may have begun to end, the dialplan have turned to another question, or
-// another run have made the result.
+// another run have made the result. An error that the message itself has queued by then changes nothing.
 bool is_over(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
-  return !quillbrook_session_of(message.speech) || message.recognition->abandoned || is_too_late(message);
+  return !quillbrook_session_of(message.speech) || message.recognition->abandoned ||
+         (!message.has_result && is_too_late(message));
 }
 
 // The lock is taken ahead of the late gate, so that of two finishes at one time the second one finds the first one's
@@ -168,7 +171,7 @@ int process(quillbrook_message &message, bool session_ended) {
     }
     trace_state(message);
     take(message);
-    if (!message.is_finish() || !quillbrook_ask_grammars(message, question)) {
+    if (!quillbrook_ask_grammars(message, question)) {
       settle(message, {});
       return 0;
     }
@@ -181,6 +184,7 @@ int process(quillbrook_message &message, bool session_ended) {
   if (is_over(message)) {
     return -1;
   }
+  quillbrook_note_extent(message, judgement);
   settle(message, judgement);
   return 0;
 }

@@ -84,6 +84,8 @@ quillbrook_result_t describe(const quillbrook_transcript_t &transcript, const qu
 void take_text_away(quillbrook_transcript_t &transcript) {
   quillbrook_release_text(transcript.text);
   transcript.json_pieces.clear();
+  transcript.extent = kExtentUnknown;
+  transcript.extent_given_up = 0;
 }
 
 void deliver_json(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {

@@ -83,9 +83,26 @@ void extend_complete_timeout(const quillbrook_message &message, int duration) {
   }
 }
 
-// The utterance is complete. A plugin that can flush is asked to, and gets a second for it, which the incomplete
-// timeout then ends; else the recognition ends here.
-void complete(quillbrook_message &message) {
+// What the silence of the words has to exceed, where the complete timeout is `completetimeout`: the grammars know
+// whether there is anything to wait for.
+int limit_of_silence(const quillbrook_message &message, int completetimeout) {
+  switch (message.transcript.extent) {
+    case kExtentComplete: {
+      const int matchtimeout = shared_load(message.session->matchtimeout);
+      return matchtimeout ? matchtimeout : completetimeout;
+    }
+    case kExtentBeginning: {
+      const int incompletetimeout = shared_load(message.context->incompletetimeout);
+      return incompletetimeout ? incompletetimeout : completetimeout;
+    }
+    default:
+      return completetimeout;
+  }
+}
+
+// The utterance is complete, by a silence longer than `limit`. A plugin that can flush is asked to, and gets a second
+// for it, which the incomplete timeout then ends; else the recognition ends here.
+void complete(quillbrook_message &message, int limit) {
   quillbrook_context *context = message.context;
   const int finalize = shared_load(context->finalize);
   if (finalize != 0) {
@@ -95,8 +112,7 @@ void complete(quillbrook_message &message) {
     message.transcript.datefinalize = message.transcript.datelast;
     // The limit stands before the plugin sees the flag. Where the words have been silent for long, it lies ahead of
     // now.
-    const int silence = wants_both_silences(message) ? static_cast<int>(text_silence(message.transcript))
-                                                     : shared_load(context->completetimeout);
+    const int silence = wants_both_silences(message) ? static_cast<int>(text_silence(message.transcript)) : limit;
     shared_store(context->incompletetimeout, silence + kFinalizeTime);
     shared_store(context->finalize, 1);
     trace(2, "Try to finalize a result after completetimeout !\n");
@@ -121,8 +137,9 @@ void test_complete_timeout(quillbrook_message &message, int duration) {
     return;
   }
   extend_complete_timeout(message, duration);
-  if (is_silent_for(message, shared_load(message.context->completetimeout))) {
-    complete(message);
+  const int limit = limit_of_silence(message, shared_load(message.context->completetimeout));
+  if (is_silent_for(message, limit)) {
+    complete(message, limit);
   }
 }
 
@@ -181,14 +198,14 @@ int shortest_complete_timeout(const quillbrook_message &message) {
   const int extendedtimeout = shared_load(message.session->extendedtimeout);
   const bool is_exchanged =
       shared_load(message.session->speechtimeout) && extendedtimeout && timeout <= kExtensionLimit;
-  return timeout && is_exchanged ? std::min(timeout, extendedtimeout) : timeout;
+  return limit_of_silence(message, timeout && is_exchanged ? std::min(timeout, extendedtimeout) : timeout);
 }
 
 int left_of_complete(const quillbrook_message &message, int64_t words) {
-  const int timeout = shortest_complete_timeout(message);
-  if (!timeout || shared_load(message.context->finalize) != 0) {
+  if (!shared_load(message.context->completetimeout) || shared_load(message.context->finalize) != 0) {
     return INT_MAX;
   }
+  const int timeout = shortest_complete_timeout(message);
   const int audio = left(timeout, shared_load(message.recognition->silence));
   if (wants_both_silences(message)) {
     return std::min(std::max(left(timeout, words), audio), left(int64_t{kTimeoutsInNoise} * timeout, words));

@@ -10,11 +10,12 @@ struct quillbrook_message {
   quillbrook_recognition_t *recognition;
   quillbrook_transcript_t &transcript;  // of the run that reports
   const char *text;                     // the plugin's, or null
-  int score;                // as sent; a phase that decides that the recognition ends makes it QUILLBROOK_SCORE_FINISH
-  int hold = 0;             // the plugin is closing: a timer or a final piece must not finish the call yet
-  bool timed_out = false;   // a timer has finished the utterance
-  bool failed = false;      // the incomplete timeout has ended the utterance
-  bool has_result = false;  // the call has queued a result, be it an error
+  int score;                 // as sent; a phase that decides that the recognition ends makes it QUILLBROOK_SCORE_FINISH
+  int hold = 0;              // the plugin is closing: a timer or a final piece must not finish the call yet
+  bool timed_out = false;    // a timer has finished the utterance
+  bool failed = false;       // the incomplete timeout has ended the utterance
+  bool is_new_text = false;  // the transcript has taken words over that differ from the last ones
+  bool has_result = false;   // the call has queued a result, be it an error
 
   bool has_text() const { return text && text[0]; }
   bool is_finish() const { return score == QUILLBROOK_SCORE_FINISH; }

@@ -184,6 +184,16 @@ void quillbrook_append_final(quillbrook_message &message) {
   }
 }
 
+std::string quillbrook_text_so_far(const quillbrook_message &message) {
+  const quillbrook_transcript_t &transcript = message.transcript;
+  std::string text(transcript.text ? transcript.text : "", length_of(transcript));
+  if (transcript.text_interim) {
+    text += text.empty() ? "" : separator(*message.session->engine);
+    text += transcript.text_interim;
+  }
+  return text;
+}
+
 void quillbrook_close_text(quillbrook_message &message) {
   quillbrook_transcript_t &transcript = message.transcript;
   const quillbrook_engine_t &engine = *message.session->engine;

@@ -25,5 +25,8 @@ void quillbrook_take_no_match(quillbrook_message &message) QUILLBROOK_REQUIRES(m
 // piece is a result of its own, or when the call is ending.
 void quillbrook_append_final(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock);
 
+// The text as it would be if it ended here.
+std::string quillbrook_text_so_far(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock);
+
 // Merges a stored interim into the text. A result made of an interim alone gets the score 50.
 void quillbrook_close_text(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock);

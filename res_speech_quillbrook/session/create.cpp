@@ -94,6 +94,8 @@ void take_engine_settings(quillbrook_speech_t *session) {
   session->extendedtimeout = engine.extendedtimeout;
   session->earlyspeechtimeout = engine.earlyspeechtimeout;
   session->providertimeout = engine.providertimeout;
+  session->grammartimeouts = engine.grammartimeouts;
+  session->matchtimeout = engine.matchtimeout;
 }
 
 // The tag of the call makes the name of the session, when the engine asks for it and there is one.

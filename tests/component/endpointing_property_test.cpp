@@ -5,6 +5,7 @@
 // millisecond above it. A failure prints the seed and the road to it.
 #include <optional>
 #include <random>
+#include <regex>
 
 #include "../../res_speech_quillbrook/result/services.h"
 #include "session_fixture.h"
@@ -24,6 +25,9 @@ struct Model {
   bool unanswered = false;   // a first text has come, and no result behind it
   bool keeps_words = false;  // the call brings the first words: no timer takes them
   std::string text, interim;
+  // With `grammartimeouts`: what the grammar accepts, and what the latest text is to it.
+  std::vector<std::string> language;
+  enum Extent { kUnknown, kImpossible, kBeginning, kCompleteSoFar, kComplete } extent = kUnknown;
   int sum = 0, pieces = 0, score = 0;
   // Of the call.
   bool barges_in = false, ends_utterance = false;
@@ -45,10 +49,30 @@ struct Model {
     return answer;
   }
 
+  Extent judge() const {
+    if (language.empty() || !set.timeouts) return kUnknown;
+    std::istringstream words(std::regex_replace(joined(text, interim), std::regex("[.?]"), ""));
+    std::string said;
+    for (std::string word; words >> word;) said += word + " ";
+    bool complete_now = false, goes_on = false;
+    for (const std::string &sentence : language) {
+      complete_now = complete_now || sentence == said;
+      goes_on = goes_on || (sentence != said && sentence.compare(0, said.size(), said) == 0);
+    }
+    if (complete_now) return goes_on ? kCompleteSoFar : kComplete;
+    return goes_on ? kBeginning : kImpossible;
+  }
+
+  int limit() const {
+    if (extent == kComplete && set.matchtimeout) return set.matchtimeout;
+    return extent == kBeginning && incomplete ? incomplete : complete;
+  }
+
   void begin_anew() {
     first_text = silent_since = closing_since = std::nullopt;
     error_told = false;
     text = interim = "";
+    extent = kUnknown;
     sum = pieces = score = 0;
     if (hangup) return;
     complete = set.completetimeout;
@@ -92,7 +116,7 @@ struct Model {
     if (session_end || confidence == -2 || timed_out) {
       deliver(timed_out);
     } else if (confidence == -1 && !said.empty()) {
-      interim = said;
+      if (said != interim) extent = (interim = said, judge());
     } else if (confidence == 0 && said.size() == 1 && said != " ") {
       text = said;
       deliver();
@@ -101,6 +125,7 @@ struct Model {
       interim.clear();
       sum += confidence;
       score = sum / ++pieces;
+      extent = judge();
       if (hangup || (complete == incomplete && !held)) deliver();
     }
     return 0;
@@ -116,12 +141,13 @@ struct Model {
         complete = set.extendedtimeout;
       }
       const bool both = set.dsp && set.both_silences;
-      const bool noise = silent > int64_t{3} * complete;
-      const bool over = both ? silent > complete && (dsp > complete || noise) : silent > complete || dsp > complete;
+      const int most = limit();
+      const bool noise = silent > int64_t{3} * most;
+      const bool over = both ? silent > most && (dsp > most || noise) : silent > most || dsp > most;
       if (over && finalize == 0) {
         if (quantum) {
           finalize = 1;
-          incomplete = static_cast<int>(both ? silent : complete) + 1000;
+          incomplete = static_cast<int>(both ? silent : most) + 1000;
         } else {
           finish = true;
         }
@@ -151,7 +177,18 @@ struct Model {
     if (!kept) return void(results.emplace_back("error", 0));
     results.emplace_back(text + (set.endpointing ? "." : ""), score);
     text.clear();
+    extent = kUnknown;
   }
+};
+
+struct Language {
+  const char *rules;
+  std::vector<std::string> sentences;
+};
+const Language kLanguages[] = {
+    {"", {}},
+    {"public <r> = a b {t};", {"a b "}},
+    {"public <r> = a b {t} [<more>]; <more> = a b;", {"a b ", "a b a b "}},
 };
 
 class EndpointingPropertyTest : public SessionTest {
@@ -177,9 +214,14 @@ protected:
     engine.providertimeout = pick({0, 0, 300, 1250});
     engine.completetimeout = pick({0, 300, 1000, 1000, 2500, 2501, -1});
     engine.incompletetimeout = pick({0, 300, 1000, 1500, 3000, 3000, -1});
+    engine.matchtimeout = pick({0, 200, 1500});
+    engine.grammartimeouts = one_in(2);
     create();
+    const Language &language = kLanguages[pick({0, 1, 2})];
+    if (!language.sentences.empty()) load_grammar("g", language.rules);
     start();
     Model model(engine);
+    if (engine.grammartimeouts) model.language = language.sentences;
     model.quantum = one_in(2);
     context()->quantum = model.quantum;
     return model;
@@ -189,7 +231,7 @@ protected:
     std::vector<int64_t> limits;
     if (model.silent_since) {
       limits = {*model.silent_since + model.complete, *model.silent_since + INT64_C(3) * model.complete,
-                *model.silent_since + model.incomplete};
+                *model.silent_since + model.incomplete, *model.silent_since + model.limit()};
     }
     if (model.first_text) limits.push_back(*model.first_text + model.set.speechtimeout);
     if (model.closing_since) limits.push_back(*model.closing_since + model.set.closetimeout);
@@ -252,7 +294,7 @@ TEST_F(EndpointingPropertyTest, TheModuleAndTheModelAgree) {
       static const char *const kTexts[] = {nullptr, nullptr, "", "a", "a b", "?", " "};
       const char *text = kTexts[pick({0, 1, 2, 3, 3, 4, 4, 5, 6})];
       const int confidence = pick({-1, -1, -1, -1, 0, 1, 90, one_in(3) ? -2 : -1, one_in(3) ? -200 : -1, -3});
-      const int dsp = one_in(4) ? model.complete + pick({0, 1}) : 0;
+      const int dsp = one_in(4) ? pick({model.complete, model.limit()}) + pick({0, 1}) : 0;
       if (one_in(30)) context()->hangup = model.hangup = true;
       if (one_in(30) && model.finalize == 0) model.finalize = context()->finalize = 1;
       shared_store(recognition()->silence, dsp);

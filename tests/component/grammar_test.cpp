@@ -43,6 +43,7 @@ std::string settings(const quillbrook_speech_t *session) {
   all << "speedvsaccuracy=" << session->speedvsaccuracy << "\ncompletetimeout=" << session->completetimeout
       << "\nincompletetimeout=" << session->incompletetimeout << "\nminspeechtimeout=" << session->minspeechtimeout
       << "\nmaxspeechtimeout=" << session->maxspeechtimeout << "\nspeechtimeout=" << session->speechtimeout
+      << "\nmatchtimeout=" << session->matchtimeout << "\ngrammartimeouts=" << session->grammartimeouts
       << "\nextendedtimeout=" << session->extendedtimeout << "\nearlyspeechtimeout=" << session->earlyspeechtimeout
       << "\nloggingtag=" << session->loggingtag << "\nmodel=" << session->model << "\nlanguage=" << session->language
       << "\nvoice=" << session->voice << "\nconfiguration=" << session->configuration << "\n";
@@ -61,6 +62,10 @@ TEST_F(GrammarTest, EachFormSetsItsOwnFieldAndNothingElse) {
                                           "x,property:Speech-Complete-Timeout=5s => completetimeout=5000",
                                           "x,property:Speech-Incomplete-Timeout=6s => incompletetimeout=6000",
                                           "x,property:Extended-Timeout=7s => extendedtimeout=7000",
+                                          "x,property:Match-Timeout=9s => matchtimeout=9000",
+                                          "x,property:Grammar-Timeouts=yes => grammartimeouts=1",
+                                          "no,property:Grammar-Timeouts => grammartimeouts=0",
+                                          "x,property:Grammar-Timeouts=often => ",
                                           "x,property:Early-Timeout=8s => earlyspeechtimeout=8000",
                                           "x,property:Logging-Tag=a=b 9s.txt => loggingtag=a=b 9s.txt",
                                           "x,property:Speed-vs-Accuracy=0.7 => speedvsaccuracy=0.7",

@@ -122,6 +122,34 @@ TEST_F(MatchingTest, WhoWantsTheLastReportWaitsForIt) {
   destroy();
 }
 
+TEST_F(MatchingTest, HowFarTheWordsAreIsJudgedWithoutLocksAndNotForEver) {
+  engine.grammartimeouts = 1;
+  start_with_grammar();
+  load_grammar("second", "public <answer> = yes sir {sir};\n");
+  debug = 1;
+  ast_verb_sys_level = 2;
+  const char *judging = "Judge the words by grammar %s\n";
+  bool passed = false;
+  stand_in::during(judging, [&] {
+    on_other_thread([&] {
+      passed = session()->result_lock.try_lock() && session()->grammar_lock.try_lock();
+      if (!passed) return;
+      session()->grammar_lock.unlock();
+      session()->result_lock.unlock();
+    });
+  });
+  send("yes", QUILLBROOK_SCORE_INTERIM);
+  ASSERT_TRUE(passed);
+  EXPECT_EQ(transcript().extent, kExtentCompleteSoFar);
+  stand_in::during(judging, [] { stand_in::advance_ms(2001); });
+  for (const char *text : {"yes s", "yes si", "yes sir"}) {
+    send(text, QUILLBROOK_SCORE_INTERIM);
+    EXPECT_EQ(transcript().extent, kExtentUnknown);
+  }
+  EXPECT_EQ(stand_in::mentioned(named("Judging the words by the grammar second was given up: ")), 1);
+  ast_verb_sys_level = 0;
+}
+
 TEST_F(MatchingTest, OneThatTakesTooLongKeepsTheText) {
   start_with_grammar();
   load_grammar("second", "public <answer> = maybe {perhaps};\n");

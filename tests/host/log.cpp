@@ -109,8 +109,11 @@ void __ast_verbose(const char *, int, const char *, int level, const char *forma
   va_start(arguments, format);
   const stand_in::Line line = {level, formatted(format, arguments)};
   va_end(arguments);
-  stand_in::Guard guard(stand_in::state_lock());
-  state().verbose.push_back(line);
+  {
+    stand_in::Guard guard(stand_in::state_lock());
+    state().verbose.push_back(line);
+  }
+  stand_in::reached(format);
 }
 unsigned int ast_debug_get_by_module(const char *) { return 0; }
 

@@ -261,6 +261,11 @@ int ast_true(const char *value) {
     if (value && strcasecmp(value, word) == 0) return -1;
   return 0;
 }
+int ast_false(const char *value) {
+  for (const char *word : {"no", "false", "n", "f", "0", "off"})
+    if (value && strcasecmp(value, word) == 0) return -1;
+  return 0;
+}
 
 // Command line
 

@@ -96,7 +96,7 @@ void note(const std::string &call);
 std::vector<std::string> notes();
 int noted(const std::string &call);
 // Runs `action` once, in the middle of the next call of that name, on its thread: for what happens meanwhile on
-// another. Calls of usleep count as "usleep", lines of ast_log as their format.
+// another. Calls of usleep count as "usleep", lines of the log as their format.
 void during(const std::string &call, std::function<void()> action);
 
 // Files of the module, by the path that the module knows; without the list of them that it keeps itself.
