@@ -83,6 +83,8 @@ public:
     engine.jsonpieces = 1;
     engine.returnnlsml = form != 't';
     engine.normalize_phrases = form == 'a';
+    engine.completetimeout = 1000;  // pieces are gathered until the finish
+    engine.incompletetimeout = 3000;
     create();
     quillbrook_recog_activate_grammar(&speech, "a<b");
     start();
