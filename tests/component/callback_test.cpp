@@ -224,26 +224,4 @@ TEST_F(CallbackTest, ManySmallPiecesNeedFewAllocations) {
   EXPECT_EQ(transcript().text_length, 20000U * 5 - 1);
 }
 
-TEST_F(CallbackTest, EveryAllocationMayFail) {
-  engine.endpointing = 1;
-  for (int nth = 1;; ++nth) {
-    plugin.loops = 0;
-    create_and_start();
-    send("one", 80);
-    send("two", QUILLBROOK_SCORE_INTERIM);
-    stand_in::fail(stand_in::Fault::kAllocation, nth);
-    send("three", 80);
-    const int failed_early = stand_in::stop_failing();
-    EXPECT_STREQ(transcript().text, failed_early ? "one" : "one.\nthree");
-    EXPECT_EQ(transcript().text_interim == nullptr, !failed_early);
-    stand_in::fail(stand_in::Fault::kAllocation, nth);
-    finish();
-    const int failed_late = stand_in::stop_failing();
-    const std::string text = get();
-    EXPECT_TRUE(text == "error" || text.rfind("one", 0) == 0) << text;
-    destroy();
-    if (!failed_early && !failed_late) break;
-  }
-}
-
 }  // namespace

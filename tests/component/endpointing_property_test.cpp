@@ -19,6 +19,7 @@ struct Model {
   // The plugin's record.
   int complete = set.completetimeout, incomplete = set.incompletetimeout, finalize = 0;
   bool quantum = false, hangup = false;
+  bool detector = set.dsp;
   // The recognition.
   std::optional<int64_t> first_text, silent_since, closing_since;
   bool closed = false, error_told = false;
@@ -140,7 +141,7 @@ struct Model {
           complete <= 2500) {
         complete = set.extendedtimeout;
       }
-      const bool both = set.dsp && set.both_silences;
+      const bool both = detector && set.both_silences;
       const int most = limit();
       const bool noise = silent > int64_t{3} * most;
       const bool over = both ? silent > most && (dsp > most || noise) : silent > most || dsp > most;
@@ -216,12 +217,16 @@ protected:
     engine.incompletetimeout = pick({0, 300, 1000, 1500, 3000, 3000, -1});
     engine.matchtimeout = pick({0, 200, 1500});
     engine.grammartimeouts = one_in(2);
+    const bool broken = one_in(8);
+    if (broken) stand_in::fail(stand_in::Fault::kDetector);
     create();
     const Language &language = kLanguages[pick({0, 1, 2})];
     if (!language.sentences.empty()) load_grammar("g", language.rules);
     start();
+    stand_in::stop_failing();
     Model model(engine);
     if (engine.grammartimeouts) model.language = language.sentences;
+    model.detector = engine.dsp && !broken;
     model.quantum = one_in(2);
     context()->quantum = model.quantum;
     return model;

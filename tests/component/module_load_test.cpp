@@ -89,39 +89,6 @@ TEST_F(LoadTest, EachFunctionHasTwoNamesAndTheFirstWins) {
   }
 }
 
-TEST_F(LoadTest, AFailureWithdrawsWhatWasDone) {
-  const struct {
-    Fault fault;
-    int nth;
-    const char *line;
-  } failures[] = {{Fault::kFormatCap, 1, "Failed to alloc media format capabilities\n"},
-                  {Fault::kFormatCap, 3, "Failed to alloc media format capabilities\n"},
-                  {Fault::kEngineRegister, 1, "Failed to register module\n"},
-                  {Fault::kEngineRegister, 3, "Failed to register module quillbrook:names\n"},
-                  {Fault::kCliRegister, 1, "Failed to register QuillBrook CLI commands\n"},
-                  {Fault::kCliRegister, 2, "Failed to register QuillBrook CLI commands\n"}};
-  for (const auto &failure : failures) {
-    const int before = stand_in::logged(__LOG_ERROR, failure.line);
-    stand_in::fail(failure.fault, failure.nth);
-    EXPECT_EQ(stand_in::load_module(), -1);
-    EXPECT_EQ(stand_in::logged(__LOG_ERROR, failure.line), before + 1);
-    expect_nothing_left();
-  }
-}
-
-TEST_F(LoadTest, EveryAllocationMayFail) {
-  for (int nth = 1;; ++nth) {
-    stand_in::fail(Fault::kAllocation, nth);
-    const int result = stand_in::load_module();
-    const int failures = stand_in::stop_failing();
-    if (result == 0) {
-      EXPECT_EQ(stand_in::unload_module(), 0);
-    }
-    expect_nothing_left();
-    if (!failures) break;
-  }
-}
-
 TEST_F(LoadTest, AnUnloadThatFailsHalfWayLeavesNoEngineThatRuns) {
   ASSERT_EQ(stand_in::load_module(), 0);
   stand_in::fail(Fault::kClosePlugin, 3);

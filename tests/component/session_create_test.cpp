@@ -83,25 +83,6 @@ TEST_F(CreateTest, TheLoggingTagIsAWordOrAValueOfTheCall) {
   }
 }
 
-TEST_F(CreateTest, EveryAllocationMayFail) {
-  engine.logtag = 1;
-  set(engine.ws_phrases, "yes,no");
-  set(engine.loggingtag, "param");
-  for (const char *command : {kUniqueid, kRemote, kTag, kParam}) {
-    stand_in::answer_command(command, "value");
-  }
-  for (int nth = 1, failures = 1; failures; ++nth) {
-    stand_in::fail(stand_in::Fault::kAllocation, nth);
-    const int result = quillbrook_recog_create(&speech, nullptr);
-    failures = stand_in::stop_failing();
-    EXPECT_EQ(result, nth == 1 ? -1 : 0);
-    EXPECT_EQ(speech.data != nullptr, result == 0);
-    EXPECT_EQ(stand_in::logged(__LOG_ERROR, "Cannot allocate speech context!\n"), 1);
-    EXPECT_EQ(quillbrook_statistics_read().stats.sessions_total, static_cast<unsigned>(nth - 1));
-    if (result == 0) destroy();
-  }
-}
-
 // Other threads read and write a channel's settings, also while it goes.
 TEST_F(CreateTest, SettingsOfASessionThatIsGoneAreAnsweredAsAlways) {
   verbose = 1;

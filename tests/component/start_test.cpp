@@ -167,51 +167,6 @@ TEST_F(StartTest, TheDoneOfAQuickPluginStands) {
   EXPECT_EQ(get(), "quick");
 }
 
-TEST_F(StartTest, AFailureIsLoggedAndTheSessionGoesOn) {
-  const auto fails = [](Fault fault) { return [fault] { stand_in::fail(fault); }; };
-  const struct {
-    const char *name;
-    std::function<void()> set_up;
-    int level;
-    std::string line;
-    bool recognises;  // the plugin runs all the same
-    int state = kReady;
-  } failures[] = {
-      {"no detector", fails(Fault::kDetector), __LOG_WARNING, "Unable to allocate DSP!\n", true},
-      {"no context", [] { stand_in::fail_allocations_of(sizeof(quillbrook_run_t)); }, __LOG_ERROR,
-       "Enable to create quillbrook context\n", false},
-      {"no stream", fails(Fault::kWriteStream), __LOG_ERROR, "Cannot open /tmp/quillbrook_", false, kDone},
-      {"no thread", fails(Fault::kThread), __LOG_WARNING, "(QBK-", false},
-      {"plugin refuses", [&] { plugin.init_result = 1; }, __LOG_WARNING, "Failed to intialize quillbrook plugin\n",
-       false},
-  };
-  create();
-  for (const auto &failure : failures) {
-    SCOPED_TRACE(failure.name);
-    plugin.loops = 0;
-    failure.set_up();
-    start();
-    stand_in::stop_failing();
-    EXPECT_EQ(state(), failure.state);
-    const std::vector<stand_in::Line> lines = stand_in::log_lines();
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines[0].level, failure.level);
-    EXPECT_THAT(lines[0].text, testing::StartsWith(failure.line));
-    write_ms(20, 1000);
-    EXPECT_EQ(failure.recognises && eventually([&] { return plugin.loops == 1; }), failure.recognises);
-    if (failure.recognises) send("heard", 60);
-    EXPECT_EQ(get(), failure.recognises ? "heard" : "error");
-    EXPECT_EQ(plugin.loops, failure.recognises);
-    // The next recognition is whole.
-    plugin.init_result = 0;
-    start();
-    EXPECT_TRUE(eventually([&] { return plugin.loops == 1 + failure.recognises; }));
-    send("again", 60);
-    EXPECT_EQ(get(), "again");
-    stand_in::reset_log();
-  }
-}
-
 TEST_F(StartTest, TheReasonIsToldWhyThereIsNoStream) {
   for (const bool denied : {false, true}) {
     create();
@@ -224,20 +179,6 @@ TEST_F(StartTest, TheReasonIsToldWhyThereIsNoStream) {
     EXPECT_EQ(get(), "error");
     destroy();
     stand_in::reset_log();
-  }
-}
-
-TEST_F(StartTest, EveryAllocationMayFail) {
-  set(engine.ws_phrases, "yes");
-  twin = 1;
-  for (int nth = 1;; ++nth) {
-    create();
-    stand_in::fail(Fault::kAllocation, nth);
-    start();
-    const int failures = stand_in::stop_failing();
-    destroy();
-    EXPECT_THAT(stand_in::files(), testing::IsEmpty());
-    if (!failures) break;
   }
 }
 

@@ -248,7 +248,10 @@ protected:
   void expect_a_way_out(bool ticks) {
     const auto trapped = [&] { return state() == kReady && (shared_load(speech.flags) & AST_SPEECH_QUIET); };
     if (!trapped()) return;
-    const bool stored = (transcript().text && transcript().text[0]) || transcript().text_interim;
+    const bool stored = [&] {
+      const MutexLock held(session()->result_lock);
+      return (transcript().text && transcript().text[0]) || transcript().text_interim;
+    }();
     const bool timed = engine.timeouts && (context()->completetimeout > 0 || context()->incompletetimeout > 0);
     if (ticks && timed && stored) {
       for (int waited = 0; trapped() && waited < kLongest; waited += 500) {

@@ -14,8 +14,7 @@ class CallTest(LiveTest):
     profiles = {**CONTINUOUS, "early": {"earlyspeechtimeout": "500"},
                 "late": {"dsp": "yes", "completetimeout": "400", "incompletetimeout": "9000"},
                 "silent": {"plugintimeout": "500"}}
-    complaints = ("QuillBrook plugin error", "with continuous = 1", "Failed to intialize quillbrook plugin",
-                  "has not called back for 500 ms", "has no result (provider)", "has no result (plugin)")
+    complaints = ("with continuous = 1", "has not called back for 500 ms", "has no result (plugin)")
 
     def test_a_call_is_recognised_by_the_script_of_the_configuration(self):
         lines = self.pbx.call(["Answer()", "SpeechCreate(quillbrook)", report("created ${ERROR}"), "SpeechStart()",
@@ -99,14 +98,6 @@ class CallTest(LiveTest):
              self.script("bytes 4000\nfinal 90 one\nfinal 70 two\nbytes 40000\nfinal 50 three"),
              *question, *question, *question, report("spoke ${SPEECH(spoke)}"), "SpeechDestroy()"]).wait()
         self.assertEqual(lines, ["result 1|90|one", "result 1|70|two", "result 1|50|three", "spoke 1"])
-
-    def test_a_failing_plugin_gives_error(self):
-        self.assertEqual(self.ask("bytes 4000\nextra ERROR: no such model\nreturn"), ["result 1|0|error"])
-        self.assertTrue(self.pbx.logged("QuillBrook plugin error: ERROR: no such model", "WARNING"))
-
-    def test_a_plugin_that_refuses_leaves_the_call_alive(self):
-        self.assertEqual(self.ask("refuse", seconds=1), ["result 0||"])
-        self.assertTrue(self.pbx.logged("Failed to intialize quillbrook plugin", "WARNING"))
 
     def test_an_interim_becomes_the_result_by_silence(self):
         before = ["SpeechLoadGrammar(x,property:Speech-Complete-Timeout=300ms)",
