@@ -80,6 +80,7 @@ extern "C" {
 #include "asterisk/astobj2.h"
 #include "asterisk/time.h"
 #include "asterisk/localtime.h"
+#include "asterisk/manager.h"
 }
 
 // The module's handle in the host, for references. In C++ it exists only behind the module record, so it is defined
@@ -169,6 +170,11 @@ inline struct ast_format_cap *host_format_cap_slin() {
 }
 inline void host_format_cap_release(struct ast_format_cap *formats) {
   ao2_cleanup(formats);
+}
+
+// Sends an event to the manager interface's users who may read events of calls. `fields` are lines, each with its end.
+inline void host_manager_event(const char *event, const char *fields) {
+  manager_event(EVENT_FLAG_CALL, event, "%s", fields);
 }
 
 // Bytes of stack for a thread of ours: 496 KiB, or the platform's minimum when that is larger.

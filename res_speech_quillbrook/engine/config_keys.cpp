@@ -30,6 +30,13 @@ constexpr ConfigKey kConfigKeys[] = {
     {{"web", "webenabled"}, Kind::kBoolean, &ConfigTable::webenabled, stores("yes")},
     {{"logtag"}, Kind::kBoolean, &Engine::logtag, leaves("no"), 1},
     {{"loggingtag"}, Kind::kText, &Engine::loggingtag, leaves(""), 2},
+    {{"events"},
+     Kind::kWord,
+     &Engine::events,
+     stores("no"),
+     kProfilePlaceLater,
+     {.word = "results", .second_word = "interims"}},
+    {{"trace"}, Kind::kFolder, &Engine::trace, stores(""), kProfilePlaceLater},
     // No key is not an empty one: without it the engine opens this file, with an empty value there is no such engine.
     {{"plugin"}, Kind::kText, &Engine::plugin_name, leaves("plugin_dummy.so"), 3, {.echo = "plugin_name"}},
     {{"url"}, Kind::kText, &Engine::ws_url, stores("ws://localhost:2700"), 4},

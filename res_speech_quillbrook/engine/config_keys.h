@@ -14,6 +14,7 @@ enum class ConfigSection { kGeneral, kProfile };
 // type as the nearest one that fits.
 enum class ConfigKind {
   kText,
+  kFolder,   // a text: a folder that the PBX writes to, or empty
   kLabel,    // a text cut to the fixed field that takes it
   kBoolean,  // what ast_true of the host takes for true
   kNumber,
@@ -23,7 +24,7 @@ enum class ConfigKind {
   kLogFile,           // "no", "yes" for the usual place, or a path
   kSilenceThreshold,  // number; in `general` also "dsp" and "default" for the host's own setting
   kNormalization,     // "yes" or "both" 2, "phrases" 1, anything else 0
-  kWord,              // the word of the key's rules 1, anything else 0
+  kWord,              // the word of the key's rules 1, its second word 2, anything else 0
 };
 
 // Where a value is kept: in the engine that the section describes, or in a setting of the whole module.
@@ -52,8 +53,9 @@ struct ConfigRules {
   int least = INT_MIN;              // a number below counts as an absent key
   EngineNumber excludes = nullptr;  // flag that goes to 0 when this key is present and true
   bool warn_in_profile = false;     // a WARNING shows the value when a profile has the key
-  const char *word = nullptr;       // the one that is not the default, for kWord
-  const char *echo = nullptr;       // the key's word in debug output, when that is not names[0]
+  const char *word = nullptr;       // those that are not the default, for kWord
+  const char *second_word = nullptr;
+  const char *echo = nullptr;  // the key's word in debug output, when that is not names[0]
 };
 
 struct ConfigKey {

@@ -46,7 +46,7 @@ int to_number(const ConfigKey &key, ConfigSection section, const char *value) {
     case ConfigKind::kNormalization:
       return is(value, "yes") || is(value, "both") ? 2 : is(value, "phrases") ? 1 : 0;
     case ConfigKind::kWord:
-      return is(value, key.rules.word) ? 1 : 0;
+      return is(value, key.rules.word) ? 1 : key.rules.second_word && is(value, key.rules.second_word) ? 2 : 0;
     case ConfigKind::kSilenceThreshold:
       if (section == ConfigSection::kGeneral && (is(value, "dsp") || is(value, "default"))) {
         return ast_dsp_get_threshold_from_settings(THRESHOLD_SILENCE);

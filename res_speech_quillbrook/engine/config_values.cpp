@@ -72,11 +72,22 @@ std::string about_normalization(const std::string &value) {
 }
 
 std::string about_word(const ConfigKey &key, const std::string &value) {
-  if (value == key.rules.word || value == key.absent.value) {
+  const char *second = key.rules.second_word;
+  if (value == key.rules.word || value == key.absent.value || (second && value == second)) {
     return "";
   }
-  return quoted(value) + " is neither " + key.rules.word + " nor " + key.absent.value + ", and counts as " +
-         key.absent.value;
+  const std::string words = second ? std::string("none of ") + key.rules.word + ", " + second + " and "
+                                   : std::string("neither ") + key.rules.word + " nor ";
+  return quoted(value) + " is " + words + key.absent.value + ", and counts as " + key.absent.value;
+}
+
+std::string about_folder(const std::string &value) {
+  struct stat status;
+  if (value.empty() ||
+      (stat(value.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && access(value.c_str(), W_OK | X_OK) == 0)) {
+    return "";
+  }
+  return quoted(value) + " is no folder that can be written to: nothing will be there";
 }
 
 // The folder is looked at, because the loader creates the file.
@@ -110,6 +121,8 @@ ConfigComplaint complaint_about(const ConfigKey &key, ConfigSection section, con
       return {value.rfind("plugin", 0) == 0 ? "" : about_switch(value)};
     case ConfigKind::kNormalization:
       return {about_normalization(value)};
+    case ConfigKind::kFolder:
+      return {about_folder(value)};
     case ConfigKind::kWord:
       return {about_word(key, value)};
     case ConfigKind::kSilenceThreshold:

@@ -4,6 +4,7 @@
 #include "../ops/cli_commands.h"
 #include "../ops/http_jsgf.h"
 #include "../ops/http_metrics.h"
+#include "../observe/reporter.h"
 #include "../ops/statistics.h"
 #include "../support/guard.h"
 #include "../session/watch.h"
@@ -60,6 +61,7 @@ bool load() {
     }
   }
   quillbrook_watch_start();
+  quillbrook_reporter_start();
   quillbrook_http_update();
   quillbrook_jsgf_uri_link();
   if (!register_commands()) {
@@ -89,6 +91,7 @@ void withdraw() {
   while (was_offered && !quillbrook_module_at_rest()) {
   }
   quillbrook_watch_stop();
+  quillbrook_reporter_stop();
   quillbrook_close_own_files();
   quillbrook_release_engines();
   quillbrook_end_engines(quillbrook_engine);
@@ -167,6 +170,7 @@ int unload() {
   }
   quillbrook_release_engines();
   quillbrook_watch_stop();
+  quillbrook_reporter_stop();
   quillbrook_close_own_files();
   quillbrook_engines_reset();
   engines = nullptr;

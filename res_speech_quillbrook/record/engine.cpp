@@ -62,7 +62,7 @@ void quillbrook_engine_table_init() {
 void quillbrook_engine_release_texts(quillbrook_engine_t &engine) {
   for (char **text : {&engine.plugin_name, &engine.ws_model, &engine.ws_language, &engine.ws_voice, &engine.ws_url,
                       &engine.ws_configuration, &engine.ws_context, &engine.ws_phrases, &engine.ws_extra,
-                      &engine.ws_format, &engine.loggingtag}) {
+                      &engine.ws_format, &engine.loggingtag, &engine.trace}) {
     ast_free(*text);
     *text = nullptr;
   }

@@ -62,6 +62,8 @@ struct quillbrook_engine_t {
   int index;            // place in the table
   int grammartimeouts;  // flag: what the grammars say to a text chooses the limit of its silence
   int matchtimeout;     // that limit behind what nothing may follow; 0: completetimeout
+  int events;           // quillbrook_events
+  char *trace;          // folder, null or empty for none
 };
 
 // Whether the results of the engine's sessions are utterances of their own. Of a single-shot session there is one.

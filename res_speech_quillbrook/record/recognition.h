@@ -21,6 +21,7 @@
 #include "../support/shared_flag.h"
 #include "engine.h"
 #include "quillbrook.h"
+#include "result.h"
 
 struct quillbrook_recognition_t;
 struct quillbrook_speech_t;
@@ -83,6 +84,16 @@ struct quillbrook_transcript_t {
   int extent_given_up;       // judging an earlier text took too much: no more of this utterance is judged
 };
 
+// What a trace (observation.h) knows of a run. Under result_lock.
+struct quillbrook_traced {
+  struct timeval datesilence;
+  int complete;  // limits
+  int incomplete;
+  bool quiet;
+  bool finalize;
+  const char *expired;
+};
+
 // How far a run is. Only inside the plugin's loop is a thread left behind: everywhere else it comes to an end by
 // itself.
 enum quillbrook_run_phase { kRunBefore = 0, kRunInLoop = 1, kRunAfter = 2 };
@@ -93,6 +104,7 @@ constexpr int64_t kNoTimer = INT64_MAX;
 struct quillbrook_run_t {
   quillbrook_context context;  // first: the callback gets its address
   quillbrook_transcript_t transcript;
+  quillbrook_traced traced;
   quillbrook_recognition_t *recognition;
   struct ast_speech *speech;  // there as long as the session is
   int64_t next_timer;         // no timer expires earlier, by the monotonic clock in ms. Written by the callback; shared
@@ -151,9 +163,10 @@ struct quillbrook_recognition_t {
 
   // For the counters (engine_statistics.h). Moments by the monotonic clock, in microseconds.
   int64_t began;
-  int64_t stop_began;       // the latest call of plugin_stop. Dialplan thread
-  int64_t samples;          // that the stream held when it was closed; under `lock`
-  int results;              // that were queued; under result_lock
+  int64_t stop_began;  // the latest call of plugin_stop. Dialplan thread
+  int64_t samples;     // that the stream held when it was closed; under `lock`
+  int results;         // that were queued, and the cause of the latest; under result_lock
+  quillbrook_cause cause;
   int first_words_counted;  // under result_lock
 
   int left_behind;      // a run did not return: nothing of this is released

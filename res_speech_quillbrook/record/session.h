@@ -21,6 +21,7 @@
 #pragma once
 
 #include "../host.h"
+#include "../observe/observer.h"
 #include "../support/bounded_text.h"
 #include "../support/mutex.h"
 #include "../support/shared_flag.h"
@@ -71,6 +72,7 @@ struct quillbrook_speech_t {
   quillbrook_engine_t *engine;               // an entry of `engines`
   quillbrook_engine_t *engine2;              // not used
   quillbrook_engine_statistics *statistics;  // of the engine
+  std::shared_ptr<Observer> observer;        // null when the engine reports nothing
   std::shared_ptr<const HostCallId> call;    // whose dialplan made the session
 
   // The recognition, from a full start until it has been collected or abandoned; null in between. The dialplan thread

@@ -1,6 +1,7 @@
 #include "speech_state.h"
 
 #include "../support/printable.h"
+#include "observation.h"
 
 namespace {
 
@@ -59,6 +60,7 @@ void count_result(quillbrook_speech_t *session, quillbrook_cause cause) {
     return;
   }
   ++recognition->results;
+  recognition->cause = cause;
   if (recognition->delivered && !ast_tvzero(recognition->delivered->datewords)) {
     session->statistics->waiting.add_ms(ast_tvdiff_ms(ast_tvnow(), recognition->delivered->datewords));
     recognition->delivered->datewords = {};
@@ -70,6 +72,7 @@ void count_result(quillbrook_speech_t *session, quillbrook_cause cause) {
 void quillbrook_push_result(quillbrook_speech_t *session, const char *text, quillbrook_result_t details) {
   fill_moments(session, details);
   count_result(session, details.cause);
+  quillbrook_observe_result(session, text, details);
   str_fifo_push(&session->last_results, text, share(std::move(details)));
   quillbrook_for_each_run(session->recognition, [](quillbrook_run_t &run) { run.transcript.unanswered = 0; });
   session->watch.result_waits = 1;
@@ -100,10 +103,12 @@ void quillbrook_note_failure(quillbrook_speech_t *session, quillbrook_cause caus
 
 void quillbrook_set_done(struct ast_speech *speech, quillbrook_speech_t *session) {
   session_notice(session, "Set state DONE\n");
+  quillbrook_observe_state(session, "DONE");
   ast_speech_change_state(speech, AST_SPEECH_STATE_DONE);
 }
 
 void quillbrook_set_ready(struct ast_speech *speech, quillbrook_speech_t *session) {
   session_notice(session, "Set state READY\n");
+  quillbrook_observe_state(session, "READY");
   ast_speech_change_state(speech, AST_SPEECH_STATE_READY);
 }

@@ -12,6 +12,7 @@
 #include "message.h"
 #include "transcript.h"
 #include "utterance.h"
+#include "../record/observation.h"
 #include "../support/printable.h"
 
 namespace {
@@ -105,6 +106,7 @@ void take(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->resu
   quillbrook_take_extras(message);
   quillbrook_note_first_text(message);
   quillbrook_run_timers(message);
+  quillbrook_observe_timers(message.session, *quillbrook_run_of(message.context), message.expired, message.limit);
 
   if (quillbrook_is_repeated_interim(message)) {
     return;
@@ -113,6 +115,7 @@ void take(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->resu
     message.transcript.datewords = message.transcript.datelast;
     message.transcript.extent = kExtentUnknown;
     message.is_new_text = true;
+    quillbrook_observe_words(message.session, message.text, message.score);
   }
   quillbrook_store_interim(message);
   quillbrook_take_no_match(message);
@@ -170,6 +173,8 @@ int process(quillbrook_message &message, bool session_ended) {
       count(message.session->statistics->messages);
     }
     trace_state(message);
+    quillbrook_observe_call(message.session, *quillbrook_run_of(message.context), message.text, message.score,
+                            session_ended);
     take(message);
     if (!quillbrook_ask_grammars(message, question)) {
       settle(message, {});

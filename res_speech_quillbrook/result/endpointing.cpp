@@ -13,6 +13,11 @@ constexpr int kTimeoutsInNoise = 3;
 // What a plugin gets to send its last words after it was asked to finalise.
 constexpr int kFinalizeTime = 1000;
 
+// The timers in a trace.
+constexpr char kCompleteTimeout[] = "completetimeout";
+constexpr char kIncompleteTimeout[] = "incompletetimeout";
+constexpr char kCloseTimeout[] = "closetimeout";
+
 // A call that brings the first words keeps them: they are stored, and the timers count from the next call. A
 // recogniser that lags behind the audio's silence, or a final that counts as silence from long ago, would else lose
 // all it ever heard, because words are stored behind the timers.
@@ -22,7 +27,12 @@ bool brings_first_words(const quillbrook_message &message) {
   return !stored && message.has_words();
 }
 
-void finish(quillbrook_message &message) {
+void expire(quillbrook_message &message, const char *timer, int limit) {
+  message.expired = timer;
+  message.limit = limit;
+}
+
+void finish(quillbrook_message &message, const char *timer, int limit) {
   if (brings_first_words(message)) {
     return;
   }
@@ -30,6 +40,7 @@ void finish(quillbrook_message &message) {
   if (!message.hold) {
     message.score = QUILLBROOK_SCORE_FINISH;
     message.timed_out = true;
+    expire(message, timer, limit);
   }
 }
 
@@ -108,6 +119,7 @@ void complete(quillbrook_message &message, int limit) {
   if (finalize != 0) {
     trace(2, "Finalize = %d...\n", finalize);
   } else if (shared_load(context->quantum)) {
+    expire(message, kCompleteTimeout, limit);
     trace(2, "Set finalize =1 !\n");
     message.transcript.datefinalize = message.transcript.datelast;
     // The limit stands before the plugin sees the flag. Where the words have been silent for long, it lies ahead of
@@ -118,7 +130,7 @@ void complete(quillbrook_message &message, int limit) {
     trace(2, "Try to finalize a result after completetimeout !\n");
     trace(2, "Gives 1s from now to get a result...\n");
   } else {
-    finish(message);
+    finish(message, kCompleteTimeout, limit);
   }
 }
 
@@ -151,6 +163,7 @@ void report_incomplete(quillbrook_message &message) QUILLBROOK_REQUIRES(message.
   }
   transcript.incomplete_reported = 1;
   message.failed = true;
+  expire(message, kIncompleteTimeout, shared_load(message.context->incompletetimeout));
   if (transcript.overtaken) {
     return;
   }
@@ -181,7 +194,7 @@ void test_incomplete_timeout(quillbrook_message &message) QUILLBROOK_REQUIRES(me
     return;
   }
   if (incomplete_timeout_finishes(message)) {
-    finish(message);
+    finish(message, kIncompleteTimeout, timeout);
   } else {
     report_incomplete(message);
   }
@@ -257,6 +270,7 @@ void quillbrook_read_clock(quillbrook_message &message) {
       message.hold = 1;
     } else {
       trace(2, "CALLBACK: waitclose limit reached (%d ms)\n", engine.closetimeout);
+      expire(message, kCloseTimeout, engine.closetimeout);
     }
   }
   if (message.hold) {

@@ -1,33 +1,9 @@
 #include "json_pieces.h"
 
 #include "../support/guard.h"
-#include "../support/json_escape.h"
+#include "../support/json_text.h"
 
 namespace {
-
-// Each byte of a text takes six at most, in `\u00XX`.
-constexpr size_t kEscapedByte = 6;
-
-// Half of a pair of UTF-16, written as if it were UTF-8. Escaped it would have the form of JSON, and parsers refuse it.
-bool has_surrogate(const char *text) {
-  constexpr unsigned char kFirstBehindLead = 0xA0;
-  for (; (text = strchr(text, '\xED')) != nullptr; ++text) {
-    if (static_cast<unsigned char>(text[1]) >= kFirstBehindLead) {
-      return true;
-    }
-  }
-  return false;
-}
-
-// A text that is not UTF-8 is no JSON string.
-std::string quoted(const char *text) {
-  std::string inside(strlen(text) * kEscapedByte + 1, '\0');
-  if (has_surrogate(text) || !json_escape_unicode_copy(inside.data(), text, inside.size())) {
-    return "null";
-  }
-  inside.resize(strlen(inside.c_str()));
-  return "\"" + inside + "\"";
-}
 
 void add(const quillbrook_message &message, const std::string &value) {
   std::string &pieces = message.transcript.json_pieces;
@@ -50,7 +26,7 @@ void quillbrook_add_json_piece(const quillbrook_message &message, const char *js
     return;
   }
   guarded("quillbrook_add_json_piece", 0, [&] {
-    add(message, json ? json : quoted(text));
+    add(message, json ? json : json_text(text));
     return 0;
   });
 }

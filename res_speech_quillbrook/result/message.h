@@ -16,6 +16,8 @@ struct quillbrook_message {
   bool failed = false;       // the incomplete timeout has ended the utterance
   bool is_new_text = false;  // the transcript has taken words over that differ from the last ones
   bool has_result = false;   // the call has queued a result, be it an error
+  const char *expired = nullptr;  // a timer that has run out, and its limit
+  int limit = 0;
 
   bool has_text() const { return text && text[0]; }
   bool is_finish() const { return score == QUILLBROOK_SCORE_FINISH; }

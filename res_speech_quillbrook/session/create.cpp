@@ -4,6 +4,7 @@
 #include "../support/module_use.h"
 #include "entries.h"
 #include "session_name.h"
+#include "../record/observation.h"
 #include "../record/session_list.h"
 #include "../support/printable.h"
 
@@ -165,6 +166,7 @@ int create(struct ast_speech *speech) {
   ask_companion("tandrel show session threadid remote", session->mark, sizeof(session->mark) - 1);
   name_session(session);
   choose_loggingtag(session);
+  quillbrook_observe_session(session);
   str_fifo_init(&session->last_results);
   static_cast<void>(incomplete.release());
   shared_store(speech->data, static_cast<void *>(session));

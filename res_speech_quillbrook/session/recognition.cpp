@@ -1,5 +1,6 @@
 #include "recognition.h"
 
+#include "../record/observation.h"
 #include "stream_file.h"
 
 #include "../support/guard.h"
@@ -45,6 +46,7 @@ void leave_behind(const quillbrook_speech_t *session, quillbrook_run_t &run) {
           "(%s) The plugin %s has not returned %d ms after its stop: its thread is left behind, and the module stays "
           "loaded until the PBX ends\n",
           session->name, shown(session->engine->plugin_name), session->engine->stoptimeout);
+  quillbrook_observe_expiry(session, "stoptimeout", session->engine->stoptimeout);
   pthread_detach(run.context.thread);
   run.recognition->left_behind = 1;
   run.recognition->engines = session->engines;
@@ -78,23 +80,27 @@ void release_dsp(quillbrook_recognition_t *recognition) {
   }
 }
 
-// How a recognition without a result ended. Where words came and nobody waited for their end, it has none to count.
-void count_missing_result(const quillbrook_speech_t *session, quillbrook_recognition_t *recognition)
+// How a recognition without a result ended is known where something kept it from having one, or no words came. Where
+// words came and nobody waited for their end, it has no cause.
+bool find_missing_cause(const quillbrook_speech_t *session, quillbrook_recognition_t *recognition)
     QUILLBROOK_REQUIRES(session->result_lock) {
-  if (recognition->results > 0) {
-    return;
-  }
   if (session->failure) {
-    count(session->statistics->results[session->failure->cause]);
-  } else if (!quillbrook_words_came(recognition)) {
-    count(session->statistics->results[kCauseNothing]);
+    recognition->cause = session->failure->cause;
+    return true;
   }
+  recognition->cause = kCauseNothing;
+  return !quillbrook_words_came(recognition);
 }
 
 void count_end(const quillbrook_speech_t *session, quillbrook_recognition_t *recognition)
     QUILLBROOK_REQUIRES(session->result_lock) {
   quillbrook_engine_statistics &statistics = *session->statistics;
-  count_missing_result(session, recognition);
+  const bool has_result = recognition->results > 0;
+  const bool has_cause = has_result || find_missing_cause(session, recognition);
+  if (has_cause && !has_result) {
+    count(statistics.results[recognition->cause]);
+  }
+  quillbrook_observe_end(session, has_cause ? quillbrook_cause_name(recognition->cause) : "");
   count<int64_t>(statistics.recognitions_active, -1);
   count(statistics.samples, static_cast<uint64_t>(std::max<int64_t>(recognition->samples, 0)));
   statistics.recognition.add_us(monotonic_us() - recognition->began);

@@ -3,6 +3,7 @@
 #include "context.h"
 #include "entries.h"
 #include "recognition.h"
+#include "../record/observation.h"
 #include "../record/speech_state.h"
 #include "stream_file.h"
 #include "streaming_thread.h"
@@ -174,6 +175,7 @@ void start(struct ast_speech *speech, quillbrook_speech_t *session) {
     open_stream(session, recognition);
   }
   install(session, recognition);
+  quillbrook_observe_start(session, recognition);
   if (recognition && !shared_load(recognition->opened)) {
     report_missing_stream(speech, session, recognition);
   }

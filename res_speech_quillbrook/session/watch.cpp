@@ -1,5 +1,6 @@
 #include "watch.h"
 
+#include "../record/observation.h"
 #include "../record/session_list.h"
 #include "../record/speech_state.h"
 #include "../result/utterance.h"
@@ -49,6 +50,7 @@ int look_at_plugin(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->re
     return static_cast<int>(limit - silent) + 1;
   }
   recognition->silence_reported = 1;
+  quillbrook_observe_expiry(session, "plugintimeout", limit);
   ast_log(LOG_ERROR, "(%s) The plugin %s has not called back for %d ms: the recognition ends\n", session->name,
           shown(session->engine->plugin_name), limit);
   quillbrook_queue_error(session->place.speech, session, kCausePlugin, "it has stopped calling back");

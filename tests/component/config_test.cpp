@@ -136,6 +136,9 @@ TEST_F(Config, ReadingsOfTheirOwn) {
                   {"utterances=separate", "utterances=joined", &profile.separate, 0},
                   {"silences=both", "", &profile.both_silences, 1},
                   {"utterances=Separate", "", &general.separate, 0},
+                  {"events=interims", "", &profile.events, 2},
+                  {"events=interims", "events=results", &profile.events, 1},
+                  {"events=yes", "", &general.events, 0},
                   {"jsonpieces=all", "", &profile.jsonpieces, 1},
                   {"jsonpieces=all", "jsonpieces=last", &profile.jsonpieces, 0},
                   {"closetimeout=0", "", &general.closetimeout, 10000},
@@ -313,7 +316,7 @@ TEST_F(Config, NoCopyOfATextIsMissedWhenMemoryEnds) {
     ASSERT_EQ(result, stand_in::stop_failing() ? -1 : 0);
     EXPECT_EQ(stand_in::mentioned("No memory for the key"), result ? 1 : 0);
   }
-  EXPECT_EQ(failures, 1 + 10 + 11);  // the one that passes, the texts of `general`, those of the profile
+  EXPECT_EQ(failures, 1 + 11 + 12);  // the one that passes, the texts of `general`, those of the profile
 }
 
 // What people read about the keys, against the table of keys.

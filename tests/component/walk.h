@@ -252,7 +252,8 @@ protected:
       const MutexLock held(session()->result_lock);
       return (transcript().text && transcript().text[0]) || transcript().text_interim;
     }();
-    const bool timed = engine.timeouts && (context()->completetimeout > 0 || context()->incompletetimeout > 0);
+    const bool timed = engine.timeouts &&
+                       (shared_load(context()->completetimeout) > 0 || shared_load(context()->incompletetimeout) > 0);
     if (ticks && timed && stored) {
       for (int waited = 0; trapped() && waited < kLongest; waited += 500) {
         stand_in::advance_ms(500);

@@ -48,6 +48,7 @@ struct Answer {
 };
 struct Services {
   std::vector<ast_channel *> channels;
+  std::vector<std::string> manager_events;
   std::map<std::string, Answer> answers;
   std::vector<ast_cli_entry *> commands;
   std::vector<ast_http_uri *> uris;
@@ -99,6 +100,7 @@ namespace stand_in {
 
 void reset_services() {
   Guard guard(state_lock());
+  state().manager_events.clear();
   for (ast_channel *channel : state().channels) ao2_ref(channel, -1);
   state().channels.clear();
   state().answers.clear();
@@ -117,6 +119,11 @@ void add_channel(const std::string &uniqueid, bool hung_up) {
   Guard guard(state_lock());
   state().channels.push_back(channel);
 }
+std::vector<std::string> manager_events() {
+  Guard guard(state_lock());
+  return state().manager_events;
+}
+
 int channel_references() {
   Guard guard(state_lock());
   int references = 0;
@@ -396,6 +403,21 @@ void ast_variables_destroy(struct ast_variable *list) {
     free(list);
     list = next;
   }
+}
+
+// The manager interface
+
+int __ast_manager_event_multichan(int, const char *event, int, struct ast_channel **, const char *, int, const char *,
+                                  const char *contents, ...) {
+  const Outside outside;
+  char fields[8192];
+  va_list arguments;
+  va_start(arguments, contents);
+  vsnprintf(fields, sizeof(fields), contents, arguments);
+  va_end(arguments);
+  Guard guard(state_lock());
+  state().manager_events.push_back(std::string(event) + "\n" + fields);
+  return 0;
 }
 
 // Speech

@@ -122,6 +122,9 @@ void answer_command(const std::string &command, const std::string &text, int res
 std::string run_command(const std::string &line);
 std::vector<std::string> command_names();
 
+// Events of the manager interface since the last reset: the name, a line end, and the fields.
+std::vector<std::string> manager_events();
+
 // The HTTP server.
 struct Response {
   int status = 0;  // 0 when no handler is linked

@@ -1,7 +1,11 @@
 """What happened on a call, as the dialplan, an AGI program and the manager interface learn it."""
 
+import json
 import re
+import shutil
 import socket
+import tempfile
+from pathlib import Path
 
 import live
 from live import LiveTest
@@ -41,6 +45,14 @@ class Manager:
         lines = iter(self.stream.readline, "\r\n")
         return dict(line.rstrip("\r\n").split(": ", 1) for line in lines if ": " in line)
 
+    def events_until(self, name):
+        """The module's events up to one of that name."""
+        found = []
+        while not found or found[-1]["Event"] != name:
+            event = self.events.pop(0) if self.events else self.message()
+            found += [event] if event.get("Event", "").startswith("Quillbrook") else []
+        return found
+
     def ask(self, **fields):
         """The answer to an action; events that come ahead of it are kept."""
         self.stream.write("".join(f"{name}: {value}\r\n" for name, value in fields.items()) + "\r\n")
@@ -55,6 +67,8 @@ class ObserveTest(LiveTest):
     profiles = {"plain": {"returnnlsml": "no"},
                 "tried": {"returnnlsml": "no",
                           "configuration": "bytes 4000\\;interim n\\;sleep 50\\;final 80 no\\;finish"},
+                "followed": {"returnnlsml": "no", "events": "interims", "dsp": "yes", "completetimeout": "5000",
+                             "incompletetimeout": "9000"},
                  "unwritten": {"format": "nosuch", "plugin": "plugin_dummy.so"}}
     complaints = ("QuillBrook plugin error", "has no result (provider)", "has no result (storage)", "Cannot open")
     modules = ("res_agi",)
@@ -68,6 +82,9 @@ class ObserveTest(LiveTest):
     @classmethod
     def setUpClass(cls):
         cls.profiles["unwritten"]["plugin"] = live.build / "lib/quillbrook/plugin_dummy.so"
+        cls.traces = Path(tempfile.mkdtemp(prefix="traces-"))
+        cls.addClassCleanup(shutil.rmtree, cls.traces)
+        cls.profiles["followed"]["trace"] = cls.traces
         super().setUpClass()
         (cls.pbx.folder / "polar.jsgf").write_text(GRAMMAR, encoding="utf-8")
 
@@ -131,6 +148,34 @@ class ObserveTest(LiveTest):
              f"SpeechLoadGrammar(polar,{self.pbx.folder}/polar.jsgf)", "SpeechActivateGrammar(polar)", "SpeechStart()",
              "SpeechBackground(silence/1,5)", f"AGI({program})", report("agi ${AGI_cause} ${AGI_meaning}")]).wait()
         self.assertEqual(lines, ["agi understood never"])
+
+    def test_a_program_follows_a_call_by_its_events_and_a_trace_tells_it_later(self):
+        lines = self.pbx.call(
+            ["Answer()", "SpeechCreate(quillbrook:followed)",
+             self.script("bytes 4000\ninterim I\ninterim I would\nsleep 300\ninterim I would like\nsleep 300\n"
+                         "final 80 tea\nfinish"),
+             "SpeechStart()", "SpeechBackground(silence/1,30)", report("uniqueid ${UNIQUEID}"), live.RESULT,
+             "SpeechDestroy()"]).wait()
+        self.assertEqual(lines[1], "result 1|80|tea")
+        start, *interims, result, end = self.manager.events_until("QuillbrookEnd")
+        self.assertEqual([event["Event"] for event in (start, result, end)],
+                         ["QuillbrookStart", "QuillbrookResult", "QuillbrookEnd"])
+        for event in (start, *interims, result, end):
+            self.assertEqual(event["Uniqueid"], lines[0].split(" ")[1])
+            self.assertEqual((event["Engine"], event["Session"]), ("quillbrook:followed", start["Session"]))
+        hypotheses = [event for event in interims if "Score" not in event]  # a final piece has one
+        self.assertEqual(hypotheses[-1]["Text"], "I would like")
+        self.assertEqual({event["Event"] for event in interims}, {"QuillbrookInterim"})
+        self.assertEqual((result["Text"], result["Score"], result["Cause"]), ("tea", "80", "understood"))
+        self.assertLessEqual(int(hypotheses[-1]["Ms"]) + 300, int(result["Ms"]))
+        self.assertEqual(end["Cause"], "understood")
+        trace, = self.traces.glob("*.jsonl")
+        self.pbx.wait_until(lambda: '"end"' in trace.read_text(encoding="ascii"), LIMIT, "the trace has no end")
+        told = [json.loads(line) for line in trace.read_text(encoding="ascii").splitlines()]
+        self.assertEqual([line["text"] for line in told if line["what"] in ("interim", "final")],
+                         ["I", "I would", "I would like", "tea"])
+        self.assertEqual((told[0]["what"], told[0]["uniqueid"], told[-1]["what"]),
+                         ("start", start["Uniqueid"], "end"))
 
     def test_the_manager_reads_the_hypothesis_of_a_call(self):
         call = self.pbx.call(["Answer()", "SpeechCreate(quillbrook:plain)",

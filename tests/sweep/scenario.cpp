@@ -17,7 +17,7 @@ constexpr size_t kFileSize = 1000;  // of the texts that a session loads
 constexpr char kConfiguration[] =
     "plugin=good.so\nverbose=yes\nloggingtag=param\nphrases=yes\nlogtag=yes\n"
     "completetimeout=1000\nincompletetimeout=3000\nstoptimeout=0\nprofiles=json,xml,live,early\n"
-    "[json]\nreturnjson=yes\ndsp=yes\n"
+    "[json]\nreturnjson=yes\ndsp=yes\nevents=interims\ntrace=/nonexistent\n"
     "[xml]\nreturnnlsml=yes\nnormalize_phrases=yes\n"
     "[live]\ncontinuous=yes\nwaitclose=yes\nreturnnlsml=yes\n"
     "[early]\nearlyspeechtimeout=60\nminspeechtimeout=20\n";
