@@ -26,7 +26,9 @@ def run(pbx, _options):
     # The tree may stand in a folder with a colon in its name, at which the path would be cut.
     for name in ("room", "confirm"):
         shutil.copy(GRAMMARS / f"{name}.jsgf", pbx.folder)
-    print("One call with four questions; the grammars are demo/room.jsgf and demo/confirm.jsgf:\n")
+    # What they import is looked for beside them first; nothing has to be installed.
+    shutil.copytree(GRAMMARS.parent / "configs/grammars", pbx.folder, dirs_exist_ok=True)
+    print("One call with four questions; the grammars are demo/room.jsgf, which imports digits and fillers from\nconfigs/grammars/en, and demo/confirm.jsgf:\n")
     print(f"{'grammar':<9} {'said':<16} {'recognised':<18} {'tags':<7} {'score':>5}")
     call = pbx.call(dialplan(pbx.folder), talker())
     documents = []

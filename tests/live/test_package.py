@@ -214,7 +214,8 @@ class PackageTest(unittest.TestCase):
         self.assertEqual(self.dead_links([path for path in files if path.endswith(".md")]), [])
         self.assertEqual(self.machine.sh(f"stat -c '%U:%G %a' {LOG_FOLDER} {CONFIG}").split("\n")[:2],
                          ["asterisk:adm 2750", "asterisk:asterisk 640"])
-        self.assertIn("yes", self.machine.sh("jsgf-match /usr/share/quillbrook/grammars/yesno.jsgf 'of course'"))
+        self.assertIn("{11-} {23}", self.machine.sh("jsgf-match /usr/share/quillbrook/grammars/en/date.jsgf "
+                                                    "'november the twenty third'"))
         # As the guide for plugins tells.
         recipe, = re.findall(r"^```\n(cmake_minimum_required.*?)^```$", GUIDE.read_text(), re.MULTILINE | re.DOTALL)
         self.machine.sh("mkdir /tmp/plugin")
