@@ -5,7 +5,8 @@
 #        ./demo.sh FILE.wav [--words monday,tuesday]
 #                                 a recording of your own, and what may be said in it
 #        ./demo.sh --grammar      a dialogue with grammars, and its result documents
-#        ./demo.sh --endpointing  numbers read with pauses, cut by three settings of the timeouts and by a grammar
+#        ./demo.sh --endpointing  numbers read with pauses, cut by three settings of the timeouts and by a grammar;
+#                                 and pictures of it
 #        ./demo.sh --server       the words through a speech server and the WebSocket plugin
 #        ./demo.sh --transcription   the words through an HTTP transcription server
 #

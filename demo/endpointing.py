@@ -6,6 +6,7 @@ The recogniser is told to send hypotheses only, so the module alone decides when
 
 import wave
 
+import pictures
 from pbx import prompt, report
 
 DIGITS = ["zero", "one", "two", "three", "four", "five", "six", "seven", "eight", "nine"]
@@ -16,6 +17,9 @@ KNOWING = {"completetimeout": 1500, "matchtimeout": 200}
 # What is said, and the pauses in between, in ms.
 UTTERANCES = [((4, 7, 2), 400), ((1, 5, 0, 9), 400), ((8, 3), 700), ((2, 6, 1), 1000)]
 
+# The number that is drawn: its pause is longer than the first timeout.
+DRAWN = ((8, 3), 700)
+
 # Quiet after which a call has nothing more to say, in seconds, and the pieces that it is asked for at most.
 QUIET_SECONDS = 3
 PIECES = 6
@@ -24,14 +28,15 @@ RATE = 8000
 LEAD_MS = 1000  # of silence ahead of each number
 
 
-def profiles(_options):
-    """Sections of the configuration: an engine for each timeout, and one that asks the grammar."""
+def profiles(options):
+    """Sections of the configuration: an engine for each timeout, one that asks the grammar, and those that are drawn."""
     common = {"phrases": ",".join(DIGITS), "configuration": "endpointing=no", "incompletetimeout": 10000}
     return {**{f"complete-{timeout}": {**common, "completetimeout": timeout} for timeout in TIMEOUTS},
-            "knowing": {**common, **KNOWING, "grammartimeouts": "yes"}}
+            "knowing": {**common, **KNOWING, "grammartimeouts": "yes"},
+            **pictures.engines(options, common, TIMEOUTS)}
 
 
-def run(pbx, _options):
+def run(pbx, options):
     """Prints for each utterance what each engine made of it. Gives whether the pauses showed as they should."""
     print("Numbers read with pauses; the results of each call, one behind the other:\n")
     headings = [f"completetimeout {ms}" for ms in TIMEOUTS] + ["grammartimeouts"]
@@ -56,6 +61,11 @@ def run(pbx, _options):
     print(f"{'wait behind the end':<28}  " + "  ".join(f"{cell:<22}" for cell in cells))
     print("\nA bar is a cut: two results. The grammar accepts as many digits as are said. The wait is the mean of the calls\n"
           "that were not cut. See docs/endpointing.md for what to set.")
+    digits, pause = DRAWN
+    sound = pbx.folder / "drawn.wav"
+    write_number(sound, digits, pause)
+    print(f"\n{' '.join(DIGITS[digit] for digit in digits)} with {pause} ms in between, drawn with the silence of the audio:")
+    pictures.draw(pbx, options, sound, TIMEOUTS)
     fixed = [sum(column) for column in counts[:-1]]
     return 0 not in sum(counts, []) and fixed[0] > fixed[-1] and set(counts[-1]) == {1}
 

@@ -7,6 +7,7 @@ set(QUILLBROOK_DOC_DIR /usr/share/doc/quillbrook)
 set(CMAKE_INSTALL_PREFIX /usr)
 
 install(FILES ${PROJECT_SOURCE_DIR}/quillbrook/include/quillbrook.h DESTINATION /usr/include)
+install(PROGRAMS ${PROJECT_SOURCE_DIR}/timeline/quillbrook-timeline DESTINATION /usr/bin)
 install(FILES ${PROJECT_SOURCE_DIR}/configs/quillbrook.conf.sample DESTINATION ${QUILLBROOK_CONFIG_DIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/configs/grammars DESTINATION /usr/share/quillbrook
   FILES_MATCHING PATTERN *.jsgf)
@@ -81,6 +82,7 @@ set(CPACK_SET_DESTDIR ON) # the host's folders are absolute
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION comm)
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS python3) # of quillbrook-timeline
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
   "asterisk (>= ${asterisk_epoch}${ASTERISK_SERIES}~), asterisk (<< ${asterisk_epoch}${asterisk_next}~)")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)

@@ -65,7 +65,11 @@ const char *kind_of(const char *text, int score, bool session_ended) {
   if (!text || !text[0]) {
     return nullptr;
   }
-  return score > 0 ? "final" : score == QUILLBROOK_SCORE_INTERIM ? "interim" : "nomatch";
+  if (score != QUILLBROOK_SCORE_NO_CONFIDENCE) {
+    return score > 0 ? "final" : "interim";
+  }
+  // One byte that is no blank is a no match; any other text only says that the caller speaks.
+  return text[0] != ' ' && !text[1] ? "nomatch" : "voice";
 }
 
 int milliseconds_between(const struct timeval &later, const struct timeval &earlier) {

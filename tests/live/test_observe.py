@@ -4,13 +4,16 @@ import json
 import re
 import shutil
 import socket
+import subprocess
 import tempfile
 from pathlib import Path
+from xml.etree import ElementTree
 
 import live
 from live import LiveTest
 from pbx import LIMIT, free_port, prompt, report
 
+TIMELINE = Path(__file__).parents[2] / "timeline/quillbrook-timeline"
 GRAMMAR = "#JSGF V1.0;\ngrammar polar;\npublic <answer> = yes [please] {sure} | no {never};\n"
 NAMES = ("cause", "reason", "meaning", "rule", "grammar", "input", "json", "waiting")
 KNOWN = report("known " + "|".join(f"${{SPEECH_ENGINE({name})}}" for name in NAMES))
@@ -176,6 +179,26 @@ class ObserveTest(LiveTest):
                          ["I", "I would", "I would like", "tea"])
         self.assertEqual((told[0]["what"], told[0]["uniqueid"], told[-1]["what"]),
                          ("start", start["Uniqueid"], "end"))
+        picture = self.draw(trace, f"{prompt('vm-no')}.wav")
+        for text in ("I", "would", "like", "tea", "completetimeout"):
+            self.assertIn(text, picture)
+
+    def draw(self, *arguments, status=0):
+        """What quillbrook-timeline draws, which is XML, or the sentence with which it refuses."""
+        drawn = subprocess.run([TIMELINE, *arguments], capture_output=True, text=True, timeout=LIMIT, check=False)
+        self.assertEqual(drawn.returncode, status, drawn.stderr)
+        return drawn.stderr if status else "".join(ElementTree.fromstring(drawn.stdout).itertext())
+
+    def test_the_timeline_draws_what_anybody_says(self):
+        trace = self.traces / "hostile.trace"
+        trace.write_text(json.dumps({"ms": 0, "what": "start", "engine": "a\"<b", "completetimeout": "x"}) + "\n"
+                         + json.dumps({"ms": 1e300, "what": "interim", "text": "</text><script>\0\ud800&" + 3000 * "x"})
+                         + '\n{"ms":5,"what":"timers","since":-9,"completetimeout":800}\n[1]\nnull\n'
+                         + '{"ms":7,"what":"expiry","timer":"plugintimeout","limit":7}\n{"ms":9,"what":"res', "ascii")
+        self.assertIn("</text><script>??&", self.draw(trace))
+        for path in (trace.with_name("none"), Path(__file__)):
+            self.assertRegex(self.draw(path, status=1), r"^quillbrook-timeline: .*\n$")
+        self.assertIn("cannot read", self.draw(trace, trace, status=1))
 
     def test_the_manager_reads_the_hypothesis_of_a_call(self):
         call = self.pbx.call(["Answer()", "SpeechCreate(quillbrook:plain)",
