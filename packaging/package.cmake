@@ -82,7 +82,7 @@ set(CPACK_SET_DESTDIR ON) # the host's folders are absolute
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION comm)
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS python3) # of quillbrook-timeline
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS python3) # of quillbrook-srgs and quillbrook-timeline
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
   "asterisk (>= ${asterisk_epoch}${ASTERISK_SERIES}~), asterisk (<< ${asterisk_epoch}${asterisk_next}~)")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)

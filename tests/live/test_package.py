@@ -168,7 +168,8 @@ class InstallTest(unittest.TestCase):
         plugins = {f"/usr/lib/quillbrook/{path.name}" for path in (live.build / "lib/quillbrook").glob("*.so")}
         self.assertEqual(plugins - files, {"/usr/lib/quillbrook/plugin_example.so"})  # for reading, not for use
         self.assertLessEqual({f"{host().modules}/res_speech_quillbrook.so", "/usr/include/quillbrook.h",
-                              f"{host().configuration}/quillbrook.conf.sample", "/usr/bin/jsgf-match", "/usr/bin/quillbrook-timeline",
+                              f"{host().configuration}/quillbrook.conf.sample", "/usr/bin/jsgf-match",
+                              "/usr/bin/quillbrook-srgs", "/usr/bin/quillbrook-timeline",
                               "/usr/share/quillbrook/grammars/yesno.jsgf"}, files)
         self.assertFalse({path for path in files if "/local/" in path or path == CONFIG})
 
