@@ -77,6 +77,7 @@ run_tests() {
     awk '{ sum += $1 } END { print sum + 0 }')
   skipped=$(sed -nE 's/^.*\(skipped=([0-9]+)\)$/\1/p; s/^\[  SKIPPED \] ([0-9]+) tests?,.*/\1/p' \
     "$folder/Testing/Temporary/LastTest.log" | awk '{ sum += $1 } END { if (sum) print ", " sum " skipped" }')
+  grep '^promtool' "$folder/Testing/Temporary/LastTest.log"
   grep -oE "skipped ['\"].*" "$folder/Testing/Temporary/LastTest.log" | sort | uniq -c
   case $closing in 100%*) ;; *) grep -vE '^ +Start |Passed' "$log" | tail -n 120 ;; esac
   summary+=("$(printf '%-28s %s (%s cases%s)' "$name:" "$closing" "$cases" "$skipped")")

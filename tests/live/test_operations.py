@@ -207,7 +207,7 @@ class OperationsTest(LiveTest):
             self.pbx.wait_until(lambda name=name: value(name, "quillbrook:second") == 0, LIMIT, f"{name} stays")
         answer = self.promtool("check", "metrics", text=self.metrics("quillbrook_engine_metrics"))
         self.assertEqual((answer.returncode, answer.stdout + answer.stderr), (0, ""))
-        print("promtool check metrics: no remark on quillbrook_engine_metrics", file=sys.stderr)
+        print("\npromtool check metrics: no remark on quillbrook_engine_metrics", file=sys.stderr)
         with urllib.request.urlopen(f"http://127.0.0.1:{self.pbx.http_port}/quillbrook_engine_metrics",
                                     timeout=LIMIT) as page:
             self.assertEqual(page.headers.get_all("Content-Type"), ["text/plain; version=0.0.4; charset=utf-8"])
@@ -217,7 +217,7 @@ class OperationsTest(LiveTest):
                           ("test", "rules", "alerts_test.yml")):
             answer = self.promtool(*arguments, cwd=MONITORING)
             self.assertEqual(answer.returncode, 0, answer.stdout + answer.stderr)
-            print(f"promtool {' '.join(arguments)}: {' '.join(answer.stdout.split())}", file=sys.stderr)
+            print(f"\npromtool {' '.join(arguments)}: {' '.join(answer.stdout.split())}", file=sys.stderr)
         known = set()
         for uri in ("quillbrook_metrics", "quillbrook_engine_metrics"):
             for name, kind in re.findall(r"^# TYPE (\S+) (\S+)", self.metrics(uri), re.MULTILINE):
