@@ -113,13 +113,12 @@ void quillbrook_trace_call(const quillbrook_speech_t *session, const quillbrook_
   });
 }
 
-void quillbrook_trace_timers(const quillbrook_speech_t *session, quillbrook_run_t &run, const char *expired,
-                             int limit) {
+void quillbrook_trace_timers(const quillbrook_speech_t *session, quillbrook_run_t &run,
+                             const quillbrook_timers &timers) {
   Observer &observer = *session->observer;
   const quillbrook_transcript_t &transcript = run.transcript;
   quillbrook_traced &known = run.traced;
   const int silence = shared_load(run.recognition->silence);
-  const int complete = shared_load(run.context.completetimeout);
   const int incomplete = shared_load(run.context.incompletetimeout);
   const int finalize = shared_load(run.context.finalize);
   const bool counting = session->timeouts && !ast_tvzero(transcript.datefirst);
@@ -129,22 +128,22 @@ void quillbrook_trace_timers(const quillbrook_speech_t *session, quillbrook_run_
       known.quiet = silence > 0;
       observer.line(line_of(session, run, "audio").add("silence", silence));
     }
-    if (counting && (ast_tvcmp(transcript.datesilence, known.datesilence) != 0 || complete != known.complete ||
+    if (counting && (ast_tvcmp(transcript.datesilence, known.datesilence) != 0 || timers.complete != known.complete ||
                      incomplete != known.incomplete)) {
       known.datesilence = transcript.datesilence;
-      known.complete = complete;
+      known.complete = timers.complete;
       known.incomplete = incomplete;
       known.expired = nullptr;
       observer.line(line_of(session, run, "timers")
                         .add("since", observer.now() - text_silence)
-                        .add("completetimeout", complete)
+                        .add("completetimeout", timers.complete)
                         .add("incompletetimeout", incomplete));
     }
-    if (expired && expired != known.expired) {
-      known.expired = expired;
+    if (timers.expired && timers.expired != known.expired) {
+      known.expired = timers.expired;
       observer.line(line_of(session, run, "expiry")
-                        .add("timer", expired)
-                        .add("limit", limit)
+                        .add("timer", timers.expired)
+                        .add("limit", timers.limit)
                         .add("words_silent", text_silence)
                         .add("audio_silent", silence));
     }

@@ -31,13 +31,18 @@ inline void quillbrook_observe_call(const quillbrook_speech_t *session, const qu
   }
 }
 
-// The timers have run. `expired` is the one that has, or null, and `limit` its limit.
-void quillbrook_trace_timers(const quillbrook_speech_t *session, quillbrook_run_t &run, const char *expired, int limit)
+// What the timers found at a call.
+struct quillbrook_timers {
+  int complete;         // the complete timeout, as the grammars chose it; 0: it does not run
+  const char *expired;  // the timer that has run out, or null, and its limit
+  int limit;
+};
+void quillbrook_trace_timers(const quillbrook_speech_t *session, quillbrook_run_t &run, const quillbrook_timers &timers)
     QUILLBROOK_REQUIRES(session->result_lock);
-inline void quillbrook_observe_timers(const quillbrook_speech_t *session, quillbrook_run_t &run, const char *expired,
-                                      int limit) QUILLBROOK_REQUIRES(session->result_lock) {
+inline void quillbrook_observe_timers(const quillbrook_speech_t *session, quillbrook_run_t &run,
+                                      const quillbrook_timers &timers) QUILLBROOK_REQUIRES(session->result_lock) {
   if (quillbrook_is_traced(session)) {
-    quillbrook_trace_timers(session, run, expired, limit);
+    quillbrook_trace_timers(session, run, timers);
   }
 }
 

@@ -106,7 +106,8 @@ void take(quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->resu
   quillbrook_take_extras(message);
   quillbrook_note_first_text(message);
   quillbrook_run_timers(message);
-  quillbrook_observe_timers(message.session, *quillbrook_run_of(message.context), message.expired, message.limit);
+  quillbrook_observe_timers(message.session, *quillbrook_run_of(message.context),
+                            {message.complete_limit, message.expired, message.limit});
 
   if (quillbrook_is_repeated_interim(message)) {
     return;

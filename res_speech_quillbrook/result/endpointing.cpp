@@ -150,6 +150,7 @@ void test_complete_timeout(quillbrook_message &message, int duration) {
   }
   extend_complete_timeout(message, duration);
   const int limit = limit_of_silence(message, shared_load(message.context->completetimeout));
+  message.complete_limit = limit;
   if (is_silent_for(message, limit)) {
     complete(message, limit);
   }

@@ -18,6 +18,7 @@ struct quillbrook_message {
   bool has_result = false;   // the call has queued a result, be it an error
   const char *expired = nullptr;  // a timer that has run out, and its limit
   int limit = 0;
+  int complete_limit = 0;  // the complete timeout at this call, as the grammars chose it; 0: it does not run
 
   bool has_text() const { return text && text[0]; }
   bool is_finish() const { return score == QUILLBROOK_SCORE_FINISH; }

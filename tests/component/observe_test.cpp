@@ -194,6 +194,25 @@ TEST_F(ObserveTest, TheTraceOfAnUtterance) {
             std::vector<std::string>(std::begin(expected), std::end(expected)));
 }
 
+TEST_F(ObserveTest, TheLimitThatTheGrammarsChoseIsTraced) {
+  engine.grammartimeouts = 1;
+  engine.matchtimeout = 300;
+  set(engine.trace, folder.c_str());
+  create();
+  load_grammar("polar", "public <answer> = yes;\n");
+  question();
+  send("yes", QUILLBROOK_SCORE_INTERIM);
+  tick();
+  stand_in::advance_ms(301);
+  tick();
+  get();
+  destroy();
+  quillbrook_report_all();
+  const std::vector<std::string> lines = lines_of(traces().at(0));
+  EXPECT_THAT(lines, testing::Contains(HasSubstr(R"("what":"timers","since":0,"completetimeout":300,)")));
+  EXPECT_THAT(lines, testing::Contains(HasSubstr(R"("timer":"completetimeout","limit":300,)")));
+}
+
 TEST_F(ObserveTest, ATraceStaysInItsFolderAndWithinItsLimits) {
   const quillbrook_observed who = {"", "", "QBK-../../\xC3\xA9 $x", "quillbrook"};
   stand_in::set_clock_ms(1'700'000'000'123);
