@@ -91,7 +91,8 @@ public:
   explicit Grammar(std::istream &in);
   Grammar(std::istream &in, const quillbrook::jsgf::ImportFolders &imports);
   ~Grammar();
-  Grammar(const Grammar &) = delete;
+  // A copy shares what was built, and has a name of its own. Takes neither long nor much memory.
+  Grammar(const Grammar &other);
   Grammar &operator=(const Grammar &) = delete;
 
   // Replaces the grammar's name, which is at first the full name of its declaration. References between rules don't

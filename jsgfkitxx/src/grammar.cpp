@@ -99,6 +99,9 @@ Grammar::Grammar(std::istream &in, const quillbrook::jsgf::ImportFolders &import
   name_ = program_->grammar_name;
 }
 
+Grammar::Grammar(const Grammar &other)
+    : name_(other.name_), program_(other.program_), last_match_(std::make_unique<quillbrook::jsgf::LastMatch>()) {}
+
 Grammar::~Grammar() = default;
 
 void Grammar::setName(const std::string &name) {

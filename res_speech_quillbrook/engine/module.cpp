@@ -16,6 +16,7 @@
 #include "config_reload.h"
 #include "../record/engine.h"
 #include "../record/engine_statistics.h"
+#include "../record/shared_grammars.h"
 #include "engine_plugin.h"
 #include "engine_tables.h"
 #include "plugin_library.h"
@@ -92,6 +93,7 @@ void withdraw() {
   }
   quillbrook_watch_stop();
   quillbrook_reporter_stop();
+  quillbrook_forget_shared_grammars();
   quillbrook_close_own_files();
   quillbrook_release_engines();
   quillbrook_end_engines(quillbrook_engine);
@@ -171,6 +173,7 @@ int unload() {
   quillbrook_release_engines();
   quillbrook_watch_stop();
   quillbrook_reporter_stop();
+  quillbrook_forget_shared_grammars();
   quillbrook_close_own_files();
   quillbrook_engines_reset();
   engines = nullptr;

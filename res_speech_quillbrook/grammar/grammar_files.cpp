@@ -1,5 +1,6 @@
 #include "grammar_files.h"
 
+#include "../record/shared_grammars.h"
 #include "../support/text_file.h"
 #include "../support/printable.h"
 

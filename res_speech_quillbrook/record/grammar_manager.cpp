@@ -2,9 +2,9 @@
 
 #include "../support/log.h"
 #include "../support/monotonic.h"
-#include "../support/text_file.h"
 #include "../support/accents.h"
 #include "jsgfkitxx.h"
+#include "shared_grammars.h"
 #include "../support/printable.h"
 
 namespace {
@@ -16,29 +16,13 @@ constexpr int kNormalizeGrammars = 2;
 // Milliseconds for all grammars of a session: a caller who waits does not care how many there are.
 constexpr int64_t kMatchLimit = std::chrono::milliseconds(quillbrook::jsgf::kMatchTime).count();
 
-std::string read_file(const std::string &filename) {
-  const std::unique_ptr<FILE, int (*)(FILE *)> file(open_regular_file(filename.c_str(), kGrammarFileMax), fclose);
-  if (!file) {
-    throw GrammarFileError(filename, errno);
-  }
-  std::string content;
-  char block[16384];
-  while (const size_t got = fread(block, 1, sizeof(block), file.get())) {
-    content.append(block, got);
-    if (content.size() > kGrammarFileMax) {  // it grows meanwhile
-      throw GrammarFileError(filename, EFBIG);
-    }
-  }
-  if (ferror(file.get())) {
-    throw GrammarFileError(filename, errno);
-  }
-  return content;
-}
+// A grammar of the session's own in name and memory of its last match, which shares what was compiled.
+struct LoadedGrammar {
+  explicit LoadedGrammar(std::shared_ptr<const Grammar> of_all) : shared(std::move(of_all)), grammar(*shared) {}
 
-std::string folder_of(const std::string &filename) {
-  const size_t slash = filename.rfind('/');
-  return slash == std::string::npos ? "." : filename.substr(0, slash + 1);
-}
+  std::shared_ptr<const Grammar> shared;  // keeps it in use
+  Grammar grammar;
+};
 
 // Appends with `separator` in between.
 void append_separated(std::string &list, const char *separator, const std::string &item) {
@@ -111,9 +95,6 @@ private:
 
 }  // namespace
 
-GrammarFileError::GrammarFileError(const std::string &filename, int error)
-    : std::runtime_error("Erreur ouverture: " + filename), error_(error) {}
-
 GrammarManager::GrammarManager() : normalize_mode_(0) {}
 
 GrammarManager::~GrammarManager() = default;
@@ -135,17 +116,11 @@ void GrammarManager::setNormalizeMode(int mode) {
 }
 
 void GrammarManager::load(const std::string &name, const std::string &filename) {
-  add(name, read_file(filename), folder_of(filename));
-}
-
-void GrammarManager::add(const std::string &name, const std::string &jsgf, const std::string &folder) {
-  std::istringstream content(normalize(jsgf));
-  const quillbrook::jsgf::ImportFolders imports{
-      folder, {quillbrook::jsgf::kInstalledGrammars}, [this](const std::string &text) { return normalize(text); }};
-  auto grammar = std::make_shared<Grammar>(content, imports);
-  grammar->setName(name);
+  const auto loaded =
+      std::make_shared<LoadedGrammar>(quillbrook_shared_grammar(filename, normalize_mode_ >= kNormalizeGrammars));
+  loaded->grammar.setName(name);
   change([&](Set &set) {
-    set.grammars.push_back(std::move(grammar));
+    set.grammars.emplace_back(loaded, &loaded->grammar);
     set.inactive.erase(name);
   });
 }

@@ -14,16 +14,6 @@
 
 class Grammar;
 
-// A grammar file that cannot be opened or read; `error` is the system's errno.
-class GrammarFileError : public std::runtime_error {
-public:
-  GrammarFileError(const std::string &filename, int error);
-  int error() const { return error_; }
-
-private:
-  int error_;
-};
-
 // The first active grammar whose tags fit a text: its name, the public rule, the non-empty tags joined by a blank. All
 // empty when there is none. A match that was given up says nothing about the text: then `gave_up` tells why, and
 // `grammar` where.
@@ -105,7 +95,6 @@ private:
   template <typename Change>
   void change(Change &&change);
   std::string normalize(const std::string &text) const;
-  void add(const std::string &name, const std::string &jsgf, const std::string &folder);
   bool exists(const std::string &name) const;
 
   std::shared_ptr<const Set> set_;  // null: empty

@@ -2,6 +2,7 @@
 
 #include "../record/observation.h"
 #include "../record/session_list.h"
+#include "../record/shared_grammars.h"
 #include "../record/speech_state.h"
 #include "../result/utterance.h"
 #include "../support/guard.h"
@@ -88,7 +89,7 @@ void *quillbrook_watch(void *) {
 int quillbrook_watch_look() {
   int next = kNothing;
   quillbrook_sessions_look([&next](quillbrook_speech_t &session) { next = sooner(next, look_at(&session)); });
-  return next;
+  return sooner(next, quillbrook_look_at_unused_grammars());
 }
 
 bool quillbrook_watch_start() {
