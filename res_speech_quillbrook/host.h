@@ -129,6 +129,12 @@ public:
   HostCallId &operator=(const HostCallId &) = delete;
   ~HostCallId() { release(id_); }
 
+  // The calling thread is of this call from now on, in the log as elsewhere, until it ends. For threads of ours, which
+  // begin with none.
+  void bind_this_thread() const {
+    if (*this) ast_callid_threadassoc_add(id_);
+  }
+
   explicit operator bool() const { return id_ != Id{}; }
   bool operator==(const HostCallId &other) const { return id_ == other.id_; }
 

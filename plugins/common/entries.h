@@ -28,4 +28,22 @@ void *run_loop(quillbrook_context *context, const char *plugin, Body body) noexc
   return nullptr;
 }
 
+// Has body() say what it thinks of the settings in the record, a sentence each, for a plugin's check. What it throws is
+// its last word.
+template <typename Body>
+int run_check(quillbrook_context *context, Body body) noexcept {
+  try {
+    std::string sentences;
+    try {
+      for (const std::string &sentence : body()) sentences += sentence + '\n';
+    } catch (const std::exception &error) {
+      sentences = error.what();
+    }
+    (void)snprintf(context->errors, sizeof context->errors, "%s", sentences.c_str());
+  } catch (...) {
+    (void)snprintf(context->errors, sizeof context->errors, "out of memory");
+  }
+  return context->errors[0] != '\0' ? -1 : 0;
+}
+
 }  // namespace quillbrook::common

@@ -124,6 +124,15 @@ void Link::debug(const char *event, const std::string &detail) const {
   if (context_->debug != 0 && context_->filelog != nullptr) log(event + detail);
 }
 
+void Link::complain(const std::string &sentence) const {
+  const quillbrook_services *offered = services;
+  if (offered != nullptr && offered->size >= offsetof(quillbrook_services, complain) + sizeof offered->complain) {
+    offered->complain(context_, sentence.c_str());
+  } else {
+    log(sentence);
+  }
+}
+
 void Link::log(const std::string &sentence) const {
   constexpr size_t kLongestTag = 150;
   constexpr size_t kLongestSentence = 400;

@@ -70,6 +70,8 @@ public:
 
   // Leaves the failure in the record.
   void fail(const std::string &reason);
+  // A sentence for the operator, in the PBX's log. By a module that takes none it goes where log() writes.
+  void complain(const std::string &sentence) const;
   // One line into the plugins' log file, or to the process's error output where there is none.
   void log(const std::string &sentence) const;
   // The same when there is such a file and debug output is asked for.

@@ -9,14 +9,22 @@
 
 namespace quillbrook::common {
 
-void read_parameters(const std::string &configuration, const std::function<bool(const Parameter &)> &set) {
+std::vector<std::string> refused_parameters(const std::string &configuration,
+                                            const std::function<bool(const Parameter &)> &set) {
+  std::vector<std::string> sentences;
   std::string_view rest = configuration;
   Parameter parameter;
   while (take_parameter(rest, parameter)) {
     if (!set(parameter)) {
-      throw Failure("configuration: '" + parameter.text + "' is no known parameter with a value it can take");
+      sentences.push_back("configuration: '" + parameter.text + "' is no known parameter with a value it can take");
     }
   }
+  return sentences;
+}
+
+void read_parameters(const std::string &configuration, const std::function<bool(const Parameter &)> &set) {
+  const std::vector<std::string> sentences = refused_parameters(configuration, set);
+  if (!sentences.empty()) throw Failure(sentences.front());
 }
 
 bool take_parameter(std::string_view &text, Parameter &parameter) {

@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace quillbrook::common {
 
@@ -15,7 +16,11 @@ struct Parameter {
   std::string value;  // without its quotes; empty when there is no "="
 };
 
-// Hands each parameter to `set`. Throws Failure naming the one that it does not take.
+// Hands each parameter to `set`, and gives a sentence for each that it does not take.
+std::vector<std::string> refused_parameters(const std::string &configuration,
+                                            const std::function<bool(const Parameter &)> &set);
+
+// The same; throws Failure with the first sentence.
 void read_parameters(const std::string &configuration, const std::function<bool(const Parameter &)> &set);
 
 // Takes the next parameter off the front of the text. False when there is none left.

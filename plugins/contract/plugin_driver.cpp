@@ -30,9 +30,21 @@ int no_timer(const quillbrook_context *context) {
   return context == entered_with ? INT_MAX : 0;
 }
 
-const quillbrook_services kServices = {sizeof kServices, no_timer};
+std::mutex complaints_lock;
+std::vector<std::string> complaints;
+void note_complaint(quillbrook_context *, const char *sentence) {
+  const std::lock_guard<std::mutex> held(complaints_lock);
+  complaints.emplace_back(sentence);
+}
+
+const quillbrook_services kServices = {sizeof kServices, no_timer, note_complaint};
 
 }  // namespace
+
+std::vector<std::string> take_complaints() {
+  const std::lock_guard<std::mutex> held(complaints_lock);
+  return std::exchange(complaints, {});
+}
 
 void Plugin::open() {
   library = dlopen(plugin_path.c_str(), RTLD_LAZY);

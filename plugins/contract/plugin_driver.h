@@ -47,6 +47,9 @@ struct Report {
 };
 void PrintTo(const Report &report, std::ostream *out);
 
+// What plugins complained of since the latest call.
+std::vector<std::string> take_complaints();
+
 class Recognition {
 public:
   explicit Recognition(const std::string &format = "wav");

@@ -60,7 +60,7 @@ Recognition::Recognition(Link &link, DecoderPool &pool, ChannelMemory &channels)
       with_hints_(!Hints::is_empty(text_of(link.record().phrases))),
       longest_ms_(parameters_.longest_ms) {
   const quillbrook_context &record = link_.record();
-  for (const std::string &complaint : parameters_.complaints) link_.log(complaint);
+  for (const std::string &complaint : parameters_.complaints) link_.complain(complaint);
   // Without endpointing of our own nothing is held back that finalize could bring out.
   link_.set_quantum(parameters_.endpointing);
   if (record.maxspeechtimeout > 0) longest_ms_ = std::min(longest_ms_, record.maxspeechtimeout);
@@ -97,10 +97,10 @@ bool Recognition::get_ready() {
     if (!hints_.left_out.empty()) {
       std::string words;
       for (const std::string &word : hints_.left_out) words += " '" + word + "'";
-      link_.log("not in the dictionary, left out with their phrases:" + words);
+      link_.complain("not in the dictionary, left out with their phrases:" + words);
     }
     if (hints_.phrases.empty()) {
-      link_.log("no phrase is left: nothing will be understood");
+      link_.complain("no phrase is left: nothing will be understood");
       return true;
     }
     recogniser_.decoder->set_hints(hints_, *recogniser_.dictionary, parameters_.loop);

@@ -1,4 +1,4 @@
-// The plugin's three entries.
+// The plugin's entries.
 #include "network_loop.h"
 #include "recognition.h"
 
@@ -19,4 +19,8 @@ QUILLBROOK_PLUGIN_ENTRY void *quillbrook_loop(quillbrook_context *context) {
 
 QUILLBROOK_PLUGIN_ENTRY void quillbrook_stop(quillbrook_context *context) {
   common::Link::stop(context);
+}
+
+QUILLBROOK_PLUGIN_ENTRY int quillbrook_check(quillbrook_context *context) {
+  return common::run_check(context, [&] { return transcription::complaints_about(context->configuration); });
 }

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <optional>
 
+#include "failure.h"
 #include "phrases.h"
 
 namespace quillbrook::transcription {
@@ -88,6 +89,18 @@ Settings parse_settings(const std::string &configuration) {
   Settings settings;
   read_parameters(configuration, [&](const Parameter &parameter) { return set(settings, parameter); });
   return settings;
+}
+
+std::vector<std::string> complaints_about(const std::string &configuration) {
+  Settings settings;
+  std::vector<std::string> sentences =
+      refused_parameters(configuration, [&](const Parameter &parameter) { return set(settings, parameter); });
+  try {
+    settings.read_key();
+  } catch (const Failure &failure) {
+    sentences.emplace_back(failure.what());
+  }
+  return sentences;
 }
 
 Fields request_fields(const Settings &settings, const quillbrook_context &record) {

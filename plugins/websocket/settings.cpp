@@ -1,5 +1,7 @@
 #include "settings.h"
 
+#include "failure.h"
+
 namespace quillbrook::websocket {
 
 using namespace common;
@@ -31,6 +33,18 @@ Settings parse_settings(const std::string &configuration) {
   Settings settings;
   read_parameters(configuration, [&](const Parameter &parameter) { return set(settings, parameter); });
   return settings;
+}
+
+std::vector<std::string> complaints_about(const std::string &configuration) {
+  Settings settings;
+  std::vector<std::string> sentences =
+      refused_parameters(configuration, [&](const Parameter &parameter) { return set(settings, parameter); });
+  try {
+    settings.read_key();
+  } catch (const Failure &failure) {
+    sentences.emplace_back(failure.what());
+  }
+  return sentences;
 }
 
 }  // namespace quillbrook::websocket

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "server_settings.h"
 
@@ -20,5 +21,8 @@ struct Settings : common::ServerSettings {
 
 // Parameters "key=value" separated by commas or blanks. Throws Failure naming the one that it does not understand.
 Settings parse_settings(const std::string &configuration);
+
+// A sentence for each parameter that it does not understand, and for a key file that cannot be used.
+std::vector<std::string> complaints_about(const std::string &configuration);
 
 }  // namespace quillbrook::websocket

@@ -20,8 +20,8 @@
  * - plugin_init holds up the caller: keep it under 50 ms and leave connections and models to plugin_loop.
  * - plugin_loop calls back at least every 100 ms, also with no text: the module has no timer of its own, and its
  *   timeouts are looked at only inside the callback. A timeout acts as late as the next call comes, so either call
- *   every 20 to 30 ms, or ask next_timer of quillbrook_services. After the first words, silence for the key plugintimeout (10 s)
- *   ends the recognition with "error". One thread at a time calls back for one record.
+ *   every 20 to 30 ms, or ask next_timer of quillbrook_services. After the first words, silence for the key
+ * plugintimeout (10 s) ends the recognition with "error". One thread at a time calls back for one record.
  * - plugin_stop is called right before the streaming thread is joined. It sets hangup to 2, and raises finalize, which
  *   also ends a streaming thread that still waits for audio. It may come on a record whose plugin_init refused, whose
  *   plugin_loop was never entered or has already returned, and twice. A loop that does not return after it holds up
@@ -74,7 +74,8 @@ typedef void quillbrook_function_stop(quillbrook_context *context);
 /*
  * What a plugin thinks of the settings of an engine: texts and numbers stand in the record as a recognition would get
  * them, everything else is zero. Called when somebody checks the configuration, outside of any call, perhaps in a
- * program without a PBX. Returns 0, or anything else and a sentence on each line of errors.
+ * program without a PBX. Returns 0, or anything else and a sentence on each line of errors;
+ * one that begins with a key ("phrases: ...") is shown with the line of that key, others with that of configuration.
  */
 typedef int quillbrook_function_check(quillbrook_context *context);
 
@@ -98,11 +99,15 @@ typedef struct quillbrook_services {
    * while none runs, as before the first words. Each call of the callback may change it; and it is no promise that
    * something happens then. Costs no more than reading a variable. */
   int (*next_timer)(const quillbrook_context *context);
+  /* Writes a sentence for the operator to the PBX's log, as a WARNING with the engine and the session: what the plugin
+   * cannot use of the settings or phrases, and goes on without. For a failure see extra. Control characters become "?",
+   * and a long sentence is cut; a recognition has 20 lines. Also from plugin_init. */
+  void (*complain)(quillbrook_context *context, const char *sentence);
 } quillbrook_services;
 
 /*
- * Called each time that the module has opened the plugin for an engine, before anything else of it. The table stays as
- * it is as long as the plugin is open.
+ * Called each time that the module has opened the plugin for an engine, which may be while it recognises for others,
+ * and always with the same table, which stays as it is as long as the plugin is open.
  */
 typedef void quillbrook_function_attach(const quillbrook_services *services);
 

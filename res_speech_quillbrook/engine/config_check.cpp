@@ -34,6 +34,16 @@ void fill_record(quillbrook_context &context, const quillbrook_engine_t &engine)
   context.thread = static_cast<pthread_t>(-1);
 }
 
+// The key that a plugin's sentence is about: it may stand in front of a colon.
+const char *key_of(const std::string &sentence) {
+  for (const char *key : {"phrases", "model", "language", "url", "context", "extra", "format"}) {
+    if (sentence.compare(0, strlen(key), key) == 0 && sentence[strlen(key)] == ':') {
+      return key;
+    }
+  }
+  return "configuration";
+}
+
 class Check {
 public:
   explicit Check(const std::string &path) : file_(read_config_file(path, findings_)) {
@@ -210,7 +220,7 @@ private:
     context->errors[sizeof(context->errors) - 1] = '\0';
     std::istringstream sentences(context->errors);
     for (std::string sentence; std::getline(sentences, sentence);) {
-      say(place_of(section, "configuration"), false,
+      say(place_of(section, key_of(sentence)), false,
           std::string("the plugin of [").append(section).append("]: ").append(sentence));
     }
   }

@@ -96,16 +96,16 @@ void load(quillbrook_speech_t &session, const char *name, const char *path) {
   }
   const std::string complaint = load_path(session, name, path);
   if (!complaint.empty()) {
-    ast_log(LOG_WARNING, "(%s) SpeechLoadGrammar(%s,%s) %s\n", session.name, Printable(name).text(),
-            Printable(path).text(), Printable(complaint.c_str()).text());
+    session_log(LOG_WARNING, &session, "SpeechLoadGrammar(%s,%s) %s\n", Printable(name).text(), Printable(path).text(),
+                Printable(complaint.c_str()).text());
   }
 }
 
 // A name of an earlier load, be it of a file or a setting, is no slip of the pen.
 void warn_of_unknown(const quillbrook_speech_t &session, const char *application, const char *name) {
   if (session.grammar_names.size() < kMostNames && !session.grammar_names.count(name)) {
-    ast_log(LOG_WARNING, "(%s) %s(%s): nothing was loaded under this name\n", session.name, application,
-            Printable(name).text());
+    session_log(LOG_WARNING, &session, "%s(%s): nothing was loaded under this name\n", application,
+                Printable(name).text());
   }
 }
 

@@ -17,15 +17,15 @@ bool ends_with(std::string_view text, std::string_view end) {
 
 // Called right after the failure, while errno tells of it.
 void warn_unreadable(const quillbrook_speech_t &session, const char *name, const char *path) {
-  ast_log(LOG_WARNING, "(%s) Cannot read grammar %s = %s: %s\n", session.name, Printable(name).text(),
-          Printable(path).text(), file_error_text(errno, kTextFileMax).c_str());
+  session_log(LOG_WARNING, &session, "Cannot read grammar %s = %s: %s\n", Printable(name).text(),
+              Printable(path).text(), file_error_text(errno, kTextFileMax).c_str());
 }
 
 void load_configuration(quillbrook_speech_t &session, const char *name, const char *path) {
   debug_log("config detect :%s.\n", Printable(path).text());
   char *text = load_file_to_string(path);
   if (!text && errno == ENOMEM) {
-    ast_log(LOG_ERROR, "Memory allocation error!\n");
+    session_log(LOG_ERROR, &session, "Memory allocation error!\n");
   } else if (!text) {
     warn_unreadable(session, name, path);
   }
@@ -65,8 +65,8 @@ void load_jsgf(quillbrook_speech_t &session, const char *name, const char *path)
   try {
     loaded.load(name, path);
   } catch (const std::exception &failure) {
-    ast_log(LOG_ERROR, "(%s) Cannot load JSGF grammar %s = %s: %s\n", session.name, Printable(name).text(),
-            Printable(path).text(), Printable(reason_of(failure)).text());
+    session_log(LOG_ERROR, &session, "Cannot load JSGF grammar %s = %s: %s\n", Printable(name).text(),
+                Printable(path).text(), Printable(reason_of(failure)).text());
     return;
   }
   const MutexLock hold(session.grammar_lock);

@@ -119,6 +119,14 @@ void quillbrook_engine_release_texts(quillbrook_engine_t &engine);
 // The name by which the host knows the engine of an entry of the table.
 void quillbrook_engine_host_name(const quillbrook_engine_t &engine, char *name, size_t size);
 
+// The same for one log line.
+struct EngineHostName {
+  explicit EngineHostName(const quillbrook_engine_t &engine) {
+    quillbrook_engine_host_name(engine, text, sizeof(text));
+  }
+  char text[kEngineNameSize];
+};
+
 // Calls `visit(engine)` for the entries from 1 up to the first empty name.
 template <typename Visit>
 void quillbrook_for_each_profile(const EngineTable &engines, Visit &&visit) {

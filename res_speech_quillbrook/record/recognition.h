@@ -114,6 +114,7 @@ struct quillbrook_run_t {
   Mutex gate;
   quillbrook_speech_t *session QUILLBROOK_GUARDED_BY(gate);  // null: closed
   quillbrook_run_phase phase QUILLBROOK_GUARDED_BY(gate);
+  int complaints QUILLBROOK_GUARDED_BY(gate);  // of the plugin, that came
 
   // The end of the streaming thread, for a join with a limit.
   std::mutex end_lock;

@@ -133,6 +133,10 @@ struct quillbrook_speech_t {
   int digits_pending;  // digits were reported since the last start. Dialplan thread only
 };
 
+// A line of the log about a session: "[ENGINE] (NAME) ...".
+#define session_log(level, session, format, ...) \
+  ast_log(level, "[%s] (%s) " format, EngineHostName(*(session)->engine).text, (session)->name, ##__VA_ARGS__)
+
 // The session of a speech object, or null once it has been taken apart.
 inline quillbrook_speech_t *quillbrook_session_of(const struct ast_speech *speech) {
   return static_cast<quillbrook_speech_t *>(shared_load(speech->data));

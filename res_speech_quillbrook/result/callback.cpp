@@ -52,8 +52,8 @@ void report_bad_score(const quillbrook_message &message) {
   if (bad.more) {
     snprintf(more, sizeof(more), " (and %d more since the last line)", bad.more);
   }
-  ast_log(LOG_ERROR, "CALLBACK: text [%s] score=%d len=%d context=%s%s\n", Printable(message.text).text(),
-          message.score, text_length(message.text), Printable(extra).text(), more);
+  session_log(LOG_ERROR, session, "CALLBACK: text [%s] score=%d len=%d context=%s%s\n", Printable(message.text).text(),
+              message.score, text_length(message.text), Printable(extra).text(), more);
   bad = {true, 0, now};
 }
 
@@ -67,15 +67,15 @@ bool is_too_late(const quillbrook_message &message) {
     return false;
   }
   if (!message.text) {
-    trace(2, "CALLBACK: Too late, we have already a result! (%d)\n", count);
+    trace_state(message, "CALLBACK: Too late, we have already a result! (%d)\n", count);
   } else if (shared_load(debug)) {
-    ast_log(LOG_WARNING, "CALLBACK: Too late, we have already a result! (%d)\n", count);
+    session_log(LOG_WARNING, message.session, "CALLBACK: Too late, we have already a result! (%d)\n", count);
   }
   return true;
 }
 
-void trace_state(const quillbrook_message &message) {
-  if (!shared_load(debug) || !host_verbosity_at_least(2)) {
+void trace_settings(const quillbrook_message &message) {
+  if (message.is_tick() || !shared_load(debug) || !host_verbosity_at_least(2)) {
     return;
   }
   const quillbrook_context *context = message.context;
@@ -173,7 +173,7 @@ int process(quillbrook_message &message, bool session_ended) {
       quillbrook_statistics_message(message.score);
       count(message.session->statistics->messages);
     }
-    trace_state(message);
+    trace_settings(message);
     quillbrook_observe_call(message.session, *quillbrook_run_of(message.context), message.text, message.score,
                             session_ended);
     take(message);
@@ -195,13 +195,25 @@ int process(quillbrook_message &message, bool session_ended) {
   return 0;
 }
 
-int receive(quillbrook_context *context, const char *text, int score) {
+void trace_message(const quillbrook_message &message) {
+  if (message.is_tick() || !shared_load(debug) || !host_verbosity_at_least(2)) {
+    return;
+  }
   trace(2, "\n\nCALLBACK: PROCESS\n\n");
+  trace(2, "CALLBACK: finalize = %d\n", shared_load(message.context->finalize));
+  if (message.text) {
+    trace(2, "CALLBACK: [%s] - score %d len=%d\n", Printable(message.text).text(), message.score,
+          text_length(message.text));
+  } else {
+    trace(2, "CALLBACK: [NULL] - score %d\n", message.score);
+  }
+}
+
+int receive(quillbrook_context *context, const char *text, int score) {
   if (!context) {
     trace(2, "CALLBACK: Error, context is NULL?\n");
     return -1;
   }
-  trace(2, "CALLBACK: finalize = %d\n", shared_load(context->finalize));
   quillbrook_run_t &run = *quillbrook_run_of(context);
   MutexLock passing(run.gate);
   if (!run.session || !quillbrook_session_of(run.speech)) {
@@ -209,13 +221,9 @@ int receive(quillbrook_context *context, const char *text, int score) {
     return -1;
   }
   shared_store(run.recognition->last_call, monotonic_ms());
-  if (text) {
-    trace(2, "CALLBACK: [%s] - score %d len=%d\n", Printable(text).text(), score, text_length(text));
-  } else {
-    trace(2, "CALLBACK: [NULL] - score %d\n", score);
-  }
 
   quillbrook_message message = {context, run.speech, run.session, run.recognition, run.transcript, text, score};
+  trace_message(message);
   bool session_ended = false;
   if (score == QUILLBROOK_SCORE_END) {
     session_ended = take_session_end(message);
@@ -238,6 +246,6 @@ int quillbrook_callback(quillbrook_context *context, const char *text, int score
 void quillbrook_report_more_bad_scores(quillbrook_speech_t *session) {
   MutexLock held(session->result_lock);
   if (const int more = std::exchange(session->bad_scores.more, 0)) {
-    ast_log(LOG_ERROR, "(%s) CALLBACK: %d more messages with a bad score\n", session->name, more);
+    session_log(LOG_ERROR, session, "CALLBACK: %d more messages with a bad score\n", more);
   }
 }

@@ -24,7 +24,7 @@ void next_result_path(char (&path)[kResultPathSize], quillbrook_speech_t *sessio
 // `error` is the system's.
 void fail(const quillbrook_message &message, const char *path, int error)
     QUILLBROOK_REQUIRES(message.session->result_lock) {
-  ast_log(LOG_ERROR, "(%s) Cannot create recognition result file : %s!\n", message.session->name, path);
+  session_log(LOG_ERROR, message.session, "Cannot create recognition result file : %s!\n", path);
   char reason[kResultPathSize + 80];
   snprintf(reason, sizeof(reason), "%s: %s", path, strerror(error));
   quillbrook_queue_error(message.speech, message.session, kCauseStorage, reason);
@@ -121,9 +121,9 @@ void apply(const quillbrook_message &message, const quillbrook_judgement &judgem
   }
   trace(2, "JSGF input = %s\n", Printable(transcript.text).text());
   if (gave_up(judgement)) {
-    ast_log(LOG_ERROR, "(%s) The match with the grammar %s was given up: %s; %s\n", message.session->name,
-            Printable(judgement.match.grammar).text(), Printable(judgement.match.gave_up).text(),
-            quillbrook_cause_advice(kCauseGrammar));
+    session_log(LOG_ERROR, message.session, "The match with the grammar %s was given up: %s; %s\n",
+                Printable(judgement.match.grammar).text(), Printable(judgement.match.gave_up).text(),
+                quillbrook_cause_advice(kCauseGrammar));
     return;
   }
   const std::string &tags = judgement.match.tags;

@@ -117,7 +117,7 @@ void complete(quillbrook_message &message, int limit) {
   quillbrook_context *context = message.context;
   const int finalize = shared_load(context->finalize);
   if (finalize != 0) {
-    trace(2, "Finalize = %d...\n", finalize);
+    trace_state(message, "Finalize = %d...\n", finalize);
   } else if (shared_load(context->quantum)) {
     expire(message, kCompleteTimeout, limit);
     trace(2, "Set finalize =1 !\n");
@@ -137,7 +137,8 @@ void complete(quillbrook_message &message, int limit) {
 bool is_silent_for(const quillbrook_message &message, int timeout) {
   const int64_t stt = text_silence(message.transcript);
   const int dsp = shared_load(message.recognition->silence);
-  trace(2, "CALLBACK: completetimeout delay silence [stt=%d,dsp=%d] > %d\n", static_cast<int>(stt), dsp, timeout);
+  trace_state(message, "CALLBACK: completetimeout delay silence [stt=%d,dsp=%d] > %d\n", static_cast<int>(stt), dsp,
+              timeout);
   if (wants_both_silences(message)) {
     return stt > timeout && (dsp > timeout || stt > int64_t{kTimeoutsInNoise} * timeout);
   }
@@ -169,7 +170,7 @@ void report_incomplete(quillbrook_message &message) QUILLBROOK_REQUIRES(message.
     return;
   }
   message.has_result = true;
-  ast_log(LOG_ERROR, "(%s) Error with incomplete timeout!\n", message.session->name);
+  session_log(LOG_ERROR, message.session, "Error with incomplete timeout!\n");
   char reason[80];
   snprintf(reason, sizeof(reason), "no new words for %d ms and no end of the utterance",
            static_cast<int>(text_silence(transcript)));
@@ -190,7 +191,7 @@ void test_incomplete_timeout(quillbrook_message &message) QUILLBROOK_REQUIRES(me
     return;
   }
   const int64_t stt = text_silence(transcript);
-  trace(2, "CALLBACK: incompletetimeout delay silence [%d] < %d\n", static_cast<int>(stt), timeout);
+  trace_state(message, "CALLBACK: incompletetimeout delay silence [%d] < %d\n", static_cast<int>(stt), timeout);
   if (stt <= timeout) {
     return;
   }
@@ -270,15 +271,15 @@ void quillbrook_read_clock(quillbrook_message &message) {
     if (ast_tvdiff_ms(transcript.datelast, transcript.dateclose) < engine.closetimeout) {
       message.hold = 1;
     } else {
-      trace(2, "CALLBACK: waitclose limit reached (%d ms)\n", engine.closetimeout);
+      trace_state(message, "CALLBACK: waitclose limit reached (%d ms)\n", engine.closetimeout);
       expire(message, kCloseTimeout, engine.closetimeout);
     }
   }
   if (message.hold) {
-    trace(2, "CALLBACK: the plugin is closing, hold the result\n");
+    trace_state(message, "CALLBACK: the plugin is closing, hold the result\n");
   }
-  trace(2, "CALLBACK: session duration [%d]\n",
-        static_cast<int>(ast_tvdiff_ms(transcript.datelast, transcript.datestart)));
+  trace_state(message, "CALLBACK: session duration [%d]\n",
+              static_cast<int>(ast_tvdiff_ms(transcript.datelast, transcript.datestart)));
 }
 
 void quillbrook_note_voice(quillbrook_message &message) {
@@ -318,12 +319,12 @@ void quillbrook_note_first_text(quillbrook_message &message) {
 void quillbrook_run_timers(quillbrook_message &message) {
   const quillbrook_transcript_t &transcript = message.transcript;
   if (ast_tvzero(transcript.datefirst)) {
-    trace(2, "CALLBACK: Waiting speech...\n");
+    trace_state(message, "CALLBACK: Waiting speech...\n");
     return;
   }
   const int duration = static_cast<int>(ast_tvdiff_ms(transcript.datelast, transcript.datefirst));
-  trace(2, "CALLBACK: speech duration [%d]\n", duration);
-  trace(2, "CALLBACK: DSP / VAD silence [%d]\n", shared_load(message.recognition->silence));
+  trace_state(message, "CALLBACK: speech duration [%d]\n", duration);
+  trace_state(message, "CALLBACK: DSP / VAD silence [%d]\n", shared_load(message.recognition->silence));
   move_silence_date(message);
   shift_silence_date(message);
   test_complete_timeout(message, duration);

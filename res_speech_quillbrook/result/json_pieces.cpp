@@ -8,8 +8,8 @@ namespace {
 void add(const quillbrook_message &message, const std::string &value) {
   std::string &pieces = message.transcript.json_pieces;
   if (pieces.size() + value.size() > kJsonPiecesMax) {
-    ast_log(LOG_WARNING, "(%s) The JSON of an utterance is longer than %zu bytes: a piece is left out\n",
-            message.session->name, kJsonPiecesMax);
+    session_log(LOG_WARNING, message.session,
+                "The JSON of an utterance is longer than %zu bytes: a piece is left out\n", kJsonPiecesMax);
     return;
   }
   pieces.reserve(pieces.size() + value.size() + 1);  // what follows cannot fail half way

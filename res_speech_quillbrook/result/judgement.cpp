@@ -74,7 +74,8 @@ void quillbrook_note_extent(const quillbrook_message &message, const quillbrook_
   trace(2, "CALLBACK: the grammars call it %d\n", static_cast<int>(extent));
   if (!gave_up.empty()) {
     message.transcript.extent_given_up = 1;
-    ast_log(LOG_ERROR, "(%s) Judging the words by the grammar %s was given up: %s; the timeouts do without it\n",
-            message.session->name, Printable(grammar).text(), Printable(gave_up).text());
+    session_log(LOG_ERROR, message.session,
+                "Judging the words by the grammar %s was given up: %s; the timeouts do without it\n",
+                Printable(grammar).text(), Printable(gave_up).text());
   }
 }

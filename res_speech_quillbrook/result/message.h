@@ -21,6 +21,7 @@ struct quillbrook_message {
   int complete_limit = 0;  // the complete timeout at this call, as the grammars chose it; 0: it does not run
 
   bool has_text() const { return text && text[0]; }
+  bool is_tick() const { return score == QUILLBROOK_SCORE_INTERIM && !has_text(); }
   bool is_finish() const { return score == QUILLBROOK_SCORE_FINISH; }
   // Score and text of "nothing was understood": one byte that is no blank, without confidence.
   bool is_no_match() const {
@@ -29,3 +30,12 @@ struct quillbrook_message {
   // Whether the transcript takes the text over.
   bool has_words() const { return has_text() && (score == QUILLBROOK_SCORE_INTERIM || score > 0 || is_no_match()); }
 };
+
+// What a message finds, in the host's verbose output. A tick finds the same again and again, and writes what it
+// changes.
+#define trace_state(message, ...) \
+  do {                            \
+    if (!(message).is_tick()) {   \
+      trace(2, __VA_ARGS__);      \
+    }                             \
+  } while (0)

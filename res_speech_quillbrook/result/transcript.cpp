@@ -13,8 +13,8 @@ size_t length_of(const quillbrook_transcript_t &transcript) {
 
 void report_overflow(quillbrook_message &message) {
   if (!std::exchange(message.transcript.overflow_reported, 1)) {
-    ast_log(LOG_ERROR, "(%s) The transcript has more than %zu bytes: what is beyond is dropped\n",
-            message.session->name, kTranscriptMax);
+    session_log(LOG_ERROR, message.session, "The transcript has more than %zu bytes: what is beyond is dropped\n",
+                kTranscriptMax);
   }
 }
 

@@ -15,7 +15,7 @@ void stop_recognition(quillbrook_speech_t *session) {
   session_notice(session, "Stop the process\n");
   quillbrook_stop_plugin(session);
   if (shared_load(session->recognition->context1->hangup) != QUILLBROOK_HANGUP_STOPPED) {
-    ast_log(LOG_ERROR, "Cannot stop the plugin, time!\n");
+    session_log(LOG_ERROR, session, "Cannot stop the plugin, time!\n");
   }
   quillbrook_join_threads(session);
 }

@@ -42,10 +42,10 @@ bool shut_out(quillbrook_run_t &run) {
 }
 
 void leave_behind(const quillbrook_speech_t *session, quillbrook_run_t &run) {
-  ast_log(LOG_ERROR,
-          "(%s) The plugin %s has not returned %d ms after its stop: its thread is left behind, and the module stays "
-          "loaded until the PBX ends\n",
-          session->name, shown(session->engine->plugin_name), session->engine->stoptimeout);
+  session_log(LOG_ERROR, session,
+              "The plugin %s has not returned %d ms after its stop: its thread is left behind, and the module stays "
+              "loaded until the PBX ends\n",
+              shown(session->engine->plugin_name), session->engine->stoptimeout);
   quillbrook_observe_expiry(session, "stoptimeout", session->engine->stoptimeout);
   pthread_detach(run.context.thread);
   run.recognition->left_behind = 1;

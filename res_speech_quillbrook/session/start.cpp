@@ -59,7 +59,7 @@ void go_on(struct ast_speech *speech, quillbrook_speech_t *session) {
 void create_dsp(const quillbrook_speech_t *session, quillbrook_recognition_t *recognition) {
   recognition->dsp = ast_dsp_new();
   if (!recognition->dsp) {
-    ast_log(LOG_WARNING, "Unable to allocate DSP!\n");
+    session_log(LOG_WARNING, session, "Unable to allocate DSP!\n");
     return;
   }
   session_notice(session, "Set DSP threshold : %d\n", session->engine->threshold);
@@ -71,7 +71,7 @@ void add_run(struct ast_speech *speech, quillbrook_speech_t *session, quillbrook
              const struct timeval &now) {
   quillbrook_run_t *run = quillbrook_add_run(recognition);
   if (!run) {
-    ast_log(LOG_ERROR, "Enable to create quillbrook context\n");
+    session_log(LOG_ERROR, session, "Enable to create quillbrook context\n");
     quillbrook_note_failure(session, kCauseMemory, strerror(ENOMEM));
     return;
   }
@@ -92,7 +92,7 @@ void open_stream(quillbrook_speech_t *session, quillbrook_recognition_t *recogni
     shared_store(recognition->opened, 1);
     session_notice(session, "Open file write: %s.%s\n", base, format);
   } else {
-    ast_log(LOG_ERROR, "Cannot open %s.%s\n", base, format);
+    session_log(LOG_ERROR, session, "Cannot open %s.%s\n", base, format);
   }
 }
 
@@ -124,7 +124,7 @@ void install(quillbrook_speech_t *session, quillbrook_recognition_t *recognition
 quillbrook_recognition_t *make_recognition(quillbrook_speech_t *session) {
   quillbrook_recognition_t *recognition = quillbrook_make_recognition();
   if (!recognition) {
-    ast_log(LOG_ERROR, "Enable to create quillbrook context\n");
+    session_log(LOG_ERROR, session, "Enable to create quillbrook context\n");
     quillbrook_note_failure(session, kCauseMemory, strerror(ENOMEM));
     return nullptr;
   }

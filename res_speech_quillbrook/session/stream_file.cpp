@@ -143,7 +143,7 @@ void quillbrook_lose_audio(struct ast_speech *speech, quillbrook_speech_t *sessi
   }
   char reason[sizeof(recognition->stream.full) + 100];
   snprintf(reason, sizeof(reason), "%s: %s", recognition->stream.full, error ? strerror(error) : "unknown format");
-  ast_log(LOG_ERROR, "(%s) Cannot %s the audio of the recognition, %s\n", session->name, action, reason);
+  session_log(LOG_ERROR, session, "Cannot %s the audio of the recognition, %s\n", action, reason);
   MutexLock held(session->result_lock);
   if (str_fifo_empty(&session->last_results)) {
     quillbrook_queue_error(speech, session, kCauseStorage, reason);

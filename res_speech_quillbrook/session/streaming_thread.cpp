@@ -43,12 +43,15 @@ bool wait_for_audio(const quillbrook_speech_t *session, const quillbrook_run_t &
   trace(3, "  Waiting for a buffering time (minspeech=%dms)...", minspeech);
   const long long minsize = static_cast<long long>(minspeech) * bytes_per_millisecond(context->format);
   for (long long size = 0; size <= minsize;) {
+    const long long before = size;
     usleep(kAudioPoll);
     if (!look_at_stream(run, size)) {
       trace(3, "Exit the streaming thread when waiting (file deleted)!");
       return false;
     }
-    trace(3, "Streaming thread waiting minsize (size=%d to %d)!", static_cast<int>(size), static_cast<int>(minsize));
+    if (size != before) {
+      trace(3, "Streaming thread waiting minsize (size=%d to %d)!", static_cast<int>(size), static_cast<int>(minsize));
+    }
     if (finalize_raised(context)) {
       trace(3, "Exit the streaming thread when waiting (finalize=%d)!", shared_load(context->finalize));
       return false;
@@ -130,7 +133,7 @@ bool report_failure(quillbrook_speech_t *session, quillbrook_run_t &run) {
     return false;
   }
   count(session->statistics->provider_failures);
-  ast_log(LOG_WARNING, "(%s) QuillBrook plugin error: %s\n", session->name, Printable(context.extra).text());
+  session_log(LOG_WARNING, session, "QuillBrook plugin error: %s\n", Printable(context.extra).text());
   MutexLock held(session->result_lock);
   if (str_fifo_empty(&session->last_results)) {
     quillbrook_queue_error(run.speech, session, kCauseProvider, failure_text(context.extra));
@@ -151,8 +154,8 @@ void warn_of_silent_return(quillbrook_speech_t *session, quillbrook_recognition_
   MutexLock held(session->result_lock);
   if (!quillbrook_words_came(recognition) && !shared_load(recognition->plugin_closed) &&
       str_fifo_empty(&session->last_results)) {
-    ast_log(LOG_WARNING, "(%s) The plugin %s returned before its stop, without a word\n", session->name,
-            shown(session->engine->plugin_name));
+    session_log(LOG_WARNING, session, "The plugin %s returned before its stop, without a word\n",
+                shown(session->engine->plugin_name));
   }
 }
 
@@ -166,8 +169,8 @@ void finish_for_plugin(quillbrook_speech_t *session, struct ast_speech *speech, 
       recognition, [](quillbrook_run_t &run) { quillbrook_callback(&run.context, "", QUILLBROOK_SCORE_FINISH); });
   MutexLock held(session->result_lock);
   if (str_fifo_empty(&session->last_results)) {
-    ast_log(LOG_WARNING, "(%s) The plugin %s returned after words, without a result\n", session->name,
-            shown(session->engine->plugin_name));
+    session_log(LOG_WARNING, session, "The plugin %s returned after words, without a result\n",
+                shown(session->engine->plugin_name));
     quillbrook_queue_error(speech, session, kCausePlugin, "it returned after words, without a result");
   }
 }
@@ -247,11 +250,20 @@ private:
   quillbrook_run_t &run_;
 };
 
+// Lines of this thread carry the call's id.
+void bind_to_call(quillbrook_run_t &run) {
+  MutexLock passing(run.gate);
+  if (run.session && run.session->call) {
+    run.session->call->bind_this_thread();
+  }
+}
+
 void *enter(void *data, Prepare prepare) {
   auto &run = *static_cast<quillbrook_run_t *>(data);
   {
     const EndOfThread end(run);
     guarded("quillbrook_thread", 0, [&] {
+      bind_to_call(run);
       follow(run, prepare);
       return 0;
     });
@@ -272,7 +284,7 @@ int launch(quillbrook_speech_t *session, quillbrook_run_t &run, void *(*entry)(v
   context->thread = kNoThread;
   if (guarded("plugin_init", -1, [=] { return session->engine->plugin_init(context); })) {
     shared_decrement(run.recognition->running);
-    ast_log(LOG_WARNING, "%s", words.refused);
+    session_log(LOG_WARNING, session, "%s", words.refused);
     quillbrook_note_failure(session, kCausePlugin, "it refused the recognition");
     return -1;
   }

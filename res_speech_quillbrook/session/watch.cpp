@@ -52,8 +52,8 @@ int look_at_plugin(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->re
   }
   recognition->silence_reported = 1;
   quillbrook_observe_expiry(session, "plugintimeout", limit);
-  ast_log(LOG_ERROR, "(%s) The plugin %s has not called back for %d ms: the recognition ends\n", session->name,
-          shown(session->engine->plugin_name), limit);
+  session_log(LOG_ERROR, session, "The plugin %s has not called back for %d ms: the recognition ends\n",
+              shown(session->engine->plugin_name), limit);
   quillbrook_queue_error(session->place.speech, session, kCausePlugin, "it has stopped calling back");
   if (quillbrook_utterances_are_separate(*session->engine)) {
     for (quillbrook_context *context : {recognition->context1, recognition->context2}) {

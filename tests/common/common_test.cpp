@@ -59,7 +59,7 @@ struct Module {
   Module() {
     context.callback = [](quillbrook_context *, const char *, int) { return 0; };
     static const quillbrook_services kServices = {sizeof kServices,
-                                                  [](const quillbrook_context *) { return next_timer; }};
+                                                  [](const quillbrook_context *) { return next_timer; }, nullptr};
     quillbrook_attach(&kServices);
   }
   ~Module() { quillbrook_attach(nullptr); }

@@ -70,7 +70,7 @@ TEST_F(AudioTest, AFullDiskIsAnErrorOnce) {
     EXPECT_EQ(stand_in::stop_failing(), 1);
     write_ms(200, 1);
     const std::string line =
-        named("Cannot write the audio of the recognition, ") + context()->filename + ": No space left on device\n";
+        labelled("Cannot write the audio of the recognition, ") + context()->filename + ": No space left on device\n";
     EXPECT_EQ(stand_in::logged(__LOG_ERROR, line), 1);
     EXPECT_EQ(state(), kDone);
     EXPECT_EQ(get(), "error");

@@ -29,8 +29,8 @@ TEST_F(CallbackTest, ABadScoreIsRefusedWithALineASecond) {
   for (const int bad : {-3, -199, -201, INT_MIN}) {
     stand_in::advance_ms(1000);
     EXPECT_EQ(send("word", bad), -1);
-    EXPECT_EQ(stand_in::logged(__LOG_ERROR,
-                               "CALLBACK: text [word] score=" + std::to_string(bad) + " len=4 context={\"a\":1}\n"),
+    EXPECT_EQ(stand_in::logged(__LOG_ERROR, labelled("CALLBACK: text [word] score=") + std::to_string(bad) +
+                                                " len=4 context={\"a\":1}\n"),
               1);
   }
   for (int more = 0; more < 5; ++more) EXPECT_EQ(send(nullptr, -3), -1);
@@ -39,7 +39,7 @@ TEST_F(CallbackTest, ABadScoreIsRefusedWithALineASecond) {
   EXPECT_EQ(send(nullptr, -3), -1);
   EXPECT_EQ(stand_in::mentioned("CALLBACK: text [(null)] score=-3 len=0 context={\"a\":1} (and 5 more"), 1);
   send(nullptr, -3);
-  const std::string rest = named("CALLBACK: 1 more messages with a bad score\n");
+  const std::string rest = labelled("CALLBACK: 1 more messages with a bad score\n");
   EXPECT_TRUE(ast_tvzero(transcript().datelast));
   EXPECT_EQ(stats().messages_total, 0U);
   destroy();
@@ -104,7 +104,7 @@ TEST_F(CallbackTest, WhatComesBehindAResultIsRefused) {
   }
   EXPECT_EQ(stats().messages_total, counted);
   EXPECT_EQ(ast_tvdiff_ms(transcript().datelast, date), 0);
-  EXPECT_EQ(stand_in::logged(__LOG_WARNING, "CALLBACK: Too late, we have already a result! (1)\n"), 4);
+  EXPECT_EQ(stand_in::logged(__LOG_WARNING, labelled("CALLBACK: Too late, we have already a result! (1)\n")), 4);
   EXPECT_EQ(get(), "first");
   EXPECT_EQ(score, 80);
 }
@@ -196,7 +196,7 @@ TEST_F(CallbackTest, ATranscriptHasALimit) {
   constexpr size_t kLimit = 1 << 20;
   const std::string piece = "caf\xC3\xA9 " + std::string(1000, 'x');
   create_and_start();
-  const std::string line = named("The transcript has more than 1048576 bytes: what is beyond is dropped\n");
+  const std::string line = labelled("The transcript has more than 1048576 bytes: what is beyond is dropped\n");
   std::string whole;
   while (whole.size() <= kLimit + 5000) {
     send(piece.c_str(), 80);

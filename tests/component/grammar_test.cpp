@@ -137,15 +137,15 @@ TEST_F(GrammarTest, AConfigurationComesWholeWithAZeroBehindIt) {
   load("after", stand_in::config_path("configuration_a"));
   EXPECT_EQ(config(), nullptr);
   EXPECT_STREQ(session()->config_name, "after");
-  EXPECT_EQ(stand_in::logged(__LOG_ERROR, "Memory allocation error!\n"), 1);
+  EXPECT_EQ(stand_in::logged(__LOG_ERROR, labelled("Memory allocation error!\n")), 1);
   load("before", stand_in::config_path("configuration_a"));
   // One that cannot be read takes the former one's place all the same.
   load("gone", "/nowhere/configuration_b");
   EXPECT_EQ(config(), nullptr);
   EXPECT_STREQ(session()->config_name, "gone");
-  EXPECT_THAT(
-      lines(__LOG_WARNING),
-      testing::ElementsAre(named("Cannot read grammar gone = /nowhere/configuration_b: No such file or directory\n")));
+  EXPECT_THAT(lines(__LOG_WARNING),
+              testing::ElementsAre(
+                  labelled("Cannot read grammar gone = /nowhere/configuration_b: No such file or directory\n")));
 }
 
 TEST_F(GrammarTest, AContextIsCutAndAMissingFileLeavesIt) {
@@ -206,7 +206,7 @@ TEST_F(GrammarTest, AGrammarThatDoesNotLoadIsAnErrorLineAndNothingElse) {
   load("good", fifo);
   const std::string importer = stand_in::real_path(jsgf("importer.jsgf", "import <none.x>;"));
   load("good", importer);
-  const std::string begin = named("Cannot load JSGF grammar good = ");
+  const std::string begin = labelled("Cannot load JSGF grammar good = ");
   using testing::StartsWith;
   EXPECT_THAT(
       lines(__LOG_ERROR),
@@ -261,8 +261,9 @@ TEST_F(GrammarTest, TheFirstGrammarActivatedNamesTheResult) {
   unload("second");
   EXPECT_STREQ(session()->grammar_id, "");
   const std::string unknown = "(second): nothing was loaded under this name\n";
-  const std::string wrong[] = {named("SpeechActivateGrammar" + unknown), named("SpeechDeactivateGrammar" + unknown),
-                               named("SpeechActivateGrammar" + unknown), named("SpeechUnloadGrammar" + unknown)};
+  const std::string wrong[] = {labelled("SpeechActivateGrammar" + unknown),
+                               labelled("SpeechDeactivateGrammar" + unknown),
+                               labelled("SpeechActivateGrammar" + unknown), labelled("SpeechUnloadGrammar" + unknown)};
   EXPECT_THAT(lines(__LOG_WARNING), testing::ElementsAreArray(wrong));
 
   // With one recognition for the whole call the name stays, and the grammar is switched off all the same.

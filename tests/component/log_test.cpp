@@ -1,6 +1,7 @@
 // What a call writes into the log: nothing when all is well, and never a line that somebody else has thought up.
 #include "ops/http_jsgf.h"
 #include "session_fixture.h"
+#include "result/services.h"
 #include "support/printable.h"
 
 namespace {
@@ -63,6 +64,51 @@ TEST_F(LogTest, NobodyElseWritesALine) {
     EXPECT_EQ(text.find("\nPLANTED"), std::string::npos) << text;
     EXPECT_LT(text.size(), 3 * kPrintableMax + 300) << text;
   }
+}
+
+// Whose call it was, and what the plugin cannot use.
+TEST_F(LogTest, LinesOfAPluginNameTheCall) {
+  set(engine.plugin_name, "p.so");
+  plugin.on_loop = [](quillbrook_context *context) {
+    for (int times = 0; times < 30; ++times) quillbrook_services_offered.complain(context, "no\nword 'x'");
+  };
+  create_and_start();
+  ASSERT_TRUE(eventually([&] { return stand_in::mentioned("there is more") > 0; }));
+  EXPECT_EQ(stand_in::logged(__LOG_WARNING, labelled("The plugin p.so says: no?word 'x'\n")), 20);
+  EXPECT_EQ(stand_in::mentioned("there is more"), 1);
+  EXPECT_EQ(stand_in::noted("call 1"), 1);
+  plugin.on_end = [](quillbrook_context *context) { quillbrook_services_offered.complain(context, "late"); };
+  destroy();
+  EXPECT_EQ(stand_in::mentioned("late"), 0);
+}
+
+TEST_F(LogTest, ATickThatChangesNothingWritesNothing) {
+  ast_verb_sys_level = 3;
+  debug = engine.timeouts = 1;
+  engine.completetimeout = 1000;
+  engine.incompletetimeout = 3000;
+  create_and_start();
+  const auto lines = [] { return stand_in::verbose_lines().size(); };
+  const auto written_by_ticks = [&] {
+    const size_t before = lines();
+    for (int times = 0; times < 30; ++times) {
+      stand_in::advance_ms(30);
+      tick();
+    }
+    return lines() - before;
+  };
+  tick();
+  EXPECT_EQ(written_by_ticks(), 0U);
+  send("yes", 80);
+  tick();
+  EXPECT_EQ(written_by_ticks(), 0U);
+  // The one that ends the utterance does.
+  stand_in::advance_ms(200);
+  const size_t before = lines();
+  tick();
+  EXPECT_GT(lines(), before);
+  EXPECT_EQ(get(), "yes");
+  ast_verb_sys_level = 0;
 }
 
 }  // namespace

@@ -163,7 +163,7 @@ TEST_F(MatchingTest, OneThatTakesTooLongKeepsTheText) {
   const std::string reason = "those in front of it took longer than 2000 ms";
   EXPECT_EQ(setting("cause") + " " + setting("reason"), "grammar second: " + reason);
   EXPECT_EQ(setting("input") + setting("meaning") + setting("grammar"), "maybeof the recogniser");
-  EXPECT_EQ(stand_in::mentioned(named("The match with the grammar second was given up: " + reason)), 1);
+  EXPECT_EQ(stand_in::mentioned(labelled("The match with the grammar second was given up: " + reason)), 1);
 
   // One that has its answer by then needs no more time.
   start();

@@ -209,6 +209,8 @@ protected:
   int state() { return __atomic_load_n(&speech.state, __ATOMIC_ACQUIRE); }
   size_t queued() { return str_fifo_count(&session()->last_results); }
   std::string named(const std::string &format) { return "(" + std::string(session()->name) + ") " + format; }
+  // A line about something that is wrong.
+  std::string labelled(const std::string &format) { return "[" + std::string(engine_name) + "] " + named(format); }
 
   quillbrook_engine_t &engine;
   FakePlugin plugin;

@@ -109,7 +109,7 @@ TEST_F(StreamingTest, ACutThatFailsIsAnErrorAndLeavesNoFile) {
     start();
     EXPECT_TRUE(eventually([&] { return state() == kDone; })) << action;
     write_numbered(6, 6);
-    EXPECT_EQ(stand_in::mentioned(named("Cannot " + action + " the audio of the recognition, ")), 1);
+    EXPECT_EQ(stand_in::mentioned(labelled("Cannot " + action + " the audio of the recognition, ")), 1);
     EXPECT_EQ(get(), "error");
     EXPECT_EQ(plugin.loops, fault == Fault::kWrite) << "there is a file, although not whole";
     EXPECT_THAT(stand_in::files(), testing::IsEmpty());
@@ -161,11 +161,12 @@ TEST_F(StreamingTest, OnlyAnErrorTextEndsTheRecognition) {
     EXPECT_TRUE(!failure || eventually([&] { return state() == kDone; })) << extra;
     EXPECT_TRUE(failure || eventually([&] {
                   return stand_in::logged(__LOG_WARNING,
-                                          named("The plugin (null) returned before its stop, without a word\n")) == 1;
+                                          labelled("The plugin (null) returned before its stop, without a word\n")) ==
+                         1;
                 }));
     EXPECT_EQ(get(), "error");
     EXPECT_EQ(state(), failure ? kDone : kNotReady) << extra;
-    EXPECT_EQ(stand_in::logged(__LOG_WARNING, named("QuillBrook plugin error: " + extra + "\n")), failure);
+    EXPECT_EQ(stand_in::logged(__LOG_WARNING, labelled("QuillBrook plugin error: " + extra + "\n")), failure);
     stand_in::reset_log();
   }
   // Behind a result it does not hide that.
@@ -220,8 +221,8 @@ TEST_F(StreamingTest, ATwinRunsAloneWhenTheOtherIsRefused) {
     create();
     start();
     EXPECT_TRUE(loop_entered());
-    EXPECT_EQ(stand_in::logged(__LOG_WARNING, "Failed to intialize quillbrook plugin\n"), 1);
-    EXPECT_EQ(stand_in::logged(__LOG_WARNING, "Failed to intialize quillbrook plugin2\n"), refused - 1);
+    EXPECT_EQ(stand_in::mentioned(") Failed to intialize quillbrook plugin\n"), 1);
+    EXPECT_EQ(stand_in::mentioned(") Failed to intialize quillbrook plugin2\n"), refused - 1);
     EXPECT_EQ(quillbrook_callback(refused == 1 ? recognition()->context2 : context(), "one", 90), 0);
     EXPECT_EQ(get(), "one");
     EXPECT_EQ(plugin.loops, 1);

@@ -10,7 +10,9 @@ protected:
   WatchTest() { set(engine.plugin_name, "p.so"); }
 
   static constexpr int kLimit = 3000;
-  std::string silent_line() { return named("The plugin p.so has not called back for 3000 ms: the recognition ends\n"); }
+  std::string silent_line() {
+    return labelled("The plugin p.so has not called back for 3000 ms: the recognition ends\n");
+  }
   // What the host does when keys are pending and a result comes: it neither collects it nor says so.
   void pass_over(int looks) {
     shared_store(speech.state, static_cast<int>(kNotReady));

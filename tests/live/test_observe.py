@@ -72,8 +72,10 @@ class ObserveTest(LiveTest):
                           "configuration": "bytes 4000\\;interim n\\;sleep 50\\;final 80 no\\;finish"},
                 "followed": {"returnnlsml": "no", "events": "interims", "dsp": "yes", "completetimeout": "5000",
                              "incompletetimeout": "9000"},
-                 "unwritten": {"format": "nosuch", "plugin": "plugin_dummy.so"}}
-    complaints = ("QuillBrook plugin error", "has no result (provider)", "has no result (storage)", "Cannot open")
+                 "unwritten": {"format": "nosuch", "plugin": "plugin_dummy.so"},
+                 "english": {"plugin": "plugin_pocketsphinx.so", "phrases": "yes,zzyzxq"}}
+    complaints = ("QuillBrook plugin error", "has no result (provider)", "has no result (storage)", "Cannot open",
+                  "says: ")
     modules = ("res_agi",)
     port = free_port()
 
@@ -88,6 +90,7 @@ class ObserveTest(LiveTest):
         cls.traces = Path(tempfile.mkdtemp(prefix="traces-"))
         cls.addClassCleanup(shutil.rmtree, cls.traces)
         cls.profiles["followed"]["trace"] = cls.traces
+        cls.profiles["english"]["plugin"] = live.build / "lib/quillbrook/plugin_pocketsphinx.so"
         super().setUpClass()
         (cls.pbx.folder / "polar.jsgf").write_text(GRAMMAR, encoding="utf-8")
 
@@ -215,6 +218,13 @@ class ObserveTest(LiveTest):
         self.pbx.wait_until(lambda: interim() == "I would", LIMIT, "no hypothesis")
         call.hang_up()
         self.assertEqual(call.wait(), ["started"])
+
+    def test_lines_name_call_session_and_engine(self):
+        self.pbx.call(["Answer()", "SpeechCreate(quillbrook:english)", "SpeechStart()", "SpeechBackground(silence/1,1)",
+                       "SpeechDestroy()"]).wait()
+        log = (self.pbx.folder / "log/full").read_text(encoding="utf-8")
+        self.assertRegex(log, r"WARNING\[\d+\]\[C-[0-9a-f]+\] \S+: \[quillbrook:english\] \(QBK-\S+\) The plugin "
+                              r"\S+ says: not in the dictionary, left out with their phrases: 'zzyzxq'\n")
 
 
 if __name__ == "__main__":

@@ -112,6 +112,19 @@ class TroubleTest(unittest.TestCase):
                                 report("${SPEECH_SCORE(0)} ${SPEECH_ENGINE(cause)}")]).wait()
         self.assertEqual(result, ["90 grammar"])
         self.expect("A grammar is too much for a text")
+        bad = grammar.with_name("bad.jsgf")
+        bad.write_text("#JSGF V1.0;\ngrammar g;\npublic <r> = (a;\n", encoding="utf-8")
+        self.pbx.call(["Answer()", "SpeechCreate(quillbrook)", "SpeechLoadGrammar(gone,/nonexistent/gone.jsgf)",
+                       f"SpeechLoadGrammar(bad,{bad})",
+                       f"SpeechLoadGrammar(days,{grammar.parent}/days.jsfg)", "SpeechActivateGrammar(weeks)"]).wait()
+        self.expect("A grammar is missing")
+        self.expect("A grammar command changes nothing")
+        self.expect("A grammar has a mistake")
+        self.assertTrue(self.pbx.unload_module(MODULE))
+        self.assertTrue(self.load(configuration({"plugin": live.build / "lib/quillbrook/plugin_pocketsphinx.so",
+                                                 "phrases": "yes,zzyzxq"})))
+        self.call()
+        self.expect("A phrase is never understood")
 
     def test_http(self):
         def status(uri):

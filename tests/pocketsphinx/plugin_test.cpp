@@ -238,11 +238,16 @@ TEST(Pocketsphinx, TakesTextsOfAnyKind) {
   memset(call.record.model, 'm', QUILLBROOK_TEXT_SIZE);
   memset(call.record.param, '%', QUILLBROOK_TEXT_SIZE);
   call.record.uniqueid = nullptr;
+  take_complaints();
   call.start();
   call.say({digit(1)});
   ASSERT_TRUE(call.wait_calls(10));
   call.stop();
   EXPECT_TRUE(call.scored(0).empty()) << "no hint could be understood";
+  std::string complaints;
+  for (const std::string &sentence : take_complaints()) complaints += sentence + '\n';
+  EXPECT_NE(complaints.find("not in the dictionary"), std::string::npos) << complaints;
+  EXPECT_NE(complaints.find("is no key=value pair"), std::string::npos) << complaints;
   EXPECT_STREQ(call.record.extra, "");
 }
 
