@@ -7,6 +7,7 @@
 namespace {
 
 constexpr int kDeepestInclude = 10;  // as the host
+constexpr int kMostFiles = 1000;     // read for one check: a file may include itself, and that more than once
 
 std::string_view stripped(std::string_view text) {
   constexpr char kBlanks[] = " \t\r\n\v\f";
@@ -25,6 +26,9 @@ public:
   bool read(const std::string &path) {
     struct stat status;
     std::ifstream stream;
+    if (++files_ > kMostFiles) {
+      return false;
+    }
     if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
       stream.open(path);
     }
@@ -200,6 +204,7 @@ private:
   ConfigPlace place_;
   size_t current_ = 0;  // the block that entries go to
   int depth_ = 0;
+  int files_ = 0;
   bool in_comment_ = false;
 };
 
