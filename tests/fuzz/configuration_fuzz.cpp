@@ -1,8 +1,9 @@
 // The input is quillbrook.conf, as the loader and quillbrook-check read it.
 
+#include "fuzzed_session.h"
+
 #include "engine/config.h"
 #include "engine/config_check.h"
-#include "fuzzed_session.h"
 
 namespace {
 
