@@ -28,7 +28,8 @@ def run(pbx, _options):
         shutil.copy(GRAMMARS / f"{name}.jsgf", pbx.folder)
     # What they import is looked for beside them first; nothing has to be installed.
     shutil.copytree(GRAMMARS.parent / "configs/grammars", pbx.folder, dirs_exist_ok=True)
-    print("One call with four questions; the grammars are demo/room.jsgf, which imports digits and fillers from\nconfigs/grammars/en, and demo/confirm.jsgf:\n")
+    print("One call with four questions; the grammars are demo/room.jsgf, which imports digits and fillers from\n"
+          "configs/grammars/en, and demo/confirm.jsgf:\n")
     print(f"{'grammar':<9} {'said':<16} {'recognised':<18} {'tags':<7} {'score':>5}")
     call = pbx.call(dialplan(pbx.folder), talker())
     documents = []
