@@ -21,7 +21,7 @@ fuzz=(0.002 jsgf_grammar jsgf_match) depth=shallow live_with_sanitizer='calls|gr
 unset QUILLBROOK_HOST
 case ${1:-}:${2:+argument} in
   :) ;;
-  --thorough:) fuzz=(0.25) depth=deep live_with_sanitizer=live packages=thorough && export QUILLBROOK_THOROUGH=1 ;;
+  --thorough:) fuzz=(0.25) depth=deep live_with_sanitizer=live packages=thorough && export QUILLBROOK_THOROUGH=1 JSGF_TEST_ROUNDS=5000 ;;
   --host:argument) host=$2 packages=live ;;
   *) echo "usage: $0 [--thorough | --host DIR]" >&2 && exit 2 ;;
 esac
@@ -70,7 +70,7 @@ build() { cmake -S . -B "$1" -G Ninja -DCMAKE_COMPILE_WARNING_AS_ERROR=ON "${@:2
 run_tests() {
   local name=$1 folder=$2 log="$2/check-${1//[^a-z]/-}.log" closing cases skipped
   shift 2
-  ctest --test-dir "$folder" --output-on-failure --timeout 120 "$@" >"$log" 2>&1 || failures+=("$name")
+  ctest --test-dir "$folder" --output-on-failure --timeout 300 "$@" >"$log" 2>&1 || failures+=("$name")
   closing=$(grep -E '^[0-9]+% tests passed' "$log" || echo 'ctest did not finish')
   # Each program holds many cases; both test frameworks say how many.
   cases=$(sed -nE 's/^(\[==========\] |Ran )([0-9]+) tests? .*(ran\.|in ).*/\2/p' "$folder/Testing/Temporary/LastTest.log" |
