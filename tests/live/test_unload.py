@@ -66,7 +66,7 @@ class UnloadTest(LiveTest):
 
 
 class ReloadTest(LiveTest):
-    complaints = ('has no key "modell"',)
+    complaints = ('has no key "modell"', "The configuration was not read again")
 
     def setUp(self):
         super().setUp()
