@@ -391,7 +391,7 @@ TEST(Oracle, AgreesOnFigures) {
           << oracle::to_jsgf(rules) << text << ", round " << round;
     }
   }
-  EXPECT_GT(matched, 100);
+  EXPECT_GT(matched, 40);
 }
 
 }  // namespace
