@@ -91,7 +91,7 @@ check_format() { sources '*.cpp' '*.h' '*.c' | xargs clang-format --dry-run -Wer
 check_scripts() {
   local file
   sources '*.sh' .ci/run | while read -r file; do bash -n "$file" || return 1; done || return 1
-  sources '*.py' timeline/quillbrook-timeline | xargs env PYTHONPYCACHEPREFIX="$PWD/build/pycache" python3 -m py_compile
+  sources '*.py' timeline/quillbrook-timeline jsgfkitxx/tools/quillbrook-srgs | xargs env PYTHONPYCACHEPREFIX="$PWD/build/pycache" python3 -m py_compile
 }
 
 # start_tests NAME FOLDER OPTION...: run_tests in the background, in a process group so that all of it can be ended.

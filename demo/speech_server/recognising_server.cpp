@@ -169,13 +169,16 @@ void serve(Peer &peer, Service &service) {
 }  // namespace
 
 constexpr char kHelp[] =
-    "recognising_server: a speech server of the WebSocket protocol, with a plugin behind it\n\n"
+    "recognising_server: a speech server of the WebSocket protocol and of HTTP transcription, with a plugin behind\n"
+    "it\n\n"
     "  --plugin FILE          the plugin, such as build/lib/quillbrook/plugin_pocketsphinx.so; must be given\n"
     "  --port N               to listen on, on 127.0.0.1; a free one when left out. \"port N\" tells which\n"
     "  --configuration TEXT   for the plugin\n"
     "  --certificate FILE, --key FILE   in PEM, for wss:// in place of ws://\n"
-    "  --behave HOW           be a server that fails: mute, die, die-once, die-after-words, garbage\n\n"
-    "It serves until SIGTERM or SIGINT. Then, in quillbrook.conf: url=ws://127.0.0.1:N\n";
+    "  --behave HOW           be a server that fails: mute, die, die-once, die-after-words, garbage; for\n"
+    "                         forms also unauthorized, busy, broken\n\n"
+    "It serves until SIGTERM or SIGINT. Then, in quillbrook.conf: url=ws://127.0.0.1:N or\n"
+    "url=http://127.0.0.1:N/v1/audio/transcriptions\n";
 
 int main(int count, char **arguments) {
   if (count == 2 && (strcmp(arguments[1], "--help") == 0 || strcmp(arguments[1], "-h") == 0)) {

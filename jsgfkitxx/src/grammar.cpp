@@ -61,6 +61,17 @@ namespace {
 
 using quillbrook::jsgf::Step;
 
+// What callers make of the steps is the match's, too: pointers, the tags as texts of their own, and these joined.
+template <typename Steps>
+size_t bytes_for_caller(const quillbrook::jsgf::Program &program, const Steps &steps) {
+  size_t bytes = 0;
+  for (const Step step : steps) {
+    const size_t tag = step == quillbrook::jsgf::kWordStep ? 0 : program.tags[step].size() + 1;
+    bytes += sizeof(MatchInfo) + sizeof(MatchVector::value_type) + sizeof(std::string) + 2 * tag;
+  }
+  return bytes;
+}
+
 // All steps of a match in one block, which the pointers to them share.
 struct MatchBlock {
   std::shared_ptr<const quillbrook::jsgf::Program> program;
@@ -173,6 +184,8 @@ MatchVector Grammar::matchesRule(std::shared_ptr<Rule> rule, const std::string &
     return {};
   }
   if (const auto known = last_match_->get(text, rule->index)) {
+    quillbrook::jsgf::Meter meter;
+    meter.take(bytes_for_caller(*program_, *known));
     return to_match_vector(program_, *known);
   }
   quillbrook::jsgf::Match match(*program_, text);
@@ -180,7 +193,7 @@ MatchVector Grammar::matchesRule(std::shared_ptr<Rule> rule, const std::string &
   if (!steps) {
     return {};
   }
-  match.take(steps->size() * (sizeof(MatchInfo) + sizeof(MatchVector::value_type)));
+  match.take(bytes_for_caller(*program_, *steps));
   return to_match_vector(program_, *steps);
 }
 

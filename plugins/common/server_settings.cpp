@@ -22,6 +22,13 @@ bool ServerSettings::set(const Parameter &parameter) {
   return false;
 }
 
+void ServerSettings::check_files() const {
+  read_key();
+  if (!tls_ca.empty() && access(tls_ca.c_str(), R_OK) != 0) {
+    throw Failure("the file " + tls_ca + " of tls_ca cannot be read: " + strerror(errno));
+  }
+}
+
 std::string ServerSettings::read_key() const {
   constexpr size_t kLongest = 4096;
   if (key_file.empty()) return "";

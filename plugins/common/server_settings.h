@@ -21,6 +21,8 @@ struct ServerSettings {
   bool set(const Parameter &parameter);
   // The key: the file's first line, or nothing. Throws Failure, which does not hold it.
   std::string read_key() const;
+  // Throws Failure for a file that is named and cannot be used.
+  void check_files() const;
 };
 
 }  // namespace quillbrook::common

@@ -96,7 +96,7 @@ std::vector<std::string> complaints_about(const std::string &configuration) {
   std::vector<std::string> sentences =
       refused_parameters(configuration, [&](const Parameter &parameter) { return set(settings, parameter); });
   try {
-    settings.read_key();
+    settings.check_files();
   } catch (const Failure &failure) {
     sentences.emplace_back(failure.what());
   }

@@ -94,9 +94,9 @@ void quillbrook_queue_error(struct ast_speech *speech, quillbrook_speech_t *sess
 }
 
 void quillbrook_note_failure(quillbrook_speech_t *session, quillbrook_cause cause, const char *reason) {
-  log_failure(session, cause, reason);
   MutexLock held(session->result_lock);
-  if (!session->failure) {
+  if (!session->failure) {  // one line for both runs of a twin
+    log_failure(session, cause, reason);
     session->failure = share(failure(cause, reason));
   }
 }

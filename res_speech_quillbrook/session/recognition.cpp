@@ -1,6 +1,7 @@
 #include "recognition.h"
 
 #include "../record/observation.h"
+#include "plugin_entry.h"
 #include "stream_file.h"
 
 #include "../support/guard.h"
@@ -9,9 +10,9 @@
 
 namespace {
 
-void stop(const quillbrook_engine_t &engine, quillbrook_run_t &run) {
-  guarded("plugin_stop", 0, [&] {
-    engine.plugin_stop(&run.context);
+void stop(const quillbrook_speech_t &session, quillbrook_run_t &run) {
+  guarded(PluginEntry(session, "plugin_stop").text, 0, [&] {
+    session.engine->plugin_stop(&run.context);
     return 0;
   });
   if (shared_load(run.context.finalize) == 0) {
@@ -139,7 +140,7 @@ void quillbrook_stop_plugin(quillbrook_speech_t *session) {
     shared_store(recognition->stopping, 1);
     recognition->stop_began = monotonic_us();
   }
-  quillbrook_for_each_run(recognition, [session](quillbrook_run_t &run) { stop(*session->engine, run); });
+  quillbrook_for_each_run(recognition, [session](quillbrook_run_t &run) { stop(*session, run); });
 }
 
 void quillbrook_join_threads(quillbrook_speech_t *session) {

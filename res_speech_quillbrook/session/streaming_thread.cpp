@@ -4,6 +4,7 @@
 #include "../support/printable.h"
 #include "../record/speech_state.h"
 #include "../result/callback.h"
+#include "plugin_entry.h"
 #include "stream_file.h"
 
 namespace {
@@ -177,17 +178,19 @@ void finish_for_plugin(quillbrook_speech_t *session, struct ast_speech *speech, 
 
 // Enters the plugin's loop, unless the gate was shut meanwhile.
 void run_plugin(const quillbrook_speech_t *session, quillbrook_run_t &run) {
+  PluginEntry entry;
   {
     MutexLock passing(run.gate);
     if (!run.session) {
       return;
     }
     run.phase = kRunInLoop;
+    entry = PluginEntry(*session, "plugin_loop");
   }
   // Nothing of the session is used once the loop is entered.
   quillbrook_function_loop *loop = session->engine->plugin_loop;
   trace(3, "Launch the plugin_loop!");
-  guarded("plugin_loop", static_cast<void *>(nullptr), [&] { return loop(&run.context); });
+  guarded(entry.text, static_cast<void *>(nullptr), [&] { return loop(&run.context); });
 }
 
 using Prepare = bool (*)(quillbrook_speech_t *, const quillbrook_run_t &);
@@ -282,7 +285,7 @@ int launch(quillbrook_speech_t *session, quillbrook_run_t &run, void *(*entry)(v
   context->session = 0;
   context->initialize = 0;
   context->thread = kNoThread;
-  if (guarded("plugin_init", -1, [=] { return session->engine->plugin_init(context); })) {
+  if (guarded(PluginEntry(*session, "plugin_init").text, -1, [=] { return session->engine->plugin_init(context); })) {
     shared_decrement(run.recognition->running);
     session_log(LOG_WARNING, session, "%s", words.refused);
     quillbrook_note_failure(session, kCausePlugin, "it refused the recognition");

@@ -116,6 +116,13 @@ protected:
          };
          end_of_the_loop_brings_a_result();
        }},
+      {"nothing could be kept of what came",
+       [&] {
+         start_until_the_loop();
+         send("text that is not stored", QUILLBROOK_SCORE_NO_CONFIDENCE);
+         stand_in::advance_ms(1001);
+         send("", QUILLBROOK_SCORE_INTERIM);
+       }},
       {"the plugin stopped calling back",
        [&] {
          engine.plugintimeout = 500;

@@ -152,6 +152,14 @@ TEST(Limits, TimeOfAMatchGrowsWithTheText) {
   }
 }
 
+// The tags as texts, which a caller gets, would take a gigabyte.
+TEST(Limits, TagsOfAMatchCount) {
+  const auto grammar = load(kHead + "public <r> = (a {" + std::string(100'000, 't') + "})*;");
+  const std::string text = repeated("a ", 5'000);
+  EXPECT_EQ(grammar->getMatchingPublicRule(text), "r");
+  EXPECT_THROW(grammar->matchesRule(grammar->getRule("r"), text), quillbrook::jsgf::MatchGaveUp);
+}
+
 TEST(Limits, TimeOfALoadGrowsWithTheSource) {
   // Written out this is 2 to the power of the number of rules.
   const auto loading = [](size_t rules) {

@@ -140,6 +140,11 @@ class ScriptedRecipeTest(RecipeTest):
         self.assertEqual(self.dial("provider", script="bytes 4000\nfinal 90 hello world"),
                          ["The provider wrote: hello world"])
 
+    def test_appointment(self):
+        for said, day in (("Um, November 23rd, 2026", "2026-11-23"), ("next Friday", "friday")):
+            self.assertEqual(self.dial("appointment", script=f"bytes 4000\nfinal 90 {said}"),
+                             [f"The day is {day} (understood)"])
+
     def test_travel(self):
         for script, heard in (("final 80 I'd like 2 tickets, please.", "Tickets: 2"), ("final 80 Refund!", "A refund"),
                               ("final 80 Good morning.", "Something else: good morning."),
