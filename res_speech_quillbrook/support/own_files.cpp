@@ -37,8 +37,14 @@ bool begins_with(const char *text, const char *beginning) {
   return strncmp(text, beginning, strlen(beginning)) == 0;
 }
 
+// Behind the prefix stands the number of a process, and perhaps one of its lists: a package that somebody keeps there is
+// none.
 bool is_list_name(const char *name) {
-  return begins_with(name, kListPrefix);
+  if (!begins_with(name, kListPrefix)) {
+    return false;
+  }
+  const char *number = name + sizeof(kListPrefix) - 1;
+  return *number && number[strspn(number, "0123456789.")] == '\0';
 }
 
 bool is_file_name(const char *name) {

@@ -70,6 +70,7 @@ TEST_F(OwnFilesTest, OnlyRegularFilesOfThisUserWithOurNamesGo) {
   ASSERT_EQ(symlink(target.c_str(), stand_in::real_path("/tmp/quillbrook.1").c_str()), 0);
   make("/tmp/quillbrook_0x5.wav");
   make("/tmp/quillbrook_0x6.wav");
+  make("/tmp/quillbrook.deb");
   const bool foreign = chown(stand_in::real_path("/tmp/quillbrook_0x6.wav").c_str(), 1, 1) == 0;
   // A list that another user planted keeps nothing alive.
   std::string record = "k/tmp/quillbrook_0x5.wav";
@@ -78,7 +79,8 @@ TEST_F(OwnFilesTest, OnlyRegularFilesOfThisUserWithOurNamesGo) {
   const bool planted = chown(stand_in::real_path("/tmp/quillbrook.2").c_str(), 1, 1) == 0;
 
   EXPECT_EQ(quillbrook_remove_stale_files(), planted + !foreign);
-  EXPECT_EQ(stand_in::files().size(), 5U - planted - !foreign);
+  EXPECT_EQ(stand_in::files().size(), 6U - planted - !foreign);
+  EXPECT_TRUE(stand_in::file_exists("/tmp/quillbrook.deb"));
   quillbrook_close_own_files();
 }
 
