@@ -150,8 +150,9 @@ void tell(const EngineTable &former, const EngineTable &engines, const Print &pr
 
 void reload(bool anyway, const Print &print) {
   if (!passes_check(anyway, print)) {
-    ast_log(LOG_WARNING,
-            "The configuration was not read again: 'quillbrook check configuration' says what is wrong with the file\n");
+    ast_log(
+        LOG_WARNING,
+        "The configuration was not read again: 'quillbrook check configuration' says what is wrong with the file\n");
     return;
   }
   const auto give_up = [&print] { print(std::string(kUnchanged) + ": see the log."); };

@@ -37,8 +37,8 @@ bool begins_with(const char *text, const char *beginning) {
   return strncmp(text, beginning, strlen(beginning)) == 0;
 }
 
-// Behind the prefix stands the number of a process, and perhaps one of its lists: a package that somebody keeps there is
-// none.
+// Behind the prefix stands the number of a process, and perhaps one of its lists: a package that somebody keeps there
+// is none.
 bool is_list_name(const char *name) {
   if (!begins_with(name, kListPrefix)) {
     return false;
