@@ -3,7 +3,7 @@
 #
 # Usage: setup/packages.sh [demo|live|test|thorough]
 #   demo      the PBX with its headers, the compiler, the offline recogniser, its English model, recorded prompts
-#   live      all of that, and what the live tests run: promtool, a SIP caller
+#   live      all of that, and what the live tests run: promtool, a SIP caller, a balancer
 #   test      all of that, and what the other checks run: sanitizers, formatters
 #   thorough  all of that, what makes a Debian to try it in, and what measures coverage
 #
@@ -39,7 +39,7 @@ packages=(build-essential cmake ninja-build pkg-config git ca-certificates
 # A part of PocketSphinx until its version 5.
 [ "$release" = bookworm ] && packages+=(libsphinxbase-dev)
 case $purpose in demo | live | test | thorough) ;; *) fail "unknown purpose '$purpose': say demo, live, test or thorough" ;; esac
-[ "$purpose" = demo ] || packages+=(prometheus openssl sip-tester)
+[ "$purpose" = demo ] || packages+=(prometheus openssl sip-tester haproxy)
 case $purpose in test | thorough)
   packages+=(libgmock-dev libbenchmark-dev libre2-dev libexpat1-dev
     clang clang-format clang-tidy libclang-rt-14-dev) ;;
