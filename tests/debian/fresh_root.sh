@@ -31,6 +31,7 @@ debootstrap --variant=minbase --include=ca-certificates "$suite" "$root" "$mirro
 }
 rm -f "$root.log"
 cp /etc/resolv.conf "$root/etc/"
+[ -e "$root/etc/hosts" ] || echo '127.0.0.1 localhost' >"$root/etc/hosts" # as the installer leaves it
 # How this machine reaches its mirror, and what it thinks of its age.
 apt-config dump | grep '^Acquire::' >"$root/etc/apt/apt.conf.d/as-outside"
 [ ! -d /etc/apt/auth.conf.d ] || cp -r /etc/apt/auth.conf.d "$root/etc/apt/"
