@@ -22,11 +22,18 @@ bool ServerSettings::set(const Parameter &parameter) {
   return false;
 }
 
-void ServerSettings::check_files() const {
-  read_key();
-  if (!tls_ca.empty() && access(tls_ca.c_str(), R_OK) != 0) {
-    throw Failure("the file " + tls_ca + " of tls_ca cannot be read: " + strerror(errno));
+std::vector<std::string> ServerSettings::complaints_about(const std::string &configuration,
+                                                          const std::function<bool(const Parameter &)> &set) {
+  std::vector<std::string> sentences = refused_parameters(configuration, set);
+  try {
+    read_key();
+  } catch (const Failure &failure) {
+    sentences.emplace_back(failure.what());
   }
+  if (!tls_ca.empty() && access(tls_ca.c_str(), R_OK) != 0) {
+    sentences.push_back("the file " + tls_ca + " of tls_ca cannot be read: " + strerror(errno));
+  }
+  return sentences;
 }
 
 std::string ServerSettings::read_key() const {

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "parameter_list.h"
 #include "servers.h"
@@ -21,8 +23,10 @@ struct ServerSettings {
   bool set(const Parameter &parameter);
   // The key: the file's first line, or nothing. Throws Failure, which does not hold it.
   std::string read_key() const;
-  // Throws Failure for a file that is named and cannot be used.
-  void check_files() const;
+  // Sets each parameter by `set`, and gives a sentence for each that it does not take, and one for a file that is named
+  // and cannot be used.
+  std::vector<std::string> complaints_about(const std::string &configuration,
+                                            const std::function<bool(const Parameter &)> &set);
 };
 
 }  // namespace quillbrook::common

@@ -21,6 +21,11 @@ int curl_events(short events) {
          ((events & (POLLERR | POLLNVAL)) != 0 ? CURL_CSELECT_ERR : 0);
 }
 
+bool is_loss(CURLcode code) {
+  return code == CURLE_GOT_NOTHING || code == CURLE_PARTIAL_FILE || code == CURLE_RECV_ERROR ||
+         code == CURLE_SEND_ERROR;
+}
+
 }  // namespace
 
 HttpClient::HttpClient(CURLSH *shared) : shared_(shared), multi_(curl_multi_init()), easy_(curl_easy_init()) {
@@ -47,6 +52,7 @@ void HttpClient::start(const Request &request, const Settings &settings, std::ch
   authorities_ = settings.tls_ca;
   error_[0] = '\0';
   status_ = 0;
+  lost_ = false;
   failure_.clear();
   retry_after_ = {};
   due_ = Moment::max();
@@ -129,6 +135,7 @@ bool HttpClient::step() {
 
 void HttpClient::conclude(CURLcode code) {
   if (code != CURLE_OK) {
+    lost_ = is_loss(code);
     failure_ = reason(code);
     return;
   }
@@ -139,6 +146,7 @@ void HttpClient::conclude(CURLcode code) {
 }
 
 std::string HttpClient::reason(CURLcode code) const {
+  if (lost_) return "the server closed the connection";
   if (too_much_) return "the server's answer has more than " + std::to_string(body_limit_) + " bytes";
   long error = 0;
   curl_easy_getinfo(easy_.get(), CURLINFO_OS_ERRNO, &error);
@@ -151,11 +159,6 @@ std::string HttpClient::reason(CURLcode code) const {
       return std::string("the server's certificate is refused: ") + error_;
     case CURLE_SSL_CACERT_BADFILE:
       return "no certificates of authorities can be read from " + authorities_;
-    case CURLE_GOT_NOTHING:
-    case CURLE_PARTIAL_FILE:
-    case CURLE_RECV_ERROR:
-    case CURLE_SEND_ERROR:
-      return "the server closed the connection";
     default:
       return error_[0] != '\0' ? error_ : curl_easy_strerror(code);
   }

@@ -56,6 +56,8 @@ public:
   // Of a request that is over. The status is 0 when there was no whole answer; then failure() tells why.
   long status() const { return status_; }
   const std::string &failure() const { return failure_; }
+  // The server ended the connection before its answer did.
+  bool is_lost() const { return lost_; }
   std::chrono::seconds retry_after() const { return retry_after_; }
 
 private:
@@ -98,6 +100,7 @@ private:
   std::string authorities_;  // file of certificates, for the reason of a failure
   char error_[CURL_ERROR_SIZE] = {};
   long status_ = 0;
+  bool lost_ = false;
   std::string failure_;
   std::chrono::seconds retry_after_{0};
 };

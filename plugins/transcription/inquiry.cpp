@@ -103,6 +103,8 @@ bool Inquiry::take_answer(Moment now) {
   const long status = client_->status();
   if (status >= kOk && status < kRedirect) return true;
   if (status == 0) {
+    // A balancer ends the connection to a server whose loss it has not noticed yet, and gives the next one to another.
+    if (client_->is_lost() && ask_again(now)) return false;
     give_up_server(client_->failure());
     ask_next();
     return false;
@@ -110,16 +112,20 @@ bool Inquiry::take_answer(Moment now) {
   const std::string reason = "HTTP " + std::to_string(status) + own_words();
   const bool busy = status == kTooMany || status == kUnavailable;
   const auto again = now + std::max<Clock::duration>(client_->retry_after(), kShortestPause);
-  if (busy && servers_.empty() && !asked_again_ && kind_ == Kind::kFinal && again < until_) {
-    asked_again_ = true;
-    again_at_ = again;
-    return false;
-  }
+  if (busy && ask_again(again)) return false;
   const bool elsewhere = busy || status >= kServerError;
   give_up_server(reason);
   if (!elsewhere) fail();
   ask_next();
   return false;
+}
+
+// Whether this server is asked once more then, because it is the last one and words hang on it.
+bool Inquiry::ask_again(Moment when) {
+  if (!servers_.empty() || asked_again_ || kind_ != Kind::kFinal || when >= until_) return false;
+  asked_again_ = true;
+  again_at_ = when;
+  return true;
 }
 
 void Inquiry::give_up_server(const std::string &reason) {

@@ -1,5 +1,5 @@
 // One question to the servers of an engine: what was said in this audio? Goes from server to server while one fails,
-// and asks a busy one again, within the limits of time.
+// and asks the last one again, once, when it is busy or ends the connection, within the limits of time.
 #pragma once
 
 #include <memory>
@@ -56,6 +56,7 @@ private:
   std::string addresses_for(const std::string &host_url, Moment deadline) const;
   bool is_out_of_time(Moment now);
   bool take_answer(Moment now);
+  bool ask_again(Moment when);
   void give_up_server(const std::string &reason);
   void forget_address() const;
   [[noreturn]] void fail() const;
@@ -70,7 +71,7 @@ private:
   Clock::duration connecting_;        // time that is left for connecting to them
   std::unique_ptr<HttpClient> client_;
   Moment asked_;
-  Moment again_at_ = Moment::max();  // when a busy server is asked once more
+  Moment again_at_ = Moment::max();  // when the last server is asked once more
   bool asked_again_ = false;
   std::string reasons_;  // of those that failed
 };

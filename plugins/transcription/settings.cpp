@@ -4,7 +4,6 @@
 #include <cctype>
 #include <optional>
 
-#include "failure.h"
 #include "phrases.h"
 
 namespace quillbrook::transcription {
@@ -93,14 +92,7 @@ Settings parse_settings(const std::string &configuration) {
 
 std::vector<std::string> complaints_about(const std::string &configuration) {
   Settings settings;
-  std::vector<std::string> sentences =
-      refused_parameters(configuration, [&](const Parameter &parameter) { return set(settings, parameter); });
-  try {
-    settings.check_files();
-  } catch (const Failure &failure) {
-    sentences.emplace_back(failure.what());
-  }
-  return sentences;
+  return settings.complaints_about(configuration, [&](const Parameter &parameter) { return set(settings, parameter); });
 }
 
 Fields request_fields(const Settings &settings, const quillbrook_context &record) {

@@ -48,7 +48,7 @@ void Connection::shake_hands(Link &link, const Url &url, const std::string &pass
       end = input_.find("\r\n\r\n");
     }
   } catch (const Lost &lost) {
-    throw Failure(std::string("in the WebSocket handshake: ") + lost.what());
+    throw Lost(std::string("in the WebSocket handshake: ") + lost.what());
   }
   check_upgrade(input_.substr(0, end + 2), key);
   taken_ = end + 4;

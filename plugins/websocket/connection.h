@@ -17,7 +17,7 @@ constexpr size_t kMessageLimit = size_t{1} << 20;
 class Connection {
 public:
   // Connects and shakes hands before the deadline, giving the module its turns. `password` as in upgrade_request().
-  // Throws Failure, and Stopped.
+  // Throws Failure, which is a Lost when the server ends the connection, and Stopped.
   Connection(Link &link, const Url &url, const Settings &settings, const std::string &password, Moment deadline);
   ~Connection();
   Connection(const Connection &) = delete;

@@ -75,10 +75,13 @@ void Recognition::serve() {
   }
 }
 
-// To the first server that can be had, each with its share of the time.
+// To the first server that can be had, each with its share of the time. Who ends the connection in its handshake is
+// tried once more, last of all: a balancer does that with the connection to a server whose loss it has not noticed yet,
+// and gives the next one to another.
 std::unique_ptr<Connection> Recognition::connect() {
   const auto begun = Clock::now();
-  const auto list = servers_.in_order(urls_, settings_.pick, begun);
+  auto list = servers_.in_order(urls_, settings_.pick, begun);
+  const size_t servers = list.size();
   std::string reasons;
   for (size_t i = 0; i < list.size(); ++i) {
     url_ = list[i];
@@ -93,6 +96,7 @@ std::unique_ptr<Connection> Recognition::connect() {
     } catch (const Failure &failure) {
       servers_.failed(url_, Clock::now());
       reasons += (reasons.empty() ? "" : "; ") + url_ + ": " + failure.what();
+      if (i < servers && dynamic_cast<const Lost *>(&failure) != nullptr) list.push_back(url_);
     }
   }
   throw ServerFailure(reasons);

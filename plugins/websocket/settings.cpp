@@ -1,7 +1,5 @@
 #include "settings.h"
 
-#include "failure.h"
-
 namespace quillbrook::websocket {
 
 using namespace common;
@@ -37,14 +35,7 @@ Settings parse_settings(const std::string &configuration) {
 
 std::vector<std::string> complaints_about(const std::string &configuration) {
   Settings settings;
-  std::vector<std::string> sentences =
-      refused_parameters(configuration, [&](const Parameter &parameter) { return set(settings, parameter); });
-  try {
-    settings.check_files();
-  } catch (const Failure &failure) {
-    sentences.emplace_back(failure.what());
-  }
-  return sentences;
+  return settings.complaints_about(configuration, [&](const Parameter &parameter) { return set(settings, parameter); });
 }
 
 }  // namespace quillbrook::websocket

@@ -285,6 +285,25 @@ TEST(Refusal, IsToldInTheServersOwnWords) {
   }
 }
 
+TEST(LostConnection, IsNotTheLastWord) {
+  std::atomic<int> questions{0};
+  std::atomic<int> lost{1};  // as many connections end without an answer
+  Server server([&](Peer &peer) {
+    Request request;
+    if (peer.receive(request) && ++questions > lost) peer.raw(json_answer(kSeven));
+  });
+  Call call(url_of(server), "interim=0");
+  call.say_seven();
+  call.start();
+  ASSERT_TRUE(call.wait_reports(1));
+  EXPECT_EQ(call.reports()[0].text, "Seven.");
+  call.stop();
+  questions = 0;
+  lost = 9;
+  EXPECT_NE(failure_of(url_of(server), "interim=0").find("closed the connection"), std::string::npos);
+  EXPECT_EQ(questions, 2);
+}
+
 TEST(Refusal, OfABusyServerIsNotTheLastWord) {
   std::atomic<int> questions{0};
   const auto busy_for = [&](int times) {
