@@ -23,8 +23,10 @@ bool ServerSettings::set(const Parameter &parameter) {
 }
 
 std::vector<std::string> ServerSettings::complaints_about(const std::string &configuration,
-                                                          const std::function<bool(const Parameter &)> &set) {
+                                                          const std::function<bool(const Parameter &)> &set,
+                                                          const UrlList &urls) {
   std::vector<std::string> sentences = refused_parameters(configuration, set);
+  sentences.insert(sentences.end(), urls.complaints.begin(), urls.complaints.end());
   try {
     read_key();
   } catch (const Failure &failure) {

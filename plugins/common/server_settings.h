@@ -8,6 +8,7 @@
 
 #include "parameter_list.h"
 #include "servers.h"
+#include "url.h"
 
 namespace quillbrook::common {
 
@@ -23,10 +24,10 @@ struct ServerSettings {
   bool set(const Parameter &parameter);
   // The key: the file's first line, or nothing. Throws Failure, which does not hold it.
   std::string read_key() const;
-  // Sets each parameter by `set`, and gives a sentence for each that it does not take, and one for a file that is named
-  // and cannot be used.
+  // Sets each parameter by `set`, and gives a sentence for each that it does not take, for a file that is named and
+  // cannot be used, and for what is no URL.
   std::vector<std::string> complaints_about(const std::string &configuration,
-                                            const std::function<bool(const Parameter &)> &set);
+                                            const std::function<bool(const Parameter &)> &set, const UrlList &urls);
 };
 
 }  // namespace quillbrook::common

@@ -62,23 +62,23 @@ Url parse_url(const std::string &text, std::string_view plain_scheme, std::strin
   return url;
 }
 
-std::vector<std::string> split_urls(const std::string &text, std::string_view plain_scheme,
-                                    std::string_view tls_scheme) {
+UrlList split_urls(const std::string &text, std::string_view plain_scheme, std::string_view tls_scheme) {
   constexpr char kBlanks[] = " \t";
-  std::vector<std::string> urls;
+  UrlList list;
   size_t from = text.find_first_not_of(kBlanks);
   while (from != std::string::npos) {
     const size_t end = std::min(text.find_first_of(kBlanks, from), text.size());
-    urls.push_back(text.substr(from, end - from));
+    std::string url = text.substr(from, end - from);
     try {
-      parse_url(urls.back(), plain_scheme, tls_scheme);
+      parse_url(url, plain_scheme, tls_scheme);
+      list.urls.push_back(std::move(url));
     } catch (const Failure &failure) {
-      throw ServerFailure(urls.back() + ": " + failure.what());
+      list.complaints.push_back(url + ": " + failure.what());
     }
     from = text.find_first_not_of(kBlanks, end);
   }
-  if (urls.empty()) throw Failure("there is no URL");
-  return urls;
+  if (list.urls.empty() && list.complaints.empty()) list.complaints.emplace_back("there is no URL");
+  return list;
 }
 
 }  // namespace quillbrook::common

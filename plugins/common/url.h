@@ -18,8 +18,12 @@ struct Url {
 // Accepts two schemes, one of them with TLS: their ports are 80 and 443. Throws Failure when the text is no such URL.
 Url parse_url(const std::string &text, std::string_view plain_scheme, std::string_view tls_scheme);
 
-// Several, separated by blanks. Throws ServerFailure for the first that is none, and Failure when there is none at all.
-std::vector<std::string> split_urls(const std::string &text, std::string_view plain_scheme,
-                                    std::string_view tls_scheme);
+struct UrlList {
+  std::vector<std::string> urls;
+  std::vector<std::string> complaints;  // a sentence, beginning with it, for each text that is no such URL
+};
+
+// Several, separated by blanks.
+UrlList split_urls(const std::string &text, std::string_view plain_scheme, std::string_view tls_scheme);
 
 }  // namespace quillbrook::common

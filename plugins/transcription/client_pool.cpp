@@ -29,8 +29,10 @@ ClientPool::~ClientPool() {
 }
 
 std::unique_ptr<HttpClient> ClientPool::take(const std::string &server) {
+  std::vector<Idle> old;  // closed without the lock
   {
     const std::lock_guard<std::mutex> guard(lock_);
+    old = take_old(kMostIdle);
     const auto found =
         std::find_if(idle_.rbegin(), idle_.rend(), [&](const Idle &idle) { return idle.server == server; });
     if (found != idle_.rend()) {
@@ -46,14 +48,21 @@ void ClientPool::give_back(std::unique_ptr<HttpClient> client, const std::string
   std::vector<Idle> old;  // closed without the lock
   client->drop();
   const std::lock_guard<std::mutex> guard(lock_);
+  old = take_old(kMostIdle - 1);
+  idle_.push_back({std::move(client), server, Clock::now()});
+}
+
+// What has waited too long, and what is beyond that number.
+std::vector<ClientPool::Idle> ClientPool::take_old(size_t most) {
   const auto now = Clock::now();
   // The oldest stand in front.
   const auto fresh =
       std::find_if(idle_.begin(), idle_.end(), [&](const Idle &idle) { return now - idle.since < kLongestIdle; });
-  const auto keep = std::max(fresh, idle_.size() < kMostIdle ? idle_.begin() : idle_.begin() + 1);
-  old.insert(old.end(), std::make_move_iterator(idle_.begin()), std::make_move_iterator(keep));
+  const auto beyond = idle_.end() - static_cast<std::ptrdiff_t>(std::min(most, idle_.size()));
+  const auto keep = std::max(fresh, beyond);
+  std::vector<Idle> old(std::make_move_iterator(idle_.begin()), std::make_move_iterator(keep));
   idle_.erase(idle_.begin(), keep);
-  idle_.push_back({std::move(client), server, now});
+  return old;
 }
 
 void ClientPool::lock_shared(CURL *, curl_lock_data what, curl_lock_access, void *self) {

@@ -21,7 +21,8 @@ public:
   ClientPool(const ClientPool &) = delete;
   ClientPool &operator=(const ClientPool &) = delete;
 
-  // One that was given back for this server last, so that its connection may still be open, or a new one.
+  // One that was given back for this server last, so that its connection may still be open, or a new one. Those that
+  // waited for more than a minute are closed, here and below.
   std::unique_ptr<HttpClient> take(const std::string &server);
   void give_back(std::unique_ptr<HttpClient> client, const std::string &server);
 
@@ -31,6 +32,8 @@ private:
     std::string server;
     Moment since;
   };
+
+  std::vector<Idle> take_old(size_t most);
 
   static void lock_shared(CURL *, curl_lock_data what, curl_lock_access, void *self);
   static void unlock_shared(CURL *, curl_lock_data what, void *self);

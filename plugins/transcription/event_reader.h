@@ -9,6 +9,8 @@ class EventReader {
 public:
   // Reads what is new in the answer up to now. True when there are new words. Throws Failure.
   bool read(const std::string &answer);
+  // The same for the complete answer, whose last line may have no end.
+  bool finish(const std::string &answer) { return read(answer + '\n'); }
   // The words up to now.
   const std::string &text() const { return text_; }
   // The answer as one JSON text: the last event when it holds the whole, else one made of the words.

@@ -50,6 +50,7 @@ void HttpClient::start(const Request &request, const Settings &settings, std::ch
   body_limit_ = static_cast<size_t>(settings.answer_limit);
   header_bytes_ = 0;
   authorities_ = settings.tls_ca;
+  proxy_ = settings.proxy;
   error_[0] = '\0';
   status_ = 0;
   lost_ = false;
@@ -78,6 +79,7 @@ void HttpClient::set_options(const Request &request, const Settings &settings,
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(easy, CURLOPT_USERAGENT, "quillbrook");
   curl_easy_setopt(easy, CURLOPT_PROXY, settings.proxy.c_str());  // an empty one also shuts the environment out
+  curl_easy_setopt(easy, CURLOPT_NOPROXY, "");
   curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connect_timeout.count()));
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, settings.tls_verify ? 1L : 0L);
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, settings.tls_verify ? 2L : 0L);
@@ -152,7 +154,8 @@ std::string HttpClient::reason(CURLcode code) const {
   curl_easy_getinfo(easy_.get(), CURLINFO_OS_ERRNO, &error);
   switch (code) {
     case CURLE_COULDNT_CONNECT:
-      return "cannot connect: " + std::string(error != 0 ? strerror(static_cast<int>(error)) : error_);
+      return "cannot connect" + (proxy_.empty() ? "" : " to the proxy " + proxy_) + ": " +
+             std::string(error != 0 ? strerror(static_cast<int>(error)) : error_);
     case CURLE_OPERATION_TIMEDOUT:
       return "no connection in time";
     case CURLE_PEER_FAILED_VERIFICATION:

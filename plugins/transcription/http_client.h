@@ -43,8 +43,9 @@ public:
   Moment due() const { return due_; }
   // Does what can be done now. True when the request is over, one way or the other.
   bool step();
-  // Gives the request up, if there is one.
+  // Gives the request up, if there is one, and with it its connection.
   void drop();
+  bool is_under_way() const { return under_way_; }
 
   // The connection is there, and since when.
   bool is_connected() const { return connected_; }
@@ -98,6 +99,7 @@ private:
   size_t header_bytes_ = 0;
   bool too_much_ = false;
   std::string authorities_;  // file of certificates, for the reason of a failure
+  std::string proxy_;        // the same
   char error_[CURL_ERROR_SIZE] = {};
   long status_ = 0;
   bool lost_ = false;

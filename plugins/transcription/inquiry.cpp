@@ -25,8 +25,9 @@ Inquiry::Inquiry(const Access &access, Kind kind, const Fields &fields, std::str
     : access_(access),
       kind_(kind),
       audio_(std::move(audio)),
-      until_(Clock::now() + access.settings.connect_timeout + access.settings.answer_timeout),
       servers_(access.shared.servers.in_order(access.urls, access.settings.pick, Clock::now())),
+      until_(Clock::now() + access.settings.connect_timeout +
+             access.settings.answer_timeout * static_cast<long>(servers_.size())),
       connecting_(access.settings.connect_timeout) {
   std::reverse(servers_.begin(), servers_.end());
   request_.key = access.key;
@@ -37,7 +38,8 @@ Inquiry::Inquiry(const Access &access, Kind kind, const Fields &fields, std::str
 }
 
 Inquiry::~Inquiry() {
-  if (client_) access_.shared.clients.give_back(std::move(client_), request_.url);
+  // With a request given up goes its connection.
+  if (client_ && !client_->is_under_way()) access_.shared.clients.give_back(std::move(client_), request_.url);
 }
 
 // The next server that can be asked at all. Throws when there is none left.
@@ -45,31 +47,37 @@ void Inquiry::ask_next() {
   while (!servers_.empty() && Clock::now() < until_) {
     request_.url = servers_.back();
     servers_.pop_back();
-    try {
-      return ask();
-    } catch (const Failure &failure) {
-      give_up_server(failure.what());
-    }
+    if (ask()) return;
   }
   fail();
 }
 
-void Inquiry::ask() {
+// False when its address cannot be found.
+bool Inquiry::ask() {
   const auto share = std::max<Clock::duration>(connecting_ / static_cast<long>(servers_.size() + 1), Milliseconds(1));
   asked_ = Clock::now();
   const std::string &proxy = access_.settings.proxy;
-  request_.addresses = addresses_for(proxy.empty() ? request_.url : proxy, asked_ + share);
+  try {
+    request_.addresses = addresses_for(proxy.empty() ? request_.url : proxy, asked_ + share);
+  } catch (const Failure &failure) {
+    give_up_server(failure.what());
+    return false;
+  }
   if (!client_) client_ = access_.shared.clients.take(request_.url);
   const auto left = std::chrono::ceil<Milliseconds>(asked_ + share - Clock::now());
   client_->start(request_, access_.settings, std::max(left, Milliseconds(1)));
   again_at_ = Moment::max();
+  return true;
 }
 
 // In the library's form; empty for a host that is given by its address.
 std::string Inquiry::addresses_for(const std::string &host_url, Moment deadline) const {
   const Url url = parse_url(host_url, "http", "https");
   if (is_address(url.host)) return "";
-  return url.host + ':' + url.port + ':' + access_.shared.names.addresses(access_.link, url.host, url.port, deadline);
+  // An interim is not worth a look-up while the caller speaks: nobody hears him then.
+  const auto age = kind_ == Kind::kInterim ? NameCache::Age::kAny : NameCache::Age::kFresh;
+  return url.host + ':' + url.port + ':' +
+         access_.shared.names.addresses(access_.link, url.host, url.port, age, deadline);
 }
 
 std::vector<pollfd> &Inquiry::sockets() {
@@ -83,20 +91,18 @@ Moment Inquiry::due() const {
 bool Inquiry::step() {
   const Moment now = Clock::now();
   if (again_at_ != Moment::max()) {
-    if (now >= again_at_) ask();
+    if (now >= again_at_ && !ask()) ask_next();
     return false;
   }
   if (client_->step()) return take_answer(now);
-  if (is_out_of_time(now)) {
-    give_up_server("the server did not answer for " + std::to_string(access_.settings.answer_timeout.count()) + " ms");
+  const Clock::duration limit = access_.settings.answer_timeout;
+  const Clock::duration waited = client_->is_connected() ? now - client_->connected_at() : Clock::duration::zero();
+  if (now >= until_ || waited >= limit) {
+    const auto told = std::chrono::duration_cast<Milliseconds>(std::min(waited, limit));
+    give_up_server("the server did not answer for " + std::to_string(told.count()) + " ms");
     ask_next();
   }
   return false;
-}
-
-bool Inquiry::is_out_of_time(Moment now) {
-  const bool connected = client_->is_connected();
-  return now >= until_ || (connected && now - client_->connected_at() >= access_.settings.answer_timeout);
 }
 
 bool Inquiry::take_answer(Moment now) {
@@ -104,7 +110,7 @@ bool Inquiry::take_answer(Moment now) {
   if (status >= kOk && status < kRedirect) return true;
   if (status == 0) {
     // A balancer ends the connection to a server whose loss it has not noticed yet, and gives the next one to another.
-    if (client_->is_lost() && ask_again(now)) return false;
+    if (client_->is_lost() && ask_again(now, client_->failure())) return false;
     give_up_server(client_->failure());
     ask_next();
     return false;
@@ -112,7 +118,7 @@ bool Inquiry::take_answer(Moment now) {
   const std::string reason = "HTTP " + std::to_string(status) + own_words();
   const bool busy = status == kTooMany || status == kUnavailable;
   const auto again = now + std::max<Clock::duration>(client_->retry_after(), kShortestPause);
-  if (busy && ask_again(again)) return false;
+  if (busy && ask_again(again, reason)) return false;
   const bool elsewhere = busy || status >= kServerError;
   give_up_server(reason);
   if (!elsewhere) fail();
@@ -121,15 +127,20 @@ bool Inquiry::take_answer(Moment now) {
 }
 
 // Whether this server is asked once more then, because it is the last one and words hang on it.
-bool Inquiry::ask_again(Moment when) {
+bool Inquiry::ask_again(Moment when, const std::string &reason) {
   if (!servers_.empty() || asked_again_ || kind_ != Kind::kFinal || when >= until_) return false;
+  note(reason);
   asked_again_ = true;
   again_at_ = when;
   return true;
 }
 
-void Inquiry::give_up_server(const std::string &reason) {
+void Inquiry::note(const std::string &reason) {
   reasons_ += (reasons_.empty() ? "" : "; ") + request_.url + ": " + reason;
+}
+
+void Inquiry::give_up_server(const std::string &reason) {
+  note(reason);
   const Moment now = Clock::now();
   const bool connected = client_ && client_->is_connected();
   connecting_ -= (connected ? client_->connected_at() : now) - asked_;

@@ -49,14 +49,16 @@ public:
   // The answer up to now; all of it once step() was true. JSON, or events when is_event_stream().
   const std::string &answer() const { return client_->body(); }
   bool is_event_stream() const { return client_ && client_->is_event_stream(); }
+  // The URL of the server that gives it.
+  const std::string &server() const { return request_.url; }
 
 private:
   void ask_next();
-  void ask();
+  bool ask();
   std::string addresses_for(const std::string &host_url, Moment deadline) const;
-  bool is_out_of_time(Moment now);
   bool take_answer(Moment now);
-  bool ask_again(Moment when);
+  bool ask_again(Moment when, const std::string &reason);
+  void note(const std::string &reason);
   void give_up_server(const std::string &reason);
   void forget_address() const;
   [[noreturn]] void fail() const;
@@ -65,9 +67,9 @@ private:
   Access access_;
   const Kind kind_;
   const std::string audio_;
-  const Moment until_;  // the whole question has to be answered by then
   Request request_;
   std::vector<std::string> servers_;  // still to be asked, next one last
+  const Moment until_;                // the whole question has to be answered by then, by whichever server
   Clock::duration connecting_;        // time that is left for connecting to them
   std::unique_ptr<HttpClient> client_;
   Moment asked_;

@@ -25,13 +25,14 @@ std::string list_of(const std::vector<common::Address> &found) {
 
 }  // namespace
 
-std::string NameCache::addresses(common::Link &link, const std::string &host, const std::string &port,
+std::string NameCache::addresses(common::Link &link, const std::string &host, const std::string &port, Age age,
                                  common::Moment deadline) {
   const std::string name = host + ':' + port;
   {
     const std::lock_guard<std::mutex> guard(lock_);
     const auto found = known_.find(name);
-    if (found != known_.end() && found->second.until > common::Clock::now()) return found->second.addresses;
+    const bool will_do = found != known_.end() && (age == Age::kAny || found->second.until > common::Clock::now());
+    if (will_do) return found->second.addresses;
   }
   std::string list = list_of(common::resolve(link, host, port, deadline));
   const std::lock_guard<std::mutex> guard(lock_);

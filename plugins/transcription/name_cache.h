@@ -12,9 +12,12 @@ namespace quillbrook::transcription {
 // One object for all calls of the plugin; thread-safe.
 class NameCache {
 public:
-  // Addresses separated by commas, those of IPv6 in brackets. Looked up when that was not done in the last minute;
-  // throws Failure then, and Stopped.
-  std::string addresses(common::Link &link, const std::string &host, const std::string &port, common::Moment deadline);
+  enum class Age { kFresh, kAny };  // of what is known: at most a minute; whatever it has
+
+  // Addresses separated by commas, those of IPv6 in brackets. Looked up when nothing of that age is known; throws
+  // Failure then, and Stopped.
+  std::string addresses(common::Link &link, const std::string &host, const std::string &port, Age age,
+                        common::Moment deadline);
   // For a host that could not be reached: it may have moved.
   void forget(const std::string &host, const std::string &port);
 

@@ -22,5 +22,5 @@ QUILLBROOK_PLUGIN_ENTRY void quillbrook_stop(quillbrook_context *context) {
 }
 
 QUILLBROOK_PLUGIN_ENTRY int quillbrook_check(quillbrook_context *context) {
-  return common::run_check(context, [&] { return transcription::complaints_about(context->configuration); });
+  return common::run_check(context, [&] { return transcription::complaints_about(*context); });
 }

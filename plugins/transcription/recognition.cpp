@@ -34,7 +34,7 @@ int longest_of(const Settings &settings, const quillbrook_context &record) {
 Recognition::Recognition(Link &link, Shared &shared)
     : link_(link),
       settings_(parse_settings(link.record().configuration)),
-      urls_(split_urls(urls_of(link.record(), kDefaultUrl), "http", "https")),
+      urls_(usable_urls(link, kDefaultUrl, "http", "https")),
       key_(settings_.read_key()),
       access_{link, shared, settings_, urls_, key_},
       fields_(request_fields(settings_, link.record())),
@@ -164,8 +164,16 @@ void Recognition::take_interim() {
 }
 
 void Recognition::take_final() {
-  const std::string json = inquiry_->is_event_stream() ? events_.whole() : repaired(inquiry_->answer());
-  const Transcript transcript = parse_transcript(json, settings_.silence_limits);
+  std::string json;
+  Transcript transcript;
+  try {
+    const bool in_events = inquiry_->is_event_stream();
+    if (in_events) events_.finish(inquiry_->answer());
+    json = in_events ? events_.whole() : repaired(inquiry_->answer());
+    transcript = parse_transcript(json, settings_.silence_limits);
+  } catch (const Failure &failure) {
+    throw ServerFailure(inquiry_->server() + ": " + failure.what());
+  }
   if (!transcript.text.empty()) {
     report_.piece(transcript.text, transcript.confidence, json);
   } else if (asked_speech_ms_ >= kShortestAttemptMs || report_.has_interim()) {

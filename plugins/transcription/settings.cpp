@@ -4,7 +4,10 @@
 #include <cctype>
 #include <optional>
 
+#include "failure.h"
+#include "network_loop.h"
 #include "phrases.h"
+#include "url.h"
 
 namespace quillbrook::transcription {
 
@@ -18,6 +21,18 @@ bool format(const std::string &value, std::string &result) {
   if (value != "verbose_json" && value != "json") return false;
   result = value;
   return true;
+}
+
+// Written out with its port: libcurl's own choice is 1080.
+bool proxy_url(const std::string &value, std::string &result) {
+  try {
+    const Url url = parse_url(value, "http", "https");
+    const std::string host = url.host.find(':') == std::string::npos ? url.host : '[' + url.host + ']';
+    result = (url.tls ? "https://" : "http://") + host + ':' + url.port;
+    return true;
+  } catch (const Failure &) {
+    return false;
+  }
 }
 
 std::optional<bool> set_listening(Settings &settings, const std::string &key, const std::string &value) {
@@ -49,7 +64,7 @@ std::optional<bool> set_question(Settings &settings, const std::string &key, con
 }
 
 std::optional<bool> set_answer(Settings &settings, const std::string &key, const std::string &value) {
-  if (key == "proxy") return nonempty(value, settings.proxy);
+  if (key == "proxy") return proxy_url(value, settings.proxy);
   if (key == "answer_limit") return number(value, 1024, 1 << 26, settings.answer_limit);
   if (key == "no_speech") return number(value, 0.0, 1.0, settings.silence_limits.no_speech);
   if (key == "logprob") return number(value, -100.0, 0.0, settings.silence_limits.logprob);
@@ -90,9 +105,11 @@ Settings parse_settings(const std::string &configuration) {
   return settings;
 }
 
-std::vector<std::string> complaints_about(const std::string &configuration) {
+std::vector<std::string> complaints_about(const quillbrook_context &record) {
   Settings settings;
-  return settings.complaints_about(configuration, [&](const Parameter &parameter) { return set(settings, parameter); });
+  return settings.complaints_about(
+      record.configuration, [&](const Parameter &parameter) { return set(settings, parameter); },
+      split_urls(urls_of(record, kDefaultUrl), "http", "https"));
 }
 
 Fields request_fields(const Settings &settings, const quillbrook_context &record) {

@@ -45,8 +45,8 @@ struct Settings : common::ServerSettings {
 // Throws Failure naming the parameter that it does not understand.
 Settings parse_settings(const std::string &configuration);
 
-// A sentence for each parameter that it does not understand, and for a key file that cannot be used.
-std::vector<std::string> complaints_about(const std::string &configuration);
+// A sentence for each parameter that it does not understand, for a file that cannot be used, and for what is no URL.
+std::vector<std::string> complaints_about(const quillbrook_context &record);
 
 // The fields of each request for this recognition, but for the audio.
 Fields request_fields(const Settings &settings, const quillbrook_context &record);

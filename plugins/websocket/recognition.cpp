@@ -34,7 +34,7 @@ constexpr char kEndOfAudio[] = R"({"eof" : 1})";
 Recognition::Recognition(Link &link, Servers &servers)
     : link_(link),
       servers_(servers),
-      urls_(split_urls(urls_of(link.record(), kDefaultUrl), "ws", "wss")),
+      urls_(usable_urls(link, kDefaultUrl, "ws", "wss")),
       settings_(parse_settings(link.record().configuration)),
       password_(settings_.read_key()),
       audio_(link.record().filename != nullptr ? link.record().filename : "",

@@ -1,5 +1,8 @@
 #include "settings.h"
 
+#include "network_loop.h"
+#include "url.h"
+
 namespace quillbrook::websocket {
 
 using namespace common;
@@ -33,9 +36,11 @@ Settings parse_settings(const std::string &configuration) {
   return settings;
 }
 
-std::vector<std::string> complaints_about(const std::string &configuration) {
+std::vector<std::string> complaints_about(const quillbrook_context &record) {
   Settings settings;
-  return settings.complaints_about(configuration, [&](const Parameter &parameter) { return set(settings, parameter); });
+  return settings.complaints_about(
+      record.configuration, [&](const Parameter &parameter) { return set(settings, parameter); },
+      split_urls(urls_of(record, kDefaultUrl), "ws", "wss"));
 }
 
 }  // namespace quillbrook::websocket

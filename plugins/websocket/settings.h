@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "quillbrook.h"
 #include "server_settings.h"
 
 namespace quillbrook::websocket {
@@ -22,7 +23,7 @@ struct Settings : common::ServerSettings {
 // Parameters "key=value" separated by commas or blanks. Throws Failure naming the one that it does not understand.
 Settings parse_settings(const std::string &configuration);
 
-// A sentence for each parameter that it does not understand, and for a key file that cannot be used.
-std::vector<std::string> complaints_about(const std::string &configuration);
+// A sentence for each parameter that it does not understand, for a file that cannot be used, and for what is no URL.
+std::vector<std::string> complaints_about(const quillbrook_context &record);
 
 }  // namespace quillbrook::websocket

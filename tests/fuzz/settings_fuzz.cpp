@@ -16,7 +16,7 @@ using fuzzed::require;
 using namespace quillbrook;
 
 void read_urls(const std::string &text) {
-  for (const std::string &each : common::split_urls(text, "ws", "wss")) {
+  for (const std::string &each : common::split_urls(text, "ws", "wss").urls) {
     const common::Url url = common::parse_url(each, "ws", "wss");
     const int port = std::stoi(url.port);
     require(!url.host.empty() && url.target[0] == '/' && port > 0 && port < 65536, "half a URL");

@@ -163,7 +163,7 @@ TEST(Events, AreReadAsTheyCome) {
   EXPECT_EQ(parse_transcript(reader.whole(), {}).confidence, 100);
   answer += "data: [DONE]\n\n";
   EXPECT_FALSE(reader.read(answer));
-  EXPECT_THROW(reader.read(answer + "data: <html>\n"), Failure);
+  EXPECT_THROW(reader.finish(answer + "data: <html>"), Failure) << "the last line";
 }
 
 TEST(Settings, AreReadOrRefused) {
@@ -171,11 +171,12 @@ TEST(Settings, AreReadOrRefused) {
       "model=large, language=de;prompt=\"Names: Smith, Jones\" field.vad_filter=true temperature=0.2 interim=0 "
       "hotwords=yes format=json answer_timeout=20000");
   EXPECT_EQ(settings.prompt, "Names: Smith, Jones");
+  EXPECT_EQ(parse_settings("proxy=http://p").proxy, "http://p:80");
   EXPECT_EQ(settings.interim_ms, 0);
   EXPECT_EQ(settings.answer_timeout, std::chrono::seconds(20));
   EXPECT_EQ(parse_settings("").answer_timeout, std::chrono::seconds(10));
   for (const char *bad : {"colour=red", "model=", "model", "format=srt", "interim=10", "temperature=hot", "vad=4",
-                          "no_speech=nan", "logprob=1", "field.=x", "answer_limit=1", "pick=best"}) {
+                          "no_speech=nan", "logprob=1", "field.=x", "answer_limit=1", "pick=best", "proxy=p:1"}) {
     EXPECT_THROW(parse_settings(bad), Failure) << bad;
   }
 

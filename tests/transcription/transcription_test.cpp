@@ -416,6 +416,9 @@ TEST(FailingConnection, IsReportedWithoutHoldingTheCall) {
   EXPECT_NE(failure_of("http://no-such.invalid/").find("invalid/: the host's name "), std::string::npos);
   EXPECT_NE(failure_of("ws://localhost:2700").find("the URL does not begin with http:// or https://"),
             std::string::npos);
+  EXPECT_NE(
+      failure_of("http://127.0.0.1/", "proxy=http://127.0.0.1:9").find("to the proxy http://127.0.0.1:9: Connection"),
+      std::string::npos);
   EXPECT_NE(failure_of("http://127.0.0.1/", "colour=red").find("'colour=red'"), std::string::npos);
   EXPECT_NE(failure_of("http://127.0.0.1/", "key_file=/none").find("the key file /none cannot be read"),
             std::string::npos);
@@ -426,7 +429,7 @@ TEST(SeveralServers, StandInForEachOther) {
   Server good(always(json_answer(kSeven)));
   Server broken(always(json_answer(R"({"error": "no memory"})", "500 Error")));
   const std::string nobody = "http://127.0.0.1:9/";
-  const std::string urls = nobody + " " + url_of(broken) + "  " + url_of(good);
+  const std::string urls = "htp://slip.of.the.pen/ " + nobody + " " + url_of(broken) + "  " + url_of(good);
   for (int i = 0; i < 2; ++i) {
     Call call(urls, "interim=0");
     call.say_seven();
@@ -435,6 +438,15 @@ TEST(SeveralServers, StandInForEachOther) {
     EXPECT_EQ(call.reports()[0].text, "Seven.");
   }
   EXPECT_EQ(broken.connections(), 1) << "it rests";
+  // Two that are silent leave the third its time.
+  Server mute(saying("")), quiet(saying(""));
+  Call call(url_of(mute) + " " + url_of(quiet) + " " + url_of(good),
+            "interim=0 connect_timeout=900 answer_timeout=1000");
+  call.say_seven();
+  call.start();
+  ASSERT_TRUE(call.wait_reports(1)) << call.record.extra;
+  EXPECT_EQ(call.reports()[0].text, "Seven.");
+  call.stop();
   const std::string told = failure_of(url_of(broken) + " " + nobody);
   EXPECT_NE(told.find("HTTP 500: no memory; " + nobody + ": cannot connect"), std::string::npos) << told;
 }

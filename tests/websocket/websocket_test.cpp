@@ -371,7 +371,7 @@ TEST(SeveralServers, StandInForEachOther) {
   Server good(recognise);
   const std::string nobody = "ws://127.0.0.1:9";
   for (int i = 0; i < 2; ++i) {
-    Call call(nobody + " " + url_of(dying) + " " + url_of(good));
+    Call call("htp://slip.of.the.pen " + nobody + " " + url_of(dying) + " " + url_of(good));
     call.speak(500);
     call.start();
     ASSERT_TRUE(call.wait_reports(1)) << call.record.extra;
