@@ -5,8 +5,10 @@ A test file ends with `live.main()` and is run as `python3 test_x.py --build FOL
 """
 
 import argparse
+import contextlib
 import os
 import re
+import subprocess
 import sys
 import time
 import unittest
@@ -34,6 +36,23 @@ def configuration(general=None, **profiles):
         sections["general"]["profiles"] = ",".join(profiles)
     return "".join(f"[{name}]\n" + "".join(f"{key}={value}\n" for key, value in keys.items())
                    for name, keys in sections.items())
+
+
+@contextlib.contextmanager
+def loaded_pbx(*arguments, **options):
+    """A PBX with the module loaded."""
+    with PrivatePbx(build, *arguments, **options) as pbx:
+        if not pbx.load_module(MODULE):
+            raise AssertionError(f"the module does not load: {pbx.log()[-10:]}")
+        yield pbx
+
+
+def start_recogniser(*arguments):
+    """The offline recogniser behind a server: its process and its port."""
+    server = subprocess.Popen([build / "bin/recognising_server", "--plugin",
+                               build / "lib/quillbrook/plugin_pocketsphinx.so", *arguments],
+                              stdout=subprocess.PIPE, text=True)
+    return server, server.stdout.readline().removeprefix("port ").strip()
 
 
 def require_module(name):

@@ -11,7 +11,6 @@ import collections
 import os
 import random
 import re
-import subprocess
 import sys
 import time
 import urllib.request
@@ -50,10 +49,7 @@ class Server:
         self.process = None
 
     def start(self):
-        self.process = subprocess.Popen(
-            [live.build / "bin/recognising_server", "--port", str(self.port), "--plugin",
-             live.build / "lib/quillbrook/plugin_pocketsphinx.so"], stdout=subprocess.PIPE, text=True)
-        self.process.stdout.readline()
+        self.process, _ = live.start_recogniser("--port", str(self.port))
 
     def kill(self):
         if self.process:

@@ -8,7 +8,6 @@ from pathlib import Path
 
 import live
 from live import MODULE, configuration
-from pbx import PrivatePbx
 
 EXPECTED = Path(__file__).parent / "expected"
 
@@ -40,10 +39,7 @@ class CheckTest(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.pbx = PrivatePbx(live.build, quillbrook_conf=configuration())
-        cls.pbx.__enter__()
-        cls.addClassCleanup(cls.pbx.stop)
-        assert cls.pbx.load_module(MODULE)
+        cls.pbx = cls.enterClassContext(live.loaded_pbx(configuration()))
 
     def check(self, text, console=True):
         """The status of the program for a file in the PBX's folder, and what it prints, as the console does."""

@@ -22,14 +22,6 @@ class CompanionTest(LiveTest):
         self.assertTrue(self.pbx.logged("(QBK-order 7) Start recognition"))
         self.wait_for_no_files()
 
-    def test_two_calls_at_once_are_told_apart(self):
-        calls = [self.pbx.call(["Answer()", f"Set(QUILLBROOK_TAG=tag{number})", "SpeechCreate(quillbrook)",
-                                self.script("bytes 16000\nfinal 90 yes"), "SpeechStart()",
-                                "SpeechBackground(silence/1,5)"]) for number in range(2)]
-        for number, call in enumerate(calls):
-            call.wait()
-            self.assertEqual(len(self.pbx.logged(f"(QBK-tag{number}) Start recognition")), 1)
-
     def test_a_thread_without_a_call_has_no_values(self):
         self.assertEqual(self.pbx.cli("tandrel show session threadid uniqueid"), "")
 

@@ -41,8 +41,7 @@ class KilledTest(unittest.TestCase):
     def test_the_next_load_removes_what_a_killed_pbx_left(self):
         left = set()
         for kills in range(KILLS + 1):
-            with PrivatePbx(live.build, configuration({"returnjson": "yes"})) as pbx:
-                self.assertTrue(pbx.load_module(MODULE))
+            with live.loaded_pbx(configuration({"returnjson": "yes"})) as pbx:
                 self.assertEqual({name for name in left if os.path.exists(name)}, set())
                 if kills == KILLS:
                     break

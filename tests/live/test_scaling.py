@@ -12,7 +12,7 @@ import unittest
 from pathlib import Path
 
 import live
-from live import MODULE, RESULT, PrivatePbx, report
+from live import RESULT, report
 from pbx import LIMIT, PbxError, free_port
 
 CALLS = 4  # on each PBX
@@ -81,23 +81,18 @@ class ScalingTest(unittest.TestCase):
         cls.balancer = Balancer(folder, {name: cls.start_server(name) for name in SERVERS})
         cls.addClassCleanup(cls.balancer.stop)
         general = {"plugin": live.build / "lib/quillbrook/plugin_websocket.so", "phrases": "five,seven,nine",
-                   "url": f"ws://127.0.0.1:{cls.balancer.port}", "configuration": "connect_timeout=20000", "completetimeout": 800, "incompletetimeout": 3000}
-        cls.pbxs = [cls.enterClassContext(PrivatePbx(live.build, quillbrook_conf=live.configuration(general)))
-                    for _ in range(2)]
-        for pbx in cls.pbxs:
-            if not pbx.load_module(MODULE):
-                raise AssertionError(f"the module does not load: {pbx.log()[-10:]}")
+                   "url": f"ws://127.0.0.1:{cls.balancer.port}", "configuration": "connect_timeout=20000",
+                   "completetimeout": 800, "incompletetimeout": 3000}
+        cls.pbxs = [cls.enterClassContext(live.loaded_pbx(live.configuration(general))) for _ in range(2)]
         cls.wait_until(lambda: all(cls.balancer.servers("status")[name] == "UP" for name in SERVERS))
 
     @classmethod
     def start_server(cls, name):
-        server = subprocess.Popen(
-            [live.build / "bin/recognising_server", "--plugin", live.build / "lib/quillbrook/plugin_pocketsphinx.so"],
-            stdout=subprocess.PIPE, text=True)
+        server, port = live.start_recogniser()
         cls.processes[name] = server
         cls.addClassCleanup(server.__exit__, None, None, None)
         cls.addClassCleanup(server.kill)
-        return int(server.stdout.readline().removeprefix("port "))
+        return port
 
     @classmethod
     def wait_until(cls, condition):

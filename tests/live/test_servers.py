@@ -7,7 +7,7 @@ import unittest
 from pathlib import Path
 
 import live
-from live import MODULE, RESULT, PrivatePbx
+from live import RESULT
 from pbx import free_port
 
 DIGITS = "zero,one,two,three,four,five,six,seven,eight,nine"
@@ -34,13 +34,9 @@ class ServerTest:
         tls = cls.url(cls.start_server("--certificate", cls.certificate, "--key", key), "s", "localhost")
         profiles["trusted"] = {"url": tls, "configuration": f"tls_ca={cls.certificate}"}
         profiles["untrusted"] = {"url": tls}
-        profiles["continuous"] = {**profiles["plain"], "continuous": "yes"}
         general = {"plugin": live.build / "lib/quillbrook" / cls.plugin, "phrases": DIGITS,
                    "completetimeout": 800, "incompletetimeout": 3000}
-        cls.pbx = cls.enterClassContext(
-            PrivatePbx(live.build, quillbrook_conf=live.configuration(general, **profiles)))
-        if not cls.pbx.load_module(MODULE):
-            raise AssertionError(f"the module does not load: {cls.pbx.log()[-10:]}")
+        cls.pbx = cls.enterClassContext(live.loaded_pbx(live.configuration(general, **profiles)))
 
     @classmethod
     def url(cls, port, secure="", host="127.0.0.1"):
@@ -48,27 +44,21 @@ class ServerTest:
 
     @classmethod
     def start_server(cls, *arguments):
-        server = subprocess.Popen(
-            [live.build / "bin/recognising_server", "--plugin",
-             live.build / "lib/quillbrook/plugin_pocketsphinx.so", *arguments], stdout=subprocess.PIPE, text=True)
+        server, port = live.start_recogniser(*arguments)
         cls.addClassCleanup(server.__exit__, None, None, None)
         cls.addClassCleanup(server.terminate)
-        return server.stdout.readline().removeprefix("port ").strip()
+        return port
 
-    def ask(self, engine, questions=1):
-        return self.pbx.call(["Answer()", f"SpeechCreate(quillbrook:{engine})", "SpeechStart()"]
-                             + ["SpeechBackground(silence/1,8)", RESULT] * questions + ["SpeechDestroy()"],
-                             [SAYS_SEVEN] * questions + ["Playback(silence/10)"])
+    def ask(self, engine):
+        return self.pbx.call(["Answer()", f"SpeechCreate(quillbrook:{engine})", "SpeechStart()",
+                              "SpeechBackground(silence/1,8)", RESULT, "SpeechDestroy()"],
+                             [SAYS_SEVEN, "Playback(silence/10)"])
 
     def test_words_are_recognised_by_the_server(self):
         calls = [self.ask(engine) for engine in ("plain", "trusted", *self.forgiven)]
         for call in calls:
             line, = call.wait()
             self.assertRegex(line, r"^result 1\|[1-9]\d*\|seven$")
-
-    def test_a_continuous_call_has_a_result_for_each_utterance(self):
-        lines = self.ask("continuous", questions=2).wait()
-        self.assertEqual([line.split("|")[-1] for line in lines], ["seven", "seven"])
 
     def test_servers_that_fail(self):
         reasons = {"down": "cannot connect: Connection refused",

@@ -1,7 +1,6 @@
 """The log lines of docs/troubleshooting.md: each is provoked, and has to come as it stands there. What fails leaves
 nothing behind: a good load works afterwards."""
 
-import http.client
 import re
 import unittest
 from pathlib import Path
@@ -9,7 +8,7 @@ from pathlib import Path
 import live
 from live import MODULE, RESULT, configuration
 from host import host
-from pbx import LIMIT, PrivatePbx, report
+from pbx import PrivatePbx, report
 
 PAGE = (Path(__file__).resolve().parents[2] / "docs/troubleshooting.md").read_text(encoding="utf-8")
 # Heading and log lines of each section.
@@ -125,23 +124,6 @@ class TroubleTest(unittest.TestCase):
                                                  "phrases": "yes,zzyzxq"})))
         self.call()
         self.expect("A phrase is never understood")
-
-    def test_http(self):
-        def status(uri):
-            connection = http.client.HTTPConnection("127.0.0.1", self.pbx.http_port, timeout=LIMIT)
-            try:
-                connection.request("GET", f"/{uri}")
-                return connection.getresponse().status
-            except ConnectionRefusedError:
-                return None
-            finally:
-                connection.close()
-
-        self.assertTrue(self.load(configuration({"web": "no", "webenabled": "yes"})))
-        self.assertEqual((status("quillbrook_metrics"), status("quillbrook_jsgf")), (404, 200))
-        self.pbx.write_file("http.conf", "[general]\n")
-        self.pbx.cli("module reload http")
-        self.assertIsNone(status("quillbrook_metrics"))
 
 
 if __name__ == "__main__":
