@@ -2,6 +2,6 @@
 
 #include <cstddef>
 
-// Bytes that operator new has given out in this process and not got back, now and at most.
+// Bytes that operator new was asked for in this process and that have not come back, now and at most.
 extern size_t heap_bytes;
 extern size_t heap_bytes_at_most;

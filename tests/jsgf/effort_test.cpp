@@ -65,8 +65,8 @@ std::string outcome(const Program &program, const std::string &text, const Match
   }
 }
 
-// Each row makes other parts of a match the large ones. A match that may have a little less than its heap takes at most
-// gives up, and one that may have a little more doesn't.
+// Each row makes other parts of a match the large ones. A match that may have a byte less than its heap takes at most
+// gives up, and one that may have all of them doesn't.
 TEST(Effort, AllMemoryOfAMatchIsCounted) {
   const struct {
     std::string rules, text;
@@ -93,16 +93,46 @@ TEST(Effort, AllMemoryOfAMatchIsCounted) {
       MatchLimits limits;
       EXPECT_EQ(outcome(*program, row.text, limits, question), "");
       const size_t taken = heap_bytes_at_most - before;
-      limits.bytes = taken - taken / 16;  // the heap rounds what is asked for up
+      limits.bytes = taken - 1;
       EXPECT_NE(outcome(*program, row.text, limits, question), "") << taken;
-      limits.bytes = taken + taken / 64;
+      limits.bytes = taken;
       EXPECT_EQ(outcome(*program, row.text, limits, question), "") << taken;
     }
   }
 }
 
+int looks;  // at the clock, one for so many rounds of work
+
+// Calls whose parts fit together in as many ways as the square or the cube of the words. With the square, four times
+// the words take 16 times the work, with the cube 64.
+TEST(Effort, WorkGrowsWithTheSquareOfTheText) {
+  const struct {
+    std::string rules, behind;
+    size_t count;
+  } rows[] = {
+      {"public <r> = <l> <l>; <l> = a [<l>] {T};", "", 1000},
+      {"public <r> = (<l>)* b; <l> = a [<l>] {T};", "b", 1000},
+      {"public <r> = (" + repeated("<l> {T} | ", 200) + "a)*; <l> = a [<l>] {T};", "", 50},
+      {levels(40, "% %", "[a]"), "", 100},
+      {levels(30, "[%] [%]", "a {A}"), "", 100},
+  };
+  MatchLimits limits;
+  limits.now = [] { return std::chrono::steady_clock::time_point(std::chrono::milliseconds(++looks)); };
+  for (const auto &row : rows) {
+    const auto program = load(row.rules);
+    for (const Question question : {Question::kDerivation, Question::kViability}) {
+      const auto work = [&](size_t count) {
+        looks = 0;
+        EXPECT_EQ(outcome(*program, repeated("a ", count) + row.behind, limits, question), "");
+        return looks;
+      };
+      const int once = work(row.count);
+      EXPECT_LE(work(4 * row.count), 20 * (1 + once)) << row.rules.substr(0, 80);
+    }
+  }
+}
+
 TEST(Effort, TimeRunsOut) {
-  static int looks;
   const auto program = load(levels(40, "% %", "[a] [a]"));
   const std::string text = repeated("a ", 600);
   MatchLimits limits;

@@ -1,13 +1,9 @@
 #include "oracle.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <random>
 #include <set>
 #include <sstream>
@@ -21,7 +17,6 @@
 namespace {
 
 using oracle::Node;
-using quillbrook::jsgf::ImportFolders;
 using quillbrook::jsgf::LastWord;
 using quillbrook::jsgf::Program;
 using quillbrook::jsgf::RuleSharing;
@@ -262,72 +257,6 @@ TEST(Oracle, AgreesOnRandomGrammars) {
   }
 }
 
-// The rules that a node refers to: the least and the highest.
-std::pair<size_t, size_t> references(const Node &node) {
-  std::pair<size_t, size_t> range{SIZE_MAX, 0};
-  if (node.kind == Node::kReference) {
-    range = {node.rule, node.rule};
-  }
-  for (const Node &child : node.children) {
-    const auto below = references(child);
-    range = {std::min(range.first, below.first), std::max(range.second, below.second)};
-  }
-  return range;
-}
-
-// The grammars of the test above in two files, the second of which the first imports.
-TEST(Oracle, AgreesOnImports) {
-  std::string pattern = testing::TempDir() + "oracleXXXXXX";
-  const std::string folder = mkdtemp(pattern.data());
-  const unsigned seed = setting("JSGF_TEST_SEED", 1);
-  int compared = 0;
-  for (unsigned round = 0; round < setting("JSGF_TEST_ROUNDS", kRounds) / 2; ++round) {
-    Generator generator(seed * 1'000'003 + round);
-    const oracle::Rules rules = generator.rules();
-    const size_t split = 1 + generator.below(rules.size());
-    oracle::Rules imported = rules;
-    bool is_circle = split == rules.size();
-    for (size_t rule = 0; rule < rules.size(); ++rule) {
-      imported[rule].is_public = true;
-      is_circle = is_circle || (rule >= split && references(rules[rule].body).first < split);
-    }
-    if (is_circle) {
-      continue;
-    }
-    const auto text_of = [](const oracle::Rules &all, const char *head, size_t from, size_t to) {
-      std::istringstream lines(oracle::to_jsgf(all));
-      std::string text = head;
-      std::string line;
-      for (size_t number = 0; std::getline(lines, line); ++number) {
-        text += number >= 2 + from && number < 2 + to ? line : "";
-      }
-      return text;
-    };
-    std::ofstream(folder + "/h.jsgf") << text_of(imported, "#JSGF V1.0;grammar h;", split, rules.size());
-    std::istringstream whole(oracle::to_jsgf(rules));
-    std::istringstream parts(text_of(rules, "#JSGF V1.0;grammar g;import <h.*>;", 0, split));
-    const ImportFolders folders{folder, {}};
-    std::shared_ptr<const Program> expected;
-    try {
-      expected = Program::load(whole);
-    } catch (const std::runtime_error &) {
-      EXPECT_THROW(Program::load(parts, RuleSharing::kWhereItPays, &folders), std::runtime_error);
-      continue;
-    }
-    const auto got = Program::load(parts, RuleSharing::kWhereItPays, &folders);
-    for (int i = 0; i < 12; ++i) {
-      const std::string text = joined(generator.text());
-      for (size_t rule = 0; rule < split; ++rule) {
-        ASSERT_EQ(derivation(*got, text, rule), derivation(*expected, text, rule)) << text << ", round " << round;
-        ++compared;
-      }
-    }
-  }
-  EXPECT_GT(compared, 1000);
-  std::remove((folder + "/h.jsgf").c_str());
-  rmdir(folder.c_str());
-}
-
 void note_words(const Node &node, std::set<std::string> &words) {
   if (node.kind == Node::kWord) {
     words.insert(node.text);
@@ -365,7 +294,7 @@ std::vector<std::string> read_figures(const std::string &text, const std::set<st
 // The grammars of the test above over figures, and texts that recognisers write together.
 TEST(Oracle, AgreesOnFigures) {
   const unsigned seed = setting("JSGF_TEST_SEED", 1);
-  int matched = 0;
+  int compared = 0, matched = 0;
   for (unsigned round = 0; round < setting("JSGF_TEST_ROUNDS", kRounds) / 4; ++round) {
     Generator generator(seed * 1'000'003 + round, {"1", "1", "2", "12", "2:1", "111"});
     const oracle::Rules rules = generator.rules();
@@ -386,12 +315,13 @@ TEST(Oracle, AgreesOnFigures) {
         text += word + std::array{"", "", " ", ":"}[generator.below(4)];
       }
       const auto expected = oracle::Matcher(rules, read_figures(text, known)).run(0);
+      ++compared;
       matched += expected && *expected != "no match" ? 1 : 0;
       ASSERT_EQ(derivation(*program, text, 0), expected.value_or(derivation(*program, text, 0)))
           << oracle::to_jsgf(rules) << text << ", round " << round;
     }
   }
-  EXPECT_GT(matched, 40);
+  EXPECT_GT(matched, compared / 40);
 }
 
 }  // namespace
