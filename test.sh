@@ -10,9 +10,9 @@
 #   --host DIR  only the live tests, on the Asterisk whose prefix is DIR, such as /opt/asterisk, for which it builds; the
 #               variable QUILLBROOK_HOST does the same
 #
-# Installs what is missing. Builds are kept in build/ (what ships), build-address/, build-thread/, build-fuzz/,
-# build-tidy/, build-series/, build-coverage/ and build-host/; their check-*.log hold the details. The live tests mostly
-# wait, so they run beside the later builds.
+# Installs what is missing. Builds are kept in build/ (what ships), build-address/, build-thread/, build-component/,
+# build-fuzz/, build-tidy/, build-series/, build-coverage/ and build-host/; their check-*.log hold the details. The live
+# tests mostly wait, so they run beside the later builds.
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 

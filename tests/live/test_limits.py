@@ -45,10 +45,10 @@ class KilledTest(unittest.TestCase):
                 self.assertEqual({name for name in left if os.path.exists(name)}, set())
                 if kills == KILLS:
                     break
-                for _ in range(4):
+                for _ in range(CALLS):
                     pbx.call(["Answer()", "SpeechCreate(quillbrook)", "SpeechStart()",
-                              "SpeechBackground(silence/1,600)"])
-                pbx.wait_until(lambda: len(on_the_list(pbx)) >= 4, LIMIT, "no recognitions")
+                              "SpeechBackground(silence/1,600)"], ["Playback(digits/7)", "Goto(1)"])
+                pbx.wait_until(lambda: len(on_the_list(pbx)) >= CALLS, LIMIT, "no recognitions")
                 left = on_the_list(pbx)
                 os.kill(pbx.pid, signal.SIGKILL)
 
