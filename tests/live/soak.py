@@ -193,16 +193,18 @@ class Soak:
                 raise PbxError(f"{engine} gives no answer in the end: {lines}")
 
     def judge(self):
-        """The last state against the first in which everything had been used."""
-        first, last = self.samples[min(WARM, len(self.samples)) - 1], self.samples[-1]
-        hours = max(last[0] - first[0], 1) / 3600
+        """The least of the last third of the rounds against the least of the first third, once everything has been used. A
+        single round tells little: the allocator keeps a heap as high as the highest piece that was in use by chance."""
+        warm = self.samples[min(WARM, len(self.samples)) - 1:]
+        third = (len(warm) + 2) // 3
+        hours = max(warm[-1][0] - warm[0][0], 1) / 3600
         faults = []
         kilobytes = MORE_KILOBYTES_SANITIZED if sanitizer_environment(live.build) else MORE_KILOBYTES
         for name, index, more in (("memory in KiB", 1, kilobytes), ("threads", 2, MORE_THREADS),
                                   ("descriptors", 3, MORE_DESCRIPTORS)):
-            growth = last[index] - first[index]
-            an_hour = slope(self.samples[WARM - 1:], index) * 3600
-            print(f"{name}: {growth:+} from {first[index]}, {an_hour:+.0f} an hour")
+            first, last = (min(sample[index] for sample in part) for part in (warm[:third], warm[-third:]))
+            growth = last - first
+            print(f"{name}: {growth:+} from {first}, {slope(warm, index) * 3600:+.0f} an hour")
             if growth > more:
                 faults.append(name)
         print(f"{self.placed} calls, {len(self.samples)} loads, {hours:.2f} hours; questions ended by: "
