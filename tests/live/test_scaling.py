@@ -159,6 +159,11 @@ class ScalingTest(unittest.TestCase):
         complaints = [line for pbx in self.pbxs for line in pbx.logged("error", "WARNING")]
         self.assertFalse(complaints)
 
+        calls = self.begin()
+        for process in self.processes.values():
+            process.kill()
+        self.assertEqual([call.wait()[0].split("|")[-1] for call in calls], ["error"] * len(calls), "all are gone")
+
 
 if __name__ == "__main__":
     try:
