@@ -168,6 +168,7 @@ struct quillbrook_recognition_t {
   int64_t samples;     // that the stream held when it was closed; under `lock`
   int results;         // that were queued, and the cause of the latest; under result_lock
   quillbrook_cause cause;
+  int results_dropped;      // the log has said that the queue is full; under result_lock
   int first_words_counted;  // under result_lock
 
   int left_behind;      // a run did not return: nothing of this is released

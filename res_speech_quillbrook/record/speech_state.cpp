@@ -67,13 +67,30 @@ void count_result(quillbrook_speech_t *session, quillbrook_cause cause) {
   }
 }
 
+bool queue_is_full(quillbrook_speech_t *session) {
+  return str_fifo_count(&session->last_results) >= kResultsMax;
+}
+
 }  // namespace
 
+bool quillbrook_takes_result(quillbrook_speech_t *session) {
+  if (!queue_is_full(session)) {
+    return true;
+  }
+  if (session->recognition && !std::exchange(session->recognition->results_dropped, 1)) {
+    session_log(LOG_ERROR, session, "%zu results wait, and nobody fetches them: further ones are dropped\n",
+                kResultsMax);
+  }
+  return false;
+}
+
 void quillbrook_push_result(quillbrook_speech_t *session, const char *text, quillbrook_result_t details) {
-  fill_moments(session, details);
-  count_result(session, details.cause);
-  quillbrook_observe_result(session, text, details);
-  str_fifo_push(&session->last_results, text, share(std::move(details)));
+  if (quillbrook_takes_result(session)) {
+    fill_moments(session, details);
+    count_result(session, details.cause);
+    quillbrook_observe_result(session, text, details);
+    str_fifo_push(&session->last_results, text, share(std::move(details)));
+  }
   quillbrook_for_each_run(session->recognition, [](quillbrook_run_t &run) { run.transcript.unanswered = 0; });
   session->watch.result_waits = 1;
   session->watch.quieted = 0;
@@ -89,7 +106,9 @@ void quillbrook_queue_result(struct ast_speech *speech, quillbrook_speech_t *ses
 
 void quillbrook_queue_error(struct ast_speech *speech, quillbrook_speech_t *session, quillbrook_cause cause,
                             const char *reason) {
-  log_failure(session, cause, reason);
+  if (!queue_is_full(session)) {
+    log_failure(session, cause, reason);
+  }
   quillbrook_queue_result(speech, session, "error", failure(cause, reason));
 }
 

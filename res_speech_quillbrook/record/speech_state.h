@@ -9,8 +9,16 @@
 // Wakes the watch thread (session/watch.h): there is something to look at.
 extern Bell &quillbrook_watch_bell;
 
-// Puts a result into the queue, which the watch looks after until the host asks for it. The moments in `details` are
-// filled in here.
+// Results of a session that wait at most. A continuous session may go on for as long as its plugin likes, and its
+// dialplan need not fetch anything.
+constexpr size_t kResultsMax = 1000;
+
+// Whether the queue takes one more result. If not, what comes is to be dropped, and no document be made of it; the log
+// says so once for each recognition.
+bool quillbrook_takes_result(quillbrook_speech_t *session) QUILLBROOK_REQUIRES(session->result_lock);
+
+// Puts a result into the queue, if it takes one, which the watch looks after until the host asks for it. The moments in
+// `details` are filled in here.
 void quillbrook_push_result(quillbrook_speech_t *session, const char *text, quillbrook_result_t details)
     QUILLBROOK_REQUIRES(session->result_lock);
 
@@ -18,7 +26,8 @@ void quillbrook_push_result(quillbrook_speech_t *session, const char *text, quil
 void quillbrook_queue_result(struct ast_speech *speech, quillbrook_speech_t *session, const char *text,
                              quillbrook_result_t details) QUILLBROOK_REQUIRES(session->result_lock);
 
-// The same for the result "error", with a line in the log. `reason` is of the provider or the system, in its own words.
+// The same for the result "error", with a line in the log if the queue takes it. `reason` is of the provider or the
+// system, in its own words.
 void quillbrook_queue_error(struct ast_speech *speech, quillbrook_speech_t *session, quillbrook_cause cause,
                             const char *reason) QUILLBROOK_REQUIRES(session->result_lock);
 

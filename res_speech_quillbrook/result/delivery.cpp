@@ -88,6 +88,14 @@ void take_text_away(quillbrook_transcript_t &transcript) {
   transcript.extent_given_up = 0;
 }
 
+// A document takes the interpretation and the scores with it.
+void take_all_away(quillbrook_transcript_t &transcript) {
+  quillbrook_release_text(transcript.interpretation);
+  take_text_away(transcript);
+  transcript.scores_total = 0;
+  transcript.scores_count = 0;
+}
+
 void deliver_json(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
   quillbrook_speech_t *session = message.session;
   quillbrook_transcript_t &transcript = message.transcript;
@@ -171,10 +179,7 @@ void deliver_nlsml(const quillbrook_message &message, const quillbrook_judgement
     session_notice(session, "Recognition result: %s (with file %s)\n", Printable(transcript.text).text(), path);
     quillbrook_push_result(message.session, path, describe(transcript, judgement));
     session_notice(session, "Set last result : %d\n", static_cast<int>(str_fifo_count(&session->last_results)));
-    quillbrook_release_text(transcript.interpretation);
-    take_text_away(transcript);
-    transcript.scores_total = 0;
-    transcript.scores_count = 0;
+    take_all_away(transcript);
     quillbrook_set_done(message.speech, message.session);
   } else {
     fail(message, path, errno);
@@ -188,6 +193,18 @@ void deliver_text(const quillbrook_message &message) QUILLBROOK_REQUIRES(message
   session_notice(session, "Asterisk speech variable recognition result: %s\n", Printable(transcript.text).text());
   quillbrook_queue_result(message.speech, message.session, transcript.text, describe(transcript, {}));
   take_text_away(transcript);
+}
+
+// What the queue does not take. The session goes on as behind a delivery.
+void drop(const quillbrook_message &message) QUILLBROOK_REQUIRES(message.session->result_lock) {
+  const quillbrook_engine_t &engine = *message.session->engine;
+  if (engine.returnnlsml && !engine.returnjson) {
+    take_all_away(message.transcript);
+    finalize_after_result(message);
+  } else {
+    take_text_away(message.transcript);
+  }
+  quillbrook_set_done(message.speech, message.session);
 }
 
 // An utterance of which nothing was kept, because its text had no confidence or there was no memory. The text has
@@ -214,7 +231,9 @@ void quillbrook_deliver(quillbrook_message &message, const quillbrook_judgement 
   }
   message.has_result = true;
   message.recognition->delivered = &message.transcript;
-  if (engine.returnjson) {
+  if (!quillbrook_takes_result(message.session)) {
+    drop(message);
+  } else if (engine.returnjson) {
     deliver_json(message);
   } else if (engine.returnnlsml) {
     deliver_nlsml(message, judgement);

@@ -1,6 +1,7 @@
 // What the host gets: plain text, a JSON file or an NLSML file, and the files' names and failures.
 #include "session_fixture.h"
 
+#include "record/speech_state.h"
 #include "result/nlsml.h"
 
 namespace {
@@ -155,7 +156,7 @@ TEST_F(DocumentTest, PlainTextAndJsonDoNotAskTheGrammars) {
   }
 }
 
-TEST_F(DocumentTest, AContinuousSessionDeliversEachTextOnce) {
+TEST_F(DocumentTest, AContinuousSessionDeliversEachTextOnceAndNotWithoutEnd) {
   engine.continuous = 1;
   engine.endpointing = 1;
   for (const int mode : {0, 1, 2}) {
@@ -165,6 +166,13 @@ TEST_F(DocumentTest, AContinuousSessionDeliversEachTextOnce) {
     deliver("one", 80);
     finish();
     EXPECT_EQ(queued(), 1U) << mode;
+    for (size_t more = 0; more < kResultsMax + 2; ++more) deliver("more", 80);
+    EXPECT_EQ(queued(), kResultsMax) << "nobody fetches them";
+    EXPECT_EQ(stand_in::files().size(), mode ? kResultsMax + 1 : 1);
+    EXPECT_EQ(stand_in::mentioned("further ones are dropped"), mode + 1);
+    get();
+    deliver("again", 80);
+    EXPECT_EQ(queued(), kResultsMax);
     destroy();
   }
 }

@@ -100,6 +100,13 @@ class TroubleTest(unittest.TestCase):
                 self.expect(heading, before)
                 self.assertTrue(self.pbx.unload_module(MODULE))
 
+        self.assertTrue(self.load(configuration({"plugin": live.build / "tests/plugin_hostile.so",
+                                                 "configuration": "flood", "continuous": "yes"})))
+        self.pbx.call(["Answer()", "SpeechCreate(quillbrook)", "SpeechStart()", "SpeechBackground(silence/1,2)",
+                       "Wait(600)"])
+        self.pbx.wait_until(lambda: any("nobody fetches" in line.text for line in self.pbx.log()), LIMIT, "no limit")
+        self.expect("Results are dropped")
+
     def test_grammars(self):
         grammar = self.pbx.folder / "tags.jsgf"
         grammar.write_text("#JSGF V1.0;\ngrammar g;\npublic <r> = (<x>" + " {t}" * 100000 + ")*; <x> = a;\n",

@@ -73,6 +73,14 @@ void report_much(quillbrook_context &context) {
   context.extra_pointer = context.api_pointer = nullptr;
 }
 
+// More results than a session takes.
+void report_results(quillbrook_context &context) {
+  for (int result = 0; result < 1100; ++result) {
+    say(context, "one of many", 70);
+    say(context, "", QUILLBROOK_SCORE_FINISH);
+  }
+}
+
 void report_bytes(quillbrook_context &context) {
   std::string bytes;
   for (int byte = 1; byte < 256; ++byte) bytes += static_cast<char>(byte);
@@ -119,6 +127,7 @@ const Word kWords[] = {
     {"nonsense", Where::kLoop, report_nonsense},
     {"much", Where::kLoop, report_much},
     {"bytes", Where::kLoop, report_bytes},
+    {"flood", Where::kLoop, report_results},
     {"scribble", Where::kLoop, scribble},
     {"unlink", Where::kLoop, [](quillbrook_context &context) { (void)unlink(context.filename); }},
     {"error", Where::kLoop, [](quillbrook_context &context) { (void)strcpy(context.extra, "ERROR: lost"); }},
