@@ -5,13 +5,24 @@
 
 namespace {
 
-void add(const quillbrook_message &message, const std::string &value) {
-  std::string &pieces = message.transcript.json_pieces;
-  if (pieces.size() + value.size() > kJsonPiecesMax) {
-    session_log(LOG_WARNING, message.session,
-                "The JSON of an utterance is longer than %zu bytes: a piece is left out\n", kJsonPiecesMax);
+bool fits(const quillbrook_message &message, size_t size) {
+  if (message.transcript.json_pieces.size() + size <= kJsonPiecesMax) {
+    return true;
+  }
+  session_log(LOG_WARNING, message.session, "The JSON of an utterance is longer than %zu bytes: a piece is left out\n",
+              kJsonPiecesMax);
+  return false;
+}
+
+void add(const quillbrook_message &message, const char *json, const char *text) {
+  if (json && !fits(message, strlen(json))) {
     return;
   }
+  const std::string value = json && is_json(json) ? json : json_text(json ? json : text);
+  if (!fits(message, value.size())) {
+    return;
+  }
+  std::string &pieces = message.transcript.json_pieces;
   pieces.reserve(pieces.size() + value.size() + 1);  // what follows cannot fail half way
   if (!pieces.empty()) {
     pieces += ',';
@@ -26,7 +37,7 @@ void quillbrook_add_json_piece(const quillbrook_message &message, const char *js
     return;
   }
   guarded("quillbrook_add_json_piece", 0, [&] {
-    add(message, json ? json : json_text(text));
+    add(message, json, text);
     return 0;
   });
 }

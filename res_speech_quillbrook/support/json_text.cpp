@@ -1,5 +1,7 @@
 #include "json_text.h"
 
+#include <nlohmann/json.hpp>
+
 #include "json_escape.h"
 
 namespace {
@@ -27,4 +29,9 @@ std::string json_text(const char *text) {
   }
   inside.resize(strlen(inside.c_str()));
   return "\"" + inside + "\"";
+}
+
+bool is_json(const char *text) {
+  constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";  // which the library passes over
+  return strncmp(text, kByteOrderMark, strlen(kByteOrderMark)) != 0 && nlohmann::json::accept(text);
 }

@@ -213,8 +213,10 @@ TEST_F(CausesTest, TheJsonOfAllPieces) {
   piece("{\"n\":0}", "on", QUILLBROOK_SCORE_INTERIM);
   piece("{\"n\":1}", "one", 80);
   piece(nullptr, "say \"two\"", 70);
+  piece("{\"n\":", "no JSON", 80);
+  piece("\xEF\xBB\xBF{}", "no value", 80);
   piece("{\"n\":3}", "thr", QUILLBROOK_SCORE_INTERIM);
-  const std::string all = "[{\"n\":1},\"say \\\"two\\\"\",{\"n\":3}]";
+  const std::string all = "[{\"n\":1},\"say \\\"two\\\"\",\"{\\\"n\\\":\",\"\\uFEFF{}\",{\"n\":3}]";
   finish();
   EXPECT_EQ(stand_in::file_content(get()), all);
   EXPECT_EQ(setting("json"), all);
@@ -230,7 +232,7 @@ TEST_F(CausesTest, TheJsonOfAllPieces) {
   EXPECT_EQ(stand_in::file_content(get()), "[1]");
   EXPECT_EQ(stand_in::file_content(get()), "[\"four\"]");
   // What a provider sends has a bound.
-  const std::string large(kJsonPiecesMax - 10, '1');
+  const std::string large = "\"" + std::string(kJsonPiecesMax - 10, '1') + "\"";
   for (int number = 0; number < 3; ++number) piece(large.c_str(), "x", 80);
   finish();
   EXPECT_EQ(stand_in::file_content(get()).size(), large.size() + 2);

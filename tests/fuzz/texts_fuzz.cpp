@@ -79,7 +79,8 @@ class Texts : public fuzzed::Fuzzed<SessionTest> {
 public:
   explicit Texts(fuzzed::Input input) {
     const char form = input.take_choice();
-    engine.returnjson = form == 'j';
+    const bool with_documents = form == 'd' || form == 'x';
+    engine.returnjson = form == 'j' || form == 'd';
     engine.jsonpieces = 1;
     engine.returnnlsml = form != 't';
     engine.normalize_phrases = form == 'a';
@@ -95,6 +96,7 @@ public:
       shorten(piece);
       strip_accents(piece);
       context()->api_pointer = form == 'x' ? piece.c_str() : nullptr;
+      context()->extra_pointer = with_documents ? piece.c_str() : nullptr;
       send(piece.c_str(), 80);
       pieces.push_back(piece);
     }

@@ -11,7 +11,8 @@ from pbx import LIMIT, report
 SCRIPTS = (
     "refuse", "init-throws", "init-speaks", "init-speaks return", "return", "words return", "end return", "error return",
     "words error return", "throw", "words throw", "final throw-number", "exit", "words exit", "silent", "words silent",
-    "final silent", "thread", "thread return", "words thread thread", "nonsense", "nonsense final", "much", "bytes", "flood",
+    "final silent", "thread", "thread return", "words thread thread", "nonsense", "nonsense final", "much", "bytes",
+    "flood",
     "unsure", "unsure silent", "lost", "lost end", "scribble", "words scribble return", "unlink", "words unlink final", "final stop-mute", "words stop-throws return",
     "final stop-slow", "words silent stop-speaks", "final stop-mute stop-throws", "end words end", "final end",
 )
