@@ -1,11 +1,12 @@
-// What servers send. The first character of the input decides what the rest is: an answer to the WebSocket handshake, a
-// message of the WebSocket protocol, a transcript, a streamed answer.
+// What servers send. The first character of the input decides what the rest is: an answer to the WebSocket handshake,
+// frames, a message of the WebSocket protocol, a transcript, a streamed answer.
 
 #include <nlohmann/json.hpp>
 
 #include "answer.h"
 #include "event_reader.h"
 #include "failure.h"
+#include "frames.h"
 #include "fuzzed.h"
 #include "handshake.h"
 #include "json_text.h"
@@ -30,6 +31,34 @@ void read_message(const std::string &message) {
   const websocket::Answer answer = websocket::parse_answer(common::repaired(message));
   check_words(answer.text);
   if (answer.final) check_percent(answer.confidence);
+}
+
+// The messages in the bytes, and what ends them, with `step` bytes at a time.
+std::vector<std::string> messages_in(const std::string &bytes, size_t step) {
+  websocket::Frames frames;
+  std::vector<std::string> messages;
+  try {
+    for (size_t from = 0; from < bytes.size(); from += step) {
+      frames.input() += bytes.substr(from, step);
+      std::string message;
+      for (auto taken = frames.take(message); taken != websocket::Frames::Taken::kNothing;
+           taken = frames.take(message)) {
+        if (taken == websocket::Frames::Taken::kMessage) messages.push_back(std::exchange(message, ""));
+      }
+    }
+  } catch (const common::Failure &failure) {
+    messages.emplace_back(failure.what());
+  }
+  constexpr size_t kLongestPong = 131;
+  require(frames.output().size() < websocket::kOutputLimit + kLongestPong, "the output grows");
+  return messages;
+}
+
+// However the network cuts them.
+void read_frames(const std::string &bytes) {
+  const std::vector<std::string> messages = messages_in(bytes, bytes.size() + 1);
+  for (const std::string &message : messages) require(message.size() <= websocket::kMessageLimit, "a long message");
+  for (const size_t step : {1, 7}) require(messages_in(bytes, step) == messages, "pieces say something else");
 }
 
 void read_transcript(const std::string &message) {
@@ -62,6 +91,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     switch (kind) {
       case 'h':
         websocket::check_upgrade(text, "dGhlIHNhbXBsZSBub25jZQ==");
+        break;
+      case 'f':
+        read_frames(text);
         break;
       case 'w':
         read_message(text);
