@@ -117,4 +117,13 @@ std::string cleaned(const std::string &text) {
   return clean.substr(first, clean.find_last_not_of(' ') - first + 1);
 }
 
+std::string without_key(std::string text, const std::string &key) {
+  constexpr std::string_view kMask = "***";
+  if (key.empty()) return text;
+  for (size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + kMask.size())) {
+    text.replace(at, key.size(), kMask);
+  }
+  return text;
+}
+
 }  // namespace quillbrook::common

@@ -14,4 +14,7 @@ std::string repaired(std::string_view message);
 // A text out of it, without control characters and without blanks around it.
 std::string cleaned(const std::string &text);
 
+// A text of the server without the key that it was given, which some servers repeat: three asterisks stand there.
+std::string without_key(std::string text, const std::string &key);
+
 }  // namespace quillbrook::common

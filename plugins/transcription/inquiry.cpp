@@ -164,15 +164,10 @@ void Inquiry::forget_address() const {
   }
 }
 
-// What the server says about its refusal. Some servers repeat the key.
+// What the server says about its refusal.
 std::string Inquiry::own_words() const {
   constexpr size_t kLongest = 200;
-  std::string message = error_message(repaired(client_->body()));
-  const std::string &key = access_.key;
-  for (size_t at = key.empty() ? std::string::npos : message.find(key); at != std::string::npos;
-       at = message.find(key, at)) {
-    message.replace(at, key.size(), "***");
-  }
+  std::string message = without_key(error_message(repaired(client_->body())), access_.key);
   if (message.size() > kLongest) message = repaired(message.substr(0, kLongest)) + "...";
   return message.empty() ? "" : ": " + message;
 }

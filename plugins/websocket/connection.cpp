@@ -39,7 +39,7 @@ void Connection::shake_hands(Link &link, const Url &url, const std::string &pass
   } catch (const Lost &lost) {
     throw Lost(std::string("in the WebSocket handshake: ") + lost.what());
   }
-  check_upgrade(frames_.input().substr(0, end + 2), key);
+  check_upgrade(frames_.input().substr(0, end + 2), key, password);
   frames_.input().erase(0, end + 4);
 }
 

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "failure.h"
+#include "json_text.h"
 
 namespace quillbrook::websocket {
 
@@ -75,11 +76,11 @@ std::string upgrade_request(const Url &url, const std::string &key, const std::s
          authorization + "\r\n\r\n";
 }
 
-void check_upgrade(const std::string &head, const std::string &key) {
+void check_upgrade(const std::string &head, const std::string &key, const std::string &password) {
   constexpr char kOpened[] = "HTTP/1.1 101";
   constexpr size_t kShown = 80;
   if (head.compare(0, sizeof kOpened - 1, kOpened) != 0) {
-    std::string line = head.substr(0, std::min(head.find("\r\n"), kShown));
+    std::string line = without_key(head.substr(0, head.find("\r\n")), password).substr(0, kShown);
     std::replace_if(
         line.begin(), line.end(), [](unsigned char c) { return c < 0x20 || c > 0x7e; }, '?');
     throw Failure("the server does not open a WebSocket there, it answers '" + line + "'");

@@ -14,7 +14,8 @@ std::string new_key();
 // empty: it asks for none.
 std::string upgrade_request(const common::Url &url, const std::string &key, const std::string &password);
 
-// Throws Failure unless `head`, the answer up to its empty line, opens a connection for that key.
-void check_upgrade(const std::string &head, const std::string &key);
+// Throws Failure unless `head`, the answer up to its empty line, opens a connection for that key. The failure does not
+// show the password.
+void check_upgrade(const std::string &head, const std::string &key, const std::string &password);
 
 }  // namespace quillbrook::websocket

@@ -90,7 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   try {
     switch (kind) {
       case 'h':
-        websocket::check_upgrade(text, "dGhlIHNhbXBsZSBub25jZQ==");
+        websocket::check_upgrade(text, "dGhlIHNhbXBsZSBub25jZQ==", "secret");
         break;
       case 'f':
         read_frames(text);

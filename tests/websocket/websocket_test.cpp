@@ -218,7 +218,8 @@ void expect_failure(const Server::Serve &serve, const std::vector<Report> &repor
   const size_t files = entries("/proc/self/fd");
   {
     Server server(serve);
-    Call call(url_of(server) + "/path", kShort);
+    std::ofstream(scratch_folder() + "/key") << "sk-secret\n";
+    Call call(url_of(server) + "/path", kShort + (", key_file=" + scratch_folder() + "/key"));
     call.speak(1000);
     call.start();
     ASSERT_TRUE(call.wait_return());
@@ -256,7 +257,8 @@ TEST(FailingHandshake, IsReported) {
       {saying(""), "does not answer the WebSocket handshake in time"},
       {trickle, "does not answer the WebSocket handshake in time"},
       {leave, "in the WebSocket handshake: "},
-      {saying("HTTP/1.1 404 Not\033Found\r\n\r\n"), "it answers 'HTTP/1.1 404 Not?Found'"},
+      {saying("HTTP/1.1 403 " + std::string(62, 'x') + "\033sk-secret " + std::string(20, 'x') + "\r\n\r\n"),
+       "xx?*** '"},
       {saying(wrong_key), "handshake is wrong"},
       {saying("HTTP/1.1 101 x\r\nX: " + std::string(100000, 'x')), "too long"},
   };
