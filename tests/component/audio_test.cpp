@@ -23,23 +23,6 @@ TEST_F(AudioTest, EachFrameIsWholeInTheFileWhenTheCallReturns) {
   }
 }
 
-TEST_F(AudioTest, FramesWithoutASampleAreMeasuredOrNothing) {
-  verbose = 1;
-  create();
-  start();
-  get();  // detector and file are gone
-  const char byte = 'x';
-  write(&byte, 0);
-  write(&byte, 1);
-  EXPECT_EQ(stand_in::logged(__LOG_NOTICE, named("Write with file closed!\n")), 0);
-  start();
-  write(&byte, 0);
-  EXPECT_EQ(stand_in::noted("ast_dsp_silence"), 0);
-  write(&byte, 1);
-  EXPECT_EQ(stand_in::noted("ast_dsp_silence"), 1);
-  EXPECT_EQ(stream(), "");
-}
-
 TEST_F(AudioTest, SilenceGrowsAndVoiceEndsIt) {
   create_and_start();
   write_ms(60, 0);

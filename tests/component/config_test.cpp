@@ -51,68 +51,13 @@ protected:
   Engine &profile = quillbrook_engine[1];
 };
 
-// Written down once more, so that a key that has got the wrong field shows.
-#define TEXT(key) {#key, &Engine::ws_##key},
-const std::map<std::string, char *Engine::*> kTexts = {TEXT(url) TEXT(model) TEXT(language) TEXT(voice) TEXT(phrases)
-                                                           TEXT(configuration) TEXT(format)  //
-                                                       {"loggingtag", &Engine::loggingtag},
-                                                       {"plugin", &Engine::plugin_name}};
-#define NUMBER(key) {#key, &Engine::key},
-const std::map<std::string, int Engine::*> kNumbers = {
-    NUMBER(threshold) NUMBER(logtag) NUMBER(dsp) NUMBER(timeouts) NUMBER(endpointing) NUMBER(returnjson)  //
-    NUMBER(returnnlsml) NUMBER(keepfiles) NUMBER(waitclose) NUMBER(continuous) NUMBER(minspeechtimeout)   //
-    NUMBER(maxspeechtimeout) NUMBER(completetimeout) NUMBER(incompletetimeout) NUMBER(speechtimeout)      //
-    NUMBER(extendedtimeout) NUMBER(earlyspeechtimeout) NUMBER(providertimeout) NUMBER(closetimeout)       //
-    {"loglevel", &Engine::log_level},
-    {"buffersize", &Engine::ws_buffer_size}};
-const std::set<std::string> kNotInherited = {"loglevel", "minspeechtimeout", "speechtimeout", "extendedtimeout"};
-
-int default_of(const std::string &key) {
-  const std::map<std::string, int> values = {
-      {"buffersize", 4000}, {"threshold", 150}, {"timeouts", 1}, {"maxspeechtimeout", 60000}, {"closetimeout", 10000}};
-  return values.count(key) ? values.at(key) : 0;
-}
-
-TEST_F(Config, AbsentKeysGiveDefaults) {
-  for (const char *file : {"", "[elsewhere]\ndsp=yes\n", "[general]\n"}) {
-    ASSERT_EQ(load(file), 0);
-    for (const auto &[key, field] : kNumbers) EXPECT_EQ(general.*field, default_of(key)) << key;
-    for (const auto &[key, field] : kTexts) {
-      const bool absent = key == "plugin" || key == "loggingtag";
-      EXPECT_EQ(general.*field == nullptr, absent) << key;
-      const std::string expected = key == "url" ? "ws://localhost:2700" : key == "format" ? "wav" : "";
-      EXPECT_EQ(absent ? "" : general.*field, expected) << key;
-    }
-    EXPECT_EQ(general.speedvsaccuracy, -1.0F);
-    EXPECT_EQ(quillbrook_webenabled, 1);
+// By the names that the debug output gives them.
+TEST_F(Config, NoKeyWritesTheFieldOfAnother) {
+  const ConfigKeys keys = config_keys();
+  for (const ConfigKey &key : keys) {
+    const auto has_its_field = [&key](const ConfigKey &other) { return other.field == key.field; };
+    EXPECT_EQ(std::count_if(keys.begin(), keys.end(), has_its_field), 1) << key.names[0];
   }
-}
-
-// Each key alone, so that one that writes another's field shows, and in a profile below it.
-TEST_F(Config, EveryKeyReachesItsFieldAndTheProfile) {
-  for (const auto &[key, field] : kTexts) {
-    ASSERT_EQ(load("[general]\nprofiles=p\n" + key + "=some text\n[p]\n"), 0);
-    EXPECT_STREQ(general.*field, "some text") << key;
-    EXPECT_STREQ(profile.*field, "some text") << key;
-    EXPECT_NE(profile.*field, general.*field) << key;
-  }
-  for (const auto &[key, field] : kNumbers) {
-    const int other = default_of(key) == 1 ? 0 : 1;
-    ASSERT_EQ(load("[general]\nprofiles=p\n" + key + "=" + std::to_string(other) + "\n[p]\n"), 0);
-    EXPECT_EQ(general.*field, other) << key;
-    EXPECT_EQ(profile.*field, kNotInherited.count(key) ? 0 : other) << key;
-  }
-  ASSERT_EQ(load("[general]\nprofiles=p\nname=label\nverbose=1\ntwin=y\nspeedvsaccuracy=0.5\ncontext=no\nextra=no\n"
-                 "[p]\ncontext=about\nextra=more\nspeedvsaccuracy=0.7\nspeechtimeout=5\n"),
-            0);
-  EXPECT_STREQ(general.name, "label");
-  EXPECT_EQ(verbose + twin, 2);
-  EXPECT_EQ(general.speedvsaccuracy, 0.5F);
-  EXPECT_TRUE(!general.ws_context && !general.ws_extra);
-  EXPECT_STREQ(profile.ws_context, "about");
-  EXPECT_STREQ(profile.ws_extra, "more");
-  EXPECT_EQ(profile.speedvsaccuracy, 0.0F);
-  EXPECT_EQ(profile.speechtimeout, 0);
 }
 
 TEST_F(Config, ReadingsOfTheirOwn) {
@@ -201,22 +146,6 @@ TEST_F(Config, ListAndNamesStayInTheTable) {
   EXPECT_EQ(general.name, std::string(99, 'n'));
 }
 
-TEST_F(Config, DebugOutputShowsWhatWasRead) {
-  const std::string keys = "url=u\nplugin=x\nbuffersize=7\nprofiles=p\n[p]\ndsp=yes\n";
-  ASSERT_EQ(load("[general]\n" + keys), 0);
-  EXPECT_TRUE(stand_in::log_lines().empty());
-  ASSERT_EQ(load("[general]\ndebug=yes\n" + keys), 0);
-  for (const char *line : {"general.url=u\n", "general.plugin_name=x\n", "general.buffer=7\n", "p.url=u\n", "p.dsp=1\n",
-                           "p.context=(null)\n"}) {
-    EXPECT_EQ(stand_in::logged(__LOG_DEBUG, line), 1) << line;
-  }
-  EXPECT_EQ(stand_in::logged(__LOG_NOTICE, "Profile = p\n"), 1);
-  // A continuous profile is pointed out.
-  ASSERT_EQ(load("[general]\ncontinuous=yes\nprofiles=a,b,c\n[a]\n[b]\ncontinuous=no\n[c]\ncontinuous=yes\n"), 0);
-  EXPECT_EQ(warned("Profile b with continuous = 0!\n") + warned("Profile c with continuous = 1!\n"), 2);
-  EXPECT_EQ(stand_in::mentioned("with continuous"), 2);
-}
-
 TEST_F(Config, SettingsThatLoseResultsAreSaid) {
   const struct {
     const char *lines;
@@ -241,35 +170,10 @@ TEST_F(Config, SettingsThatLoseResultsAreSaid) {
     for (const std::string &text : test.warnings) EXPECT_EQ(warned("[general] " + text + "\n"), 1) << text;
     EXPECT_EQ(stand_in::log_lines().size(), test.warnings.size()) << test.lines;
   }
-  // A profile is told by its own name, also of what it has from `general`, where nothing is said without an engine.
-  const std::string settings = "completetimeout=500\nincompletetimeout=900\nprovidertimeout=600\n";
-  stand_in::reset_log();
-  ASSERT_EQ(load("[general]\nplugin=\nprofiles=a,b\n" + settings + "[a]\n[b]\ncompletetimeout=1000\n"), 0);
-  EXPECT_EQ(stand_in::mentioned("[a] providertimeout = 600 is not below completetimeout = 500"), 1);
-  EXPECT_EQ(stand_in::mentioned("[b] incompletetimeout = 900 is not above completetimeout = 1000"), 1);
-  EXPECT_EQ(stand_in::log_lines().size(), 2U);
   ast_set_flag(&ast_options, AST_OPT_FLAG_CACHE_RECORD_FILES);
   ASSERT_EQ(load(""), 0);
   ast_clear_flag(&ast_options, AST_OPT_FLAG_CACHE_RECORD_FILES);
   EXPECT_EQ(stand_in::mentioned("cache_record_files = yes: the audio of calls is kept elsewhere"), 1);
-}
-
-TEST_F(Config, WhatNobodyReadsIsToldOnce) {
-  ASSERT_EQ(load("[general]\nprofiles=sales,suport\ncompletetimout=1\ncontext=c\nunrelated=1\nmodel=m\nparameters=p\n"
-                 "[sales]\nSpeechTimeout=1\nDSP=yes\n[support]\nnothing=1\n[sales]\ndsp=no\n"),
-            0);
-  EXPECT_EQ(profile.dsp, 1);
-  for (const char *line : {"3: [general] has no key \"completetimout\": did you mean \"completetimeout\"?",
-                           "4: \"context\" is a key of profiles only, and is not read in [general]",
-                           "5: [general] has no key \"unrelated\"",
-                           "7: \"parameters\" is said more than once in [general]: \"model\" of line 6 counts",
-                           "9: \"SpeechTimeout\" is a key of [general] only, and is not read in [sales]"}) {
-    EXPECT_EQ(warned("quillbrook.conf:" + std::string(line) + "\n"), 1) << line;
-  }
-  const std::string unused = "is not named in profiles, and is not read: did you mean \"suport\"?\n";
-  EXPECT_EQ(warned("quillbrook.conf: the section [support] " + unused), 1);
-  EXPECT_EQ(warned("quillbrook.conf: a section [sales] stands above, and this one is not read\n"), 1);
-  EXPECT_EQ(stand_in::mentioned("quillbrook.conf:"), 7);
 }
 
 TEST_F(Config, UnusableFilesEndTheLoad) {

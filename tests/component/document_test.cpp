@@ -2,7 +2,6 @@
 #include "session_fixture.h"
 
 #include "record/speech_state.h"
-#include "result/nlsml.h"
 
 namespace {
 
@@ -63,35 +62,6 @@ TEST_F(DocumentTest, NlsmlFormsByteByByte) {
             "</result>\n");
 }
 
-std::string nlsml(const std::string &text, const std::string &interpretation, const std::string &json, int score) {
-  char *memory = nullptr;
-  size_t size = 0;
-  FILE *file = open_memstream(&memory, &size);
-  quillbrook_write_nlsml(file, {text.c_str(), score, text.c_str(), interpretation.c_str(), json.c_str()});
-  fclose(file);
-  std::string document(memory, size);
-  free(memory);
-  return document;
-}
-
-// That parsers read it, whatever it is, tests/fuzz tries.
-TEST_F(DocumentTest, AnyBytesMakeADocument) {
-  const std::string bad = "\xEF\xBF\xBD";
-  const std::pair<std::string, std::string> cases[] = {
-      {"caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80\xF4\x8F\xBF\xBF", ""},  // stand for themselves
-      {"\xC2\x80\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBD\xF0\x90\x80\x80", ""},
-      {"\x80\xBF", bad + bad},
-      {"\xC3(\xE2\x82", bad + "(" + bad + bad},
-      {"\xC0\x80\xC1\xBF", bad + bad + bad + bad},            // overlong
-      {"\xED\xA0\x80", bad + bad + bad},                      // a surrogate
-      {"\xF4\x90\x80\x80\xF5", bad + bad + bad + bad + bad},  // beyond Unicode
-      {"\xEF\xBF\xBE\xEF\xBF\xBF\x01\x1F", "    "},           // no characters of XML
-  };
-  for (const auto &[text, expected] : cases) {
-    EXPECT_THAT(nlsml(text, text, text, 1), HasSubstr("mode=\"speech\">" + (expected.empty() ? text : expected) + "<"));
-  }
-}
-
 TEST_F(DocumentTest, TheMeaningIsTheProvidersElseTheText) {
   engine.returnnlsml = 1;
   engine.continuous = 1;
@@ -110,27 +80,6 @@ TEST_F(DocumentTest, TheMeaningIsTheProvidersElseTheText) {
     EXPECT_THAT(document(++number), HasSubstr(test.instance));
     EXPECT_THAT(document(number), HasSubstr("confidence=\"" + std::to_string(91 - number))) << "scores begin anew";
   }
-}
-
-TEST_F(DocumentTest, AGrammarGivesTheMeaningOrNone) {
-  engine.returnnlsml = 1;
-  engine.continuous = 1;
-  create();
-  load_polar_grammar();
-  start();
-  context()->api_pointer = "the provider's";
-  deliver("yes", 80);
-  EXPECT_THAT(document(1), HasSubstr("<result grammar=\"polar\">"));
-  EXPECT_THAT(document(1), HasSubstr("<instance>answer=1</instance>"));
-  deliver("perhaps", 80);
-  EXPECT_THAT(document(2), HasSubstr("confidence=\"0\">\n    <instance/>"));
-  EXPECT_THAT(document(2), HasSubstr("perhaps<nomatch/>"));
-  get();
-  EXPECT_EQ(score, 0);
-  // Switched off it has no say.
-  quillbrook_recog_deactivate_grammar(&speech, "polar");
-  deliver("perhaps", 80);
-  EXPECT_THAT(document(3), HasSubstr("confidence=\"80\""));
 }
 
 TEST_F(DocumentTest, PlainTextAndJsonDoNotAskTheGrammars) {

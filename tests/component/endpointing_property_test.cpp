@@ -55,10 +55,13 @@ struct Model {
     std::istringstream words(std::regex_replace(joined(text, interim), std::regex("[.?]"), ""));
     std::string said;
     for (std::string word; words >> word;) said += word + " ";
+    // Of a hypothesis the last word may be half there.
+    const bool grows = !interim.empty() && interim.back() != ' ' && !said.empty();
+    const size_t certain = said.size() - (grows ? 1 : 0);
     bool complete_now = false, goes_on = false;
     for (const std::string &sentence : language) {
       complete_now = complete_now || sentence == said;
-      goes_on = goes_on || (sentence != said && sentence.compare(0, said.size(), said) == 0);
+      goes_on = goes_on || (sentence != said && sentence.compare(0, certain, said, 0, certain) == 0);
     }
     if (complete_now) return goes_on ? kCompleteSoFar : kComplete;
     return goes_on ? kBeginning : kImpossible;
@@ -188,7 +191,7 @@ struct Language {
 };
 const Language kLanguages[] = {
     {"", {}},
-    {"public <r> = a b {t};", {"a b "}},
+    {"public <r> = a b {t} | a bc;", {"a b ", "a bc "}},
     {"public <r> = a b {t} [<more>]; <more> = a b;", {"a b ", "a b a b "}},
 };
 
@@ -296,8 +299,8 @@ TEST_F(EndpointingPropertyTest, TheModuleAndTheModelAgree) {
     for (int count = 0; count < kMessages && !HasFailure(); ++count) {
       now = next_time(model, now);
       stand_in::set_clock_ms(now);
-      static const char *const kTexts[] = {nullptr, nullptr, "", "a", "a b", "?", " "};
-      const char *text = kTexts[pick({0, 1, 2, 3, 3, 4, 4, 5, 6})];
+      static const char *const kTexts[] = {nullptr, nullptr, "", "a", "a b", "?", " ", "\xC3\xA9"};
+      const char *text = kTexts[pick({0, 1, 2, 3, 3, 4, 4, 5, 6, 7})];
       const int confidence = pick({-1, -1, -1, -1, 0, 1, 90, one_in(3) ? -2 : -1, one_in(3) ? -200 : -1, -3});
       const int dsp = one_in(4) ? pick({model.complete, model.limit()}) + pick({0, 1}) : 0;
       if (one_in(30)) context()->hangup = model.hangup = true;

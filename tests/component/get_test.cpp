@@ -56,23 +56,6 @@ TEST_F(GetTest, AForcedFinishGivesWhatWasHeardSoFar) {
   EXPECT_EQ(score, 80);
 }
 
-TEST_F(GetTest, ContinuousResultsComeOneByOneOnOneContext) {
-  engine.continuous = 1;
-  create_and_start();
-  for (const char *text : {"one", "two", "three"}) send(text, 80);
-  const std::pair<const char *, int> results[] = {{"one", kDone}, {"two", kDone}, {"three", kReady}, {"error", kReady}};
-  for (const auto &[text, state_behind] : results) {
-    EXPECT_EQ(get(), text);
-    EXPECT_EQ(state(), state_behind);
-  }
-  EXPECT_TRUE(recognition()->file && recognition()->dsp);
-  start_in_background();
-  send("four", 80);
-  EXPECT_EQ(get(), "four");
-  EXPECT_EQ(plugin.inits, 1);
-  EXPECT_EQ(plugin.stops, 0);
-}
-
 TEST_F(GetTest, AHangUpWaitsForTheFinalReportOnlyWhenThereIsOne) {
   const struct {
     const char *name;
@@ -120,35 +103,6 @@ TEST_F(GetTest, AHangUpWaitsForTheFinalReportOnlyWhenThereIsOne) {
     stand_in::reset();
     stand_in::answer_command("tandrel show session threadid uniqueid", "u1");
   }
-}
-
-// The report says that the session is over before its result is written: get waits for both.
-TEST_F(GetTest, TheFinalReportIsReceivedTogetherWithItsResult) {
-  engine.continuous = engine.waitclose = engine.returnnlsml = 1;
-  stand_in::add_channel("u1", true);
-  create_and_start();
-  std::thread reporting;
-  plugin.on_stop = [&](quillbrook_context *context) {
-    if (plugin.stops) return;
-    reporting = std::thread([context] {
-      quillbrook_callback(context, "last words", QUILLBROOK_SCORE_INTERIM);
-      quillbrook_callback(context, nullptr, QUILLBROOK_SCORE_END);
-    });
-  };
-  std::string result;
-  std::atomic<bool> collected{false};
-  session()->grammar_lock.lock();  // which a document needs
-  std::thread collecting([&] {
-    result = get();
-    collected = true;
-  });
-  ASSERT_TRUE(eventually([&] { return shared_load(recognition()->plugin_closed) == 1; }));
-  for (int turn = 0; turn < 200 && !collected; ++turn) std::this_thread::sleep_for(std::chrono::microseconds(50));
-  session()->grammar_lock.unlock();
-  collecting.join();
-  reporting.join();
-  EXPECT_THAT(result, testing::EndsWith(".xml"));
-  destroy();  // while what on_stop looks at is there
 }
 
 }  // namespace

@@ -303,23 +303,8 @@ TEST_F(GrammarTest, TheFirstGrammarWithTagsAnswersAndTheFirstWithWordsHints) {
   load("bare", jsgf("c.jsgf", "public <r> = yes;"));
   load("tags", jsgf("d.jsgf", "public <r> = yes {} {A} {} {B};"));
   deactivate("off");
-  verbose = 1;
   EXPECT_EQ(session()->grammars.match("Yes."), "A B");
   EXPECT_EQ(session()->grammars.words(), "yes");
-  verbose = 0;
-  const std::string content = " content: #JSGF V1.0; grammar g; public <r> = ";
-  EXPECT_THAT(
-      lines(__LOG_NOTICE),
-      testing::ElementsAre(
-          "Match: 4 grammar(s) loaded, 3 active [none, bare, tags], input [Yes.]\n",
-          "Match: grammar off is not active, skipped\n", "Grammar name: none" + content + "<NULL>;\n",
-          "Match: no match in grammar none (rule [])\n", "Grammar name: bare" + content + "yes;\n",
-          "Match: no match in grammar bare (rule [r])\n", "Grammar name: tags" + content + "yes {} {A} {} {B};\n",
-          "Match: grammar tags matched rule [r], tags [A B]\n",
-          "Extract words: 4 grammar(s) loaded, 3 active [none, bare, tags]\n",
-          "Extract words: grammar off is not active, skipped\n", "Grammar name: none" + content + "<NULL>;\n",
-          "Extract words: no word in grammar none\n", "Grammar name: bare" + content + "yes;\n", "yes\n",
-          "Extract words: 1 word(s) taken from grammar bare\n"));
   load("more", jsgf("e.jsgf", "public <r> = no {N} | \"oh well\";"));
   for (const char *name : {"bare", "tags"}) {
     unload(name);

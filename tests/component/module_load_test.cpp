@@ -28,21 +28,6 @@ protected:
   FakePlugin plugin;
 };
 
-TEST_F(LoadTest, OffersEnginesAndTakesThemBack) {
-  for (int time = 1; time <= 2; ++time) {
-    ASSERT_EQ(stand_in::load_module(), 0);
-    EXPECT_THAT(stand_in::engine_names(), testing::ElementsAre("quillbrook", "quillbrook:digits", "quillbrook:names"));
-    EXPECT_THAT(stand_in::http_uris(),
-                testing::UnorderedElementsAre("quillbrook_metrics", "quillbrook_engine_metrics", "quillbrook_jsgf"));
-    EXPECT_EQ(stand_in::command_names().size(), 10U);
-    EXPECT_EQ(stand_in::open_plugins(), 3);
-    EXPECT_EQ(stand_in::reload_module(), 1);
-    EXPECT_EQ(stand_in::unload_module(), 0);
-    expect_nothing_left();
-  }
-  EXPECT_THAT(stand_in::log_lines(), testing::IsEmpty());
-}
-
 TEST_F(LoadTest, PathsOfPlugins) {
   const std::pair<const char *, const char *> cases[] = {{"plugin=other.so", "/usr/lib/quillbrook/other.so"},
                                                          {"plugin=/opt/p.so", "/opt/p.so"},

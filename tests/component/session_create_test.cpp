@@ -1,4 +1,4 @@
-// Creating a session: which engine it binds to, what it takes from there, and how it names itself.
+// Creating a session: what it takes from the companion and the call, and how it names itself.
 #include "session_fixture.h"
 
 namespace {
@@ -16,25 +16,6 @@ protected:
     return name;
   }
 };
-
-TEST_F(CreateTest, BindsToTheEntryThatTheEngineNames) {
-  copy_text(quillbrook_engine[1].name, "Digits");
-  copy_text(quillbrook_engine[2].name, "digits");
-  copy_text(quillbrook_engine[3].name, "a:b");
-  for (int index = 1; index <= 3; ++index) quillbrook_engine[index].plugin_init = FakePlugin::init;
-  const std::pair<const char *, int> cases[] = {
-      {"quillbrook", 0}, {"quillbrook:Digits", 1}, {"quillbrook:digits", 2}, {"quillbrook:a:b", 3}};
-  for (auto [name, index] : cases) {
-    copy_text(engine_name, name);
-    create();
-    EXPECT_EQ(session()->engine, &quillbrook_engine[index]) << name;
-    destroy();
-  }
-  copy_text(engine_name, "quillbrook:DIGITS");
-  EXPECT_EQ(quillbrook_recog_create(&speech, nullptr), -1);
-  EXPECT_EQ(speech.data, nullptr);
-  EXPECT_EQ(stand_in::module_references(), 0);
-}
 
 TEST_F(CreateTest, AsksTheCompanionWhoIsCalling) {
   // What it prints to each command (a tag is asked for last), and what is left of it.

@@ -3,63 +3,9 @@
 
 namespace {
 
-using stand_in::Fault;
 using testing::ElementsAre;
 
 using StartTest = SessionTest;
-
-TEST_F(StartTest, ThePluginSeesTheWholeContextBeforeItsInit) {
-  debug = 2;
-  char *quillbrook_engine_t::*const texts[] = {
-      &quillbrook_engine_t::ws_url,     &quillbrook_engine_t::ws_model,   &quillbrook_engine_t::ws_language,
-      &quillbrook_engine_t::ws_voice,   &quillbrook_engine_t::ws_extra,   &quillbrook_engine_t::ws_context,
-      &quillbrook_engine_t::loggingtag, &quillbrook_engine_t::ws_phrases, &quillbrook_engine_t::ws_configuration};
-  for (const auto &text : texts) set(engine.*text, ("engine " + std::to_string(&text - texts)).c_str());
-  stand_in::answer_command("tandrel show session threadid uniqueid", "u1");
-  stand_in::answer_command("tandrel show session threadid remote", "r1");
-  engine.log_file = stderr;
-  engine.speedvsaccuracy = 0.5F;
-  engine.completetimeout = 800;
-  engine.incompletetimeout = 3000;
-  engine.maxspeechtimeout = 9000;
-  engine.minspeechtimeout = 10;
-  engine.earlyspeechtimeout = 20;
-  create();
-  copy_text(session()->model, "session model");
-  copy_text(session()->configuration, "session configuration");
-  copy_text(session()->context_text, "session context");
-  session()->config_pointer.reset(ast_strdup("<conf/>"), free);
-
-  plugin.on_init = [&](quillbrook_context *seen) {
-    const std::vector<std::string> texts_seen = {seen->profile,       seen->model,   seen->language, seen->voice,
-                                                 seen->extra,         seen->context, seen->param,    seen->phrases,
-                                                 seen->configuration, seen->format,  seen->uniqueid, seen->mark};
-    EXPECT_THAT(texts_seen,
-                ElementsAre("engine 0", "session model", "engine 2", "engine 3", "engine 4", "session context",
-                            "engine 6", "engine 7", "session configuration", "wav", "u1", "r1"));
-    const std::vector<int> numbers_seen = {seen->debug,
-                                           seen->completetimeout,
-                                           seen->incompletetimeout,
-                                           seen->maxspeechtimeout,
-                                           seen->minspeechtimeout,
-                                           seen->earlyspeechtimeout,
-                                           seen->buffer_size,
-                                           seen->interims};
-    EXPECT_THAT(numbers_seen, ElementsAre(1, 800, 3000, 9000, 0, 0, 4000, 1));
-    EXPECT_STREQ(static_cast<const char *>(seen->config_pointer), "<conf/>");
-    EXPECT_EQ(seen->speedvsaccuracy, 0.5F);
-    EXPECT_EQ(seen->silence, &recognition()->silence);
-    EXPECT_EQ(seen->asterisk_pointer, &speech);
-    EXPECT_EQ(seen->filelog, stderr);
-    EXPECT_EQ(seen->callback, quillbrook_callback);
-    char name[64];
-    snprintf(name, sizeof(name), "/tmp/quillbrook_%p.wav", static_cast<void *>(seen));
-    EXPECT_STREQ(seen->filename, name);
-    EXPECT_TRUE(stand_in::file_exists(name));
-  };
-  start();
-  EXPECT_EQ(plugin.inits, 1);
-}
 
 TEST_F(StartTest, PhrasesComeFromGrammarsElseSessionElseEngine) {
   set(engine.ws_phrases, "engine");
@@ -157,29 +103,6 @@ TEST_F(StartTest, DigitsAbandonARecognitionThatTheNextQuestionFinds) {
   quillbrook_recog_dtmf(&speech, "4");
   start_in_background();
   EXPECT_EQ(plugin.inits, 3);
-}
-
-TEST_F(StartTest, TheDoneOfAQuickPluginStands) {
-  plugin.on_init = [](quillbrook_context *context) { quillbrook_callback(context, "quick", 90); };
-  create();
-  start();
-  EXPECT_EQ(state(), kDone);
-  EXPECT_EQ(get(), "quick");
-}
-
-TEST_F(StartTest, TheReasonIsToldWhyThereIsNoStream) {
-  for (const bool denied : {false, true}) {
-    create();
-    stand_in::fail(Fault::kWriteStream);
-    if (denied) stand_in::fail(Fault::kOpen, 2);  // behind the list of files
-    start();
-    stand_in::stop_failing();
-    EXPECT_EQ(stand_in::mentioned(".wav: " + std::string(denied ? strerror(EACCES) : "unknown format") + "\n"), 1);
-    EXPECT_EQ(stand_in::mentioned("The key format names"), !denied);
-    EXPECT_EQ(get(), "error");
-    destroy();
-    stand_in::reset_log();
-  }
 }
 
 }  // namespace

@@ -61,21 +61,6 @@ TEST_F(StreamingTest, EarlySpeechIsKeptAndWhatComesBeforeItIsCut) {
   EXPECT_EQ(recognition()->prompting, 0);
 }
 
-TEST_F(StreamingTest, TheSecondStartMayComeFirst) {
-  engine.earlyspeechtimeout = 40;
-  engine.minspeechtimeout = 198;  // the tenth frame is the one that it takes
-  create();
-  start();
-  start();  // the thread still waits for audio
-  write_numbered(1, 10);
-  ASSERT_TRUE(loop_entered());
-  EXPECT_THAT(numbers_in(context()->filename), ElementsAre(9, 10));
-  // A third one has nobody to release.
-  start();
-  EXPECT_EQ(plugin.loops, 1);
-  EXPECT_EQ(get(), "error");
-}
-
 // What stands under the name of a stream that could not be opened or moved is not the caller's.
 TEST_F(StreamingTest, NothingIsHeardThatWasPlantedUnderTheName) {
   for (const bool cut : {false, true}) {
@@ -127,24 +112,6 @@ TEST_F(StreamingTest, OnlyAFileThatIsGoneEndsAWait) {
   EXPECT_EQ(stand_in::stop_failing(), 3);
   write_ms(200, 1);
   EXPECT_TRUE(loop_entered());
-}
-
-TEST_F(StreamingTest, TheWaitsEndWithoutThePlugin) {
-  for (const bool prompting : {false, true}) {
-    for (const bool deleted : {false, true}) {
-      engine.minspeechtimeout = prompting ? 0 : 1000;
-      engine.earlyspeechtimeout = prompting ? 60 : 0;
-      create();
-      start();
-      write_ms(20, 1);
-      wait_for_polls(2);
-      if (deleted) unlink(context()->filename);
-      plugin.stop_finalize = !deleted;  // else the thread ends by itself
-      EXPECT_EQ(get(), "error");
-      EXPECT_EQ(plugin.loops, 0) << prompting << deleted;
-      destroy();
-    }
-  }
 }
 
 TEST_F(StreamingTest, OnlyAnErrorTextEndsTheRecognition) {

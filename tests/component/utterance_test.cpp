@@ -20,36 +20,6 @@ protected:
   }
 };
 
-// A caller dictates, is asked something, and answers in a word.
-TEST_F(UtteranceTest, AShortAnswerBehindALongOne) {
-  engine.speechtimeout = 5000;
-  engine.extendedtimeout = 2500;
-  create_and_start();
-  context()->quantum = 1;
-  EXPECT_TRUE(barges_in(send("a long", QUILLBROOK_SCORE_INTERIM)));
-  stand_in::advance_ms(6000);
-  EXPECT_FALSE(barges_in(send("a long story", 90)));
-  stand_in::advance_ms(2501);
-  tick();
-  EXPECT_EQ(context()->finalize, 1);
-  finish();
-  EXPECT_EQ(context()->finalize, 0) << "the plugin can be asked again";
-
-  stand_in::advance_ms(60000);
-  EXPECT_EQ(tick(), 0);
-  EXPECT_TRUE(barges_in(send("yes", 70)));
-  stand_in::advance_ms(1001);
-  tick();
-  EXPECT_EQ(context()->finalize, 1);
-  EXPECT_EQ(context()->incompletetimeout, 2000);
-  stand_in::advance_ms(1000);
-  tick();
-  EXPECT_EQ(get(), "a long story");
-  EXPECT_EQ(score, 90);
-  EXPECT_EQ(get(), "yes");
-  EXPECT_EQ(score, 70);
-}
-
 TEST_F(UtteranceTest, NoDocumentRepeatsTheFormerOne) {
   for (const bool json : {true, false}) {
     engine.returnjson = json;

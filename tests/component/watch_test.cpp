@@ -185,15 +185,6 @@ TEST_F(WatchTest, APluginThatNeverReturnsIsLeftBehind) {
   }
 }
 
-TEST_F(WatchTest, AStopThatRaisesNothingEndsTheWaitsAllTheSame) {
-  plugin.stop_finalize = 0;
-  engine.minspeechtimeout = 60000;
-  create();
-  start();
-  EXPECT_EQ(get(), "error");
-  EXPECT_EQ(plugin.loops, 0);
-}
-
 TEST_F(WatchTest, AClockThatIsSetBackTakesTheDatesWithIt) {
   engine.completetimeout = 1000;
   create_and_start();
@@ -209,26 +200,6 @@ TEST_F(WatchTest, AClockThatIsSetBackTakesTheDatesWithIt) {
   tick();
   EXPECT_EQ(queued(), 1U);
   EXPECT_EQ(ast_tvdiff_ms(transcript().datefirst, transcript().datestart), 500);
-}
-
-// A recogniser that is later than the caller's silence is long keeps its words.
-TEST_F(WatchTest, TheFirstWordsAreKeptWhenATimerExpiresOnThem) {
-  engine.completetimeout = 500;
-  engine.incompletetimeout = 3000;
-  for (const bool late_detector : {true, false}) {
-    for (const int confidence : {QUILLBROOK_SCORE_INTERIM, 80}) {
-      engine.providertimeout = late_detector ? 0 : 4000;
-      create_and_start();
-      recognition()->silence = late_detector ? 700 : 0;
-      send("late words", confidence);
-      EXPECT_EQ(queued(), 0U);
-      recognition()->silence = 0;
-      stand_in::advance_ms(late_detector || confidence < 0 ? 501 : 1);
-      tick();
-      EXPECT_EQ(get(), "late words");
-      destroy();
-    }
-  }
 }
 
 TEST_F(WatchTest, AGetThatFoundReadyLetsTheNextQuestionStart) {

@@ -38,8 +38,11 @@ void escape(const std::string &text) {
 void shorten(const std::string &text) {
   char cut[8];
   copy_text(cut, text.c_str());
-  require(text.compare(0, strlen(cut), cut) == 0, "a copy is no beginning");
+  const size_t length = strlen(cut), room = sizeof(cut) - 1;
+  require(text.compare(0, length, cut) == 0, "a copy is no beginning");
   require(!is_utf8(text) || is_utf8(cut), "half a character");
+  // The character that did not fit has four bytes at most; what is no UTF-8 is not shortened for the sake of one.
+  require(length + 3 >= std::min(text.size(), room), "a copy ends early");
   const Printable printable(text);
   const std::string shown = printable.text();
   require(shown.size() <= kPrintableMax, "too long to print");
@@ -112,7 +115,13 @@ private:
       const json array = json::parse(document, nullptr, false);
       require(array.is_array() && array.size() <= pieces.size(), "no JSON");
     } else {
-      require(is_utf8(input_of(document)), "a parser reads no UTF-8");
+      const std::string read = input_of(document);
+      require(is_utf8(read), "a parser reads no UTF-8");
+      std::string said;
+      for (const std::string &piece : pieces) said += (said.empty() || piece.empty() ? "" : " ") + piece;
+      const auto has_its_place = [](unsigned char c) { return c >= ' ' && c != 0xEF; };
+      const bool is_plain = is_utf8(said) && std::all_of(said.begin(), said.end(), has_its_place);
+      require(!is_plain || read == said, "a parser reads something else");
     }
   }
 };

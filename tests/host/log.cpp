@@ -21,6 +21,15 @@ std::string formatted(const char *format, va_list arguments) {
   return copy;
 }
 
+void write_line(std::vector<stand_in::Line> Log::*list, int level, const char *format, va_list arguments) {
+  const stand_in::Outside outside;
+  {
+    stand_in::Guard guard(stand_in::state_lock());
+    (state().*list).push_back({level, formatted(format, arguments)});
+  }
+  stand_in::reached(format);
+}
+
 template <typename Value>
 std::vector<Value> copy_of(std::vector<Value> Log::*list) {
   stand_in::Guard guard(stand_in::state_lock());
@@ -92,28 +101,16 @@ struct ast_flags ast_options = {0};
 
 // Built apart, outside the header's format attribute: the format comes from the module.
 void ast_log(int level, const char *, int, const char *, const char *format, ...) {
-  const stand_in::Outside outside;
   va_list arguments;
   va_start(arguments, format);
-  const stand_in::Line line = {level, formatted(format, arguments)};
+  write_line(&Log::lines, level, format, arguments);
   va_end(arguments);
-  {
-    stand_in::Guard guard(stand_in::state_lock());
-    state().lines.push_back(line);
-  }
-  stand_in::reached(format);
 }
 void __ast_verbose(const char *, int, const char *, int level, const char *format, ...) {
-  const stand_in::Outside outside;
   va_list arguments;
   va_start(arguments, format);
-  const stand_in::Line line = {level, formatted(format, arguments)};
+  write_line(&Log::verbose, level, format, arguments);
   va_end(arguments);
-  {
-    stand_in::Guard guard(stand_in::state_lock());
-    state().verbose.push_back(line);
-  }
-  stand_in::reached(format);
 }
 unsigned int ast_debug_get_by_module(const char *) { return 0; }
 

@@ -40,7 +40,6 @@ struct Exchange {
   ast_tcptls_session_instance connection{};
   Response response;
   const Variables *body = nullptr;
-  int body_error = 0;
 };
 struct Answer {
   std::string text;
@@ -153,11 +152,9 @@ std::vector<std::string> engine_names() {
   return names_of(state().engines, [](auto *engine) { return engine->name; });
 }
 
-Response http_request(const std::string &uri, ast_http_method method, const Variables &query, const Variables &body,
-                      int body_error) {
+Response http_request(const std::string &uri, ast_http_method method, const Variables &query, const Variables &body) {
   Exchange exchange;
   exchange.body = &body;
-  exchange.body_error = body_error;
   std::vector<ast_http_uri *> uris;
   {
     Guard guard(state_lock());
@@ -355,6 +352,8 @@ int ast_http_uri_link(struct ast_http_uri *uri) {
   const Outside outside;
   if (fails(Fault::kHttpLink)) return -1;
   Guard guard(state_lock());
+  // The host's list would close into a loop.
+  if (std::count(state().uris.begin(), state().uris.end(), uri)) abort();
   state().uris.push_back(uri);
   return 0;
 }
@@ -381,13 +380,10 @@ void ast_http_error(struct ast_tcptls_session_instance *connection, int status, 
   response.title = title;
   response.body = text;
 }
-void ast_http_request_close_on_completion(struct ast_tcptls_session_instance *connection) {
-  exchange_of(connection).response.closed = true;
-}
+void ast_http_request_close_on_completion(struct ast_tcptls_session_instance *) {}
 struct ast_variable *ast_http_get_post_vars(struct ast_tcptls_session_instance *connection, struct ast_variable *) {
-  Exchange &exchange = exchange_of(connection);
-  errno = exchange.body_error;
-  return exchange.body_error ? nullptr : variable_list(*exchange.body);
+  errno = 0;
+  return variable_list(*exchange_of(connection).body);
 }
 const char *ast_variable_find_in_list(const struct ast_variable *list, const char *name) {
   for (; list; list = list->next) {

@@ -129,12 +129,11 @@ std::vector<std::string> manager_events();
 struct Response {
   int status = 0;  // 0 when no handler is linked
   std::string title, header, body;
-  bool closed = false;  // the connection was to be closed behind it
 };
 using Variables = std::vector<std::pair<std::string, std::string>>;
-// `body` is a decoded form body; `body_error` is the errno of a body that cannot be had.
+// `body` is a decoded form body.
 Response http_request(const std::string &uri, ast_http_method method, const Variables &query = {},
-                      const Variables &body = {}, int body_error = 0);
+                      const Variables &body = {});
 std::vector<std::string> http_uris();
 
 // Shared objects that the module can open: symbols by name. Opening anything else fails.

@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <random>
 
 #include "answer.h"
 #include "failure.h"
@@ -538,21 +537,6 @@ TEST(Answers, AreReadAndMadeSafe) {
   for (const char *bad :
        {"", "1", "\"x\"", "null", "[{}]", "{} {}", "{\"partial\": \"\\x\"}", "{\"partial\": \"", "nan"}) {
     EXPECT_THROW(read(bad), Failure) << bad;
-  }
-
-  // Whatever happens to a message on its way, it is refused or gives text that is safe to pass on.
-  const std::string good = "{\"text\": \"\\ud83d\\ude00 ü\xff\", \"result\": [{\"conf\": 0.5}, {\"conf\": nan}]}";
-  std::mt19937 random(1);
-  for (int i = 0; i < 20000; ++i) {
-    std::string message = good;
-    for (unsigned changes = random() % 4; changes > 0; --changes)
-      message[random() % good.size()] = static_cast<char>(random());
-    message.resize(random() % 2 == 0 ? message.size() : random() % message.size());
-    try {
-      const std::string text = read(message);
-      EXPECT_EQ(quillbrook::common::repaired(text), text) << message;
-    } catch (const Failure &) {
-    }
   }
 }
 
