@@ -4,6 +4,8 @@
 
 #include <glob.h>
 
+#include "../support/text_file.h"
+
 namespace {
 
 constexpr int kDeepestInclude = 10;  // as the host
@@ -37,7 +39,8 @@ public:
     }
     const ConfigPlace outer = std::exchange(place_, {path.substr(path.rfind('/') + 1), 0});
     ++depth_;
-    for (std::string line; std::getline(stream, line);) {
+    std::istringstream content(content_of(stream));
+    for (std::string line; std::getline(content, line);) {
       ++place_.line;
       take_line(stripped(without_comments(line)));
     }
@@ -51,6 +54,22 @@ public:
 
 private:
   void say(bool fatal, const std::string &text) { findings_.push_back({place_, fatal, text}); }
+
+  // Empty when the files make more than the limit together: a wrong one must not take the memory of the PBX.
+  std::string content_of(std::ifstream &stream) {
+    std::string content;
+    char block[4096];
+    do {
+      stream.read(block, sizeof(block));
+      content.append(block, static_cast<size_t>(stream.gcount()));
+    } while (stream && content.size() <= room_);
+    if (content.size() > room_) {
+      say(true, "the configuration has more than " + std::to_string(kTextFileMax) + " bytes from here on");
+      content.clear();
+    }
+    room_ -= content.size();
+    return content;
+  }
 
   // A semicolon begins a comment, ";--" one that goes on to "--;", and "\;" is a semicolon.
   std::string without_comments(const std::string &line) {
@@ -205,6 +224,7 @@ private:
   size_t current_ = 0;  // the block that entries go to
   int depth_ = 0;
   int files_ = 0;
+  size_t room_ = kTextFileMax;  // for the bytes of further files
   bool in_comment_ = false;
 };
 

@@ -66,6 +66,10 @@ class CheckTest(unittest.TestCase):
         status, report = self.check(configuration({"nothing": "1"}, one={}))
         self.assertEqual((status, report.splitlines()[1:]),
                          (1, ["FILE: the module loads, and does not do all that the file says"]))
+        # Two included files go beyond the limit together.
+        self.pbx.write_file("half.conf", ";" * 600000)
+        self.assertEqual(self.check("[general]\n" + "#include half.conf\n" * 2)[1].splitlines()[0],
+                         "error   half.conf: the configuration has more than 1048576 bytes from here on")
         program = live.build / "bin/quillbrook-check"
         for arguments, wanted in ((["--help"], 0), (["--nothing"], 3), (["one", "two"], 3), (["/nonexistent"], 2)):
             run = subprocess.run([program, *arguments], capture_output=True, text=True, check=False)
