@@ -8,7 +8,7 @@ from pathlib import Path
 import live
 from live import MODULE, RESULT, configuration
 from host import host
-from pbx import PrivatePbx, report
+from pbx import LIMIT, PrivatePbx, report
 
 PAGE = (Path(__file__).resolve().parents[2] / "docs/troubleshooting.md").read_text(encoding="utf-8")
 # Heading and log lines of each section.
