@@ -87,6 +87,7 @@ bool any_engine(const char *) {
 // What had not been done yet is passed over.
 void withdraw() {
   unlink_uris();
+  unregister_commands();
   const bool was_offered = quillbrook_withdraw_engines(any_engine);
   // Who has found an engine is turned away, and gone in the end.
   while (was_offered && !quillbrook_module_at_rest()) {
