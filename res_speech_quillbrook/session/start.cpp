@@ -24,12 +24,16 @@ bool takes_passed_over(quillbrook_speech_t *session) {
   return std::exchange(session->watch.passed_over, 0) != 0;
 }
 
-// A continuous session goes on without the results that were passed over.
-void drop_results(quillbrook_speech_t *session) {
+// A continuous session goes on without the results that were passed over. One that came behind the host's NOT_READY has
+// said DONE: the host would look for it in vain.
+void drop_results(struct ast_speech *speech, quillbrook_speech_t *session) {
   MutexLock held(session->result_lock);
   session->watch.result_waits = 0;
   str_fifo_destroy(&session->last_results);
   str_fifo_init(&session->last_results);
+  if (shared_load(speech->state) == AST_SPEECH_STATE_DONE) {
+    quillbrook_set_ready(speech, session);
+  }
 }
 
 // What was known about the former result goes, as the result itself does in the host.
@@ -204,7 +208,7 @@ int quillbrook_recog_start(struct ast_speech *speech) {
     const bool digits = abandoned_by_digits(speech, session);
     const bool passed_over = takes_passed_over(session);
     if (passed_over && session->engine->continuous) {
-      drop_results(session);
+      drop_results(speech, session);
     }
     const bool abandoned = digits || (passed_over && !session->engine->continuous);
     if (is_running(session) && !abandoned) {
