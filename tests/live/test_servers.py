@@ -52,7 +52,7 @@ class ServerTest:
 
     def ask(self, engine):
         return self.pbx.call(["Answer()", f"SpeechCreate(quillbrook:{engine})", "SpeechStart()",
-                              "SpeechBackground(silence/1,8)", RESULT, "SpeechDestroy()"],
+                              "SpeechBackground(silence/1,60)", RESULT, "SpeechDestroy()"],
                              [SAYS_SEVEN, "Playback(silence/10)"])
 
     def test_words_are_recognised_by_the_server(self):
