@@ -2,7 +2,7 @@
 // and once with all behind it. What must hold then: nothing crashes, hangs or is left over, no exception gets out, no
 // caller waits for ever, and where anything is not as usual there is a line in the log.
 //
-// The short form takes every so manieth place; QUILLBROOK_THOROUGH in the environment takes all.
+// The short form takes one place in so many; QUILLBROOK_THOROUGH in the environment takes all.
 #include <gtest/gtest.h>
 
 #include <dirent.h>
